@@ -1,0 +1,24 @@
+// Resource lookup: the framework's own resource folder and the host's.
+//
+// The framework folder is found from the loaded library (its install prefix's
+// share/belvane, or the build tree), or from $BELVANE_RESOURCE_DIR when set.
+// The host may register its own folder (its "main bundle") for resources it
+// overrides or adds, and a string table for localized texts.
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace BVResources {
+std::string frameworkResourceDirectory();
+// "<dir>/<name>.<type>" in the framework folder, when that file exists.
+std::optional<std::string> frameworkPathForResource(const std::string& name, const std::string& type);
+
+void setMainBundleDirectory(const std::string& directory);
+std::optional<std::string> mainBundleDirectory();
+std::optional<std::string> mainBundlePathForResource(const std::string& name, const std::string& type);
+
+// The host's translation of key from "Localizable.strings.plist" (a
+// dictionary of key to text) in its folder; the key itself when none.
+std::string localizedString(const std::string& key);
+}  // namespace BVResources

@@ -1,0 +1,107 @@
+// BVRunLoop: the run loop of a thread, a GLib GMainContext.
+//
+// The main run loop is GLib's default context, so a GTK or Qt (GLib event
+// dispatcher) host already runs it. A worker thread that needs a loop of its
+// own makes one with BVRunLoop::ThreadScope. Work hops threads only through
+// perform(); delayed performs can be cancelled by the object they target.
+#pragma once
+
+#include <functional>
+#include <memory>
+
+typedef struct _GMainContext GMainContext;
+
+class BVRunLoopSource;
+using BVRunLoopSourceRef = std::shared_ptr<BVRunLoopSource>;
+
+class BVRunLoop {
+ public:
+  // The calling thread's loop: its thread-default context, or the main loop.
+  static BVRunLoop current();
+  static BVRunLoop main();
+
+  // Makes a fresh context the calling thread's default for the scope's life.
+  class ThreadScope {
+   public:
+    ThreadScope();
+    ~ThreadScope();
+    ThreadScope(const ThreadScope&) = delete;
+    ThreadScope& operator=(const ThreadScope&) = delete;
+    BVRunLoop loop() const;
+
+   private:
+    GMainContext* context_;
+  };
+
+  BVRunLoop(const BVRunLoop&);
+  BVRunLoop& operator=(const BVRunLoop&);
+  ~BVRunLoop();
+
+  GMainContext* context() const { return context_; }
+  bool isCurrent() const;  // this loop's context is the calling thread's loop
+  bool operator==(const BVRunLoop& o) const { return context_ == o.context_; }
+
+  // Queues fn to run on this loop, never inline. Safe from any thread.
+  void perform(std::function<void()> fn) const;
+  // Runs fn on this loop after a delay; target (may be null) names the object
+  // the request is for, so that cancelPerforms(target) can drop it.
+  void performAfterDelay(double seconds, const void* target, std::function<void()> fn) const;
+  // Cancels every delayed perform aimed at target, on any loop.
+  static void cancelPerforms(const void* target);
+
+  // Watches a descriptor; the callback returns false to stop watching.
+  // conditions are GIOCondition bits (G_IO_IN, G_IO_OUT, G_IO_HUP, ...).
+  BVRunLoopSourceRef watchFD(int fd, int conditions, std::function<bool(int conditions)> fn) const;
+  // Calls fn once with the wait status when the child process ends.
+  BVRunLoopSourceRef watchChild(int pid, std::function<void(int pid, int waitStatus)> fn) const;
+
+  // Runs the loop until stop() is called from a callback or another thread.
+  void run() const;
+  void stop() const;
+  // Runs the loop until done() holds or the timeout passes; returns done().
+  bool runUntil(const std::function<bool()>& done, double timeoutSeconds) const;
+  // Runs the loop for the given time.
+  void runFor(double seconds) const;
+  // Dispatches what is ready now without blocking; returns whether anything ran.
+  bool iterate() const;
+
+ private:
+  explicit BVRunLoop(GMainContext* context);  // takes a new reference
+  GMainContext* context_;
+};
+
+// A source attached to a run loop; cancel() detaches it (safe to repeat).
+class BVRunLoopSource {
+ public:
+  virtual ~BVRunLoopSource() = default;
+  virtual void cancel() = 0;
+  virtual bool isActive() const = 0;
+};
+
+// BVTimer: a timer scheduled on the loop that made it. The loop keeps the
+// timer (and its callback) alive until it is invalidated, as with a one-shot
+// timer after it fired.
+class BVTimer : public std::enable_shared_from_this<BVTimer> {
+ public:
+  using Callback = std::function<void(BVTimer&)>;
+  static std::shared_ptr<BVTimer> scheduledTimer(double interval, bool repeats, Callback fn);
+  ~BVTimer();
+
+  void invalidate();
+  bool isValid() const;
+  double timeInterval() const { return interval_; }
+
+  BVTimer(double interval, bool repeats, Callback fn);
+
+ private:
+  void fire();
+  double interval_;
+  bool repeats_;
+  Callback fn_;
+  unsigned sourceId_ = 0;
+  GMainContext* context_ = nullptr;
+  struct Guard;
+  std::shared_ptr<Guard> guard_;
+};
+
+using BVTimerRef = std::shared_ptr<BVTimer>;

@@ -1,0 +1,21 @@
+// Exported string constants.
+#include <belvane/BVConstants.h>
+
+const char* const BVBelvaneErrorDomain = "BVBelvaneErrorDomain";
+const char* const BVHelixErrorDomain = "BVHelixErrorDomain";
+const char* const BVShoutstreamerErrorDomain = "com.brambleside.shoutstreamer.ErrorDomain";
+const char* const BVBasePlayerErrorKey = "BVBasePlayerErrorKey";
+
+const char* const BVPlayerAttributeLastErrorKey = "BVPlayerAttributeLastErrorKey";
+const char* const BVPlayerAttributeDurationKey = "BVPlayerAttributeDurationKey";
+const char* const BVPlayerAttributeCopyrightKey = "BVPlayerAttributeCopyrightKey";
+const char* const BVPlayerAttributeYearKey = "BVPlayerAttributeYearKey";
+const char* const BVPlayerAttributeGenreKey = "BVPlayerAttributeGenreKey";
+const char* const BVPlayerAttributeCommentKey = "BVPlayerAttributeCommentKey";
+const char* const BVPlayerAttributeTrackNumberKey = "BVPlayerAttributeTrackNumberKey";
+const char* const BVPlayerAttributeAlbumKey = "BVPlayerAttributeAlbumKey";
+const char* const BVPlayerAttributeArtistKey = "BVPlayerAttributeArtistKey";
+const char* const BVPlayerAttributeStreamTitleKey = "BVPlayerAttributeStreamTitleKey";
+const char* const BVPlayerAttributeTrackTitleKey = "BVPlayerAttributeTrackTitleKey";
+
+const char* const BVDoNotReportToRadioTimeErrorKey = "RTDoNotReportToRadioTimeErrorKey";

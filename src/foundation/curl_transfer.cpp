@@ -1,0 +1,264 @@
+// CurlTransfer: one libcurl easy transfer driven by a private multi handle.
+#include "foundation/curl_transfer.h"
+
+#include <belvane/BVError.h>
+
+#include <curl/curl.h>
+#include <glib.h>
+
+#include <chrono>
+#include <mutex>
+
+namespace belvane::detail {
+
+namespace {
+
+// A header block larger than this is hostile, whatever its line lengths.
+constexpr size_t kMaxHeaderBytes = 256 * 1024;
+
+void ensureCurlInitialised() {
+  static std::once_flag once;
+  std::call_once(once, [] { curl_global_init(CURL_GLOBAL_ALL); });
+}
+
+using Clock = std::chrono::steady_clock;
+
+bool isRedirectStatus(int code) { return code == 301 || code == 302 || code == 303 || code == 307 || code == 308; }
+
+}  // namespace
+
+struct CurlTransfer::Impl {
+  BVURLRequest request;
+  CURL* easy = nullptr;
+  CURLM* multi = nullptr;
+  curl_slist* headers = nullptr;
+  std::atomic<bool> cancelled{false};
+  bool paused = false;
+  TransferSink* sink = nullptr;
+  CurlTransfer* owner = nullptr;
+
+  // Current header block.
+  int status = 0;
+  bool inBlock = false;
+  BVHTTPHeaderFields fields;
+  std::map<std::string, std::string> rawFields;
+  size_t headerBytes = 0;
+  bool headerOverflow = false;
+  std::string currentURL;
+  Clock::time_point started;
+  Clock::time_point lastActivity;
+
+  explicit Impl(const BVURLRequest& r) : request(r) {}
+
+  void finishBlock() {
+    inBlock = false;
+    if (status >= 100 && status < 200) return;
+    bool redirect = isRedirectStatus(status) && fields.count("Location");
+    std::optional<BVURL> location;
+    auto url = BVURL::URLWithString(currentURL).value_or(request.url);
+    if (redirect) {
+      location = BVURL::URLWithStringRelativeTo(fields["Location"], url);
+    }
+    BVURLResponse response(url, status, fields);
+    if (!redirect) owner->responseSeen_ = true;
+    if (sink && sink->onResponse) sink->onResponse(response, redirect, location);
+    if (redirect && location) currentURL = location->absoluteString();
+  }
+
+  static size_t onHeader(char* data, size_t size, size_t count, void* user) {
+    auto self = static_cast<Impl*>(user);
+    size_t n = size * count;
+    self->lastActivity = Clock::now();
+    self->headerBytes += n;
+    if (self->headerBytes > kMaxHeaderBytes) {
+      self->headerOverflow = true;
+      return 0;
+    }
+    std::string line(data, n);
+    while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.pop_back();
+    if (line.rfind("HTTP/", 0) == 0) {
+      self->inBlock = true;
+      self->fields.clear();
+      self->rawFields.clear();
+      auto sp = line.find(' ');
+      self->status = sp == std::string::npos ? 0 : std::atoi(line.c_str() + sp + 1);
+      return n;
+    }
+    if (!self->inBlock) return n;  // trailers
+    if (line.empty()) {
+      self->finishBlock();
+      return n;
+    }
+    auto colon = line.find(':');
+    if (colon != std::string::npos) {
+      std::string name = line.substr(0, colon);
+      std::string value = line.substr(colon + 1);
+      size_t b = value.find_first_not_of(" \t");
+      value = b == std::string::npos ? "" : value.substr(b);
+      while (!value.empty() && (value.back() == ' ' || value.back() == '\t')) value.pop_back();
+      self->fields[name] = value;
+      self->rawFields[name] = value;
+    }
+    return n;
+  }
+
+  static size_t onWrite(char* data, size_t size, size_t count, void* user) {
+    auto self = static_cast<Impl*>(user);
+    size_t n = size * count;
+    if (self->cancelled) return 0;
+    if (self->sink && self->sink->canAccept && !self->sink->canAccept()) {
+      self->paused = true;
+      return CURL_WRITEFUNC_PAUSE;
+    }
+    self->lastActivity = Clock::now();
+    if (!self->owner->responseSeen_) {
+      // A reply without an HTTP status line (Shoutcast "ICY 200 OK", or a
+      // file): its text arrives as body bytes after an empty response.
+      self->owner->responseSeen_ = true;
+      BVURLResponse response(BVURL::URLWithString(self->currentURL).value_or(self->request.url), 0, {});
+      if (self->sink && self->sink->onResponse) self->sink->onResponse(response, false, std::nullopt);
+    }
+    if (self->sink && self->sink->onData) self->sink->onData({reinterpret_cast<const uint8_t*>(data), n});
+    return n;
+  }
+};
+
+CurlTransfer::CurlTransfer(const BVURLRequest& request) : impl_(std::make_unique<Impl>(request)) {
+  ensureCurlInitialised();
+  impl_->owner = this;
+  CURL* e = curl_easy_init();
+  impl_->easy = e;
+  impl_->currentURL = request.url.absoluteString();
+  curl_easy_setopt(e, CURLOPT_URL, impl_->currentURL.c_str());
+  curl_easy_setopt(e, CURLOPT_FOLLOWLOCATION, 1L);
+  curl_easy_setopt(e, CURLOPT_MAXREDIRS, 16L);
+  curl_easy_setopt(e, CURLOPT_NOSIGNAL, 1L);
+  curl_easy_setopt(e, CURLOPT_PROTOCOLS_STR, "http,https,file");
+  curl_easy_setopt(e, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+  curl_easy_setopt(e, CURLOPT_HTTP09_ALLOWED, request.allowNonHTTPReplies ? 1L : 0L);
+  curl_easy_setopt(e, CURLOPT_ACCEPT_ENCODING, "");
+  curl_easy_setopt(e, CURLOPT_USERAGENT, "Belvane/0.1");
+  long connectMs = request.timeoutInterval > 0 ? long(request.timeoutInterval * 1000) : 0L;
+  curl_easy_setopt(e, CURLOPT_CONNECTTIMEOUT_MS, connectMs > 0 ? connectMs : 1L);
+  if (request.httpMethod == "HEAD") {
+    curl_easy_setopt(e, CURLOPT_NOBODY, 1L);
+  } else if (request.httpMethod != "GET") {
+    curl_easy_setopt(e, CURLOPT_CUSTOMREQUEST, request.httpMethod.c_str());
+  }
+  for (auto& [k, v] : request.headerFields) impl_->headers = curl_slist_append(impl_->headers, (k + ": " + v).c_str());
+  if (request.ignoreCache) impl_->headers = curl_slist_append(impl_->headers, "Cache-Control: no-cache");
+  curl_easy_setopt(e, CURLOPT_HTTPHEADER, impl_->headers);
+  curl_easy_setopt(e, CURLOPT_HEADERFUNCTION, &Impl::onHeader);
+  curl_easy_setopt(e, CURLOPT_HEADERDATA, impl_.get());
+  curl_easy_setopt(e, CURLOPT_WRITEFUNCTION, &Impl::onWrite);
+  curl_easy_setopt(e, CURLOPT_WRITEDATA, impl_.get());
+  impl_->multi = curl_multi_init();
+}
+
+CurlTransfer::~CurlTransfer() {
+  if (impl_->multi) {
+    curl_multi_remove_handle(impl_->multi, impl_->easy);
+    curl_multi_cleanup(impl_->multi);
+  }
+  curl_easy_cleanup(impl_->easy);
+  curl_slist_free_all(impl_->headers);
+}
+
+void CurlTransfer::cancel() {
+  impl_->cancelled = true;
+  curl_multi_wakeup(impl_->multi);
+}
+
+void CurlTransfer::resume() { curl_multi_wakeup(impl_->multi); }
+
+BVErrorRef CurlTransfer::run(TransferSink& sink) {
+  Impl& s = *impl_;
+  s.sink = &sink;
+  s.started = s.lastActivity = Clock::now();
+  const auto timeout = std::chrono::duration<double>(s.request.timeoutInterval > 0 ? s.request.timeoutInterval : 1e9);
+  curl_multi_add_handle(s.multi, s.easy);
+  CURLcode result = CURLE_OK;
+  bool timedOut = false;
+  while (true) {
+    if (s.cancelled) return BVError::withDescription(BVURLErrorDomain, BVURLErrorCancelled, "cancelled");
+    if (s.paused && (!sink.canAccept || sink.canAccept())) {
+      s.paused = false;
+      curl_easy_pause(s.easy, CURLPAUSE_CONT);
+    }
+    int running = 0;
+    if (curl_multi_perform(s.multi, &running) != CURLM_OK) {
+      result = CURLE_FAILED_INIT;
+      break;
+    }
+    if (!running) {
+      int left = 0;
+      while (CURLMsg* msg = curl_multi_info_read(s.multi, &left)) {
+        if (msg->msg == CURLMSG_DONE) result = msg->data.result;
+      }
+      break;
+    }
+    auto now = Clock::now();
+    if (s.paused) s.lastActivity = now;
+    // Until the response arrives the time-out bounds the whole wait, so a
+    // server that trickles headers cannot hold the request; afterwards it
+    // bounds each silence.
+    bool late = responseSeen_ ? (now - s.lastActivity > timeout) : (now - s.started > timeout);
+    if (late) {
+      timedOut = true;
+      break;
+    }
+    curl_multi_poll(s.multi, nullptr, 0, 50, nullptr);
+  }
+  if (s.cancelled) return BVError::withDescription(BVURLErrorDomain, BVURLErrorCancelled, "cancelled");
+  if (timedOut) return errorForCurlCode(CURLE_OPERATION_TIMEDOUT, s.request.url.absoluteString(), nullptr);
+  if (s.headerOverflow)
+    return BVError::withDescription(BVURLErrorDomain, BVURLErrorBadServerResponse,
+                                    "The server sent a header block that is too large.");
+  if (result != CURLE_OK) return errorForCurlCode(result, s.request.url.absoluteString(), nullptr);
+  if (!responseSeen_) {
+    // A body-less reply that ended without a header block we recognised.
+    responseSeen_ = true;
+    BVURLResponse response(BVURL::URLWithString(s.currentURL).value_or(s.request.url), s.status, s.fields);
+    if (sink.onResponse) sink.onResponse(response, false, std::nullopt);
+  }
+  return nullptr;
+}
+
+BVErrorRef errorForCurlCode(int curlCode, const std::string& url, const char* detail) {
+  int code = BVURLErrorUnknown;
+  const char* text = nullptr;
+  switch (CURLcode(curlCode)) {
+    case CURLE_COULDNT_CONNECT: code = BVURLErrorCannotConnectToHost; text = "Could not connect to the server."; break;
+    case CURLE_COULDNT_RESOLVE_HOST:
+    case CURLE_COULDNT_RESOLVE_PROXY:
+      code = BVURLErrorCannotFindHost; text = "A server with the specified hostname could not be found."; break;
+    case CURLE_OPERATION_TIMEDOUT: code = BVURLErrorTimedOut; text = "The request timed out."; break;
+    case CURLE_UNSUPPORTED_PROTOCOL: code = BVURLErrorUnsupportedURL; text = "unsupported URL"; break;
+    case CURLE_URL_MALFORMAT: code = BVURLErrorBadURL; text = "bad URL"; break;
+    case CURLE_TOO_MANY_REDIRECTS: code = BVURLErrorHTTPTooManyRedirects; text = "too many HTTP redirects"; break;
+    case CURLE_RECV_ERROR:
+    case CURLE_SEND_ERROR:
+    case CURLE_PARTIAL_FILE:
+    case CURLE_GOT_NOTHING:
+      code = BVURLErrorNetworkConnectionLost; text = "The network connection was lost."; break;
+    case CURLE_WEIRD_SERVER_REPLY:
+      code = BVURLErrorBadServerResponse; text = "The server's reply could not be understood."; break;
+    case CURLE_FILE_COULDNT_READ_FILE:
+      code = BVURLErrorFileDoesNotExist; text = "The requested file does not exist."; break;
+    case CURLE_FILESIZE_EXCEEDED:
+      code = BVURLErrorDataLengthExceedsMaximum; text = "The resource exceeds the maximum size."; break;
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_CERTPROBLEM:
+    case CURLE_SSL_CIPHER:
+    case CURLE_SSL_CACERT_BADFILE:
+      code = BVURLErrorSecureConnectionFailed; text = "A secure connection to the server could not be made."; break;
+    default: text = curl_easy_strerror(CURLcode(curlCode)); break;
+  }
+  BVDictionary info{{BVLocalizedDescriptionKey, BVValue(std::string(detail ? detail : text))},
+                    {"NSErrorFailingURLStringKey", BVValue(url)},
+                    {BVURLErrorCurlCodeKey, BVValue(curlCode)}};
+  return BVError::create(BVURLErrorDomain, code, std::move(info));
+}
+
+}  // namespace belvane::detail

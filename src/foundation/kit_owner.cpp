@@ -1,0 +1,53 @@
+// BVKitOwner and BVLog: diagnostics go to the host's delegate or the system log.
+#include <belvane/BVKitOwner.h>
+
+#include <glib.h>
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+#include <vector>
+
+namespace {
+std::atomic<BVKitOwnerDelegate*> gDelegate{nullptr};
+}
+
+BVKitOwner& BVKitOwner::sharedOwner() {
+  static BVKitOwner* owner = new BVKitOwner();  // lives for the rest of the process
+  return *owner;
+}
+
+void BVKitOwner::setDelegate(BVKitOwnerDelegate* delegate) { gDelegate.store(delegate); }
+BVKitOwnerDelegate* BVKitOwner::delegate() const { return gDelegate.load(); }
+
+void BVKitOwner::logMessage(const std::string& message) {
+  if (auto d = gDelegate.load()) {
+    d->belvaneOwnerDebugLog(message);
+    return;
+  }
+  // The message is an argument, never a format.
+  g_log_structured(G_LOG_DOMAIN, G_LOG_LEVEL_MESSAGE, "MESSAGE", "%s", message.c_str());
+}
+
+void BVLog(const char* format, ...) {
+  if (!format || !*format) return;
+  va_list ap;
+  va_start(ap, format);
+  va_list ap2;
+  va_copy(ap2, ap);
+  int n = std::vsnprintf(nullptr, 0, format, ap);
+  va_end(ap);
+  if (n < 0) {
+    va_end(ap2);
+    return;
+  }
+  std::vector<char> buf(size_t(n) + 1);
+  std::vsnprintf(buf.data(), buf.size(), format, ap2);
+  va_end(ap2);
+  BVKitOwner::sharedOwner().logMessage(std::string(buf.data(), size_t(n)));
+}
+
+void BVLogString(const std::string& message) {
+  if (message.empty()) return;
+  BVKitOwner::sharedOwner().logMessage(message);
+}

@@ -1,0 +1,295 @@
+// BVRunLoop and BVTimer over GLib main contexts.
+#include <belvane/BVRunLoop.h>
+
+#include <glib-unix.h>
+#include <glib.h>
+
+#include <algorithm>
+#include <mutex>
+#include <unordered_map>
+#include <vector>
+
+namespace {
+
+struct Callback {
+  std::function<void()> fn;
+};
+
+gboolean runOnce(gpointer data) {
+  auto cb = static_cast<Callback*>(data);
+  cb->fn();
+  return G_SOURCE_REMOVE;
+}
+
+void deleteCallback(gpointer data) { delete static_cast<Callback*>(data); }
+
+// Pending delayed performs by target, so they can be cancelled.
+struct DelayedRegistry {
+  std::mutex mutex;
+  std::unordered_multimap<const void*, GSource*> byTarget;
+
+  void add(const void* target, GSource* source) {
+    std::lock_guard lock(mutex);
+    g_source_ref(source);
+    byTarget.emplace(target, source);
+  }
+  void remove(const void* target, GSource* source) {
+    std::lock_guard lock(mutex);
+    auto [b, e] = byTarget.equal_range(target);
+    for (auto it = b; it != e; ++it) {
+      if (it->second == source) {
+        byTarget.erase(it);
+        g_source_unref(source);
+        return;
+      }
+    }
+  }
+  std::vector<GSource*> takeAll(const void* target) {
+    std::lock_guard lock(mutex);
+    std::vector<GSource*> out;
+    auto [b, e] = byTarget.equal_range(target);
+    for (auto it = b; it != e; ++it) out.push_back(it->second);
+    byTarget.erase(target);
+    return out;
+  }
+};
+
+DelayedRegistry& delayedRegistry() {
+  static auto* registry = new DelayedRegistry();
+  return *registry;
+}
+
+struct DelayedCallback {
+  std::function<void()> fn;
+  const void* target;
+  GSource* source;
+};
+
+gboolean runDelayed(gpointer data) {
+  auto cb = static_cast<DelayedCallback*>(data);
+  if (cb->target) delayedRegistry().remove(cb->target, cb->source);
+  auto fn = std::move(cb->fn);
+  fn();
+  return G_SOURCE_REMOVE;
+}
+
+void deleteDelayed(gpointer data) { delete static_cast<DelayedCallback*>(data); }
+
+class GSourceHandle final : public BVRunLoopSource {
+ public:
+  explicit GSourceHandle(GSource* source) : source_(source) {}
+  ~GSourceHandle() override {
+    cancel();
+    g_source_unref(source_);
+  }
+  void cancel() override {
+    if (!g_source_is_destroyed(source_)) g_source_destroy(source_);
+  }
+  bool isActive() const override { return !g_source_is_destroyed(source_); }
+
+ private:
+  GSource* source_;
+};
+
+struct FDCallback {
+  std::function<bool(int)> fn;
+};
+
+gboolean runFD(gint fd, GIOCondition condition, gpointer data) {
+  return static_cast<FDCallback*>(data)->fn(int(condition)) ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;
+}
+
+struct ChildCallback {
+  std::function<void(int, int)> fn;
+};
+
+void runChild(GPid pid, gint status, gpointer data) { static_cast<ChildCallback*>(data)->fn(int(pid), status); }
+
+guint toMilliseconds(double seconds) { return seconds <= 0 ? 0 : guint(seconds * 1000.0 + 0.5); }
+
+}  // namespace
+
+BVRunLoop::BVRunLoop(GMainContext* context) : context_(g_main_context_ref(context)) {}
+BVRunLoop::BVRunLoop(const BVRunLoop& o) : context_(g_main_context_ref(o.context_)) {}
+BVRunLoop& BVRunLoop::operator=(const BVRunLoop& o) {
+  if (this != &o) {
+    GMainContext* old = context_;
+    context_ = g_main_context_ref(o.context_);
+    g_main_context_unref(old);
+  }
+  return *this;
+}
+BVRunLoop::~BVRunLoop() { g_main_context_unref(context_); }
+
+BVRunLoop BVRunLoop::current() {
+  GMainContext* ctx = g_main_context_get_thread_default();
+  return BVRunLoop(ctx ? ctx : g_main_context_default());
+}
+
+BVRunLoop BVRunLoop::main() { return BVRunLoop(g_main_context_default()); }
+
+BVRunLoop::ThreadScope::ThreadScope() : context_(g_main_context_new()) { g_main_context_push_thread_default(context_); }
+BVRunLoop::ThreadScope::~ThreadScope() {
+  g_main_context_pop_thread_default(context_);
+  // Drop what is still queued so its callbacks' data is freed.
+  while (g_main_context_pending(context_)) g_main_context_iteration(context_, FALSE);
+  g_main_context_unref(context_);
+}
+BVRunLoop BVRunLoop::ThreadScope::loop() const { return BVRunLoop(context_); }
+
+bool BVRunLoop::isCurrent() const { return current().context_ == context_; }
+
+void BVRunLoop::perform(std::function<void()> fn) const {
+  GSource* source = g_idle_source_new();
+  g_source_set_priority(source, G_PRIORITY_DEFAULT);
+  g_source_set_callback(source, runOnce, new Callback{std::move(fn)}, deleteCallback);
+  g_source_attach(source, context_);
+  g_source_unref(source);
+}
+
+void BVRunLoop::performAfterDelay(double seconds, const void* target, std::function<void()> fn) const {
+  GSource* source = g_timeout_source_new(toMilliseconds(seconds));
+  auto cb = new DelayedCallback{std::move(fn), target, source};
+  g_source_set_callback(source, runDelayed, cb, deleteDelayed);
+  if (target) delayedRegistry().add(target, source);
+  g_source_attach(source, context_);
+  g_source_unref(source);
+}
+
+void BVRunLoop::cancelPerforms(const void* target) {
+  if (!target) return;
+  for (GSource* source : delayedRegistry().takeAll(target)) {
+    g_source_destroy(source);
+    g_source_unref(source);
+  }
+}
+
+BVRunLoopSourceRef BVRunLoop::watchFD(int fd, int conditions, std::function<bool(int)> fn) const {
+  GSource* source = g_unix_fd_source_new(fd, GIOCondition(conditions));
+  g_source_set_callback(source, G_SOURCE_FUNC(runFD), new FDCallback{std::move(fn)},
+                        [](gpointer d) { delete static_cast<FDCallback*>(d); });
+  g_source_attach(source, context_);
+  return std::make_shared<GSourceHandle>(source);
+}
+
+BVRunLoopSourceRef BVRunLoop::watchChild(int pid, std::function<void(int, int)> fn) const {
+  GSource* source = g_child_watch_source_new(GPid(pid));
+  g_source_set_callback(source, G_SOURCE_FUNC(runChild), new ChildCallback{std::move(fn)},
+                        [](gpointer d) { delete static_cast<ChildCallback*>(d); });
+  g_source_attach(source, context_);
+  return std::make_shared<GSourceHandle>(source);
+}
+
+namespace {
+// One GMainLoop per context being run, so stop() from any thread ends the
+// innermost run of that context.
+std::mutex gLoopsMutex;
+std::unordered_map<GMainContext*, std::vector<GMainLoop*>> gLoops;
+}  // namespace
+
+void BVRunLoop::run() const {
+  GMainLoop* loop = g_main_loop_new(context_, FALSE);
+  {
+    std::lock_guard lock(gLoopsMutex);
+    gLoops[context_].push_back(loop);
+  }
+  g_main_context_push_thread_default(context_ == g_main_context_default() ? nullptr : context_);
+  g_main_loop_run(loop);
+  g_main_context_pop_thread_default(context_ == g_main_context_default() ? nullptr : context_);
+  {
+    std::lock_guard lock(gLoopsMutex);
+    auto& v = gLoops[context_];
+    v.erase(std::find(v.begin(), v.end(), loop));
+    if (v.empty()) gLoops.erase(context_);
+  }
+  g_main_loop_unref(loop);
+}
+
+void BVRunLoop::stop() const {
+  std::lock_guard lock(gLoopsMutex);
+  auto it = gLoops.find(context_);
+  if (it != gLoops.end() && !it->second.empty()) g_main_loop_quit(it->second.back());
+  g_main_context_wakeup(context_);
+}
+
+bool BVRunLoop::runUntil(const std::function<bool()>& done, double timeoutSeconds) const {
+  gint64 deadline = g_get_monotonic_time() + gint64(timeoutSeconds * 1e6);
+  bool timedOut = false;
+  GSource* timer = g_timeout_source_new(toMilliseconds(timeoutSeconds));
+  g_source_set_callback(
+      timer,
+      [](gpointer d) -> gboolean {
+        *static_cast<bool*>(d) = true;
+        return G_SOURCE_REMOVE;
+      },
+      &timedOut, nullptr);
+  g_source_attach(timer, context_);
+  while (!done() && !timedOut && g_get_monotonic_time() < deadline) g_main_context_iteration(context_, TRUE);
+  g_source_destroy(timer);
+  g_source_unref(timer);
+  return done();
+}
+
+void BVRunLoop::runFor(double seconds) const {
+  runUntil([] { return false; }, seconds);
+}
+
+bool BVRunLoop::iterate() const { return g_main_context_iteration(context_, FALSE); }
+
+// ---- BVTimer ----
+
+struct BVTimer::Guard {
+  std::shared_ptr<BVTimer> timer;  // the loop's reference while scheduled
+  GSource* source = nullptr;
+};
+
+BVTimer::BVTimer(double interval, bool repeats, Callback fn)
+    : interval_(interval), repeats_(repeats), fn_(std::move(fn)) {}
+
+BVTimer::~BVTimer() = default;
+
+std::shared_ptr<BVTimer> BVTimer::scheduledTimer(double interval, bool repeats, Callback fn) {
+  auto timer = std::make_shared<BVTimer>(interval, repeats, std::move(fn));
+  BVRunLoop loop = BVRunLoop::current();
+  auto guard = std::make_shared<Guard>();
+  guard->timer = timer;
+  GSource* source = g_timeout_source_new(std::max<guint>(1, toMilliseconds(interval)));
+  guard->source = source;
+  timer->guard_ = guard;
+  auto holder = new std::shared_ptr<Guard>(guard);
+  g_source_set_callback(
+      source,
+      [](gpointer d) -> gboolean {
+        auto g = *static_cast<std::shared_ptr<Guard>*>(d);
+        auto t = g->timer;  // keep the timer alive while it fires
+        if (!t) return G_SOURCE_REMOVE;
+        t->fire();
+        return (t->repeats_ && g->timer) ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;
+      },
+      holder,
+      [](gpointer d) {
+        auto h = static_cast<std::shared_ptr<Guard>*>(d);
+        (*h)->timer.reset();
+        delete h;
+      });
+  g_source_attach(source, loop.context());
+  timer->context_ = loop.context();
+  return timer;
+}
+
+void BVTimer::fire() {
+  if (fn_) fn_(*this);
+  if (!repeats_) invalidate();
+}
+
+void BVTimer::invalidate() {
+  auto guard = guard_;
+  if (!guard || !guard->timer) return;
+  GSource* source = guard->source;
+  guard->timer.reset();  // may not free this object: the caller holds a reference
+  if (source && !g_source_is_destroyed(source)) g_source_destroy(source);
+  g_source_unref(source);
+  guard->source = nullptr;
+}
+
+bool BVTimer::isValid() const { return guard_ && guard_->timer != nullptr; }

@@ -1,0 +1,31 @@
+// Text helpers over GLib: decoding bytes in a named character set, UTF-8
+// checks, ASCII and Unicode-aware lower-casing, and trimming.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace belvane::detail {
+
+bool isValidUTF8(std::span<const uint8_t> bytes);
+// The bytes converted from charset ("UTF-8", "WINDOWS-1252", "MACINTOSH",
+// "UTF-16BE", "ISO-8859-1") to UTF-8; nothing when they are not valid in it.
+std::optional<std::string> decodeText(std::span<const uint8_t> bytes, const char* charset);
+// Every byte as its Latin-1 character.
+std::string latin1ToUTF8(std::span<const uint8_t> bytes);
+std::string asciiLower(std::string_view s);
+// Unicode-aware lower-casing of UTF-8 text (ASCII lower-casing when invalid).
+std::string utf8Lower(std::string_view s);
+// Trims spaces, tabs, line ends and other Unicode white space at both ends.
+std::string trimWhitespaceAndNewlines(std::string_view s);
+// Trims only spaces and tabs.
+std::string trimSpacesAndTabs(std::string_view s);
+bool hasPrefix(std::string_view s, std::string_view prefix);
+inline std::span<const uint8_t> bytesOf(std::string_view s) {
+  return {reinterpret_cast<const uint8_t*>(s.data()), s.size()};
+}
+
+}  // namespace belvane::detail
