@@ -1,0 +1,145 @@
+// Dispatch, argument parsing and JSON helpers of the belvane tool.
+#include "commands.h"
+
+#include <belvane/BVURL.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+
+namespace belvane::tool {
+
+Arguments::Arguments(const std::vector<std::string>& args, const std::set<std::string>& valueOptions,
+                     const std::set<std::string>& flags) {
+  for (size_t i = 0; i < args.size(); ++i) {
+    const std::string& a = args[i];
+    if (a.size() > 2 && a.rfind("--", 0) == 0) {
+      std::string name = a.substr(2), value;
+      bool inlineValue = false;
+      if (auto eq = name.find('='); eq != std::string::npos) {
+        value = name.substr(eq + 1);
+        name = name.substr(0, eq);
+        inlineValue = true;
+      }
+      if (valueOptions.count(name)) {
+        if (!inlineValue) {
+          if (i + 1 >= args.size()) throw UsageError("option --" + name + " needs a value");
+          value = args[++i];
+        }
+        options_[name] = value;
+      } else if (flags.count(name) && !inlineValue) {
+        flags_.insert(name);
+      } else {
+        throw UsageError("unknown option --" + name);
+      }
+    } else {
+      positional_.push_back(a);
+    }
+  }
+}
+
+std::optional<std::string> Arguments::option(const std::string& name) const {
+  auto it = options_.find(name);
+  if (it == options_.end()) return std::nullopt;
+  return it->second;
+}
+
+const std::string& Arguments::onePositional(const char* what) const {
+  if (positional_.empty()) throw UsageError(std::string("missing ") + what);
+  if (positional_.size() > 1) throw UsageError("unexpected argument '" + positional_[1] + "'");
+  return positional_[0];
+}
+
+double Arguments::number(const std::string& name, double fallback) const {
+  auto v = option(name);
+  if (!v) return fallback;
+  char* end = nullptr;
+  double d = std::strtod(v->c_str(), &end);
+  if (v->empty() || *end) throw UsageError("option --" + name + " needs a number, not '" + *v + "'");
+  return d;
+}
+
+nlohmann::ordered_json valueToJSON(const BVValue& value) {
+  switch (value.kind()) {
+    case BVValue::Kind::None:
+    case BVValue::Kind::Null: return nullptr;
+    case BVValue::Kind::String: return *value.string();
+    case BVValue::Kind::Integer: return value.integerValue();
+    case BVValue::Kind::Real: return value.doubleValue();
+    case BVValue::Kind::Boolean: return value.boolValue();
+    case BVValue::Kind::Date: return value.date()->secondsSinceReferenceDate;
+    case BVValue::Kind::Data: return value.description();
+    case BVValue::Kind::Array: {
+      auto out = nlohmann::ordered_json::array();
+      for (auto& v : *value.array()) out.push_back(valueToJSON(v));
+      return out;
+    }
+    case BVValue::Kind::Dictionary: {
+      auto out = nlohmann::ordered_json::object();
+      for (auto& [k, v] : *value.dictionary()) out[k] = valueToJSON(v);
+      return out;
+    }
+    case BVValue::Kind::Object:
+      if (auto e = value.objectAs<const BVError>()) return errorToJSON(e);
+      return value.object()->description();
+  }
+  return nullptr;
+}
+
+nlohmann::ordered_json errorToJSON(const BVErrorRef& error) {
+  if (!error) return nullptr;
+  return {{"domain", error->domain()}, {"code", error->code()}, {"userInfo", valueToJSON(BVValue(error->userInfo()))}};
+}
+
+const std::vector<Command>& allCommands() {
+  static const std::vector<Command> commands = [] {
+    std::vector<Command> all;
+    for (auto group : {urlCommands, modelCommands, errorCommands})
+      for (auto& c : group()) all.push_back(c);
+    return all;
+  }();
+  return commands;
+}
+
+namespace {
+
+void printUsage(FILE* out) {
+  std::fprintf(out, "usage: belvane COMMAND [ARGS...]\n\nCommands:\n");
+  for (auto& c : allCommands()) std::fprintf(out, "  %-10s %s\n", c.name, c.synopsis);
+  std::fprintf(out, "\nRun 'belvane COMMAND --help' for a command's options.\n");
+}
+
+}  // namespace
+
+int dispatch(int argc, char** argv) {
+  if (argc < 2) {
+    printUsage(stderr);
+    return 2;
+  }
+  std::string name = argv[1];
+  if (name == "--help" || name == "-h" || name == "help") {
+    printUsage(stdout);
+    return 0;
+  }
+  for (auto& c : allCommands()) {
+    if (name != c.name) continue;
+    std::vector<std::string> rest(argv + 2, argv + argc);
+    for (auto& a : rest) {
+      if (a == "--help" || a == "-h") {
+        std::printf("usage: belvane %s %s\n\n%s\n", c.name, c.synopsis, c.help);
+        return 0;
+      }
+    }
+    try {
+      Arguments args(rest, c.valueOptions, c.flags);
+      return c.run(args);
+    } catch (const UsageError& e) {
+      std::fprintf(stderr, "belvane %s: %s (see 'belvane %s --help')\n", c.name, e.what(), c.name);
+      return 2;
+    }
+  }
+  std::fprintf(stderr, "belvane: unknown command '%s' (see 'belvane --help')\n", name.c_str());
+  return 2;
+}
+
+}  // namespace belvane::tool

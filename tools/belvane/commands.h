@@ -1,0 +1,64 @@
+// The belvane tool's subcommands and the helpers they share: argument
+// parsing, usage errors, and the JSON form of errors and values.
+#pragma once
+
+#include <belvane/BVError.h>
+#include <belvane/BVValue.h>
+
+#include <nlohmann/json.hpp>
+
+#include <map>
+#include <optional>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace belvane::tool {
+
+int dispatch(int argc, char** argv);
+
+// Bad usage: reported on stderr in one line, exit status 2.
+struct UsageError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// Options of one subcommand: "--name value" options, "--flag" switches and
+// positional arguments. Unknown options are usage errors.
+class Arguments {
+ public:
+  Arguments(const std::vector<std::string>& args, const std::set<std::string>& valueOptions,
+            const std::set<std::string>& flags);
+  std::optional<std::string> option(const std::string& name) const;
+  bool flag(const std::string& name) const { return flags_.count(name) > 0; }
+  const std::vector<std::string>& positional() const { return positional_; }
+  // The single positional argument; a usage error when missing or extra.
+  const std::string& onePositional(const char* what) const;
+  double number(const std::string& name, double fallback) const;
+
+ private:
+  std::map<std::string, std::string> options_;
+  std::set<std::string> flags_;
+  std::vector<std::string> positional_;
+};
+
+struct Command {
+  const char* name;
+  const char* synopsis;
+  const char* help;
+  int (*run)(const Arguments& args);
+  std::set<std::string> valueOptions;
+  std::set<std::string> flags;
+};
+
+const std::vector<Command>& allCommands();
+
+nlohmann::ordered_json valueToJSON(const BVValue& value);
+nlohmann::ordered_json errorToJSON(const BVErrorRef& error);
+
+// Each subcommand group registers its commands here.
+std::vector<Command> urlCommands();
+std::vector<Command> modelCommands();
+std::vector<Command> errorCommands();
+
+}  // namespace belvane::tool
