@@ -55,9 +55,11 @@ class BVValue {
   BVValue(BVData d) : v_(std::move(d)) {}
   BVValue(BVArray a) : v_(std::make_shared<BVArray>(std::move(a))) {}
   BVValue(BVDictionary d) : v_(std::make_shared<BVDictionary>(std::move(d))) {}
-  template <class T, class = std::enable_if_t<std::is_base_of_v<BVObject, T>>>
+  // Objects are held as shared, immutable values; a const object (an error)
+  // is accepted too.
+  template <class T, class = std::enable_if_t<std::is_base_of_v<BVObject, std::remove_const_t<T>>>>
   BVValue(std::shared_ptr<T> o) {
-    if (o) v_ = std::shared_ptr<BVObject>(std::move(o));
+    if (o) v_ = std::const_pointer_cast<BVObject>(std::shared_ptr<const BVObject>(std::move(o)));
   }
 
   Kind kind() const { return Kind(v_.index()); }

@@ -34,6 +34,10 @@ struct CurlTransfer::Impl {
   curl_slist* headers = nullptr;
   std::atomic<bool> cancelled{false};
   bool paused = false;
+  // libcurl hands a non-HTTP reply's first line to the write callback on its
+  // own and the rest of the same read right after; the line is held back and
+  // joined to that rest so the header block arrives as one piece of body.
+  std::string heldFirstLine;
   TransferSink* sink = nullptr;
   CurlTransfer* owner = nullptr;
 
@@ -117,9 +121,25 @@ struct CurlTransfer::Impl {
       self->owner->responseSeen_ = true;
       BVURLResponse response(BVURL::URLWithString(self->currentURL).value_or(self->request.url), 0, {});
       if (self->sink && self->sink->onResponse) self->sink->onResponse(response, false, std::nullopt);
+      self->heldFirstLine.assign(data, n);
+      return n;
+    }
+    if (!self->heldFirstLine.empty()) {
+      std::string joined = std::move(self->heldFirstLine) + std::string(data, n);
+      self->heldFirstLine.clear();
+      if (self->sink && self->sink->onData) self->sink->onData({reinterpret_cast<const uint8_t*>(joined.data()), joined.size()});
+      return n;
     }
     if (self->sink && self->sink->onData) self->sink->onData({reinterpret_cast<const uint8_t*>(data), n});
     return n;
+  }
+
+  // Delivers a held first line that no further bytes followed in this read.
+  void flushHeldFirstLine() {
+    if (heldFirstLine.empty()) return;
+    std::string line = std::move(heldFirstLine);
+    heldFirstLine.clear();
+    if (sink && sink->onData) sink->onData({reinterpret_cast<const uint8_t*>(line.data()), line.size()});
   }
 };
 
@@ -190,6 +210,7 @@ BVErrorRef CurlTransfer::run(TransferSink& sink) {
       result = CURLE_FAILED_INIT;
       break;
     }
+    s.flushHeldFirstLine();
     if (!running) {
       int left = 0;
       while (CURLMsg* msg = curl_multi_info_read(s.multi, &left)) {

@@ -183,8 +183,10 @@ BVRunLoopSourceRef BVRunLoop::watchChild(int pid, std::function<void(int, int)> 
 namespace {
 // One GMainLoop per context being run, so stop() from any thread ends the
 // innermost run of that context.
-std::mutex gLoopsMutex;
-std::unordered_map<GMainContext*, std::vector<GMainLoop*>> gLoops;
+// Never destroyed: threads may still run loops while the process exits.
+std::mutex& gLoopsMutex = *new std::mutex;
+std::unordered_map<GMainContext*, std::vector<GMainLoop*>>& gLoops =
+    *new std::unordered_map<GMainContext*, std::vector<GMainLoop*>>;
 }  // namespace
 
 void BVRunLoop::run() const {

@@ -50,7 +50,7 @@ struct BVURLConnection::State {
   BVURLRequest request;
   BVRunLoop loop;
   belvane::detail::CurlTransfer transfer;
-  BVURLConnectionDelegate* delegate = nullptr;  // touched on the loop's thread only
+  std::atomic<BVURLConnectionDelegate*> delegate{nullptr};  // cleared by cancel(), from any thread
   std::weak_ptr<BVURLConnection> connection;
   std::atomic<bool> cancelled{false};
   std::mutex mutex;
@@ -60,11 +60,15 @@ struct BVURLConnection::State {
   // Runs fn on the loop with the connection and delegate, unless cancelled.
   template <class F>
   void deliver(std::shared_ptr<State> self, F fn) {
-    loop.perform([self, fn = std::move(fn)]() mutable {
-      if (self->cancelled) return;
+    // Weak: a queued call must not keep the state (and its run loop) alive
+    // after the connection and its worker are gone.
+    loop.perform([weak = std::weak_ptr<State>(self), fn = std::move(fn)]() mutable {
+      auto self = weak.lock();
+      if (!self || self->cancelled) return;
       auto conn = self->connection.lock();  // keeps the connection alive during the call
-      if (!conn || !self->delegate) return;
-      fn(*conn, *self->delegate);
+      BVURLConnectionDelegate* delegate = self->delegate.load();
+      if (!conn || !delegate) return;
+      fn(*conn, *delegate);
     });
   }
 };
@@ -98,12 +102,15 @@ BVURLConnectionRef BVURLConnection::start(const BVURLRequest& request, BVURLConn
         state->queuedBytes += bytes.size();
       }
       std::vector<uint8_t> copy(bytes.begin(), bytes.end());
-      state->deliver(state, [state, copy = std::move(copy)](BVURLConnection& c, BVURLConnectionDelegate& d) {
-        {
-          std::lock_guard lock(state->mutex);
-          state->queuedBytes -= copy.size();
+      std::weak_ptr<State> weak = state;
+      state->deliver(state, [weak, copy = std::move(copy)](BVURLConnection& c, BVURLConnectionDelegate& d) {
+        if (auto s = weak.lock()) {
+          {
+            std::lock_guard lock(s->mutex);
+            s->queuedBytes -= copy.size();
+          }
+          s->transfer.resume();
         }
-        state->transfer.resume();
         d.connectionDidReceiveData(c, copy);
       });
     };
