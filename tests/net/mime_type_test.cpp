@@ -1,0 +1,99 @@
+// MIME types of local files and of http URLs (HEAD on a worker thread).
+#include <belvane/BVURLAdditions.h>
+
+#include "support/test_http_server.h"
+
+#include <gtest/gtest.h>
+#include <glib.h>
+#include <glib/gstdio.h>
+
+#include <chrono>
+#include <fstream>
+
+using belvane::test::Response;
+using belvane::test::TestHTTPServer;
+
+namespace {
+
+std::optional<std::string> mimeType(const std::string& url, double timeout = 2.0) {
+  return bvRequestMIMETypeWithTimeout(*BVURL::URLWithString(url), timeout);
+}
+
+double secondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+}  // namespace
+
+TEST(MIMETypeRequest, ReportsTheFinalResponseWhateverItsStatus) {
+  TestHTTPServer server;
+  server.route("/station.pls", Response::ok("audio/x-scpls; charset=utf-8", "[playlist]\n"));
+  server.route("/old", Response::redirect(server.url("/station.pls"), 301));
+  server.route("/missing", Response::status(404, "text/html", "<html>gone</html>"));
+
+  EXPECT_EQ(mimeType(server.url("/old")), "audio/x-scpls");
+  EXPECT_EQ(server.requestCount("/station.pls"), 1);
+  // An error page's type is returned like any other.
+  EXPECT_EQ(mimeType(server.url("/missing")), "text/html");
+  for (const auto& request : server.requests()) EXPECT_EQ(request.method, "HEAD") << request.path;
+
+  // A reply without a Content-Type has no MIME type.
+  server.route("/untyped", Response());
+  EXPECT_EQ(mimeType(server.url("/untyped")), std::nullopt);
+}
+
+TEST(MIMETypeRequest, FailuresEndWithinTheTimeOut) {
+  TestHTTPServer server;
+  server.route("/hang", Response::hang());
+  // A header block that never ends, as fast as the client reads it.
+  server.route("/endless-head", Response::rawStream([](belvane::test::ResponseWriter& w) {
+    if (!w.write("HTTP/1.1 200 OK\r\nContent-Type: audio/mpeg\r\n")) return;
+    while (w.write("X-Filler: aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa\r\n")) {
+    }
+  }));
+
+  auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(mimeType(server.url("/hang"), 2.0), std::nullopt);
+  EXPECT_LT(secondsSince(start), 15.0);
+  EXPECT_EQ(server.requestCount("/hang"), 1);
+
+  start = std::chrono::steady_clock::now();
+  EXPECT_EQ(mimeType("http://127.0.0.1:" + std::to_string(TestHTTPServer::refusedPort()) + "/x.mp3"), std::nullopt);
+  EXPECT_LT(secondsSince(start), 15.0);
+
+  start = std::chrono::steady_clock::now();
+  EXPECT_EQ(mimeType(server.url("/endless-head"), 2.0), std::nullopt);
+  EXPECT_LT(secondsSince(start), 15.0);
+}
+
+TEST(MIMETypeRequest, OtherSchemesGiveNothingWithoutARequest) {
+  TestHTTPServer server;
+  const std::string port = std::to_string(server.port());
+  EXPECT_EQ(mimeType("ftp://127.0.0.1:" + port + "/a.mp3"), std::nullopt);
+  EXPECT_EQ(mimeType("rtsp://127.0.0.1:" + port + "/a.mp3"), std::nullopt);
+  EXPECT_EQ(mimeType("mms://127.0.0.1:" + port + "/a.asf"), std::nullopt);
+  // The scheme is compared as written.
+  EXPECT_EQ(mimeType("HTTP://127.0.0.1:" + port + "/a.mp3"), std::nullopt);
+  EXPECT_EQ(mimeType("/a.mp3"), std::nullopt);
+  EXPECT_TRUE(server.requests().empty());
+}
+
+TEST(MIMETypeRequest, LocalFilesByContentAndName) {
+  gchar* dir = g_dir_make_tmp("belvane-mime-XXXXXX", nullptr);
+  ASSERT_NE(dir, nullptr);
+  const std::string text = std::string(dir) + "/notes.txt";
+  std::ofstream(text) << "plain words\n";
+  const std::string unknown = std::string(dir) + "/blob";
+  std::ofstream(unknown, std::ios::binary) << std::string("\x01\x02\x03\xfe\xff\x00\x10", 7);
+
+  EXPECT_EQ(bvRequestMIMETypeWithTimeout(BVURL::fileURLWithPath(text), 2.0), "text/plain");
+  // Directories, missing files and unknown content have no MIME type.
+  EXPECT_EQ(bvRequestMIMETypeWithTimeout(BVURL::fileURLWithPath(dir), 2.0), std::nullopt);
+  EXPECT_EQ(bvRequestMIMETypeWithTimeout(BVURL::fileURLWithPath(std::string(dir) + "/none.mp3"), 2.0), std::nullopt);
+  EXPECT_EQ(bvRequestMIMETypeWithTimeout(BVURL::fileURLWithPath(unknown), 2.0), std::nullopt);
+
+  g_remove(text.c_str());
+  g_remove(unknown.c_str());
+  g_rmdir(dir);
+  g_free(dir);
+}
