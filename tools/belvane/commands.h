@@ -60,5 +60,7 @@ nlohmann::ordered_json errorToJSON(const BVErrorRef& error);
 std::vector<Command> urlCommands();
 std::vector<Command> modelCommands();
 std::vector<Command> errorCommands();
+std::vector<Command> engineCommands();
+std::vector<Command> playCommands();
 
 }  // namespace belvane::tool
