@@ -1,0 +1,63 @@
+// BVPlayerToolClient: the host's handle on a player running in the player
+// tool process. Every player operation is a call forwarded over the tool
+// connection; the client is the connection's vended object on this side, so
+// its operation table gives the calls' argument and return types.
+//
+// Calls never throw: a failure in the tool gives zero or nothing (logged),
+// and a dead tool disconnects the client.
+#pragma once
+
+#include <belvane/BVError.h>
+#include <belvane/BVToolConnection.h>
+#include <belvane/BVValue.h>
+
+#include <memory>
+#include <string>
+
+class BVMediaLink;
+
+// The shared-memory record declared for the comms block (unused here).
+struct bv_comms_s {
+  double d[2];
+  float f[2];
+  char c[2];
+};
+
+class BVPlayerToolClient : public BVVendable {
+ public:
+  BVPlayerToolClient();
+  ~BVPlayerToolClient() override;
+
+  void setServerToolPath(const std::string& path) { connection_->setServerToolPath(path); }
+  const std::string& serverToolPath() const { return connection_->serverToolPath(); }
+  BVErrorRef connect() { return connection_->connect(); }
+  void disconnect() { connection_->disconnect(); }
+  int serverProcessID() const { return connection_->serverProcessID(); }
+  bool isConnected() const { return connection_->isConnected(); }
+
+  // Forwarded to the tool's player.
+  BVValue loadPatchLibrary(const BVValue& library, const BVValue& principalClass);
+  void playMediaLink(const std::shared_ptr<BVMediaLink>& link);
+  void setVolume(float volume);
+  float volume();
+  void setMuted(bool muted);
+  bool isMuted();
+  float elapsedTime();
+  BVDictionary attributes();
+  BVErrorRef lastError();
+  // The tool player's state (a BVPlayerState value); a Linux addition so a
+  // host can follow playback without callbacks across the process boundary.
+  int state();
+
+  // The operations the tool's player answers, with their type codes.
+  static const BVRemoteInterface& playerToolInterface();
+  const BVRemoteInterface& remoteInterface() override { return playerToolInterface(); }
+
+ private:
+  BVToolConnection& send() { return connection_->send(); }
+
+  std::unique_ptr<BVToolConnection> connection_;
+  void* sharedMemory = nullptr;
+  int sharedMemFileDescriptor = -1;
+  bv_comms_s* comms = nullptr;
+};

@@ -1,0 +1,51 @@
+// BVPlayerToolClient: player operations forwarded to the tool.
+#include <belvane/BVMediaLink.h>
+#include <belvane/BVPlayerToolClient.h>
+
+const BVRemoteInterface& BVPlayerToolClient::playerToolInterface() {
+  // The client only needs the signatures; the tool fills in what runs.
+  static const BVRemoteInterface table({
+      {"loadPatchLibrary:principalClass:", "@@", '@', nullptr},
+      {"playMediaLink:", "@", 'v', nullptr},
+      {"setVolume:", "f", 'v', nullptr},
+      {"volume", "", 'f', nullptr},
+      {"setMuted:", "c", 'v', nullptr},
+      {"isMuted", "", 'c', nullptr},
+      {"elapsedTime", "", 'f', nullptr},
+      {"attributes", "", '@', nullptr},
+      {"lastError", "", '@', nullptr},
+      {"state", "", 'i', nullptr},
+  });
+  return table;
+}
+
+BVPlayerToolClient::BVPlayerToolClient() : connection_(std::make_unique<BVToolConnection>()) {
+  connection_->setVendedObject(this);
+}
+
+BVPlayerToolClient::~BVPlayerToolClient() { connection_.reset(); }
+
+BVValue BVPlayerToolClient::loadPatchLibrary(const BVValue& library, const BVValue& principalClass) {
+  return send().forwardInvocation("loadPatchLibrary:principalClass:", {library, principalClass});
+}
+
+void BVPlayerToolClient::playMediaLink(const std::shared_ptr<BVMediaLink>& link) {
+  send().forwardInvocation("playMediaLink:", {BVValue(link)});
+}
+
+void BVPlayerToolClient::setVolume(float volume) { send().forwardInvocation("setVolume:", {BVValue(volume)}); }
+float BVPlayerToolClient::volume() { return float(send().forwardInvocation("volume", {}).doubleValue()); }
+void BVPlayerToolClient::setMuted(bool muted) { send().forwardInvocation("setMuted:", {BVValue(muted)}); }
+bool BVPlayerToolClient::isMuted() { return send().forwardInvocation("isMuted", {}).integerValue() != 0; }
+float BVPlayerToolClient::elapsedTime() { return float(send().forwardInvocation("elapsedTime", {}).doubleValue()); }
+
+BVDictionary BVPlayerToolClient::attributes() {
+  BVValue v = send().forwardInvocation("attributes", {});
+  return v.dictionary() ? *v.dictionary() : BVDictionary{};
+}
+
+BVErrorRef BVPlayerToolClient::lastError() {
+  return send().forwardInvocation("lastError", {}).objectAs<const BVError>();
+}
+
+int BVPlayerToolClient::state() { return int(send().forwardInvocation("state", {}).integerValue()); }

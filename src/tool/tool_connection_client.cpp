@@ -1,0 +1,226 @@
+// BVToolConnection, host side: launching the tool, meeting it on its pipes,
+// and forwarding calls.
+#include <belvane/BVArchive.h>
+#include <belvane/BVConstants.h>
+#include <belvane/BVKitOwner.h>
+#include <belvane/BVToolConnection.h>
+
+#include "tool/message_codec.h"
+#include "tool/pipe_io.h"
+#include "tool/tool_exception.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+extern char** environ;
+
+namespace {
+
+constexpr const char* kInvokeName = "-[BVToolConnection invokeOnServer:replyHeader:reply:]";
+
+bool isExecutableFile(const std::string& path) {
+  struct stat st {};
+  return !path.empty() && stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode) && access(path.c_str(), X_OK) == 0;
+}
+
+bool exists(const std::string& path) {
+  struct stat st {};
+  return stat(path.c_str(), &st) == 0;
+}
+
+// The current environment with ECHOTRAP_TARGET_NAME=NO_XCS added or replaced.
+std::vector<std::string> toolEnvironment() {
+  std::vector<std::string> env;
+  for (char** e = environ; e && *e; ++e)
+    if (std::strncmp(*e, "ECHOTRAP_TARGET_NAME=", 21) != 0) env.emplace_back(*e);
+  env.emplace_back("ECHOTRAP_TARGET_NAME=NO_XCS");
+  return env;
+}
+
+}  // namespace
+
+BVErrorRef BVToolConnection::connect() {
+  if (pid_ > 0) return nullptr;
+  if (!isExecutableFile(toolPath_)) {
+    return BVError::create(BVBelvaneErrorDomain, 5601,
+                           {{BVFilePathErrorKey, BVValue(toolPath_)},
+                            {BVLocalizedDescriptionKey, BVValue("The player tool \"" + toolPath_ +
+                                                                "\" is missing or not an executable file.")}});
+  }
+  BVErrorRef folderError;
+  if (!preparePipeDirectory(&folderError)) return folderError;
+
+  auto fail = [&](const std::string& reason) {
+    if (childWatch_) childWatch_->cancel();
+    childWatch_.reset();
+    if (pid_ > 0) {
+      kill(pid_, SIGKILL);
+      waitpid(pid_, nullptr, 0);
+    }
+    if (pidfd_ >= 0) close(pidfd_);
+    pid_ = 0;
+    pidfd_ = -1;
+    return BVError::withDescription(BVBelvaneErrorDomain, 5602, reason);
+  };
+
+  std::vector<std::string> env = toolEnvironment();
+  std::vector<char*> envp;
+  for (auto& e : env) envp.push_back(e.data());
+  envp.push_back(nullptr);
+  std::string path = toolPath_;
+  char* argv[] = {path.data(), nullptr};
+  pid_t pid = 0;
+  int rc = posix_spawn(&pid, path.c_str(), nullptr, nullptr, argv, envp.data());
+  if (rc != 0) return fail(std::string("The player tool could not be launched: ") + std::strerror(rc));
+  pid_ = pid;
+  pidfd_ = belvane::detail::openProcessHandle(pid_);
+  int watchedPid = pid_;
+  childWatch_ = BVRunLoop::current().watchChild(pid_, [this, watchedPid](int, int) {
+    if (pid_ == watchedPid) _taskDidTerminate();
+  });
+
+  std::string input = pipeDirectory() + "/bpt_input_" + std::to_string(pid_);
+  std::string output = pipeDirectory() + "/bpt_output_" + std::to_string(pid_);
+  // No time-out while the tool lives: it makes its pipes when it is ready.
+  do {
+    std::this_thread::sleep_for(std::chrono::milliseconds(250));
+    if (belvane::detail::processHasExited(pid_, pidfd_))
+      return fail("The player tool ended before it opened its pipes.");
+  } while (!exists(input) || !exists(output));
+
+  serverInputFd_ = open(input.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  serverOutputFd_ = open(output.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  if (serverInputFd_ < 0 || serverOutputFd_ < 0) {
+    std::string reason = std::string("The player tool's pipes could not be opened: ") + std::strerror(errno);
+    for (int* fd : {&serverInputFd_, &serverOutputFd_})
+      if (*fd >= 0) close(*fd), *fd = -1;
+    return fail(reason);
+  }
+  return nullptr;
+}
+
+void BVToolConnection::disconnect() {
+  if (pid_ > 0 && !belvane::detail::processHasExited(pid_, pidfd_)) {
+    invokeOnServer(BVDictionary{{kBVPlayerToolMsgSelector, BVValue("disconnect")}}, nullptr, nullptr);
+  }
+  if (childWatch_) childWatch_->cancel();
+  childWatch_.reset();
+  if (pid_ > 0) {
+    // Give the tool a moment to end by itself, then make sure it does.
+    int status = 0;
+    bool reaped = false;
+    for (int i = 0; i < 50 && !reaped; ++i) {
+      pid_t r = waitpid(pid_, &status, WNOHANG);
+      if (r == pid_ || (r < 0 && errno == ECHILD)) reaped = true;
+      else std::this_thread::sleep_for(std::chrono::milliseconds(i < 10 ? 2 : 20));
+      if (i == 10 && !reaped) kill(pid_, SIGTERM);
+    }
+    if (!reaped) {
+      kill(pid_, SIGKILL);
+      waitpid(pid_, &status, 0);
+    }
+  }
+  if (pidfd_ >= 0) close(pidfd_);
+  pidfd_ = -1;
+  pid_ = 0;
+  for (int* fd : {&serverInputFd_, &serverOutputFd_}) {
+    if (*fd >= 0) close(*fd);
+    *fd = -1;
+  }
+}
+
+void BVToolConnection::_taskDidTerminate() { disconnect(); }
+
+bool BVToolConnection::invokeOnServer(const BVDictionary& message, bv_player_tool_msg_header_s* replyHeader,
+                                      BVValue* reply) {
+  if (reply) *reply = BVValue();
+  if (replyHeader) std::memset(replyHeader, 0, sizeof *replyHeader);
+  if (pid_ <= 0 || serverInputFd_ < 0) return false;
+
+  std::vector<uint8_t> payload = belvane::BVArchivedData(BVValue(message));
+  if (payload.empty()) {
+    BVLog("Exception in %s: %s", kInvokeName, "the request's arguments cannot be archived");
+    return false;
+  }
+  bv_player_tool_msg_header_s header{};
+  header.length = int32_t(payload.size());
+  auto lost = [&](const char* what) {
+    BVLog("Exception in %s: %s", kInvokeName, what);
+    // The pipes are out of step or dead: close them first so disconnect()
+    // sends nothing more, then end the tool.
+    for (int* fd : {&serverInputFd_, &serverOutputFd_}) {
+      if (*fd >= 0) close(*fd);
+      *fd = -1;
+    }
+    disconnect();
+    return false;
+  };
+  if (!belvane::detail::writeAll(serverInputFd_, reinterpret_cast<const uint8_t*>(&header), sizeof header, pid_,
+                                 pidfd_, -1) ||
+      !belvane::detail::writeAll(serverInputFd_, payload.data(), payload.size(), pid_, pidfd_, -1))
+    return lost("the player tool is gone (the request could not be written)");
+  if (serverOutputFd_ < 0) return true;
+
+  bv_player_tool_msg_header_s in{};
+  if (!belvane::detail::readExactly(serverOutputFd_, reinterpret_cast<uint8_t*>(&in), sizeof in, pid_, pidfd_, -1))
+    return lost("the player tool is gone (no reply came)");
+  if (in.length < 0 || in.length > belvane::detail::kMaxToolPayloadBytes)
+    return lost("the reply's payload length is out of bounds");
+  if (replyHeader) *replyHeader = in;
+
+  BVValue object;
+  if (in.length > 0) {
+    std::vector<uint8_t> bytes(size_t(in.length));
+    if (!belvane::detail::readExactly(serverOutputFd_, bytes.data(), bytes.size(), pid_, pidfd_, -1))
+      return lost("the player tool is gone (the reply was cut short)");
+    auto decoded = belvane::BVUnarchive(bytes, archivableClasses());
+    if (!decoded) {
+      BVLog("Exception in %s: %s", kInvokeName, "the reply could not be unarchived");
+    } else {
+      object = *decoded;
+    }
+  }
+  if (in.type == 2) {
+    auto exception = object.objectAs<belvane::detail::ToolExceptionObject>();
+    BVLog("(Note: this exception originated on the server) %s", exception ? exception->reason().c_str() : "(unknown)");
+    object = BVValue();
+  }
+  if (reply) *reply = object;
+  return true;
+}
+
+BVValue BVToolConnection::forwardInvocation(const std::string& selector, const BVArray& arguments) {
+  const BVRemoteOperation* op = vendedObject_ ? vendedObject_->remoteInterface().find(selector) : nullptr;
+  if (!op) {
+    BVLog("BVToolConnection cannot forward %s: no signature for it", selector.c_str());
+    return BVValue();
+  }
+  BVArray packed;
+  for (size_t i = 0; i < op->argumentTypes.size(); ++i)
+    packed.push_back(belvane::detail::packArgument(op->argumentTypes[i], i < arguments.size() ? arguments[i] : BVValue()));
+  bv_player_tool_msg_header_s header{};
+  BVValue reply;
+  invokeOnServer(BVDictionary{{kBVPlayerToolMsgSelector, BVValue(selector)}, {kBVPlayerToolMsgArgs, BVValue(packed)}},
+                 &header, &reply);
+  if (header.returnType == '@') return reply;
+  return belvane::detail::loadScalarResult(header);
+}
+
+BVValue BVToolConnection::invokeOnServer(const std::string& selector, const BVArray& objectArguments) {
+  bv_player_tool_msg_header_s header{};
+  BVValue reply;
+  invokeOnServer(BVDictionary{{kBVPlayerToolMsgSelector, BVValue(selector)},
+                              {kBVPlayerToolMsgArgs, BVValue(objectArguments)}},
+                 &header, &reply);
+  if (belvane::detail::isScalarTypeCode(header.returnType)) return belvane::detail::loadScalarResult(header);
+  return reply;
+}

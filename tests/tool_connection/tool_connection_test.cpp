@@ -1,0 +1,186 @@
+// Forwarded calls between two real processes: every argument and return
+// type code, unknown selectors, server exceptions, unarchivable returns, a
+// tool killed mid-call, two tools at once, and a foreign pipe folder.
+#include <belvane/BVKitOwner.h>
+#include <belvane/BVToolConnection.h>
+
+#include "echo_interface.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+#include <glib.h>
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstring>
+#include <mutex>
+#include <thread>
+
+namespace {
+
+struct Signatures : BVVendable {
+  const BVRemoteInterface& remoteInterface() override { return belvane::test::echoInterface(); }
+};
+
+struct LogCapture : BVKitOwnerDelegate {
+  std::mutex mutex;
+  std::vector<std::string> lines;
+  LogCapture() { BVKitOwner::sharedOwner().setDelegate(this); }
+  ~LogCapture() override { BVKitOwner::sharedOwner().setDelegate(nullptr); }
+  void belvaneOwnerDebugLog(const std::string& m) override {
+    std::lock_guard l(mutex);
+    lines.push_back(m);
+  }
+  bool contains(const std::string& s) {
+    std::lock_guard l(mutex);
+    for (auto& line : lines)
+      if (line.find(s) != std::string::npos) return true;
+    return false;
+  }
+};
+
+std::string echoTool() { return std::string(BELVANE_BUILD_DIR) + "/bin/fixture_echo_tool"; }
+
+class ToolConnection : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    connection.setServerToolPath(echoTool());
+    connection.setVendedObject(&signatures);
+    ASSERT_EQ(connection.connect(), nullptr);
+  }
+  Signatures signatures;
+  BVToolConnection connection;
+};
+
+}  // namespace
+
+TEST_F(ToolConnection, EveryScalarTypeCodeRoundTrips) {
+  EXPECT_FLOAT_EQ(float(connection.forwardInvocation("echoFloat:", {BVValue(0.505f)}).doubleValue()), 0.505f);
+  EXPECT_DOUBLE_EQ(connection.forwardInvocation("echoDouble:", {BVValue(1.0 / 3.0)}).doubleValue(), 1.0 / 3.0)
+      << "all 8 bytes of a double travel";
+  EXPECT_EQ(connection.forwardInvocation("echoChar:", {BVValue(-5)}).integerValue(), -5);
+  EXPECT_EQ(connection.forwardInvocation("echoUChar:", {BVValue(250)}).integerValue(), 250);
+  EXPECT_EQ(connection.forwardInvocation("echoInt:", {BVValue(-123456)}).integerValue(), -123456);
+  EXPECT_EQ(connection.forwardInvocation("echoUInt:", {BVValue(4000000000u)}).integerValue(), 4000000000);
+  EXPECT_EQ(connection.forwardInvocation("echoLong:", {BVValue(-7)}).integerValue(), -7);
+  EXPECT_EQ(connection.forwardInvocation("echoULong:", {BVValue(7)}).integerValue(), 7);
+}
+
+TEST_F(ToolConnection, ObjectsTravelArchivedAndOtherTypesAsNull) {
+  BVDictionary d{{"title", BVValue("Night Jazz")}, {"n", BVValue(3)}, {"list", BVValue(BVArray{BVValue(1.5)})}};
+  EXPECT_EQ(connection.forwardInvocation("echoObject:", {BVValue(d)}), BVValue(d));
+  auto error = BVError::withDescription("X", -43, "missing");
+  auto back = connection.forwardInvocation("echoObject:", {BVValue(error)}).objectAs<const BVError>();
+  ASSERT_TRUE(back);
+  EXPECT_TRUE(back->isEqual(*error));
+  EXPECT_EQ(connection.forwardInvocation("nullFor:", {BVValue(42)}).integerValue(), 1)
+      << "an argument of an unlisted type code arrives as the null object";
+  EXPECT_EQ(connection.forwardInvocation("environment:", {BVValue("ECHOTRAP_TARGET_NAME")}), BVValue("NO_XCS"));
+}
+
+TEST_F(ToolConnection, FailuresOnTheServerGiveNothingAndAreLogged) {
+  LogCapture log;
+  bv_player_tool_msg_header_s header{};
+  BVValue reply(1);
+  ASSERT_TRUE(connection.invokeOnServer(BVDictionary{{kBVPlayerToolMsgSelector, BVValue("noSuchOperation")}}, &header,
+                                        &reply));
+  bv_player_tool_msg_header_s zero{};
+  EXPECT_EQ(std::memcmp(&header, &zero, sizeof header), 0) << "an unknown selector gets an all-zero reply";
+  EXPECT_TRUE(reply.isNone());
+
+  EXPECT_TRUE(connection.forwardInvocation("raise:", {BVValue("volume out of range")}).isNone());
+  EXPECT_TRUE(log.contains("(Note: this exception originated on the server) volume out of range"));
+
+  ASSERT_TRUE(connection.invokeOnServer(BVDictionary{{kBVPlayerToolMsgSelector, BVValue("unarchivable")}}, &header,
+                                        &reply));
+  EXPECT_EQ(header.type, 0);
+  EXPECT_EQ(header.returnType, '@');
+  EXPECT_EQ(header.length, 0);
+  EXPECT_TRUE(reply.isNone());
+  EXPECT_TRUE(connection.isConnected());
+}
+
+TEST_F(ToolConnection, TwoToolsUseTheirOwnPipesAndDisconnectEndsTheTool) {
+  Signatures s2;
+  BVToolConnection second;
+  second.setServerToolPath(echoTool());
+  second.setVendedObject(&s2);
+  ASSERT_EQ(second.connect(), nullptr);
+  int pid1 = connection.serverProcessID(), pid2 = second.serverProcessID();
+  EXPECT_NE(pid1, pid2);
+  EXPECT_EQ(connection.forwardInvocation("pid", {}).integerValue(), pid1);
+  EXPECT_EQ(second.forwardInvocation("pid", {}).integerValue(), pid2);
+  std::string pipe = BVToolConnection::pipeDirectory() + "/bpt_input_" + std::to_string(pid2);
+  EXPECT_TRUE(g_file_test(pipe.c_str(), G_FILE_TEST_EXISTS));
+  second.disconnect();
+  EXPECT_EQ(second.serverProcessID(), 0);
+  EXPECT_NE(kill(pid2, 0), 0) << "the tool ended";
+  EXPECT_FALSE(g_file_test(pipe.c_str(), G_FILE_TEST_EXISTS)) << "the tool removed its pipes";
+}
+
+TEST_F(ToolConnection, AToolKilledMidCallFailsTheCallAndDisconnects) {
+  LogCapture log;
+  int pid = connection.serverProcessID();
+  std::thread killer([pid] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    kill(pid, SIGKILL);
+  });
+  auto start = std::chrono::steady_clock::now();
+  BVValue result = connection.forwardInvocation("sleep:", {BVValue(30.0)});
+  killer.join();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+  EXPECT_EQ(result.integerValue(), 0);
+  EXPECT_FALSE(connection.isConnected());
+  EXPECT_TRUE(log.contains("Exception in"));
+  EXPECT_EQ(connection.forwardInvocation("pid", {}).integerValue(), 0) << "later calls give zero";
+}
+
+TEST(ToolConnectionSetup, RefusesBadToolPathsAndForeignPipeFolders) {
+  BVToolConnection connection;
+  auto error = connection.connect();
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code(), 5601);
+  EXPECT_EQ(error->userInfo().at(BVFilePathErrorKey), BVValue(""));
+
+  belvane::test::TempDir tmp;
+  std::string notExecutable = tmp.write("tool", "#!/bin/sh\n");
+  connection.setServerToolPath(notExecutable);
+  error = connection.connect();
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code(), 5601);
+  EXPECT_EQ(error->userInfo().at(BVFilePathErrorKey), BVValue(notExecutable));
+  EXPECT_EQ(connection.serverProcessID(), 0);
+
+  // A pipe folder that others can enter, or a symbolic link, is refused.
+  const char* old = g_getenv("TMPDIR");
+  std::string oldTmp = old ? old : "";
+  g_setenv("TMPDIR", tmp.path().c_str(), TRUE);
+  std::string folder = tmp.path() + "/com.brambleside.ettd";
+  ASSERT_EQ(BVToolConnection::pipeDirectory(), folder);
+  mkdir(folder.c_str(), 0700);
+  chmod(folder.c_str(), 0777);
+  Signatures signatures;
+  connection.setVendedObject(&signatures);
+  connection.setServerToolPath(echoTool());
+  error = connection.connect();
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code(), 5602);
+  EXPECT_NE(error->localizedDescription().find("other users have access"), std::string::npos);
+  EXPECT_EQ(connection.serverProcessID(), 0);
+
+  rmdir(folder.c_str());
+  std::string elsewhere = tmp.path() + "/elsewhere";
+  mkdir(elsewhere.c_str(), 0700);
+  ASSERT_EQ(symlink(elsewhere.c_str(), folder.c_str()), 0);
+  BVErrorRef folderError;
+  EXPECT_FALSE(BVToolConnection::preparePipeDirectory(&folderError));
+  ASSERT_TRUE(folderError);
+  EXPECT_NE(folderError->localizedDescription().find("symbolic link"), std::string::npos);
+
+  if (oldTmp.empty())
+    g_unsetenv("TMPDIR");
+  else
+    g_setenv("TMPDIR", oldTmp.c_str(), TRUE);
+}
