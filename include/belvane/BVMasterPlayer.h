@@ -1,0 +1,44 @@
+// BVMasterPlayer: the player the host holds. It presents one stable player
+// while a sub-player does the work: it starts with the built-in MP3 stream
+// player and switches to another engine's player only when that player
+// fails on a stream that has fallback streams, without telling the host of
+// the failure. Every callback of the sub-player is relayed to the host with
+// the master as the player.
+#pragma once
+
+#include <belvane/BVBasePlayer.h>
+
+class BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
+ public:
+  static std::shared_ptr<BVMasterPlayer> create();
+  ~BVMasterPlayer() override;
+
+  void playLink(const std::shared_ptr<BVMediaLink>& link) override;
+  // Forwarded to the sub-player.
+  BVPlayerState state() const override;
+  bool hasPosition() const override;
+  float position() const override;
+  void setPosition(float position) override;
+  float volume() const override;
+  void setVolume(float volume) override;
+  bool isMuted() const override;
+  void setMuted(bool muted) override;
+  float elapsedTime() const override;
+  BVDictionary attributes() const override;
+
+  // The player doing the work (its owner is the master).
+  const std::shared_ptr<BVBasePlayer>& subPlayer() const { return _subPlayer; }
+
+  std::string className() const override { return "BVMasterPlayer"; }
+
+  // Sub-player callbacks.
+  void playerStateChanged(BVBasePlayer& player, BVPlayerState from, BVPlayerState to, const BVErrorRef& error) override;
+  void playerPositionChanged(BVBasePlayer& player, float position) override;
+  void playerAttributeChanged(BVBasePlayer& player, const BVDictionary& attributes) override;
+
+ protected:
+  BVMasterPlayer();
+
+ private:
+  std::shared_ptr<BVBasePlayer> _subPlayer;
+};

@@ -1,0 +1,66 @@
+// BVBasePlayer: state, position and attribute announcements and the error
+// account of the link.
+#include <belvane/BVBasePlayer.h>
+#include <belvane/BVConstants.h>
+#include <belvane/BVMediaFormat.h>
+#include <belvane/BVMediaLink.h>
+
+#include <vector>
+
+std::shared_ptr<BVBasePlayer> BVBasePlayer::create() { return std::shared_ptr<BVBasePlayer>(new BVBasePlayer()); }
+
+BVBasePlayer::~BVBasePlayer() { owner_ = nullptr; }
+
+std::shared_ptr<BVMediaLink> BVBasePlayer::link() const {
+  std::lock_guard lock(linkMutex_);
+  return link_;
+}
+
+void BVBasePlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
+  std::lock_guard lock(linkMutex_);
+  if (link != link_) link_ = link;
+}
+
+void BVBasePlayer::changeStateTo(BVPlayerState state, const BVErrorRef& error) {
+  if (state == state_) return;
+  BVPlayerState old = state_;
+  state_ = state;
+  if (!owner_) return;
+  auto self = shared_from_this();  // the owner may drop us during the call
+  BVErrorRef customized = customizeError(error);
+  if (owner_) owner_->playerStateChanged(*this, old, state, customized);
+}
+
+void BVBasePlayer::changedPosition(float position) {
+  if (!owner_) return;
+  auto self = shared_from_this();
+  owner_->playerPositionChanged(*this, position);
+}
+
+void BVBasePlayer::changedAttribute(const BVDictionary& attributes) {
+  if (!owner_) return;
+  auto self = shared_from_this();
+  owner_->playerAttributeChanged(*this, attributes);
+}
+
+BVErrorRef BVBasePlayer::customizeError(const BVErrorRef& error) {
+  auto link = this->link();
+  if (!error || !link) return error;
+  std::vector<std::string> lines;
+  std::string url = link->url().absoluteString();
+  if (!url.empty()) lines.push_back("MediaLink URL:\n" + url);
+  if (auto format = link->format()) {
+    if (auto mime = format->mimeType()) lines.push_back("MediaLink MIME Type: " + *mime);
+    if (auto rt = format->radioTimeMediaType()) lines.push_back("MediaLink RadioTime Media Type: " + *rt);
+  }
+  if (lines.empty()) return error;
+  std::string joined;
+  for (size_t i = 0; i < lines.size(); ++i) joined += (i ? "\n\n" : "") + lines[i];
+  BVDictionary info;
+  if (error->hasUserInfo()) {
+    info = error->userInfo();
+    if (auto old = BVDictionaryString(info, BVBasePlayerErrorKey)) joined = *old + "\n\n" + joined;
+  }
+  info[BVBasePlayerErrorKey] = BVValue(joined);
+  return BVError::create(error->domain(), error->code(), std::move(info));
+}
