@@ -1,0 +1,280 @@
+// orplayer: a bounded queue of stereo float frames, filled by
+// orplayer_play_wait, and one output thread per started player that hands
+// the frames to the chosen backend.
+//
+// The writer blocks while the queue holds its limit of audio; that wait is
+// the stream's flow control. The queue and the device buffer are both kept
+// short (ORPLAYER_OPTION_LOW_LATENCY), because callers announce stream titles
+// once their audio has been accepted: what play_wait accepted is what is
+// heard next.
+//
+// "Playing" (orplayer_is_playing) starts with the first frame queued after a
+// start and lasts until orplayer_stop, or until orplayer_play_done has
+// played everything out, the device's own buffer included. More frames after
+// play_done simply start playing again.
+//
+// Stopping and destroying never wait long for a backend: the output thread
+// is given a short grace period, and one stuck in a sound server call is
+// left to finish on its own (it holds its own reference to the shared state
+// and no longer touches the queue).
+#include "audio_output/orplayer.h"
+
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <thread>
+
+#include "audio_output/output_log.h"
+#include "audio_output/output_spec.h"
+#include "audio_output/player_core.h"
+
+using namespace std::chrono_literals;
+using belvane::detail::OutputSession;
+using belvane::detail::outputLog;
+using belvane::detail::PlayerCore;
+
+namespace {
+
+constexpr float kMaxRate = 768000;
+// How long a stop waits for the output thread before leaving it behind.
+constexpr auto kStopGrace = 2s;
+
+}  // namespace
+
+struct orplayer {
+  std::shared_ptr<PlayerCore> core = std::make_shared<PlayerCore>();
+  std::mutex control;  // serialises start, stop, destroy and the settings
+  orplayer_options_t options{};
+  std::optional<std::string> outputSpec;  // set by orplayer_set_output
+  std::thread thread;
+  std::shared_ptr<OutputSession> session;
+};
+
+namespace {
+
+void stopLocked(orplayer* player) {
+  PlayerCore& core = *player->core;
+  {
+    std::lock_guard lock(core.mutex);
+    if (!core.running) return;
+    core.running = false;
+    ++core.session;
+    core.ring.clear();
+    core.audible = false;
+    core.done = false;
+  }
+  core.room.notify_all();
+  core.work.notify_all();
+  player->session->requestStop();
+  if (player->session->waitExited(kStopGrace)) {
+    player->thread.join();
+  } else {
+    outputLog(QL_LOG_WARNING, "\"%s\" did not stop in time; leaving it to finish", core.outputName.load());
+    player->thread.detach();
+  }
+  player->session.reset();
+}
+
+}  // namespace
+
+extern "C" {
+
+orplayer_t orplayer_create(void) { return new orplayer; }
+
+void orplayer_set_options(orplayer_t player, const orplayer_options_t* options) {
+  if (!player || !options) return;
+  for (uint8_t byte : options->reserved) {
+    if (byte != 0) {
+      outputLog(QL_LOG_WARNING, "options record with non-zero reserved bytes refused");
+      return;
+    }
+  }
+  std::lock_guard lock(player->control);
+  player->options = *options;
+}
+
+int orplayer_set_output(orplayer_t player, const char* spec) {
+  if (!player) return ORPLAYER_ERROR_INVALID;
+  std::lock_guard lock(player->control);
+  if (!spec) {
+    player->outputSpec.reset();
+    return 0;
+  }
+  if (!belvane::detail::parseOutputSpec(spec)) {
+    outputLog(QL_LOG_WARNING, "output \"%s\" not understood", spec);
+    return ORPLAYER_ERROR_BAD_SPEC;
+  }
+  player->outputSpec = spec;
+  return 0;
+}
+
+int orplayer_start(orplayer_t player) {
+  if (!player) return ORPLAYER_ERROR_INVALID;
+  std::lock_guard control(player->control);
+  PlayerCore& core = *player->core;
+  {
+    std::lock_guard lock(core.mutex);
+    if (core.running) return 0;
+  }
+
+  std::string text;
+  if (player->outputSpec) {
+    text = *player->outputSpec;
+  } else if (const char* env = getenv("BELVANE_AUDIO_OUTPUT")) {
+    text = env;
+  }
+  auto spec = belvane::detail::parseOutputSpec(text);
+  if (!spec) {
+    outputLog(QL_LOG_ERROR, "output \"%s\" not understood", text.c_str());
+    return ORPLAYER_ERROR_BAD_SPEC;
+  }
+
+  bool shortBuffers = player->options.flags & ORPLAYER_OPTION_LOW_LATENCY;
+  double queueSeconds = shortBuffers ? belvane::detail::kShortQueue : belvane::detail::kLongQueue;
+  double deviceSeconds = shortBuffers ? belvane::detail::kShortDevice : belvane::detail::kLongDevice;
+  auto session = std::make_shared<OutputSession>();
+  unsigned rate;
+  {
+    std::lock_guard lock(core.mutex);
+    rate = core.lastRate;
+  }
+  belvane::detail::OpenedOutput opened = belvane::detail::openOutput(*spec, rate, deviceSeconds, session);
+  if (!opened.backend) {
+    outputLog(QL_LOG_ERROR, "cannot open \"%s\": %s", text.empty() ? "auto" : text.c_str(),
+              orplayer_error_string(opened.error));
+    return opened.error;
+  }
+  const char* name = opened.backend->name();
+
+  uint64_t id;
+  {
+    std::lock_guard lock(core.mutex);
+    id = ++core.session;
+    core.running = true;
+    core.audible = false;
+    core.done = false;
+    core.ring.clear();
+    core.queueSeconds = queueSeconds;
+  }
+  core.outputName = name;
+  try {
+    player->thread = std::thread(belvane::detail::runOutput, player->core, session, id, std::move(opened.backend), deviceSeconds);
+  } catch (const std::system_error&) {
+    std::lock_guard lock(core.mutex);
+    core.running = false;
+    ++core.session;
+    return ORPLAYER_ERROR_THREAD;
+  }
+  player->session = std::move(session);
+  outputLog(QL_LOG_INFO, "playing through \"%s\"", name);
+  return 0;
+}
+
+void orplayer_play_wait(orplayer_t player, float sampleRate, float** channels, int32_t frames) {
+  if (!player || !channels || !channels[0] || frames <= 0) return;
+  if (!(sampleRate >= 1 && sampleRate <= kMaxRate)) {
+    outputLog(QL_LOG_WARNING, "frames at %g Hz ignored", static_cast<double>(sampleRate));
+    return;
+  }
+  unsigned rate = static_cast<unsigned>(std::lround(sampleRate));
+  PlayerCore& core = *player->core;
+  std::unique_lock lock(core.mutex);
+  if (!core.running || core.closing) return;
+  uint64_t id = core.session;
+  ++core.writers;
+  core.done = false;
+  core.lastRate = rate;
+  size_t offset = 0, total = static_cast<size_t>(frames);
+  while (offset < total) {
+    size_t room = 0;
+    core.room.wait(lock, [&] {
+      room = core.ring.room(rate, core.queueSeconds);
+      return core.session != id || core.closing || room > 0;
+    });
+    if (core.session != id || core.closing) break;
+    size_t n = std::min(room, total - offset);
+    core.ring.push(rate, channels, offset, n);
+    core.audible = true;
+    offset += n;
+    core.work.notify_one();
+  }
+  if (--core.writers == 0 && core.closing) core.room.notify_all();
+}
+
+void orplayer_play_done(orplayer_t player) {
+  if (!player) return;
+  PlayerCore& core = *player->core;
+  std::lock_guard lock(core.mutex);
+  if (!core.running) return;
+  core.done = true;
+  core.work.notify_one();
+}
+
+int orplayer_is_playing(orplayer_t player) {
+  if (!player) return 0;
+  PlayerCore& core = *player->core;
+  std::lock_guard lock(core.mutex);
+  return core.running && core.audible;
+}
+
+void orplayer_stop(orplayer_t player) {
+  if (!player) return;
+  std::lock_guard control(player->control);
+  stopLocked(player);
+}
+
+void orplayer_set_gain(orplayer_t player, float gain) {
+  // Not-a-number or infinite gains would turn the audio into noise.
+  if (player && std::isfinite(gain)) player->core->gain.store(gain);
+}
+
+float orplayer_get_gain(orplayer_t player) { return player ? player->core->gain.load() : 0.0f; }
+
+void orplayer_destroy(orplayer_t player) {
+  if (!player) return;
+  {
+    std::lock_guard control(player->control);
+    stopLocked(player);
+  }
+  PlayerCore& core = *player->core;
+  {
+    std::unique_lock lock(core.mutex);
+    core.closing = true;
+    core.room.notify_all();
+    core.room.wait(lock, [&] { return core.writers == 0; });
+  }
+  delete player;
+}
+
+const char* orplayer_output_name(orplayer_t player) { return player ? player->core->outputName.load() : "none"; }
+
+uint64_t orplayer_frames_written(orplayer_t player) { return player ? player->core->framesWritten.load() : 0; }
+
+const char* orplayer_error_string(int code) {
+  switch (code) {
+    case 0:
+      return "No error.";
+    case ORPLAYER_ERROR_NO_OUTPUT:
+      return "No audio output is available.";
+    case ORPLAYER_ERROR_BAD_SPEC:
+      return "The audio output setting is not understood (use auto, pulse, alsa, null, null:fast or wav:PATH).";
+    case ORPLAYER_ERROR_WAV_FILE:
+      return "The recording file cannot be opened for writing.";
+    case ORPLAYER_ERROR_PULSE:
+      return "The sound server (PulseAudio or PipeWire) cannot be reached.";
+    case ORPLAYER_ERROR_ALSA:
+      return "The sound card cannot be opened.";
+    case ORPLAYER_ERROR_THREAD:
+      return "The audio output cannot start.";
+    case ORPLAYER_ERROR_INVALID:
+      return "There is no audio player.";
+    default:
+      return "The audio output failed.";
+  }
+}
+
+}  // extern "C"

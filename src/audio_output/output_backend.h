@@ -1,0 +1,72 @@
+// OutputBackend: one way of playing interleaved stereo float frames (a sound
+// server, a sound card, a file, or nothing), and OutputSession, the stop
+// signal one run of a player's output thread shares with its player.
+//
+// A backend is used by one thread at a time: orplayer_start opens it, then
+// the output thread owns it until it closes it by destroying it.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace belvane::detail {
+
+class OutputSession {
+ public:
+  void requestStop();
+  bool stopRequested() const;
+  // Sleeps until `deadline`; false when a stop was requested first.
+  bool sleepUntil(std::chrono::steady_clock::time_point deadline);
+  // The output thread has finished with the backend and the player.
+  void markExited();
+  bool waitExited(std::chrono::milliseconds timeout);
+
+ private:
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  bool stop_ = false;
+  bool exited_ = false;
+};
+
+class OutputBackend {
+ public:
+  virtual ~OutputBackend() = default;  // closes; a file is completed
+
+  // Short name for diagnostics: "pulse", "alsa", "null", "null:fast", "wav".
+  virtual const char* name() const = 0;
+  // Whether writing takes as long as playing (a device, or null).
+  virtual bool paced() const = 0;
+  // Opens for two channels at `rate`: 0, or an orplayer error code.
+  virtual int open(unsigned rate) = 0;
+  unsigned rate() const { return rate_; }
+  // Hands frames over, blocking while the device is full. False on failure
+  // (or when the session was asked to stop).
+  virtual bool write(const float* interleaved, size_t frames) = 0;
+  // Returns once everything handed over has been heard.
+  virtual void drain() = 0;
+  // Throws away what the device still holds (a stop).
+  virtual void discard() {}
+  // Follows a change of sample rate; called after drain(). 0 or an error code.
+  virtual int changeRate(unsigned rate) = 0;
+  // After a failed write: try to get going again (for example after the
+  // sound server restarted). False when the backend cannot.
+  virtual bool recover() { return false; }
+
+ protected:
+  unsigned rate_ = 0;
+};
+
+// Device buffer length asked of paced outputs, in seconds.
+std::unique_ptr<OutputBackend> makeNullOutput(bool paced, double deviceSeconds, std::shared_ptr<OutputSession> session);
+std::unique_ptr<OutputBackend> makeWavOutput(const std::string& path);
+std::unique_ptr<OutputBackend> makePulseOutput(double deviceSeconds);
+std::unique_ptr<OutputBackend> makeAlsaOutput(double deviceSeconds);
+// Whether the system has any ALSA sound card (the automatic choice skips
+// ALSA without one, rather than have it fail noisily).
+bool alsaCardPresent();
+
+}  // namespace belvane::detail

@@ -1,0 +1,33 @@
+// OutputSpec: which output a player opens, as written in orplayer_set_output
+// or $BELVANE_AUDIO_OUTPUT ("auto", "pulse", "alsa", "null", "null:fast",
+// "wav:PATH"), and openOutput, which opens it ("auto": PulseAudio, then
+// ALSA, then null).
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "audio_output/output_backend.h"
+
+namespace belvane::detail {
+
+struct OutputSpec {
+  enum class Kind { Auto, Pulse, Alsa, Null, NullFast, Wav };
+  Kind kind = Kind::Auto;
+  std::string path;  // for Wav
+};
+
+// Nothing for text that names no output (an empty text means "auto").
+std::optional<OutputSpec> parseOutputSpec(std::string_view text);
+
+struct OpenedOutput {
+  std::unique_ptr<OutputBackend> backend;  // open, or empty on failure
+  int error = 0;
+};
+
+OpenedOutput openOutput(const OutputSpec& spec, unsigned rate, double deviceSeconds,
+                        const std::shared_ptr<OutputSession>& session);
+
+}  // namespace belvane::detail

@@ -1,0 +1,50 @@
+// PlayerCore: the state a player shares between its writer (play_wait), its
+// output thread and the controlling calls, all guarded by one mutex except
+// the atomics; and runOutput, the body of the output thread, which moves
+// frames from the queue to the backend, follows rate changes, plays out on
+// play_done and replaces a backend that fails.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+
+#include "audio_output/frame_ring.h"
+#include "audio_output/output_backend.h"
+
+namespace belvane::detail {
+
+constexpr unsigned kInitialRate = 44100;
+// Queue limit and device buffer, in seconds, with and without
+// ORPLAYER_OPTION_LOW_LATENCY.
+constexpr double kShortQueue = 0.10, kShortDevice = 0.15;
+constexpr double kLongQueue = 0.50, kLongDevice = 0.50;
+
+// What the writer, the output thread and the controlling calls share.
+struct PlayerCore {
+  std::mutex mutex;
+  std::condition_variable room;  // the writer waits for room, destroy for the writer
+  std::condition_variable work;  // the output thread waits for frames
+  FrameRing ring;
+  uint64_t session = 0;  // bumped by every start and stop; a thread of an old session quits
+  bool running = false;
+  bool audible = false;  // "playing": queued frames not yet heard
+  bool done = false;     // play_done: play everything out
+  bool closing = false;  // being destroyed
+  int writers = 0;       // threads inside play_wait
+  unsigned lastRate = kInitialRate;
+  double queueSeconds = kShortQueue;
+
+  std::atomic<float> gain{1.0f};
+  std::atomic<uint64_t> framesWritten{0};
+  std::atomic<const char*> outputName{"none"};
+};
+
+// Runs until core.session no longer equals `session`; then discards what the
+// device holds, closes the backend and marks the run's session exited.
+void runOutput(std::shared_ptr<PlayerCore> core, std::shared_ptr<OutputSession> run, uint64_t session,
+               std::unique_ptr<OutputBackend> backend, double deviceSeconds);
+
+}  // namespace belvane::detail

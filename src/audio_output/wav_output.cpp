@@ -1,0 +1,159 @@
+// The "wav:PATH" output: writes 32-bit float stereo WAV files, as fast as the
+// frames come (unpaced), for tests and for recording. The header's sizes are
+// filled in when a file is finished (stop, destroy, change of rate). A WAV
+// file holds one sample rate, so a change of rate mid-stream finishes the
+// file and goes on in a new one beside it: "rec.wav", then "rec.2.wav",
+// "rec.3.wav"; the same happens before a file would outgrow the format's
+// 4 GiB limit. A change of rate before any frame was written only rewrites
+// the rate.
+#include <bit>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "audio_output/output_backend.h"
+#include "audio_output/output_log.h"
+#include "audio_output/orplayer.h"
+
+namespace belvane::detail {
+namespace {
+
+constexpr uint32_t kHeaderBytes = 58;  // RIFF + fmt (18) + fact + data headers
+constexpr uint32_t kBytesPerFrame = 8;
+constexpr uint64_t kMaxDataBytes = 0xFFFFFFFFull - kHeaderBytes - 8;
+
+void putLE16(uint8_t* p, uint16_t v) {
+  p[0] = v & 0xFF;
+  p[1] = v >> 8;
+}
+void putLE32(uint8_t* p, uint32_t v) {
+  for (int i = 0; i < 4; ++i) p[i] = (v >> (8 * i)) & 0xFF;
+}
+
+class WavOutput final : public OutputBackend {
+ public:
+  explicit WavOutput(std::string path) : path_(std::move(path)) {}
+  ~WavOutput() override { finish(); }
+
+  const char* name() const override { return "wav"; }
+  bool paced() const override { return false; }
+
+  int open(unsigned rate) override {
+    finish();
+    rate_ = rate;
+    return begin(path_) ? 0 : ORPLAYER_ERROR_WAV_FILE;
+  }
+
+  bool write(const float* interleaved, size_t frames) override {
+    if (!file_) return false;
+    if (dataBytes_ + frames * kBytesPerFrame > kMaxDataBytes) {
+      finish();
+      if (!nextSegment()) return false;
+    }
+    size_t samples = frames * 2;
+    size_t done;
+    if constexpr (std::endian::native == std::endian::little) {
+      done = fwrite(interleaved, sizeof(float), samples, file_);
+    } else {
+      swapped_.resize(samples);
+      for (size_t i = 0; i < samples; ++i)
+        swapped_[i] = __builtin_bswap32(std::bit_cast<uint32_t>(interleaved[i]));
+      done = fwrite(swapped_.data(), sizeof(uint32_t), samples, file_);
+    }
+    dataBytes_ += done / 2 * kBytesPerFrame;
+    if (done != samples) {
+      outputLog(QL_LOG_ERROR, "cannot write to \"%s\": %s", currentPath_.c_str(), strerror(errno));
+      return false;
+    }
+    return true;
+  }
+
+  void drain() override {
+    if (file_) fflush(file_);
+  }
+
+  int changeRate(unsigned rate) override {
+    if (!file_) return open(rate);
+    if (dataBytes_ == 0) {  // nothing at the old rate: the header takes the new one
+      rate_ = rate;
+      return 0;
+    }
+    finish();
+    rate_ = rate;
+    return nextSegment() ? 0 : ORPLAYER_ERROR_WAV_FILE;
+  }
+
+ private:
+  bool begin(const std::string& path) {
+    currentPath_ = path;
+    file_ = fopen(path.c_str(), "wb");
+    if (!file_) {
+      outputLog(QL_LOG_ERROR, "cannot open \"%s\": %s", path.c_str(), strerror(errno));
+      return false;
+    }
+    dataBytes_ = 0;
+    return writeHeader();
+  }
+
+  // Opens the next file beside the first, after finish().
+  bool nextSegment() {
+    ++segment_;
+    std::string path = path_;
+    size_t slash = path.rfind('/');
+    size_t dot = path.rfind('.');
+    std::string suffix = "." + std::to_string(segment_);
+    if (dot != std::string::npos && (slash == std::string::npos || dot > slash + 1))
+      path.insert(dot, suffix);
+    else
+      path += suffix;
+    outputLog(QL_LOG_INFO, "recording goes on in \"%s\" at %u Hz", path.c_str(), rate_);
+    return begin(path);
+  }
+
+  bool writeHeader() {
+    uint8_t h[kHeaderBytes];
+    memcpy(h, "RIFF", 4);
+    putLE32(h + 4, static_cast<uint32_t>(kHeaderBytes - 8 + dataBytes_));
+    memcpy(h + 8, "WAVEfmt ", 8);
+    putLE32(h + 16, 18);
+    putLE16(h + 20, 3);  // IEEE float
+    putLE16(h + 22, 2);
+    putLE32(h + 24, rate_);
+    putLE32(h + 28, rate_ * kBytesPerFrame);
+    putLE16(h + 32, kBytesPerFrame);
+    putLE16(h + 34, 32);
+    putLE16(h + 36, 0);
+    memcpy(h + 38, "fact", 4);
+    putLE32(h + 42, 4);
+    putLE32(h + 46, static_cast<uint32_t>(dataBytes_ / kBytesPerFrame));
+    memcpy(h + 50, "data", 4);
+    putLE32(h + 54, static_cast<uint32_t>(dataBytes_));
+    return fwrite(h, 1, sizeof h, file_) == sizeof h;
+  }
+
+  // Completes the current file: its sizes and rate go into the header.
+  void finish() {
+    if (!file_) return;
+    if (fseek(file_, 0, SEEK_SET) != 0 || !writeHeader())
+      outputLog(QL_LOG_ERROR, "cannot complete \"%s\": %s", currentPath_.c_str(), strerror(errno));
+    if (fclose(file_) != 0)
+      outputLog(QL_LOG_ERROR, "cannot close \"%s\": %s", currentPath_.c_str(), strerror(errno));
+    file_ = nullptr;
+  }
+
+  std::string path_;         // as given; the first file
+  std::string currentPath_;  // the file being written
+  FILE* file_ = nullptr;
+  uint64_t dataBytes_ = 0;
+  int segment_ = 1;
+  std::vector<uint32_t> swapped_;
+};
+
+}  // namespace
+
+std::unique_ptr<OutputBackend> makeWavOutput(const std::string& path) { return std::make_unique<WavOutput>(path); }
+
+}  // namespace belvane::detail

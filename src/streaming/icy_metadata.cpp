@@ -1,0 +1,170 @@
+// ICY reply heads, metadata demultiplexing and StreamTitle parsing.
+#include "streaming/icy_metadata.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+
+namespace belvane::detail {
+
+namespace {
+
+std::string lowerASCII(std::string_view s) {
+  std::string out(s);
+  for (char& c : out) c = char(std::tolower(static_cast<unsigned char>(c)));
+  return out;
+}
+
+std::string_view trim(std::string_view s) {
+  while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
+  while (!s.empty() && (s.back() == ' ' || s.back() == '\t' || s.back() == '\r')) s.remove_suffix(1);
+  return s;
+}
+
+// Whether what follows a closing quote ends the value: nothing (or NUL
+// padding), or the next "Key='" pair.
+bool endsValue(std::string_view rest) {
+  size_t i = 0;
+  while (i < rest.size() && rest[i] == '\0') ++i;
+  if (i == rest.size()) return true;
+  size_t k = i;
+  while (k < rest.size() && (std::isalnum(static_cast<unsigned char>(rest[k])) || rest[k] == '_')) ++k;
+  return k > i && rest.substr(k, 2) == "='";
+}
+
+}  // namespace
+
+const std::string* StreamReplyHead::field(std::string_view lowerCaseName) const {
+  auto it = fields.find(std::string(lowerCaseName));
+  return it == fields.end() ? nullptr : &it->second;
+}
+
+void StreamReplyHead::addField(std::string_view name, std::string_view value) {
+  fields.emplace(lowerASCII(trim(name)), std::string(trim(value)));
+}
+
+bool parseStatusLine(std::string_view line, int& status, std::string& reason) {
+  line = trim(line);
+  size_t space = line.find(' ');
+  if (space == std::string_view::npos) return false;
+  std::string_view rest = trim(line.substr(space + 1));
+  if (rest.size() < 3 || !std::isdigit(static_cast<unsigned char>(rest[0])) ||
+      !std::isdigit(static_cast<unsigned char>(rest[1])) || !std::isdigit(static_cast<unsigned char>(rest[2])))
+    return false;
+  if (rest.size() > 3 && rest[3] != ' ') return false;
+  status = (rest[0] - '0') * 100 + (rest[1] - '0') * 10 + (rest[2] - '0');
+  reason = std::string(rest.size() > 3 ? trim(rest.substr(4)) : std::string_view{});
+  return true;
+}
+
+IcyReplyParser::Result IcyReplyParser::feed(std::span<const uint8_t> bytes) {
+  buffer_.append(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+  constexpr std::string_view kPrefix = "ICY";
+  size_t compare = std::min(buffer_.size(), kPrefix.size());
+  if (buffer_.compare(0, compare, kPrefix.substr(0, compare)) != 0) {
+    headBytes_ = 0;
+    return Result::NotIcy;
+  }
+  // The head ends with an empty line; Shoutcast servers use CRLF, a few
+  // bare LF.
+  size_t end = std::string::npos, endLength = 0;
+  for (size_t i = 0; i < buffer_.size() && i < kMaxHeadBytes; ++i) {
+    if (buffer_[i] != '\n') continue;
+    if (i + 1 < buffer_.size() && buffer_[i + 1] == '\n') {
+      end = i;
+      endLength = 2;
+      break;
+    }
+    if (i + 2 < buffer_.size() && buffer_[i + 1] == '\r' && buffer_[i + 2] == '\n') {
+      end = i;
+      endLength = 3;
+      break;
+    }
+  }
+  if (end == std::string::npos) return buffer_.size() >= kMaxHeadBytes ? Result::Malformed : Result::NeedMore;
+  headBytes_ = end + endLength;
+  std::string_view head(buffer_.data(), end);
+  size_t lineEnd = head.find('\n');
+  std::string_view status = head.substr(0, lineEnd);
+  if (!parseStatusLine(status, head_.status, head_.reason)) return Result::Malformed;
+  while (lineEnd != std::string_view::npos) {
+    head.remove_prefix(lineEnd + 1);
+    lineEnd = head.find('\n');
+    std::string_view line = head.substr(0, lineEnd);
+    size_t colon = line.find(':');
+    if (colon != std::string_view::npos) head_.addField(line.substr(0, colon), line.substr(colon + 1));
+  }
+  return Result::Head;
+}
+
+std::span<const uint8_t> IcyReplyParser::pending() const {
+  return std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(buffer_.data()), buffer_.size())
+      .subspan(std::min(headBytes_, buffer_.size()));
+}
+
+bool IcyDemuxer::feed(std::span<const uint8_t> bytes, Handler& handler) {
+  if (metaint_ == 0) {
+    if (bytes.empty()) return true;
+    uint64_t offset = audioBytes_;
+    audioBytes_ += bytes.size();
+    return handler.audio(bytes, offset);
+  }
+  while (!bytes.empty()) {
+    if (untilMeta_ > 0) {
+      size_t n = std::min<size_t>(untilMeta_, bytes.size());
+      uint64_t offset = audioBytes_;
+      audioBytes_ += n;
+      untilMeta_ -= uint32_t(n);
+      readingLength_ = untilMeta_ == 0;
+      if (!handler.audio(bytes.first(n), offset)) return false;
+      bytes = bytes.subspan(n);
+      continue;
+    }
+    if (readingLength_) {
+      readingLength_ = false;
+      metaLength_ = size_t(bytes[0]) * 16;
+      metaFill_ = 0;
+      bytes = bytes.subspan(1);
+      if (metaLength_ == 0) untilMeta_ = metaint_;
+      continue;
+    }
+    size_t n = std::min(metaLength_ - metaFill_, bytes.size());
+    std::memcpy(meta_ + metaFill_, bytes.data(), n);
+    metaFill_ += n;
+    bytes = bytes.subspan(n);
+    if (metaFill_ == metaLength_) {
+      metaLength_ = 0;
+      untilMeta_ = metaint_;
+      handler.metadata(std::span<const uint8_t>(meta_, metaFill_), audioBytes_);
+    }
+  }
+  return true;
+}
+
+std::optional<std::string> streamTitleFromMetadata(std::span<const uint8_t> block) {
+  std::string_view text(reinterpret_cast<const char*>(block.data()), block.size());
+  constexpr std::string_view kKey = "StreamTitle='";
+  size_t start = text.find(kKey);
+  if (start == std::string_view::npos) return std::nullopt;
+  start += kKey.size();
+  // Titles may hold apostrophes ("Guns N' Roses"): the value ends at the
+  // first "';" that is followed by the end or by the next key.
+  size_t end = std::string_view::npos;
+  for (size_t at = text.find("';", start); at != std::string_view::npos; at = text.find("';", at + 1)) {
+    if (endsValue(text.substr(at + 2))) {
+      end = at;
+      break;
+    }
+  }
+  if (end == std::string_view::npos) {
+    // Unterminated: up to the last quote before the NUL padding, or all.
+    size_t stop = text.find('\0', start);
+    std::string_view value = text.substr(start, stop == std::string_view::npos ? std::string_view::npos : stop - start);
+    size_t quote = value.rfind('\'');
+    return std::string(quote == std::string_view::npos ? value : value.substr(0, quote));
+  }
+  return std::string(text.substr(start, end - start));
+}
+
+}  // namespace belvane::detail

@@ -1,0 +1,170 @@
+// StreamBuffer: the decoded-audio ring and the events around it.
+#include "streaming/shoutstreamer_buffer.h"
+
+#include <algorithm>
+
+namespace belvane::detail {
+
+namespace {
+constexpr long kAssumedRate = 44100;  // for the prebuffer before any audio
+}
+
+StreamBuffer::StreamBuffer(size_t capacityFrames, double prebufferSeconds, size_t maxChunkFrames)
+    : capacity_(std::max<size_t>(capacityFrames, 4608)),
+      prebufferSeconds_(prebufferSeconds),
+      maxChunk_(std::max<size_t>(maxChunkFrames, 1)),
+      left_(capacity_),
+      right_(capacity_) {}
+
+bool StreamBuffer::appendAudio(const float* interleaved, size_t frames, long sampleRate) {
+  while (frames > 0) {
+    size_t n = std::min(frames, capacity_ / 2);
+    std::unique_lock lock(mutex_);
+    room_.wait(lock, [&] { return closed_ || capacity_ - availableLocked() >= n; });
+    if (closed_) return false;
+    if (rates_.empty() || rates_.back().rate != sampleRate) rates_.push_back({written_, sampleRate});
+    uint64_t start = written_;
+    lock.unlock();
+    // The free part of the ring is the writer's alone until written_ moves.
+    for (size_t i = 0; i < n; ++i) {
+      size_t at = size_t((start + i) % capacity_);
+      left_[at] = interleaved[2 * i];
+      right_[at] = interleaved[2 * i + 1];
+    }
+    lock.lock();
+    written_ += n;
+    lock.unlock();
+    work_.notify_one();
+    interleaved += 2 * n;
+    frames -= n;
+  }
+  return true;
+}
+
+void StreamBuffer::appendTitle(std::string bytes) {
+  {
+    std::lock_guard lock(mutex_);
+    titles_.push_back({written_, std::move(bytes)});
+  }
+  work_.notify_one();
+}
+
+void StreamBuffer::setConnected() {
+  {
+    std::lock_guard lock(mutex_);
+    connected_ = true;
+  }
+  work_.notify_one();
+}
+
+void StreamBuffer::finish(int32_t error) {
+  {
+    std::lock_guard lock(mutex_);
+    if (finished_) return;
+    finished_ = true;
+    error_ = error;
+  }
+  work_.notify_one();
+}
+
+uint64_t StreamBuffer::framesAppended() const {
+  std::lock_guard lock(mutex_);
+  return written_;
+}
+
+size_t StreamBuffer::prebufferFrames() const {
+  std::lock_guard lock(mutex_);
+  return prebufferLocked();
+}
+
+size_t StreamBuffer::prebufferLocked() const {
+  long rate = rates_.empty() ? kAssumedRate : rates_.back().rate;
+  auto frames = size_t(double(rate) * prebufferSeconds_);
+  return std::clamp<size_t>(frames, 1, capacity_ / 2);
+}
+
+long StreamBuffer::rateAtLocked(uint64_t position, uint64_t* stretchEnd) const {
+  *stretchEnd = UINT64_MAX;
+  long rate = rates_.empty() ? kAssumedRate : rates_.front().rate;
+  for (size_t i = 1; i < rates_.size(); ++i) {
+    if (rates_[i].position > position) {
+      *stretchEnd = rates_[i].position;
+      break;
+    }
+    rate = rates_[i].rate;
+  }
+  return rate;
+}
+
+StreamBuffer::Event StreamBuffer::next(Phase phase) {
+  std::unique_lock lock(mutex_);
+  while (true) {
+    Event event{};
+    if (closed_) {
+      event.kind = Event::Closed;
+      return event;
+    }
+    if (!titles_.empty()) {
+      event.kind = Event::Title;
+      event.title = std::move(titles_.front().bytes);
+      event.framesBeforeTitle = int32_t(titles_.front().position - read_);
+      titles_.pop_front();
+      return event;
+    }
+    if (phase == Phase::Connecting && connected_) {
+      event.kind = Event::Connected;
+      return event;
+    }
+    size_t available = availableLocked();
+    if (phase != Phase::Playing) {
+      if (available > 0 && (available >= prebufferLocked() || finished_)) {
+        event.kind = Event::StartPlaying;
+        return event;
+      }
+    } else if (available > 0) {
+      uint64_t stretchEnd = 0;
+      event.kind = Event::Audio;
+      event.sampleRate = rateAtLocked(read_, &stretchEnd);
+      size_t at = size_t(read_ % capacity_);
+      event.frames = std::min({available, maxChunk_, capacity_ - at});
+      if (stretchEnd != UINT64_MAX) event.frames = std::min<size_t>(event.frames, size_t(stretchEnd - read_));
+      event.channels[0] = left_.data() + at;
+      event.channels[1] = right_.data() + at;
+      return event;
+    } else if (!finished_) {
+      event.kind = Event::Underrun;
+      return event;
+    }
+    if (available == 0 && finished_) {
+      event.kind = Event::Finished;
+      event.error = error_;
+      return event;
+    }
+    work_.wait(lock);
+  }
+}
+
+void StreamBuffer::consumed(size_t frames) {
+  {
+    std::lock_guard lock(mutex_);
+    read_ += std::min<uint64_t>(frames, written_ - read_);
+    while (rates_.size() > 1 && rates_[1].position <= read_) rates_.pop_front();
+  }
+  room_.notify_one();
+}
+
+void StreamBuffer::close() {
+  {
+    std::lock_guard lock(mutex_);
+    closed_ = true;
+  }
+  room_.notify_all();
+  work_.notify_all();
+}
+
+bool StreamBuffer::closed() const {
+  std::lock_guard lock(mutex_);
+  return closed_;
+}
+
+}  // namespace belvane::detail

@@ -1,0 +1,92 @@
+// StreamBuffer: what the network thread hands to the delivery thread.
+//
+// A bounded ring of decoded two-channel float audio (planar, so the audio
+// callback gets pointers into it without a copy), the sample rate of each
+// stretch, the titles with their positions in the decoded audio, and the
+// connection's progress. Positions count frames from the start of the
+// stream, across reconnections. The writer blocks while the ring is full;
+// the reader blocks until there is something to do. close() releases both.
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace belvane::detail {
+
+class StreamBuffer {
+ public:
+  StreamBuffer(size_t capacityFrames, double prebufferSeconds, size_t maxChunkFrames);
+
+  // Writer side (network thread).
+  // Copies interleaved stereo frames in, waiting for room; false once closed.
+  bool appendAudio(const float* interleaved, size_t frames, long sampleRate);
+  // A title placed at the current end of the decoded audio.
+  void appendTitle(std::string bytes);
+  // The server has answered.
+  void setConnected();
+  // No more audio will come: error 0 for an end, otherwise the failure.
+  void finish(int32_t error);
+  uint64_t framesAppended() const;
+  // Frames buffered before playing starts, at the current sample rate.
+  size_t prebufferFrames() const;
+
+  // Reader side (delivery thread).
+  enum class Phase { Connecting, Buffering, Playing };
+  struct Event {
+    enum Kind { Title, Connected, StartPlaying, Audio, Underrun, Finished, Closed } kind;
+    std::string title;
+    int32_t framesBeforeTitle = 0;  // frames to deliver before the title's audio
+    float* channels[2] = {nullptr, nullptr};
+    size_t frames = 0;
+    long sampleRate = 0;
+    int32_t error = 0;
+  };
+  // Waits for the next thing to do in this phase: a title; the answer
+  // (while connecting); enough audio to start (unless playing); a chunk of
+  // audio, an underrun or the end (while playing); the end when the buffer
+  // is empty; closing.
+  Event next(Phase phase);
+  // The chunk of the last Audio event has been delivered.
+  void consumed(size_t frames);
+
+  // Either side: wakes and releases every wait for good.
+  void close();
+  bool closed() const;
+
+ private:
+  size_t availableLocked() const { return size_t(written_ - read_); }
+  long rateAtLocked(uint64_t position, uint64_t* stretchEnd) const;
+  size_t prebufferLocked() const;
+
+  const size_t capacity_;
+  const double prebufferSeconds_;
+  const size_t maxChunk_;
+  std::vector<float> left_, right_;
+
+  mutable std::mutex mutex_;
+  std::condition_variable room_;
+  std::condition_variable work_;
+  uint64_t written_ = 0;  // frames appended
+  uint64_t read_ = 0;     // frames delivered
+  struct RateChange {
+    uint64_t position;
+    long rate;
+  };
+  std::deque<RateChange> rates_;  // the first covers read_
+  struct Title {
+    uint64_t position;
+    std::string bytes;
+  };
+  std::deque<Title> titles_;
+  bool connected_ = false;
+  bool finished_ = false;
+  int32_t error_ = 0;
+  bool closed_ = false;
+};
+
+}  // namespace belvane::detail

@@ -1,0 +1,25 @@
+// The shoutstreamer's time-outs, reconnection pace and buffer sizes. The
+// defaults suit internet radio; tests shorten the times.
+#pragma once
+
+#include "streaming/shoutstreamer.h"
+
+#include <cstddef>
+
+namespace belvane::detail {
+
+struct ShoutstreamerTuning {
+  double connectTimeout = 10.0;      // seconds from the request to the end of the reply head
+  double stallTimeout = 8.0;         // seconds without a byte once the head is in
+  double reconnectWindow = 10.0;     // seconds after a drop during which reconnection is tried
+  double reconnectFirstDelay = 0.5;  // pause before the first try; doubled for each next one
+  size_t bufferFrames = 72000;       // decoded frames held (1.5 s at 48 kHz; 562 KiB)
+  double prebufferSeconds = 0.5;     // audio buffered before playing and after an underrun
+  size_t maxCallbackFrames = 2048;   // frames handed to one audio callback at most
+  size_t syncSearchBytes = 64 * 1024;  // audio bytes searched for MPEG frames before giving up
+};
+
+// Replaces the tuning of a streamer that has not been started.
+void shoutstreamerSetTuning(shoutstreamer_t streamer, const ShoutstreamerTuning& tuning);
+
+}  // namespace belvane::detail

@@ -1,0 +1,250 @@
+// The audio output: what reaches a WAV file, draining, pacing, prompt
+// teardown with a blocked writer, and choosing the output.
+#include "audio_output/orplayer.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/temp_dir.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
+struct WavFile {
+  uint16_t format = 0, channels = 0, bits = 0;
+  uint32_t rate = 0;
+  std::vector<float> samples;
+};
+
+uint32_t le32(const std::vector<char>& b, size_t at) {
+  uint32_t v = 0;
+  for (int i = 3; i >= 0; --i) v = (v << 8) | static_cast<uint8_t>(b[at + i]);
+  return v;
+}
+
+// Reads the WAV layout the output writes: RIFF, fmt, fact, data.
+WavFile readWav(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::vector<char> b((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  WavFile wav;
+  if (b.size() < 58 || memcmp(b.data(), "RIFF", 4) != 0 || memcmp(b.data() + 8, "WAVEfmt ", 8) != 0) return wav;
+  EXPECT_EQ(le32(b, 4), b.size() - 8);
+  wav.format = le32(b, 20) & 0xFFFF;
+  wav.channels = le32(b, 20) >> 16;
+  wav.rate = le32(b, 24);
+  wav.bits = le32(b, 34) & 0xFFFF;
+  EXPECT_EQ(0, memcmp(b.data() + 50, "data", 4));
+  uint32_t dataBytes = le32(b, 54);
+  EXPECT_EQ(dataBytes, b.size() - 58);
+  EXPECT_EQ(le32(b, 46), dataBytes / 8);  // fact: frames
+  wav.samples.resize(dataBytes / 4);
+  memcpy(wav.samples.data(), b.data() + 58, wav.samples.size() * 4);
+  return wav;
+}
+
+orplayer_t makePlayer(const std::string& output) {
+  orplayer_t player = orplayer_create();
+  orplayer_options_t options{};
+  options.flags = ORPLAYER_OPTION_LOW_LATENCY;
+  orplayer_set_options(player, &options);
+  EXPECT_EQ(0, orplayer_set_output(player, output.c_str()));
+  return player;
+}
+
+// Writes `frames` frames in blocks; left = index / frames, right = -left.
+void playRamp(orplayer_t player, float rate, int frames, int block = 1152) {
+  std::vector<float> left(block), right(block);
+  for (int done = 0; done < frames; done += block) {
+    int n = std::min(block, frames - done);
+    for (int i = 0; i < n; ++i) {
+      left[i] = static_cast<float>(done + i) / frames;
+      right[i] = -left[i];
+    }
+    float* channels[2] = {left.data(), right.data()};
+    orplayer_play_wait(player, rate, channels, n);
+  }
+}
+
+bool waitUntilSilent(orplayer_t player, std::chrono::seconds limit = 10s) {
+  auto deadline = Clock::now() + limit;
+  while (orplayer_is_playing(player)) {
+    if (Clock::now() > deadline) return false;
+    std::this_thread::sleep_for(5ms);
+  }
+  return true;
+}
+
+double secondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
+
+TEST(OrplayerTest, WavOutputHoldsExactlyTheFramesWithGainApplied) {
+  belvane::test::TempDir dir;
+  std::string path = dir.path() + "/out.wav";
+  orplayer_t player = makePlayer("wav:" + path);
+  EXPECT_FLOAT_EQ(1.0f, orplayer_get_gain(player));
+  ASSERT_EQ(0, orplayer_start(player));
+  EXPECT_STREQ("wav", orplayer_output_name(player));
+  EXPECT_FALSE(orplayer_is_playing(player));
+  orplayer_set_gain(player, 0.3f);
+  orplayer_set_gain(player, NAN);  // refused
+  EXPECT_FLOAT_EQ(0.3f, orplayer_get_gain(player));
+
+  const int frames = 10000;
+  playRamp(player, 44100, frames, 1000);
+  EXPECT_TRUE(orplayer_is_playing(player));
+  orplayer_play_done(player);
+  ASSERT_TRUE(waitUntilSilent(player));
+  EXPECT_EQ(uint64_t(frames), orplayer_frames_written(player));
+  orplayer_destroy(player);
+
+  WavFile wav = readWav(path);
+  EXPECT_EQ(3, wav.format);
+  EXPECT_EQ(2, wav.channels);
+  EXPECT_EQ(32, wav.bits);
+  EXPECT_EQ(44100u, wav.rate);
+  ASSERT_EQ(size_t(frames) * 2, wav.samples.size());
+  for (int i = 0; i < frames; ++i) {
+    float sample = static_cast<float>(i) / frames;
+    ASSERT_EQ(sample * 0.3f, wav.samples[2 * i]) << i;
+    ASSERT_EQ(-sample * 0.3f, wav.samples[2 * i + 1]) << i;
+  }
+}
+
+TEST(OrplayerTest, SampleRateChangeIsFollowed) {
+  belvane::test::TempDir dir;
+  orplayer_t player = makePlayer("wav:" + dir.path() + "/rec.wav");
+  ASSERT_EQ(0, orplayer_start(player));
+  playRamp(player, 22050, 3000);  // before any frame: the first file takes this rate
+  playRamp(player, 48000, 2000);
+  orplayer_play_done(player);
+  ASSERT_TRUE(waitUntilSilent(player));
+  EXPECT_EQ(5000u, orplayer_frames_written(player));
+  orplayer_destroy(player);
+
+  WavFile first = readWav(dir.path() + "/rec.wav");
+  WavFile second = readWav(dir.path() + "/rec.2.wav");
+  EXPECT_EQ(22050u, first.rate);
+  EXPECT_EQ(3000u * 2, first.samples.size());
+  EXPECT_EQ(48000u, second.rate);
+  EXPECT_EQ(2000u * 2, second.samples.size());
+
+  // A paced output plays each part at its own rate: 0.25 s + 0.25 s.
+  player = makePlayer("null");
+  ASSERT_EQ(0, orplayer_start(player));
+  auto start = Clock::now();
+  playRamp(player, 8000, 2000, 400);
+  playRamp(player, 16000, 4000, 400);
+  orplayer_play_done(player);
+  ASSERT_TRUE(waitUntilSilent(player));
+  EXPECT_GE(secondsSince(start), 0.4);
+  EXPECT_EQ(6000u, orplayer_frames_written(player));
+  orplayer_destroy(player);
+}
+
+TEST(OrplayerTest, NullOutputIsPacedAndDrainsBeforeItStopsPlaying) {
+  orplayer_t player = makePlayer("null");
+  ASSERT_EQ(0, orplayer_start(player));
+  EXPECT_STREQ("null", orplayer_output_name(player));
+  auto start = Clock::now();
+  playRamp(player, 8000, 8000, 400);  // one second
+  EXPECT_TRUE(orplayer_is_playing(player));
+  orplayer_play_done(player);
+  EXPECT_TRUE(orplayer_is_playing(player));  // the queue and the device still hold audio
+  ASSERT_TRUE(waitUntilSilent(player));
+  EXPECT_GE(secondsSince(start), 0.8);
+  EXPECT_EQ(8000u, orplayer_frames_written(player));
+
+  // More audio after play_done plays again.
+  playRamp(player, 8000, 800, 400);
+  EXPECT_TRUE(orplayer_is_playing(player));
+  orplayer_play_done(player);
+  ASSERT_TRUE(waitUntilSilent(player));
+  EXPECT_EQ(8800u, orplayer_frames_written(player));
+  orplayer_destroy(player);
+
+  // Unpaced: two minutes of audio go through well within the time-out.
+  player = makePlayer("null:fast");
+  ASSERT_EQ(0, orplayer_start(player));
+  playRamp(player, 48000, 48000 * 120, 4800);
+  orplayer_play_done(player);
+  ASSERT_TRUE(waitUntilSilent(player, 30s));
+  EXPECT_EQ(48000u * 120, orplayer_frames_written(player));
+  orplayer_destroy(player);
+}
+
+TEST(OrplayerTest, StopAndDestroyReleaseABlockedWriter) {
+  for (bool destroy : {false, true}) {
+    orplayer_t player = makePlayer("null");
+    ASSERT_EQ(0, orplayer_start(player));
+    // One call with a minute of audio: it blocks until the player lets it go.
+    std::thread writer([player] { playRamp(player, 8000, 8000 * 60, 8000 * 60); });
+    while (orplayer_frames_written(player) == 0) std::this_thread::sleep_for(5ms);
+    auto start = Clock::now();
+    if (destroy) {
+      orplayer_destroy(player);
+      writer.join();
+    } else {
+      orplayer_stop(player);
+      writer.join();
+      EXPECT_FALSE(orplayer_is_playing(player));
+      // Frames given to a stopped player are dropped at once.
+      playRamp(player, 8000, 8000);
+      EXPECT_FALSE(orplayer_is_playing(player));
+      // It can start again; the count goes on.
+      uint64_t before = orplayer_frames_written(player);
+      ASSERT_EQ(0, orplayer_start(player));
+      playRamp(player, 8000, 400);
+      orplayer_play_done(player);
+      ASSERT_TRUE(waitUntilSilent(player));
+      EXPECT_EQ(before + 400, orplayer_frames_written(player));
+      orplayer_destroy(player);
+    }
+    EXPECT_LT(secondsSince(start), 5.0);
+  }
+}
+
+TEST(OrplayerTest, OutputChoice) {
+  orplayer_t player = orplayer_create();
+  EXPECT_EQ(ORPLAYER_ERROR_BAD_SPEC, orplayer_set_output(player, "speakers"));
+  EXPECT_EQ(ORPLAYER_ERROR_BAD_SPEC, orplayer_set_output(player, "wav:"));
+  EXPECT_STRNE(orplayer_error_string(ORPLAYER_ERROR_BAD_SPEC), orplayer_error_string(12345));
+
+  // The environment decides when no output was set.
+  const char* saved = getenv("BELVANE_AUDIO_OUTPUT");
+  std::string savedValue = saved ? saved : "";
+  setenv("BELVANE_AUDIO_OUTPUT", "null:fast", 1);
+  ASSERT_EQ(0, orplayer_start(player));
+  EXPECT_STREQ("null:fast", orplayer_output_name(player));
+  orplayer_stop(player);
+  setenv("BELVANE_AUDIO_OUTPUT", "bogus", 1);
+  EXPECT_EQ(ORPLAYER_ERROR_BAD_SPEC, orplayer_start(player));
+  if (saved)
+    setenv("BELVANE_AUDIO_OUTPUT", savedValue.c_str(), 1);
+  else
+    unsetenv("BELVANE_AUDIO_OUTPUT");
+
+  // Automatic choice always ends in something that plays.
+  ASSERT_EQ(0, orplayer_set_output(player, "auto"));
+  ASSERT_EQ(0, orplayer_start(player));
+  std::string name = orplayer_output_name(player);
+  EXPECT_TRUE(name == "pulse" || name == "alsa" || name == "null") << name;
+  orplayer_destroy(player);
+
+  player = makePlayer("wav:/nonexistent-folder/out.wav");
+  EXPECT_EQ(ORPLAYER_ERROR_WAV_FILE, orplayer_start(player));
+  EXPECT_FALSE(orplayer_is_playing(player));
+  orplayer_destroy(player);
+}
+
+}  // namespace

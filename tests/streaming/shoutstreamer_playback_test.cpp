@@ -1,0 +1,189 @@
+// Playing loopback streams: audio and titles delivered from one thread,
+// titles placed to the frame, sample-rate changes, clean ends and
+// reconnection after a drop.
+#include "streaming/shoutstreamer.h"
+#include "streaming/stream_recorder.h"
+#include "support/icy_test_server.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+using belvane::test::IcyStreamScript;
+using belvane::test::IcyTestServer;
+using belvane::test::Response;
+using belvane::test::StreamRecorder;
+
+namespace {
+
+constexpr uint64_t kMpegFrame = 1152;
+
+// Each title reported matches a title the server sent on the first
+// connection, at the server's position to one MPEG frame.
+void expectTitlesInPlace(const StreamRecorder& recorder, const IcyTestServer& server, size_t atLeast) {
+  auto reported = recorder.titles();
+  auto sent = server.titles();
+  ASSERT_GE(reported.size(), atLeast);
+  for (size_t i = 0; i < reported.size(); ++i) {
+    ASSERT_LT(i, sent.size());
+    EXPECT_EQ(reported[i].text, sent[i].title);
+    EXPECT_EQ(sent[i].connection, 0);
+    auto diff = int64_t(reported[i].position) - int64_t(sent[i].samplesBefore);
+    EXPECT_LE(std::llabs(diff), int64_t(kMpegFrame)) << sent[i].title;
+  }
+}
+
+}  // namespace
+
+class StatusLines : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(StatusLines, PlaysWithTitlesInPlace) {
+  BELVANE_SKIP_WITHOUT_LAME();
+  IcyTestServer server;
+  IcyStreamScript script;
+  script.statusLine = GetParam();
+  script.audio = {belvane::test::stereoTone44k()};
+  script.audioBytes = 400'000;
+  script.end = IcyStreamScript::End::Stall;
+  server.serve("/live", {script});
+
+  auto tuning = belvane::test::fastTuning();
+  tuning.stallTimeout = 10;  // the stream stalls at its end
+  StreamRecorder recorder(tuning);
+  ASSERT_EQ(recorder.start(server.url("/live")), 0);
+  // All but what waits in the prebuffer after the last byte.
+  const uint64_t audioFrames = 400'000 / 418 * kMpegFrame;
+  ASSERT_TRUE(recorder.waitForFrames(audioFrames - 30 * kMpegFrame));
+  auto states = recorder.states();
+  ASSERT_GE(states.size(), 3u);
+  EXPECT_EQ(states[0], std::make_pair(0, 1));
+  EXPECT_EQ(states[1], std::make_pair(1, 2));
+  EXPECT_EQ(states[2], std::make_pair(2, 3));
+  EXPECT_EQ(recorder.rateChanges(), (std::vector<std::pair<long, uint64_t>>{{44100, 0}}));
+  EXPECT_TRUE(recorder.oneCallbackThread());
+  expectTitlesInPlace(recorder, server, 10);
+  EXPECT_LT(recorder.destroy(), 2.0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Shoutstreamer, StatusLines, ::testing::Values("ICY 200 OK", "HTTP/1.0 200 OK"));
+
+TEST(Shoutstreamer, FollowsSampleRateChanges) {
+  BELVANE_SKIP_WITHOUT_LAME();
+  IcyTestServer server;
+  IcyStreamScript script;
+  script.statusLine = "HTTP/1.0 200 OK";
+  script.audio = {belvane::test::stereoTone44k(), belvane::test::monoTone22k()};
+  script.metaint = 5000;
+  script.titleForBlock = [](int block) { return "Block " + std::to_string(block); };
+  script.audioBytes = script.audio[0]->bytes.size() + script.audio[1]->bytes.size();
+  script.contentLength = true;
+  server.serve("/mixed", {script});
+
+  StreamRecorder recorder;
+  ASSERT_EQ(recorder.start(server.url("/mixed")), 0);
+  ASSERT_TRUE(recorder.waitForState(SHOUTSTREAMER_STATE_ENDED));
+  EXPECT_EQ(recorder.frames(), script.audio[0]->totalSamples() + script.audio[1]->totalSamples());
+  auto rates = recorder.rateChanges();
+  ASSERT_EQ(rates.size(), 2u);
+  EXPECT_EQ(rates[0], std::make_pair(44100L, uint64_t(0)));
+  EXPECT_EQ(rates[1], std::make_pair(22050L, script.audio[0]->totalSamples()));
+  expectTitlesInPlace(recorder, server, 10);
+}
+
+TEST(Shoutstreamer, EndsCleanlyAtADeclaredLengthWithMonoDuplicated) {
+  BELVANE_SKIP_WITHOUT_LAME();
+  IcyTestServer server;
+  IcyStreamScript script;
+  script.statusLine = "HTTP/1.1 200 OK";
+  script.audio = {belvane::test::monoTone22k()};
+  script.metaint = 4000;
+  script.titleForBlock = [](int block) { return block == 0 ? "Caf\xE9 del Mar" : ""; };  // Windows-1252
+  script.audioBytes = script.audio[0]->bytes.size();
+  script.contentLength = true;
+  server.serve("/mono.mp3", {script});
+  server.http().route("/moved", Response::redirect(server.url("/mono.mp3")));
+
+  StreamRecorder recorder;
+  // icy:// is fetched as http://; the redirect is followed.
+  std::string url = server.url("/moved");
+  ASSERT_EQ(recorder.start("icy" + url.substr(4)), 0);
+  ASSERT_TRUE(recorder.waitForState(SHOUTSTREAMER_STATE_ENDED));
+  // A consumer as fast as this one may drain the buffer now and then (3 -> 2
+  // -> 3); the stream starts and ends the same way whatever happens between.
+  auto states = recorder.states();
+  ASSERT_GE(states.size(), 4u);
+  EXPECT_EQ(std::vector(states.begin(), states.begin() + 3), (std::vector<std::pair<int, int>>{{0, 1}, {1, 2}, {2, 3}}));
+  EXPECT_EQ(states.back().second, SHOUTSTREAMER_STATE_ENDED);
+  EXPECT_EQ(recorder.frames(), script.audio[0]->totalSamples());
+  EXPECT_FALSE(recorder.channelsDiffered());
+  EXPECT_EQ(shoutstreamer_status(recorder.streamer(), nullptr), 0);
+  EXPECT_EQ(server.connections("/mono.mp3"), 1);
+  ASSERT_EQ(recorder.titles().size(), 1u);
+  EXPECT_EQ(recorder.titles()[0].text, "Caf\u00e9 del Mar");
+
+  // A file ends the same way.
+  belvane::test::TempDir dir;
+  std::string path = dir.write("tone.mp3", script.audio[0]->bytes);
+  StreamRecorder file;
+  ASSERT_EQ(file.start("file://" + path), 0);
+  ASSERT_TRUE(file.waitForState(SHOUTSTREAMER_STATE_ENDED));
+  EXPECT_EQ(file.frames(), script.audio[0]->totalSamples());
+}
+
+TEST(Shoutstreamer, ReconnectsAfterADropWithoutReportingIt) {
+  BELVANE_SKIP_WITHOUT_LAME();
+  IcyTestServer server;
+  IcyStreamScript dropping;
+  dropping.audio = {belvane::test::stereoTone44k()};
+  dropping.audioBytes = 100'000;
+  IcyStreamScript steady = dropping;
+  steady.end = IcyStreamScript::End::Stall;
+  server.serve("/flaky", {dropping, steady});
+
+  auto tuning = belvane::test::fastTuning();
+  tuning.stallTimeout = 10;  // the second connection stalls at its end
+  StreamRecorder recorder(tuning);
+  ASSERT_EQ(recorder.start(server.url("/flaky")), 0);
+  // Both connections' audio arrives (less what waits in the prebuffer):
+  // the second is a fresh start of the tone.
+  const uint64_t perConnection = 100'000 / 418 * kMpegFrame;
+  ASSERT_TRUE(recorder.waitForFrames(2 * perConnection - 30 * kMpegFrame));
+  EXPECT_EQ(server.connections("/flaky"), 2);
+  for (auto& [from, to] : recorder.states()) EXPECT_NE(to, SHOUTSTREAMER_STATE_FAILED);
+  EXPECT_EQ(shoutstreamer_status(recorder.streamer(), nullptr), 0);
+  // Titles keep their places across the reconnection: those of the second
+  // connection sit after all of the first connection's audio.
+  auto titles = recorder.titles();
+  auto sent = server.titles();
+  ASSERT_EQ(titles.size(), sent.size());
+  uint64_t firstConnectionFrames = 0;
+  for (size_t i = 0; i < sent.size(); ++i) {
+    if (sent[i].connection == 0) firstConnectionFrames = std::max(firstConnectionFrames, titles[i].position);
+    if (sent[i].connection == 1) {
+      EXPECT_GT(titles[i].position, firstConnectionFrames);
+    }
+  }
+}
+
+TEST(Shoutstreamer, FailsOnlyWhenReconnectionFails) {
+  BELVANE_SKIP_WITHOUT_LAME();
+  IcyTestServer server;
+  IcyStreamScript dropping;
+  dropping.audio = {belvane::test::stereoTone44k()};
+  dropping.audioBytes = 100'000;
+  IcyStreamScript gone;
+  gone.statusLine = "ICY 404 Not Found";
+  gone.audioBytes = 0;
+  server.serve("/gone", {dropping, gone});
+
+  StreamRecorder recorder;
+  ASSERT_EQ(recorder.start(server.url("/gone")), 0);
+  ASSERT_TRUE(recorder.waitForState(SHOUTSTREAMER_STATE_FAILED));
+  EXPECT_GE(server.connections("/gone"), 3);  // the drop, then several tries
+  auto states = recorder.states();
+  EXPECT_EQ(states.back().second, SHOUTSTREAMER_STATE_FAILED);
+  EXPECT_EQ(shoutstreamer_status(recorder.streamer(), nullptr), SHOUTSTREAMER_ERROR_NOT_FOUND);
+  // Everything received before the drop was delivered first.
+  EXPECT_GE(recorder.frames(), 100'000 / 418 * kMpegFrame - 2 * kMpegFrame);
+}
