@@ -1,0 +1,35 @@
+// Fuzzes the ASX reader: the first byte picks the entry point (the full
+// reader, whose XML path falls back to the tag scanner, or the tag scanner
+// alone); the rest is the file. Beyond crashes and hangs it checks the
+// scanner's shape: every track it inserts is one shared dictionary.
+#include <belvane/BVASXWebPlaylist.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  if (size == 0) return 0;
+  const bool scannerOnly = data[0] & 1;
+  std::span<const uint8_t> bytes(data + 1, size - 1);
+  auto text = BVWebPlaylist::stringFromData(bytes);
+  if (!text) return 0;
+
+  auto reader = BVASXWebPlaylist::create();
+  if (scannerOnly) {
+    reader->generateTracksFromStringUsingFallbackParser(*text);
+    const auto& tracks = reader->tracks();
+    for (const auto& track : tracks)
+      if (track.dictionary() != tracks.front().dictionary()) __builtin_trap();
+  } else {
+    reader->generateTracksFromString(*text);
+  }
+  for (const auto& track : reader->tracks()) {
+    if (!track[kPlaylistAttributeTrackURL].isString()) __builtin_trap();
+    const auto& alternates = track[kPlaylistAttributeAlternateTrackURLs];
+    if (!alternates.isNone() && (!alternates.array() || alternates.array()->empty() ||
+                                 alternates.array()->front() != track[kPlaylistAttributeTrackURL]))
+      __builtin_trap();
+  }
+  return 0;
+}

@@ -1,0 +1,9 @@
+[playlist]
+NumberOfEntries=2
+File1=http://a/1
+Title1=One
+Length1=-1
+file3=http://a/3
+Title3=x
+Genre3=rock
+Version=2
