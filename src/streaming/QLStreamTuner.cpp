@@ -1,0 +1,279 @@
+// QLStreamTuner: the candidate queue, playlist expansion and the delegate
+// conversation. All work runs on the run loop of the thread that called
+// start(); network looks are TunerFetch objects on that loop.
+#include "streaming/QLStreamTuner.h"
+
+#include "foundation/text_encoding.h"
+#include "streaming/QLDebug.h"
+#include "streaming/stream_tuner_errors.h"
+#include "streaming/stream_tuner_fetch.h"
+#include "streaming/stream_tuner_playlist.h"
+
+#include <belvane/BVRunLoop.h>
+
+#include <deque>
+#include <set>
+
+namespace {
+
+using namespace belvane::detail;
+
+// Playlists in one chain (the source's included) that are expanded.
+constexpr int kMaximumPlaylistNesting = 4;
+// Network looks per tuning: bounds wide trees of nested playlists.
+constexpr int kMaximumFetches = 128;
+
+struct Candidate {
+  BVURL url;
+  int depth;      // playlists above it
+  bool isSource;  // the station URL itself
+};
+
+// Schemes the tuner can look at; others are offered without a MIME type.
+bool isFetchable(const BVURL& url) {
+  std::string scheme = asciiLower(url.scheme());
+  return scheme == "http" || scheme == "https" || scheme == "file";
+}
+
+}  // namespace
+
+struct QLStreamTuner::Impl {
+  enum class Phase { Idle, Resolving, Found, Finished };
+
+  // Keeps the tuner alive while the loop runs its work, so the delegate may
+  // drop it inside a callback; counted to tell when nobody else holds it.
+  class Guard {
+   public:
+    explicit Guard(std::shared_ptr<QLStreamTuner> tuner) : tuner_(std::move(tuner)) { ++tuner_->impl_->guards; }
+    ~Guard() { --tuner_->impl_->guards; }
+    Guard(const Guard&) = delete;
+    Guard& operator=(const Guard&) = delete;
+
+   private:
+    std::shared_ptr<QLStreamTuner> tuner_;
+  };
+
+  Impl(QLStreamTuner& o, QLStreamTunerDelegate* d) : owner(o), delegate(d) {}
+
+  QLStreamTuner& owner;
+  QLStreamTunerDelegate* delegate;
+  std::optional<BVURL> sourceURL;
+  std::optional<BVURL> tunedURL;
+  std::optional<BVRunLoop> loop;
+  Phase phase = Phase::Idle;
+  uint64_t generation = 0;  // bumped by stop(): stale work sees it and quits
+  int guards = 0;
+  std::deque<Candidate> pending;
+  std::set<std::string> expandedPlaylists;
+  std::set<std::string> offered;
+  std::shared_ptr<TunerFetch> fetch;
+  bool found = false;
+  bool offeredAny = false;
+  BVErrorRef candidateError;
+  int fetchesLeft = kMaximumFetches;
+
+  void start() {
+    stop();
+    loop = BVRunLoop::current();
+    tunedURL.reset();
+    expandedPlaylists.clear();
+    offered.clear();
+    found = offeredAny = false;
+    candidateError = nullptr;
+    fetchesLeft = kMaximumFetches;
+    if (sourceURL) pending.push_back({*sourceURL, 0, true});
+    phase = Phase::Resolving;
+    schedule();
+  }
+
+  void stop() {
+    ++generation;
+    phase = Phase::Idle;
+    pending.clear();
+    if (auto current = std::move(fetch)) current->cancel();
+  }
+
+  void tuneNextStream() {
+    if (phase != Phase::Found) return;
+    phase = Phase::Resolving;
+    schedule();
+  }
+
+  // The tuner was stopped or restarted during a delegate call, or its owner
+  // let it go: the work in hand is dropped.
+  bool interrupted(uint64_t since) {
+    if (since != generation) return true;
+    if (owner.weak_from_this().use_count() <= guards) {
+      stop();
+      return true;
+    }
+    return false;
+  }
+
+  // Runs advance() from the loop, never inline.
+  void schedule() {
+    std::weak_ptr<QLStreamTuner> weak = owner.weak_from_this();
+    uint64_t since = generation;
+    loop->perform([weak, since] {
+      auto tuner = weak.lock();
+      if (!tuner || tuner->impl_->generation != since) return;
+      Impl& impl = *tuner->impl_;
+      Guard guard(std::move(tuner));
+      impl.advance();
+    });
+  }
+
+  // Takes candidates until one needs a network look or is accepted.
+  void advance() {
+    while (phase == Phase::Resolving) {
+      if (pending.empty()) {
+        exhausted();
+        return;
+      }
+      Candidate candidate = pending.front();
+      pending.pop_front();
+      const std::string& key = candidate.url.absoluteString();
+      // Repeats and playlist loops are skipped.
+      if (offered.count(key) || expandedPlaylists.count(key)) continue;
+      if (!isFetchable(candidate.url)) {
+        if (!offer(candidate.url, std::nullopt)) return;
+        continue;
+      }
+      if (fetchesLeft == 0) {
+        QLDebugLog(QL_LOG_WARNING, "tuner: too many playlist entries, the rest is skipped");
+        pending.clear();
+        continue;
+      }
+      --fetchesLeft;
+      look(candidate);
+      return;
+    }
+  }
+
+  void look(const Candidate& candidate) {
+    std::weak_ptr<QLStreamTuner> weak = owner.weak_from_this();
+    uint64_t since = generation;
+    fetch = TunerFetch::start(candidate.url, [weak, since, candidate](TunerFetchResult result) {
+      auto tuner = weak.lock();
+      if (!tuner || tuner->impl_->generation != since) return;
+      Impl& impl = *tuner->impl_;
+      Guard guard(std::move(tuner));
+      impl.looked(candidate, std::move(result));
+    });
+  }
+
+  void looked(const Candidate& candidate, TunerFetchResult result) {
+    fetch.reset();
+    switch (result.kind) {
+      case TunerFetchResult::Kind::Failed:
+        if (candidate.isSource) {
+          fail(result.error);
+          return;
+        }
+        QLDebugLog(QL_LOG_INFO, "tuner: skipping %s: %s", candidate.url.absoluteString().c_str(),
+                   result.error ? result.error->localizedDescription().c_str() : "failed");
+        candidateError = result.error;
+        break;
+      case TunerFetchResult::Kind::Stream:
+        if (!offer(candidate.url, result.mimeType)) return;
+        break;
+      case TunerFetchResult::Kind::Playlist:
+        expand(candidate, result);
+        break;
+    }
+    advance();
+  }
+
+  // The playlist's entries go to the front of the queue, in file order.
+  void expand(const Candidate& candidate, const TunerFetchResult& result) {
+    expandedPlaylists.insert(candidate.url.absoluteString());
+    const BVURL& base = result.finalURL ? *result.finalURL : candidate.url;
+    expandedPlaylists.insert(base.absoluteString());
+    if (candidate.depth >= kMaximumPlaylistNesting) {
+      QLDebugLog(QL_LOG_WARNING, "tuner: playlist %s is nested too deeply", candidate.url.absoluteString().c_str());
+      return;
+    }
+    std::vector<Candidate> entries;
+    for (const std::string& entry : tunerPlaylistEntries(result.format, result.text)) {
+      auto url = tunerResolveEntry(entry, base);
+      if (!url) continue;
+      // A playlist from the network may not point at local files.
+      if (url->isFileURL() && !base.isFileURL()) continue;
+      entries.push_back({*url, candidate.depth + 1, false});
+    }
+    QLDebugLog(QL_LOG_INFO, "tuner: playlist %s lists %zu entries", candidate.url.absoluteString().c_str(),
+               entries.size());
+    pending.insert(pending.begin(), entries.begin(), entries.end());
+  }
+
+  // Offers a candidate; false when the work in hand must stop.
+  bool offer(const BVURL& url, const std::optional<std::string>& mimeType) {
+    offered.insert(url.absoluteString());
+    offeredAny = true;
+    tunedURL = url;
+    const std::string* type = mimeType ? &*mimeType : nullptr;
+    uint64_t since = generation;
+    bool accepted = delegate && delegate->streamTunerShouldTuneStream(owner, url, type);
+    if (interrupted(since)) return false;
+    if (!accepted) return true;
+    found = true;
+    phase = Phase::Found;
+    if (delegate) delegate->streamTunerDidFindStreamURL(owner, url, type);
+    return !interrupted(since);
+  }
+
+  void exhausted() {
+    if (found) {
+      phase = Phase::Finished;
+      if (delegate) delegate->streamTunerDidComplete(owner);
+      return;
+    }
+    if (!sourceURL) {
+      fail(tunerError(QLStreamTunerErrorNoSourceURL, "No station address was given."));
+    } else if (offeredAny) {
+      fail(tunerError(QLStreamTunerErrorNoPlayableStream, "The station offers no stream this player can play.",
+                      &*sourceURL));
+    } else if (candidateError) {
+      // Every stream the station lists is out of reach: say why.
+      fail(candidateError);
+    } else {
+      fail(tunerError(QLStreamTunerErrorNoStreams, "The station's playlist lists no stream.", &*sourceURL));
+    }
+  }
+
+  void fail(const BVErrorRef& error) {
+    phase = Phase::Finished;
+    pending.clear();
+    QLDebugLog(QL_LOG_INFO, "tuner: failed: %s", error->localizedDescription().c_str());
+    if (delegate) delegate->streamTunerDidFailWithError(owner, error);
+  }
+};
+
+std::shared_ptr<QLStreamTuner> QLStreamTuner::create(QLStreamTunerDelegate* delegate) {
+  return std::shared_ptr<QLStreamTuner>(new QLStreamTuner(delegate));
+}
+
+QLStreamTuner::QLStreamTuner(QLStreamTunerDelegate* delegate) : impl_(std::make_unique<Impl>(*this, delegate)) {}
+
+QLStreamTuner::~QLStreamTuner() { impl_->stop(); }
+
+void QLStreamTuner::setDelegate(QLStreamTunerDelegate* delegate) { impl_->delegate = delegate; }
+
+void QLStreamTuner::setSourceURL(const BVURL& url) {
+  impl_->sourceURL = url;
+  impl_->tunedURL.reset();
+}
+
+void QLStreamTuner::start() { impl_->start(); }
+
+void QLStreamTuner::stop() { impl_->stop(); }
+
+void QLStreamTuner::tuneNextStream() { impl_->tuneNextStream(); }
+
+std::optional<BVURL> QLStreamTuner::tunedURL() const {
+  return impl_->tunedURL ? impl_->tunedURL : impl_->sourceURL;
+}
+
+std::string QLStreamTuner::trimParametersFromMimeType(const std::string& mimeType) {
+  return trimWhitespaceAndNewlines(std::string_view(mimeType).substr(0, mimeType.find(';')));
+}
