@@ -1,0 +1,83 @@
+// BVMP3StreamPlayer: the player of the built-in MP3/Shoutcast engine. It
+// hands a link's URL to the stream tuner, accepts only candidates it can
+// decode (MP3 over HTTP-like schemes) and remembers the others as fallback
+// streams for the master player, and plays the accepted stream through the
+// streaming library into the audio output. Every operation runs on the
+// thread that called playLink, whose run loop must be running.
+#pragma once
+
+#include <belvane/BVBasePlayer.h>
+#include <belvane/BVURL.h>
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+class BVShoutstreamerDelegate;
+class QLStreamTuner;
+struct shoutstreamer;
+
+class BVMP3StreamPlayer : public BVBasePlayer {
+ public:
+  static std::shared_ptr<BVMP3StreamPlayer> create();
+  ~BVMP3StreamPlayer() override;
+
+  void playLink(const std::shared_ptr<BVMediaLink>& link) override;
+  float volume() const override;
+  void setVolume(float volume) override;
+  bool isMuted() const override;
+  void setMuted(bool muted) override;
+  // Seconds since playLink started tuning (0 before).
+  float elapsedTime() const override;
+  BVDictionary attributes() const override;
+
+  // The first error of this playback, or nothing.
+  BVErrorRef error() const { return _error; }
+  // Candidates the tuner proposed that this player declined, in order;
+  // empty once a stream has started.
+  std::vector<BVURL> fallbackStreams() const;
+
+  // Linux additions: the audio output for the next playLink ("auto",
+  // "pulse", "alsa", "null", "null:fast", "wav:PATH"; 0 when understood),
+  // the frames the output has written so far, and the output opened by
+  // playLink ("pulse", "alsa", "null", "null:fast", "wav"; "none" before).
+  int setAudioOutput(const std::string& spec);
+  uint64_t outputFramesWritten() const;
+  std::string audioOutputName() const;
+
+  std::string className() const override { return "BVMP3StreamPlayer"; }
+
+  // Stream tuner delegate operations (on the playing thread).
+  bool streamTunerShouldTuneStream(QLStreamTuner& tuner, const BVURL& url, const std::string* mimeType);
+  void streamTunerDidFindStreamURL(QLStreamTuner& tuner, const BVURL& url, const std::string* mimeType);
+  void streamTunerDidFailWithError(QLStreamTuner& tuner, const BVErrorRef& error);
+  void streamTunerDidComplete(QLStreamTuner& tuner);
+
+  // Called by the shoutstreamer delegate on the playing thread.
+  void shoutstreamerChangedState(const BVDictionary& change);
+  void shoutstreamerDidProvideTitle(const std::shared_ptr<const std::string>& title);
+  void didStopAudioPlayer();
+
+ protected:
+  BVMP3StreamPlayer();
+
+ private:
+  std::string basePlayerErrorDescription() const;
+  BVErrorRef errorWithBVShoutstreamerCode(int32_t code) const;
+  void setError(const BVErrorRef& error);
+
+  struct TunerDelegate;
+
+  BVErrorRef _error;
+  shoutstreamer* _shoutstreamer = nullptr;
+  bool shoutstreamerStarted_ = false;
+  std::shared_ptr<BVShoutstreamerDelegate> _shoutstreamerDelegate;
+  std::optional<std::chrono::steady_clock::time_point> _timeOfPlay;
+  std::unique_ptr<TunerDelegate> tunerDelegate_;
+  std::shared_ptr<QLStreamTuner> _streamTuner;
+  std::shared_ptr<const std::string> _currentTitle;
+  std::optional<std::vector<BVURL>> _fallbackStreams;
+};

@@ -1,0 +1,253 @@
+// BVMP3StreamPlayer: tuning, the acceptance of candidates, the streaming
+// handle's life and the mapping of library states to player states.
+#include <belvane/BVConstants.h>
+#include <belvane/BVMP3StreamPlayer.h>
+#include <belvane/BVMediaLink.h>
+
+#include <cstdlib>
+#include <set>
+
+#include "foundation/text_encoding.h"
+#include "players/mp3_stream/shoutstreamer_delegate.h"
+#include "streaming/QLStreamTuner.h"
+#include "streaming/shoutstreamer.h"
+
+using belvane::detail::asciiLower;
+
+namespace {
+const std::set<std::string>& playableURLSchemes() {
+  static const std::set<std::string> s{"http", "https", "icy", "file", "shttp"};
+  return s;
+}
+const std::set<std::string>& playableMediaTypes() {
+  static const std::set<std::string> s{"audio/mp3",    "audio/x-mp3",    "audio/mpeg", "audio/x-mpeg",
+                                       "audio/mpeg3", "audio/x-mpeg3", "text/html"};
+  return s;
+}
+const std::set<std::string>& playablePathExtensions() {
+  static const std::set<std::string> s{"amc", "m1a", "m1s", "m2a", "mp2", "mp3", "mpa", "mpeg", "mpg", "mpm", "swa"};
+  return s;
+}
+constexpr int32_t kAACCode = SHOUTSTREAMER_ERROR_AAC;  // 'Eaac'
+
+std::string pathExtension(const BVURL& url) {
+  std::string path = url.path();
+  auto slash = path.rfind('/');
+  auto dot = path.rfind('.');
+  if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return {};
+  return path.substr(dot + 1);
+}
+}  // namespace
+
+// The tuner's delegate calls go to the player's operations of the same name.
+struct BVMP3StreamPlayer::TunerDelegate : QLStreamTunerDelegate {
+  explicit TunerDelegate(BVMP3StreamPlayer* p) : player(p) {}
+  BVMP3StreamPlayer* player;
+  bool streamTunerShouldTuneStream(QLStreamTuner& t, const BVURL& url, const std::string* mime) override {
+    return player->streamTunerShouldTuneStream(t, url, mime);
+  }
+  void streamTunerDidFindStreamURL(QLStreamTuner& t, const BVURL& url, const std::string* mime) override {
+    auto keep = player->shared_from_this();
+    player->streamTunerDidFindStreamURL(t, url, mime);
+  }
+  void streamTunerDidFailWithError(QLStreamTuner& t, const BVErrorRef& error) override {
+    auto keep = player->shared_from_this();
+    player->streamTunerDidFailWithError(t, error);
+  }
+  void streamTunerDidComplete(QLStreamTuner& t) override {
+    auto keep = player->shared_from_this();
+    player->streamTunerDidComplete(t);
+  }
+};
+
+std::shared_ptr<BVMP3StreamPlayer> BVMP3StreamPlayer::create() {
+  return std::shared_ptr<BVMP3StreamPlayer>(new BVMP3StreamPlayer());
+}
+
+BVMP3StreamPlayer::BVMP3StreamPlayer() {
+  _shoutstreamer = shoutstreamer_create();
+  _shoutstreamerDelegate = BVShoutstreamerDelegate::create();
+  _shoutstreamerDelegate->setOwner(this);
+  _fallbackStreams.emplace();
+  tunerDelegate_ = std::make_unique<TunerDelegate>(this);
+  _streamTuner = QLStreamTuner::create(tunerDelegate_.get());
+}
+
+BVMP3StreamPlayer::~BVMP3StreamPlayer() {
+  // No callback may reach this object from here on: the delegate forgets
+  // us first, then the stream stops (waiting for a callback in progress),
+  // and only then does the output go with the delegate.
+  _shoutstreamerDelegate->setOwner(nullptr);
+  shoutstreamer_destroy(_shoutstreamer);
+  _shoutstreamer = nullptr;
+  _shoutstreamerDelegate.reset();
+  _streamTuner->setDelegate(nullptr);
+  _streamTuner->stop();
+  BVRunLoop::cancelPerforms(this);
+  // We may be inside one of the tuner's own delegate calls: let it go once
+  // that call has returned.
+  BVRunLoop::current().perform([tuner = std::move(_streamTuner)] {});
+}
+
+void BVMP3StreamPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
+  BVBasePlayer::playLink(link);
+  _shoutstreamerDelegate->setRunLoop(BVRunLoop::current());
+  int code = _shoutstreamerDelegate->startAudioPlayer();
+  if (code != 0) {
+    BVDictionary info{
+        {BVLocalizedDescriptionKey,
+         BVValue("Audio player failed to start with error code " + std::to_string(code) + ".")},
+        {BVDoNotReportToRadioTimeErrorKey, BVValue("")}};
+    setError(BVError::create(BVShoutstreamerErrorDomain, code, std::move(info)));
+    changeStateTo(BVPlayerStateError, _error);
+    return;
+  }
+  changeStateTo(BVPlayerStateConnecting);
+  if (link) _streamTuner->setSourceURL(link->url());
+  _streamTuner->start();
+  _timeOfPlay = std::chrono::steady_clock::now();
+}
+
+float BVMP3StreamPlayer::volume() const { return _shoutstreamerDelegate->volume(); }
+void BVMP3StreamPlayer::setVolume(float volume) { _shoutstreamerDelegate->setVolume(volume); }
+bool BVMP3StreamPlayer::isMuted() const { return _shoutstreamerDelegate->isMuted(); }
+void BVMP3StreamPlayer::setMuted(bool muted) { _shoutstreamerDelegate->setMuted(muted); }
+
+float BVMP3StreamPlayer::elapsedTime() const {
+  if (!_timeOfPlay) return 0.0f;
+  return std::chrono::duration<float>(std::chrono::steady_clock::now() - *_timeOfPlay).count();
+}
+
+BVDictionary BVMP3StreamPlayer::attributes() const {
+  BVDictionary result = BVBasePlayer::attributes();
+  if (_currentTitle) result[BVPlayerAttributeStreamTitleKey] = BVValue(*_currentTitle);
+  return result;
+}
+
+std::vector<BVURL> BVMP3StreamPlayer::fallbackStreams() const {
+  return _fallbackStreams ? *_fallbackStreams : std::vector<BVURL>{};
+}
+
+int BVMP3StreamPlayer::setAudioOutput(const std::string& spec) { return _shoutstreamerDelegate->setAudioOutput(spec); }
+uint64_t BVMP3StreamPlayer::outputFramesWritten() const { return _shoutstreamerDelegate->framesWritten(); }
+std::string BVMP3StreamPlayer::audioOutputName() const { return _shoutstreamerDelegate->outputName(); }
+
+// ---- tuner delegate ------------------------------------------------------------
+
+bool BVMP3StreamPlayer::streamTunerShouldTuneStream(QLStreamTuner&, const BVURL& url, const std::string* mimeType) {
+  std::string scheme = asciiLower(url.scheme());
+  if (scheme.empty()) return false;
+  if (playableURLSchemes().count(scheme)) {
+    if (!mimeType) return true;
+    if (playableMediaTypes().count(QLStreamTuner::trimParametersFromMimeType(*mimeType))) return true;
+    if (playablePathExtensions().count(asciiLower(pathExtension(url)))) return true;
+  }
+  if (_fallbackStreams) _fallbackStreams->push_back(url);
+  return false;
+}
+
+void BVMP3StreamPlayer::streamTunerDidFindStreamURL(QLStreamTuner&, const BVURL& url, const std::string* mimeType) {
+  std::string text = url.absoluteString();
+  if (text.empty()) {
+    std::string message = "Internal Error. The stream tuner found an invalid URL with mime type " +
+                          (mimeType ? *mimeType : std::string("(null)")) + ":\n" + text;
+    setError(BVError::create(BVBelvaneErrorDomain, 67003, {{BVLocalizedDescriptionKey, BVValue(message)}}));
+    _shoutstreamerDelegate->askAudioPlayerToStop();
+    return;
+  }
+  // A handle plays one stream; a later candidate (after the previous one
+  // ended) gets a fresh handle.
+  if (shoutstreamerStarted_) {
+    shoutstreamer_destroy(_shoutstreamer);
+    _shoutstreamer = shoutstreamer_create();
+  }
+  shoutstreamer_set_interrupt_callback(_shoutstreamer, &BVShoutstreamerDelegate::interruptCallback);
+  int result = shoutstreamer_start(_shoutstreamer, text.c_str(), _shoutstreamerDelegate.get(),
+                                   &BVShoutstreamerDelegate::stateCallback, &BVShoutstreamerDelegate::audioCallback,
+                                   nullptr, &BVShoutstreamerDelegate::titleCallback);
+  shoutstreamerStarted_ = true;
+  if (result != 0) {
+    setError(errorWithBVShoutstreamerCode(result));
+    _shoutstreamerDelegate->askAudioPlayerToStop();
+    return;
+  }
+  _fallbackStreams.reset();
+}
+
+void BVMP3StreamPlayer::streamTunerDidFailWithError(QLStreamTuner&, const BVErrorRef& error) {
+  BVErrorRef e = error;
+  if (e && !e->hasUserInfo())
+    e = BVError::create(e->domain(), e->code(), {{BVBasePlayerErrorKey, BVValue(basePlayerErrorDescription())}});
+  setError(e);
+  _shoutstreamerDelegate->askAudioPlayerToStop();
+}
+
+void BVMP3StreamPlayer::streamTunerDidComplete(QLStreamTuner&) { _shoutstreamerDelegate->askAudioPlayerToStop(); }
+
+// ---- from the shoutstreamer delegate -------------------------------------------
+
+void BVMP3StreamPlayer::shoutstreamerChangedState(const BVDictionary& change) {
+  if (_error) return;
+  auto number = [&](const char* key) {
+    auto it = change.find(key);
+    return it == change.end() ? int64_t(0) : it->second.integerValue();
+  };
+  int64_t newState = number("newState");
+  int64_t errorCode = number("errorCode");
+  if (newState == 1 || newState == 2) return;
+  auto self = shared_from_this();
+  if (newState == 3) {
+    if (state() != BVPlayerStatePlaying) changeStateTo(BVPlayerStatePlaying);
+    return;
+  }
+  if (errorCode != 0) {
+    setError(errorWithBVShoutstreamerCode(int32_t(errorCode)));
+    _shoutstreamerDelegate->askAudioPlayerToStop();
+    return;
+  }
+  std::weak_ptr<QLStreamTuner> tuner = _streamTuner;
+  BVRunLoop::current().performAfterDelay(0.0, this, [tuner] {
+    if (auto t = tuner.lock()) t->tuneNextStream();
+  });
+}
+
+void BVMP3StreamPlayer::shoutstreamerDidProvideTitle(const std::shared_ptr<const std::string>& title) {
+  if (!title || title == _currentTitle) return;
+  _currentTitle = title;
+  auto self = shared_from_this();
+  changedAttribute({{BVPlayerAttributeStreamTitleKey, BVValue(*title)}});
+}
+
+void BVMP3StreamPlayer::didStopAudioPlayer() {
+  if (state() == BVPlayerStateStopped || state() == BVPlayerStateError) return;
+  auto self = shared_from_this();
+  if (_error)
+    changeStateTo(BVPlayerStateError, _error);
+  else
+    changeStateTo(BVPlayerStateStopped);
+}
+
+// ---- private -------------------------------------------------------------------
+
+std::string BVMP3StreamPlayer::basePlayerErrorDescription() const {
+  auto tuned = _streamTuner ? _streamTuner->tunedURL() : std::nullopt;
+  return "Tuned URL:\n" + (tuned ? tuned->absoluteString() : std::string("(null)"));
+}
+
+BVErrorRef BVMP3StreamPlayer::errorWithBVShoutstreamerCode(int32_t code) const {
+  std::string description;
+  if (char* text = shoutstreamer_error_as_string(code)) {
+    description = text;
+    free(text);
+  } else {
+    description = "Shoutstreamer error with code " + std::to_string(code) + ".";
+  }
+  BVDictionary info{{BVLocalizedDescriptionKey, BVValue(description)},
+                    {BVBasePlayerErrorKey, BVValue(basePlayerErrorDescription())}};
+  if (code == kAACCode) info[BVDoNotReportToRadioTimeErrorKey] = BVValue("");
+  return BVError::create(BVShoutstreamerErrorDomain, code, std::move(info));
+}
+
+void BVMP3StreamPlayer::setError(const BVErrorRef& error) {
+  if (!_error) _error = error;
+}

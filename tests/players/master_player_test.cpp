@@ -1,0 +1,144 @@
+// The master player's relay and swallow rules, and the life of players
+// while the streaming threads deliver: owners that drop the player inside a
+// callback, destruction mid-stream, and many cycles with no thread left.
+#include <gtest/gtest.h>
+
+#include <belvane/BVMP3StreamPlayer.h>
+#include <belvane/BVMasterPlayer.h>
+#include <belvane/BVPlayerEngineCenter.h>
+#include <belvane/BVPlayerEngines.h>
+
+#include <dirent.h>
+
+#include "recording_owner.h"
+#include "support/icy_test_server.h"
+
+using namespace belvane::test;
+
+namespace {
+IcyStreamScript liveStream() {
+  IcyStreamScript s;
+  s.audio = {stereoTone44k()};
+  s.audioBytes = 400'000;
+  return s;
+}
+
+std::shared_ptr<BVMasterPlayer> makeMaster(RecordingOwner& owner) {
+  auto master = BVMasterPlayer::create();
+  master->setOwner(&owner);
+  auto* mp3 = dynamic_cast<BVMP3StreamPlayer*>(master->subPlayer().get());
+  EXPECT_TRUE(mp3);
+  if (mp3) mp3->setAudioOutput("null:fast");
+  return master;
+}
+
+int threadCount() {
+  int n = 0;
+  if (DIR* d = opendir("/proc/self/task")) {
+    while (auto* e = readdir(d))
+      if (e->d_name[0] != '.') ++n;
+    closedir(d);
+  }
+  return n;
+}
+}  // namespace
+
+TEST(MasterPlayer, StartsWithTheMP3PlayerAndForwardsToIt) {
+  RecordingOwner owner;
+  auto master = makeMaster(owner);
+  EXPECT_EQ(master->subPlayer()->className(), "BVMP3StreamPlayer");
+  EXPECT_EQ(master->subPlayer()->owner(), master.get());
+  master->setVolume(0.3f);
+  EXPECT_FLOAT_EQ(master->subPlayer()->volume(), 0.3f);
+  master->setMuted(true);
+  EXPECT_TRUE(master->isMuted());
+  EXPECT_EQ(master->state(), BVPlayerStateIdle);
+  EXPECT_FALSE(master->hasPosition());
+}
+
+TEST(MasterPlayer, RelaysStatesAndTitlesWithItselfAsThePlayer) {
+  BELVANE_SKIP_WITHOUT_LAME();
+  IcyTestServer server;
+  auto s = liveStream();
+  s.statusLine = "HTTP/1.0 200 OK";
+  s.contentLength = true;
+  s.audioBytes = 40'000;
+  s.titleForBlock = [](int b) { return "T" + std::to_string(b); };
+  server.serve("/live", {s});
+  RecordingOwner owner;
+  auto master = makeMaster(owner);
+  master->playLink(linkTo(server.url("/live")));
+  ASSERT_TRUE(runUntilEnded(owner));
+  EXPECT_EQ(owner.sequence(),
+            (std::vector<BVPlayerState>{BVPlayerStateConnecting, BVPlayerStatePlaying, BVPlayerStateStopped}));
+  for (auto& e : owner.states) EXPECT_EQ(e.player, master.get());
+  EXPECT_FALSE(owner.titles.empty());
+  EXPECT_EQ(master->state(), BVPlayerStateStopped);
+}
+
+TEST(MasterPlayer, FailureWithFallbackStreamsButNoOtherPlayerIsRelayed) {
+  BELVANE_SKIP_WITHOUT_LAME();
+  IcyTestServer server;
+  auto aac = liveStream();
+  aac.contentType = "audio/aacp";
+  aac.payload = IcyStreamScript::Payload::Adts;
+  server.serve("/aac", {aac});
+  auto link = linkTo(server.url("/aac"));
+
+  // The candidates are the link's engines without the MP3 stream engine.
+  auto engines = BVPlayerEngineCenter::sharedCenter()->preferedEnginesForFormat(*link->format());
+  ASSERT_FALSE(engines.empty());
+  EXPECT_EQ(engines.front(), std::shared_ptr<BVBasePlayerEngine>(BVMP3StreamPlayerEngine::sharedEngine()));
+
+  RecordingOwner owner;
+  auto master = makeMaster(owner);
+  auto* first = master->subPlayer().get();
+  master->playLink(link);
+  ASSERT_TRUE(runUntilEnded(owner));
+  // No other engine makes a player yet: the error reaches the host as is.
+  EXPECT_EQ(master->subPlayer().get(), first);
+  EXPECT_FALSE(dynamic_cast<BVMP3StreamPlayer*>(first)->fallbackStreams().empty());
+  ASSERT_EQ(owner.states.back().to, BVPlayerStateError);
+  EXPECT_EQ(owner.states.back().player, master.get());
+  EXPECT_TRUE(owner.states.back().error);
+}
+
+TEST(PlayerLifetime, OwnerMayDropThePlayerInsideStateChange) {
+  BELVANE_SKIP_WITHOUT_LAME();
+  IcyTestServer server;
+  server.serve("/live", {liveStream()});
+  RecordingOwner owner;
+  auto master = makeMaster(owner);
+  owner.onState = [&](BVBasePlayer&, BVPlayerState s) {
+    if (s == BVPlayerStatePlaying) master.reset();
+  };
+  master->playLink(linkTo(server.url("/live")));
+  EXPECT_TRUE(BVRunLoop::main().runUntil([&] { return !master; }, 20.0));
+  BVRunLoop::main().runFor(0.2);  // late hand-offs find nobody
+  EXPECT_EQ(owner.sequence().back(), BVPlayerStatePlaying);
+}
+
+TEST(PlayerLifetime, ManyCyclesLeaveNoThreadBehind) {
+  BELVANE_SKIP_WITHOUT_LAME();
+  IcyTestServer server;
+  server.serve("/live", {liveStream()});
+  // Warm up process-wide threads (GLib, curl) before counting.
+  {
+    RecordingOwner owner;
+    auto master = makeMaster(owner);
+    master->playLink(linkTo(server.url("/live")));
+    BVRunLoop::main().runUntil([&] { return owner.reached(BVPlayerStatePlaying); }, 20.0);
+  }
+  BVRunLoop::main().runFor(0.3);
+  int before = threadCount();
+  for (int i = 0; i < 100; ++i) {
+    RecordingOwner owner;
+    auto master = makeMaster(owner);
+    master->playLink(linkTo(server.url("/live")));
+    // Destroy at different points: while tuning, connecting and delivering.
+    BVRunLoop::main().runFor(0.002 * (i % 10));
+    if (i % 10 == 9) BVRunLoop::main().runUntil([&] { return owner.reached(BVPlayerStatePlaying); }, 20.0);
+  }
+  EXPECT_TRUE(BVRunLoop::main().runUntil([&] { return threadCount() <= before; }, 10.0))
+      << threadCount() << " threads, " << before << " before";
+}

@@ -1,0 +1,245 @@
+// belvane play: plays a link (or the built-in demo station) through a
+// master player on the run loop, reporting the owner callbacks as JSON
+// lines, as plain lines, or as a live status line on a terminal.
+#include "cmd_play_terminal.h"
+#include "cmd_play_tool.h"
+#include "commands.h"
+#include "demo_station.h"
+
+#include <belvane/BVConstants.h>
+#include <belvane/BVMP3StreamPlayer.h>
+#include <belvane/BVMasterPlayer.h>
+#include <belvane/BVMediaLink.h>
+#include <belvane/BVPlayerEngineCenter.h>
+#include <belvane/BVURLAdditions.h>
+
+#include <glib-unix.h>
+#include <glib.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+namespace belvane::tool {
+
+namespace {
+
+const char* const kOutputs[] = {"auto", "pulse", "alsa", "null", "null:fast"};
+
+bool validOutput(const std::string& spec) {
+  for (const char* o : kOutputs)
+    if (spec == o) return true;
+  return spec.rfind("wav:", 0) == 0 && spec.size() > 4;
+}
+
+// The owner that hears the master player and reports what it hears.
+class PlayReporter : public BVPlayerOwner {
+ public:
+  PlayReporter(BVMasterPlayer& master, bool json) : master_(master), json_(json) {}
+
+  void begin() { start_ = std::chrono::steady_clock::now(); }
+  void setTerminal(PlayTerminal* terminal) { terminal_ = terminal; }
+  BVPlayerState finalState() const { return master_.state(); }
+
+  std::string engineID() const {
+    auto sub = master_.subPlayer();
+    if (!sub) return {};
+    for (auto& engine : BVPlayerEngineCenter::sharedCenter()->allEngines())
+      if (engine->playerClass() == sub->className()) return engine->engineID().value_or("");
+    return {};
+  }
+
+  void playerStateChanged(BVBasePlayer&, BVPlayerState from, BVPlayerState to, const BVErrorRef& error) override {
+    if (json_) {
+      auto line = common("state");
+      line["from"] = int(from);
+      line["to"] = int(to);
+      line["error"] = errorToJSON(error);
+      emit(line);
+    } else {
+      static const char* names[] = {"Idle", "Connecting", "Playing", "Stopped", "Error"};
+      say(std::string("State: ") + names[std::clamp(int(to), 0, 4)]);
+      if (error) {
+        say("Error: " + error->localizedDescription());
+        auto it = error->userInfo().find(BVBasePlayerErrorKey);
+        if (it != error->userInfo().end() && it->second.string()) say(*it->second.string());
+      }
+    }
+    if (to == BVPlayerStateStopped || to == BVPlayerStateError) BVRunLoop::current().stop();
+  }
+
+  void playerPositionChanged(BVBasePlayer&, float position) override {
+    if (!json_) return;
+    auto line = common("position");
+    line["position"] = position;
+    emit(line);
+  }
+
+  void playerAttributeChanged(BVBasePlayer&, const BVDictionary& attributes) override {
+    if (json_) {
+      auto line = common("attribute");
+      line["attributes"] = valueToJSON(BVValue(attributes));
+      emit(line);
+      return;
+    }
+    auto it = attributes.find(BVPlayerAttributeStreamTitleKey);
+    if (it != attributes.end() && it->second.string()) say("Now playing: " + *it->second.string());
+  }
+
+  void end() {
+    if (json_) emit({{"t", seconds()}, {"event", "end"}, {"state", int(finalState())}});
+  }
+
+ private:
+  double seconds() const {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+  }
+  nlohmann::ordered_json common(const char* event) const {
+    nlohmann::ordered_json line;
+    line["t"] = seconds();
+    line["event"] = event;
+    return line;
+  }
+  // Writes the line with the engine and the output's frame count last.
+  void emit(nlohmann::ordered_json line) {
+    if (line["event"] != "end") {
+      line["engine"] = engineID();
+      auto* mp3 = dynamic_cast<BVMP3StreamPlayer*>(master_.subPlayer().get());
+      line["outputFrames"] = mp3 ? mp3->outputFramesWritten() : 0;
+    }
+    std::fprintf(stdout, "%s\n", line.dump().c_str());
+    std::fflush(stdout);
+  }
+  void say(const std::string& text) {
+    if (terminal_) {
+      terminal_->print(text);
+    } else {
+      std::fprintf(stdout, "%s\n", text.c_str());
+      std::fflush(stdout);
+    }
+  }
+
+  BVMasterPlayer& master_;
+  bool json_;
+  PlayTerminal* terminal_ = nullptr;
+  std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+// belvane-player-tool beside this executable.
+std::string defaultPlayerToolPath() {
+  gchar* self = g_file_read_link("/proc/self/exe", nullptr);
+  std::string dir = ".";
+  if (self) {
+    gchar* d = g_path_get_dirname(self);
+    dir = d;
+    g_free(d);
+    g_free(self);
+  }
+  return dir + "/belvane-player-tool";
+}
+
+gboolean stopOnSignal(gpointer) {
+  BVRunLoop::main().stop();
+  return G_SOURCE_CONTINUE;
+}
+
+int runPlay(const Arguments& args) {
+  if (args.positional().size() > 1) throw UsageError("play takes at most one URL");
+  std::string output = args.option("output").value_or("auto");
+  if (!validOutput(output)) throw UsageError("unknown output '" + output + "'");
+  double duration = args.number("duration", 0);
+  double volume = args.number("volume", -1);
+  bool json = args.flag("json");
+
+  std::unique_ptr<DemoStation> demo;
+  std::string urlText;
+  if (args.positional().empty()) {
+    demo = std::make_unique<DemoStation>();
+    if (!demo->start()) {
+      std::fprintf(stderr, "belvane play: %s\n", demo->error().c_str());
+      return 1;
+    }
+    urlText = demo->url();
+    if (!json) std::fprintf(stdout, "Playing the built-in demo station (%s) on output '%s'.\n", urlText.c_str(), output.c_str());
+  } else {
+    urlText = args.positional()[0];
+  }
+  auto url = bvURLFromString(std::string_view(urlText));
+  if (!url) throw UsageError("not a URL: '" + urlText + "'");
+
+  if (args.flag("tool") || args.option("tool-path")) {
+    // The tool inherits the output choice through the environment.
+    g_setenv("BELVANE_AUDIO_OUTPUT", output.c_str(), TRUE);
+    int status = playThroughTool(args.option("tool-path").value_or(defaultPlayerToolPath()), *url, duration, volume,
+                                 args.flag("mute"), json);
+    demo.reset();
+    return status;
+  }
+
+  // Every engine's audio output follows this; the MP3 player is also told directly.
+  g_setenv("BELVANE_AUDIO_OUTPUT", output.c_str(), TRUE);
+  auto master = BVMasterPlayer::create();
+  if (auto* mp3 = dynamic_cast<BVMP3StreamPlayer*>(master->subPlayer().get())) mp3->setAudioOutput(output);
+  PlayReporter reporter(*master, json);
+  master->setOwner(&reporter);
+  if (volume >= 0) master->setVolume(float(volume));
+  if (args.flag("mute")) master->setMuted(true);
+
+  std::unique_ptr<PlayTerminal> terminal;
+  if (!json && isatty(STDIN_FILENO) && isatty(STDOUT_FILENO)) {
+    terminal = std::make_unique<PlayTerminal>(
+        master.get(), [&reporter] { return reporter.engineID(); }, [] { BVRunLoop::main().stop(); });
+    reporter.setTerminal(terminal.get());
+  }
+  guint sigint = g_unix_signal_add(SIGINT, stopOnSignal, nullptr);
+  guint sigterm = g_unix_signal_add(SIGTERM, stopOnSignal, nullptr);
+  if (duration > 0) BVRunLoop::main().performAfterDelay(duration, &reporter, [] { BVRunLoop::main().stop(); });
+
+  reporter.begin();
+  master->playLink(BVMediaLink::linkWithURL(*url));
+  if (auto* mp3 = dynamic_cast<BVMP3StreamPlayer*>(master->subPlayer().get()); mp3 && !json) {
+    std::string name = mp3->audioOutputName();
+    std::string note = "Audio output: " + name;
+    if (output == "auto" && name.rfind("null", 0) == 0) note += " (no audio device found: playing silently)";
+    if (terminal) terminal->print(note); else std::fprintf(stdout, "%s\n", note.c_str());
+  }
+  BVPlayerState state = master->state();
+  if (state != BVPlayerStateStopped && state != BVPlayerStateError) BVRunLoop::main().run();
+
+  BVRunLoop::cancelPerforms(&reporter);
+  g_source_remove(sigint);
+  g_source_remove(sigterm);
+  reporter.setTerminal(nullptr);
+  terminal.reset();
+  state = master->state();
+  reporter.end();
+  master->setOwner(nullptr);
+  master.reset();
+  demo.reset();
+  if (!json) std::fprintf(stdout, "\n");
+  return state == BVPlayerStateError ? 1 : 0;
+}
+
+}  // namespace
+
+std::vector<Command> playCommands() {
+  return {{"play", "[URL] [--output O] [--duration S] [--volume V] [--mute] [--json] [--tool] [--tool-path PATH]",
+           "Plays URL through the master player until it stops, the duration passes or q is pressed.\n"
+           "Without a URL it plays the built-in demo station, a loopback Shoutcast server with a\n"
+           "synthesised clip whose titles change with each piece.\n"
+           "  --output auto|pulse|alsa|null|null:fast|wav:PATH   where the audio goes (default auto)\n"
+           "  --duration S   stop after S seconds\n"
+           "  --volume V     linear gain 0..1\n"
+           "  --mute         start muted\n"
+           "  --json         one JSON object a line for every player callback, then {\"event\":\"end\"}\n"
+           "  --tool         play in a separate player-tool process (state followed by polling)\n"
+           "  --tool-path P  the player-tool executable (default: belvane-player-tool beside belvane)\n"
+           "Exit status 0 when playback stopped or the duration passed, 1 when it ended in an error.",
+           runPlay,
+           {"output", "duration", "volume", "tool-path"},
+           {"mute", "json", "tool"}}};
+}
+
+}  // namespace belvane::tool

@@ -1,0 +1,118 @@
+// PlayTerminal: raw-mode keys and the redrawn status line.
+#include "cmd_play_terminal.h"
+
+#include <belvane/BVConstants.h>
+
+#include <glib.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+namespace belvane::tool {
+
+namespace {
+const char* stateName(BVPlayerState s) {
+  switch (s) {
+    case BVPlayerStateIdle: return "Idle";
+    case BVPlayerStateConnecting: return "Connecting";
+    case BVPlayerStatePlaying: return "Playing";
+    case BVPlayerStateStopped: return "Stopped";
+    case BVPlayerStateError: return "Error";
+  }
+  return "?";
+}
+
+std::string clock(float seconds) {
+  if (seconds < 0) seconds = 0;
+  int s = int(seconds);
+  char buf[32];
+  std::snprintf(buf, sizeof buf, "%02d:%02d", s / 60, s % 60);
+  return buf;
+}
+}  // namespace
+
+PlayTerminal::PlayTerminal(BVBasePlayer* player, std::function<std::string()> engineName, std::function<void()> quit)
+    : player_(player), engineName_(std::move(engineName)), quit_(std::move(quit)) {
+  if (tcgetattr(STDIN_FILENO, &saved_) == 0) {
+    termios raw = saved_;
+    raw.c_lflag &= ~(ICANON | ECHO);  // keep ISIG: Ctrl-C still interrupts
+    raw.c_cc[VMIN] = 1;
+    raw.c_cc[VTIME] = 0;
+    raw_ = tcsetattr(STDIN_FILENO, TCSANOW, &raw) == 0;
+  }
+  input_ = BVRunLoop::current().watchFD(STDIN_FILENO, G_IO_IN | G_IO_HUP, [this](int) { return onInput(); });
+  tick_ = BVTimer::scheduledTimer(0.5, true, [this](BVTimer&) { redraw(); });
+  std::fputs("keys: space/m mute, +/- volume, left/right seek, q quit\n", stdout);
+  redraw();
+}
+
+PlayTerminal::~PlayTerminal() {
+  if (tick_) tick_->invalidate();
+  if (input_) input_->cancel();
+  if (raw_) tcsetattr(STDIN_FILENO, TCSANOW, &saved_);
+  std::fputs("\r\033[K", stdout);
+  std::fflush(stdout);
+}
+
+void PlayTerminal::print(const std::string& line) {
+  std::fprintf(stdout, "\r\033[K%s\n", line.c_str());
+  redraw();
+}
+
+void PlayTerminal::redraw() {
+  std::string line = std::string("[") + stateName(player_->state()) + "] " + engineName_();
+  auto attributes = player_->attributes();
+  for (const char* key : {BVPlayerAttributeStreamTitleKey, BVPlayerAttributeArtistKey}) {
+    auto it = attributes.find(key);
+    if (it != attributes.end() && it->second.string()) line += " | " + *it->second.string();
+  }
+  line += " | " + clock(player_->elapsedTime());
+  if (player_->hasPosition()) {
+    float p = std::clamp(player_->position(), 0.0f, 1.0f);
+    int filled = int(std::lround(p * 20));
+    line += " [" + std::string(size_t(filled), '=') + std::string(size_t(20 - filled), ' ') + "]";
+  }
+  float volume = player_->volume();
+  if (volume >= 0) line += " | vol " + std::to_string(int(std::lround(volume * 100))) + "%";
+  if (player_->isMuted()) line += " (muted)";
+  std::fprintf(stdout, "\r\033[K%s", line.c_str());
+  std::fflush(stdout);
+}
+
+bool PlayTerminal::onInput() {
+  char buf[64];
+  ssize_t n = ::read(STDIN_FILENO, buf, sizeof buf);
+  if (n <= 0) return false;  // stdin closed: no more keys
+  pending_.append(buf, size_t(n));
+  while (!pending_.empty()) {
+    if (pending_[0] == '\033') {
+      if (pending_.size() < 3) break;  // wait for the rest of the sequence
+      handleKey(pending_.substr(0, 3));
+      pending_.erase(0, 3);
+    } else {
+      handleKey(pending_.substr(0, 1));
+      pending_.erase(0, 1);
+    }
+  }
+  redraw();
+  return true;
+}
+
+void PlayTerminal::handleKey(const std::string& key) {
+  if (key == " " || key == "m") {
+    player_->setMuted(!player_->isMuted());
+  } else if (key == "+" || key == "=") {
+    player_->setVolume(std::min(1.0f, std::max(0.0f, player_->volume()) + 0.1f));
+  } else if (key == "-" || key == "_") {
+    player_->setVolume(std::max(0.0f, player_->volume() - 0.1f));
+  } else if ((key == "\033[C" || key == "\033[D") && player_->hasPosition()) {
+    float step = key == "\033[C" ? 0.05f : -0.05f;
+    player_->setPosition(std::clamp(player_->position() + step, 0.0f, 1.0f));
+  } else if (key == "q" || key == "Q") {
+    quit_();
+  }
+}
+
+}  // namespace belvane::tool

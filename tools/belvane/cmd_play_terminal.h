@@ -1,0 +1,43 @@
+// PlayTerminal: the live status line and keys of `belvane play` on a
+// terminal. Puts the terminal in raw mode (restored on destruction), reads
+// keys through a run-loop watch on stdin, and redraws one status line with
+// titles and messages scrolling above it.
+#pragma once
+
+#include <belvane/BVBasePlayer.h>
+#include <belvane/BVRunLoop.h>
+
+#include <functional>
+#include <string>
+
+#include <termios.h>
+
+namespace belvane::tool {
+
+class PlayTerminal {
+ public:
+  // player is not owned; quit is called for q.
+  PlayTerminal(BVBasePlayer* player, std::function<std::string()> engineName, std::function<void()> quit);
+  ~PlayTerminal();
+  PlayTerminal(const PlayTerminal&) = delete;
+  PlayTerminal& operator=(const PlayTerminal&) = delete;
+
+  // A line above the status line (titles, state changes, errors).
+  void print(const std::string& line);
+  void redraw();
+
+ private:
+  bool onInput();
+  void handleKey(const std::string& key);
+
+  BVBasePlayer* player_;
+  std::function<std::string()> engineName_;
+  std::function<void()> quit_;
+  termios saved_{};
+  bool raw_ = false;
+  BVRunLoopSourceRef input_;
+  std::shared_ptr<BVTimer> tick_;
+  std::string pending_;  // bytes of an escape sequence not complete yet
+};
+
+}  // namespace belvane::tool

@@ -1,0 +1,15 @@
+// Playing a link in the player tool process (belvane play --tool).
+#pragma once
+
+#include "commands.h"
+
+#include <belvane/BVURL.h>
+
+namespace belvane::tool {
+
+// Plays url through the tool at toolPath until it stops or the duration
+// passes; the exit status of belvane play.
+int playThroughTool(const std::string& toolPath, const BVURL& url, double duration, double volume, bool mute,
+                    bool json);
+
+}  // namespace belvane::tool
