@@ -98,3 +98,29 @@ TEST(BelvaneTool, LinkPropertyListRoundTrip) {
   r = runTool({"http-error", "299"});
   EXPECT_EQ(r.out, "null\n");
 }
+
+TEST(BelvaneTool, PlaylistReportsReaderEventsAndTracks) {
+  TestHTTPServer server;
+  server.route("/station.pls", Response::ok("audio/x-scpls", "[playlist]\nFile1=http://a.example/live\nTitle1=Jazz\n"));
+  server.route("/gone.m3u", Response::status(404, "text/html", "<html>gone</html>\n"));
+  auto r = runTool({"playlist", server.url("/station.pls"), "--json"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out,
+            "{\"class\":\"BVPLSWebPlaylist\",\"loadSucceeded\":true,\"finishedLoading\":true,"
+            "\"events\":[{\"call\":\"playlistDidFinishLoading:\"}],\"tracks\":[{\"kPlaylistAttributeTrackNumber\":1,"
+            "\"kPlaylistAttributeTrackTitle\":\"Jazz\",\"kPlaylistAttributeTrackURL\":\"http://a.example/live\"}]}\n");
+
+  // An error page: the failure, then the finish with what the reader made of the page.
+  r = runTool({"playlist", server.url("/gone.m3u"), "--json"});
+  auto failure = r.out.find("playlist:didFailWithError:");
+  auto finish = r.out.find("playlistDidFinishLoading:");
+  ASSERT_NE(failure, std::string::npos) << r.out;
+  ASSERT_NE(finish, std::string::npos) << r.out;
+  EXPECT_LT(failure, finish);
+  EXPECT_NE(r.out.find("\"NSLocalizedDescription\":\"404 not found\""), std::string::npos) << r.out;
+
+  belvane::test::TempDir dir;
+  std::string path = dir.write("list.m3u", "#comment\nhttp://b.example/x.mp3\n");
+  r = runTool({"playlist", "--file", path, "--as", "m3u"});
+  EXPECT_NE(r.out.find("kPlaylistAttributeTrackURL=#comment"), std::string::npos) << r.out;
+}

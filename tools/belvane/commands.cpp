@@ -94,7 +94,7 @@ nlohmann::ordered_json errorToJSON(const BVErrorRef& error) {
 const std::vector<Command>& allCommands() {
   static const std::vector<Command> commands = [] {
     std::vector<Command> all;
-    for (auto group : {urlCommands, modelCommands, engineCommands, errorCommands, playCommands})
+    for (auto group : {urlCommands, modelCommands, engineCommands, playlistCommands, errorCommands, playCommands})
       for (auto& c : group()) all.push_back(c);
     return all;
   }();

@@ -61,6 +61,7 @@ std::vector<Command> urlCommands();
 std::vector<Command> modelCommands();
 std::vector<Command> errorCommands();
 std::vector<Command> engineCommands();
+std::vector<Command> playlistCommands();
 std::vector<Command> playCommands();
 
 }  // namespace belvane::tool
