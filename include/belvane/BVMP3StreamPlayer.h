@@ -44,7 +44,7 @@ class BVMP3StreamPlayer : public BVBasePlayer {
   // "pulse", "alsa", "null", "null:fast", "wav:PATH"; 0 when understood),
   // the frames the output has written so far, and the output opened by
   // playLink ("pulse", "alsa", "null", "null:fast", "wav"; "none" before).
-  int setAudioOutput(const std::string& spec);
+  int setAudioOutput(const std::string& setting);
   uint64_t outputFramesWritten() const;
   std::string audioOutputName() const;
 

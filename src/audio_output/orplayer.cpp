@@ -29,7 +29,7 @@
 #include <thread>
 
 #include "audio_output/output_log.h"
-#include "audio_output/output_spec.h"
+#include "audio_output/output_setting.h"
 #include "audio_output/player_core.h"
 
 using namespace std::chrono_literals;
@@ -97,18 +97,18 @@ void orplayer_set_options(orplayer_t player, const orplayer_options_t* options) 
   player->options = *options;
 }
 
-int orplayer_set_output(orplayer_t player, const char* spec) {
+int orplayer_set_output(orplayer_t player, const char* setting) {
   if (!player) return ORPLAYER_ERROR_INVALID;
   std::lock_guard lock(player->control);
-  if (!spec) {
+  if (!setting) {
     player->outputSpec.reset();
     return 0;
   }
-  if (!belvane::detail::parseOutputSpec(spec)) {
-    outputLog(QL_LOG_WARNING, "output \"%s\" not understood", spec);
+  if (!belvane::detail::parseOutputSpec(setting)) {
+    outputLog(QL_LOG_WARNING, "output \"%s\" not understood", setting);
     return ORPLAYER_ERROR_BAD_SPEC;
   }
-  player->outputSpec = spec;
+  player->outputSpec = setting;
   return 0;
 }
 
@@ -127,8 +127,8 @@ int orplayer_start(orplayer_t player) {
   } else if (const char* env = getenv("BELVANE_AUDIO_OUTPUT")) {
     text = env;
   }
-  auto spec = belvane::detail::parseOutputSpec(text);
-  if (!spec) {
+  auto setting = belvane::detail::parseOutputSpec(text);
+  if (!setting) {
     outputLog(QL_LOG_ERROR, "output \"%s\" not understood", text.c_str());
     return ORPLAYER_ERROR_BAD_SPEC;
   }
@@ -142,7 +142,7 @@ int orplayer_start(orplayer_t player) {
     std::lock_guard lock(core.mutex);
     rate = core.lastRate;
   }
-  belvane::detail::OpenedOutput opened = belvane::detail::openOutput(*spec, rate, deviceSeconds, session);
+  belvane::detail::OpenedOutput opened = belvane::detail::openOutput(*setting, rate, deviceSeconds, session);
   if (!opened.backend) {
     outputLog(QL_LOG_ERROR, "cannot open \"%s\": %s", text.empty() ? "auto" : text.c_str(),
               orplayer_error_string(opened.error));

@@ -79,7 +79,7 @@ void orplayer_destroy(orplayer_t player);
 // null; the choice is logged). "wav:PATH" writes 32-bit float stereo; each
 // start rewrites PATH, and a change of sample rate continues in PATH with
 // ".2", ".3"... before its extension.
-int orplayer_set_output(orplayer_t player, const char* spec);
+int orplayer_set_output(orplayer_t player, const char* setting);
 // The output actually opened ("pulse", "alsa", "null", "null:fast", "wav"),
 // valid after a start ("none" before). A failing device is replaced by a
 // silent null output, and the name says so.

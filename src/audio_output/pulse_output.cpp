@@ -22,18 +22,18 @@ class PulseOutput final : public OutputBackend {
   int open(unsigned rate) override {
     close();
     rate_ = rate;
-    pa_sample_spec spec{};
-    spec.format = PA_SAMPLE_FLOAT32NE;
-    spec.rate = rate;
-    spec.channels = 2;
+    pa_sample_spec sampleSpec{};
+    sampleSpec.format = PA_SAMPLE_FLOAT32NE;
+    sampleSpec.rate = rate;
+    sampleSpec.channels = 2;
     pa_buffer_attr attr{};
     attr.maxlength = static_cast<uint32_t>(-1);
-    attr.tlength = static_cast<uint32_t>(pa_usec_to_bytes(static_cast<pa_usec_t>(deviceSeconds_ * 1e6), &spec));
+    attr.tlength = static_cast<uint32_t>(pa_usec_to_bytes(static_cast<pa_usec_t>(deviceSeconds_ * 1e6), &sampleSpec));
     attr.prebuf = static_cast<uint32_t>(-1);
     attr.minreq = static_cast<uint32_t>(-1);
     attr.fragsize = static_cast<uint32_t>(-1);
     int error = 0;
-    stream_ = pa_simple_new(nullptr, "Belvane", PA_STREAM_PLAYBACK, nullptr, "Radio stream", &spec, nullptr, &attr,
+    stream_ = pa_simple_new(nullptr, "Belvane", PA_STREAM_PLAYBACK, nullptr, "Radio stream", &sampleSpec, nullptr, &attr,
                             &error);
     if (!stream_) {
       outputLog(QL_LOG_INFO, "PulseAudio unavailable: %s", pa_strerror(error));

@@ -56,13 +56,16 @@ bool isDecimalDigit(gunichar c) {
   return g_unichar_type(c) == G_UNICODE_DECIMAL_NUMBER;
 }
 
-// Tracks by number. Numbers up to a million are found through a table,
-// others through a map, so a large ordinary file needs no tree lookups.
+// Tracks by number. Numbers up to the text's length (at most a million) are
+// found through a table, others through a map, so a large ordinary file
+// needs no tree lookups and a small one no large table.
 class TrackTable {
  public:
+  explicit TrackTable(size_t textLength) : denseLimit_(int64_t(std::min<size_t>(textLength, 1 << 20))) {}
+
   BVDictionary& track(int64_t number) {
     BVDictionary* d;
-    if (number <= kDenseLimit) {
+    if (number <= denseLimit_) {
       if (size_t(number) >= index_.size()) index_.resize(std::max(size_t(number) + 1, index_.size() * 2), 0);
       uint32_t& slot = index_[size_t(number)];
       if (slot == 0) {
@@ -86,7 +89,7 @@ class TrackTable {
   }
 
  private:
-  static constexpr int64_t kDenseLimit = 1 << 20;
+  int64_t denseLimit_;
   std::vector<uint32_t> index_;  // number -> position in dense_ + 1, or 0
   std::vector<BVDictionary> dense_;
   std::map<int64_t, BVDictionary> sparse_;
@@ -114,7 +117,7 @@ std::string BVPLSWebPlaylist::standardAttribForPLSAttrib(std::string_view attrib
 }
 
 void BVPLSWebPlaylist::generateTracksFromString(std::string_view string) {
-  TrackTable table;
+  TrackTable table(string.size());
   LineReader lines(string);
   std::string_view line;
   while (lines.next(&line)) {

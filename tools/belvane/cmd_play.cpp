@@ -28,10 +28,10 @@ namespace {
 
 const char* const kOutputs[] = {"auto", "pulse", "alsa", "null", "null:fast"};
 
-bool validOutput(const std::string& spec) {
+bool validOutput(const std::string& setting) {
   for (const char* o : kOutputs)
-    if (spec == o) return true;
-  return spec.rfind("wav:", 0) == 0 && spec.size() > 4;
+    if (setting == o) return true;
+  return setting.rfind("wav:", 0) == 0 && setting.size() > 4;
 }
 
 // The owner that hears the master player and reports what it hears.

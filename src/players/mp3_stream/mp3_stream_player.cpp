@@ -128,7 +128,7 @@ std::vector<BVURL> BVMP3StreamPlayer::fallbackStreams() const {
   return _fallbackStreams ? *_fallbackStreams : std::vector<BVURL>{};
 }
 
-int BVMP3StreamPlayer::setAudioOutput(const std::string& spec) { return _shoutstreamerDelegate->setAudioOutput(spec); }
+int BVMP3StreamPlayer::setAudioOutput(const std::string& setting) { return _shoutstreamerDelegate->setAudioOutput(setting); }
 uint64_t BVMP3StreamPlayer::outputFramesWritten() const { return _shoutstreamerDelegate->framesWritten(); }
 std::string BVMP3StreamPlayer::audioOutputName() const { return _shoutstreamerDelegate->outputName(); }
 

@@ -58,8 +58,8 @@ void BVShoutstreamerDelegate::performOnRunLoop(std::function<void(BVShoutstreame
 
 int BVShoutstreamerDelegate::startAudioPlayer() { return orplayer_start(_orplayer); }
 
-int BVShoutstreamerDelegate::setAudioOutput(const std::string& spec) {
-  return orplayer_set_output(_orplayer, spec.c_str());
+int BVShoutstreamerDelegate::setAudioOutput(const std::string& setting) {
+  return orplayer_set_output(_orplayer, setting.c_str());
 }
 
 uint64_t BVShoutstreamerDelegate::framesWritten() const { return orplayer_frames_written(_orplayer); }

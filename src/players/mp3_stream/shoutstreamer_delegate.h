@@ -47,7 +47,7 @@ class BVShoutstreamerDelegate : public std::enable_shared_from_this<BVShoutstrea
 
   // Linux additions: the output to open at the next start ("auto", "pulse",
   // "alsa", "null", "null:fast", "wav:PATH"), and what it has written.
-  int setAudioOutput(const std::string& spec);
+  int setAudioOutput(const std::string& setting);
   uint64_t framesWritten() const;
   const char* outputName() const;
 

@@ -1,5 +1,5 @@
 // Parsing output settings and opening the chosen output.
-#include "audio_output/output_spec.h"
+#include "audio_output/output_setting.h"
 
 #include "audio_output/orplayer.h"
 #include "audio_output/output_log.h"
@@ -28,10 +28,10 @@ OpenedOutput tryOpen(std::unique_ptr<OutputBackend> backend, unsigned rate) {
 
 }  // namespace
 
-OpenedOutput openOutput(const OutputSpec& spec, unsigned rate, double deviceSeconds,
+OpenedOutput openOutput(const OutputSpec& setting, unsigned rate, double deviceSeconds,
                         const std::shared_ptr<OutputSession>& session) {
   using Kind = OutputSpec::Kind;
-  switch (spec.kind) {
+  switch (setting.kind) {
     case Kind::Pulse:
       return tryOpen(makePulseOutput(deviceSeconds), rate);
     case Kind::Alsa:
@@ -41,7 +41,7 @@ OpenedOutput openOutput(const OutputSpec& spec, unsigned rate, double deviceSeco
     case Kind::NullFast:
       return tryOpen(makeNullOutput(false, deviceSeconds, session), rate);
     case Kind::Wav:
-      return tryOpen(makeWavOutput(spec.path), rate);
+      return tryOpen(makeWavOutput(setting.path), rate);
     case Kind::Auto:
       break;
   }

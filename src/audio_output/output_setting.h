@@ -27,7 +27,7 @@ struct OpenedOutput {
   int error = 0;
 };
 
-OpenedOutput openOutput(const OutputSpec& spec, unsigned rate, double deviceSeconds,
+OpenedOutput openOutput(const OutputSpec& setting, unsigned rate, double deviceSeconds,
                         const std::shared_ptr<OutputSession>& session);
 
 }  // namespace belvane::detail
