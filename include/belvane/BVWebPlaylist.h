@@ -122,6 +122,8 @@ class BVWebPlaylist : public BVObject, protected BVURLConnectionDelegate {
   // Inserts copies of one track at index (appends when index is past the
   // end), as many insertObject() calls would, in one step.
   void insertCopies(const BVValue& track, size_t copies, size_t index);
+  // Makes room for that many more tracks.
+  void reserveTracks(size_t additional) { tracks_.reserve(tracks_.size() + additional); }
   void startDownload();
   void finishedDownload();
 

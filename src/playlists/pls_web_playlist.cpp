@@ -6,6 +6,7 @@
 #include <glib.h>
 
 #include <algorithm>
+#include <deque>
 #include <map>
 
 namespace {
@@ -80,6 +81,8 @@ class TrackTable {
     return *d;
   }
 
+  size_t size() const { return dense_.size() + sparse_.size(); }
+
   // Calls fn(number, dictionary) for every track, in ascending order of number.
   template <class F>
   void forEachInOrder(F fn) {
@@ -91,7 +94,7 @@ class TrackTable {
  private:
   int64_t denseLimit_;
   std::vector<uint32_t> index_;  // number -> position in dense_ + 1, or 0
-  std::vector<BVDictionary> dense_;
+  std::deque<BVDictionary> dense_;  // grows without moving what it holds
   std::map<int64_t, BVDictionary> sparse_;
 };
 
@@ -139,6 +142,7 @@ void BVPLSWebPlaylist::generateTracksFromString(std::string_view string) {
   }
   // Inserting each at the index of its number appends whenever the index is
   // past the end: ascending order, gaps closed.
+  reserveTracks(table.size());
   table.forEachInOrder([&](int64_t number, BVDictionary& track) {
     insertObject(BVValue(std::move(track)), size_t(number));
   });
