@@ -5,6 +5,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 
@@ -49,11 +50,15 @@ bool waitReady(int fd, short events, int pid, int pidfd, std::chrono::steady_clo
   }
 }
 
+std::chrono::steady_clock::time_point deadlineAfter(double seconds) {
+  return std::chrono::steady_clock::now() +
+         std::chrono::duration_cast<std::chrono::steady_clock::duration>(std::chrono::duration<double>(std::max(seconds, 0.0)));
+}
+
 }  // namespace
 
 bool writeAll(int fd, const uint8_t* bytes, size_t n, int pid, int pidfd, double timeoutSeconds) {
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                                                          std::chrono::duration<double>(timeoutSeconds > 0 ? timeoutSeconds : 0));
+  auto deadline = deadlineAfter(timeoutSeconds);
   size_t done = 0;
   while (done < n) {
     ssize_t w = write(fd, bytes + done, n - done);
@@ -68,8 +73,7 @@ bool writeAll(int fd, const uint8_t* bytes, size_t n, int pid, int pidfd, double
 }
 
 bool readExactly(int fd, uint8_t* bytes, size_t n, int pid, int pidfd, double timeoutSeconds) {
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                                                          std::chrono::duration<double>(timeoutSeconds > 0 ? timeoutSeconds : 0));
+  auto deadline = deadlineAfter(timeoutSeconds);
   size_t done = 0;
   while (done < n) {
     ssize_t r = read(fd, bytes + done, n - done);

@@ -16,12 +16,6 @@ namespace {
 
 const std::set<std::string> kFormatOptions = {"mime", "engine-id", "radiotime"};
 
-BVURL requireURL(const std::string& text) {
-  auto url = bvURLFromString(text);
-  if (!url) throw UsageError("'" + text + "' is not a URL");
-  return *url;
-}
-
 // The format inferred from the URL (with the MIME type when given), then the
 // other clues through the mutable setters.
 std::shared_ptr<BVMediaFormat> formatFromArguments(const BVURL& url, const Arguments& args) {

@@ -10,12 +10,6 @@ namespace belvane::tool {
 
 namespace {
 
-BVURL requireURL(const std::string& text) {
-  auto url = bvURLFromString(text);
-  if (!url) throw UsageError("'" + text + "' is not a URL");
-  return *url;
-}
-
 int runURL(const Arguments& args) {
   const std::string& text = args.onePositional("STRING");
   std::optional<BVURL> url;

@@ -2,6 +2,7 @@
 #include "commands.h"
 
 #include <belvane/BVURL.h>
+#include <belvane/BVURLAdditions.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -57,6 +58,12 @@ double Arguments::number(const std::string& name, double fallback) const {
   double d = std::strtod(v->c_str(), &end);
   if (v->empty() || *end) throw UsageError("option --" + name + " needs a number, not '" + *v + "'");
   return d;
+}
+
+BVURL requireURL(const std::string& text) {
+  auto url = bvURLFromString(text);
+  if (!url) throw UsageError("'" + text + "' is not a URL");
+  return *url;
 }
 
 nlohmann::ordered_json valueToJSON(const BVValue& value) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <belvane/BVError.h>
+#include <belvane/BVURL.h>
 #include <belvane/BVValue.h>
 
 #include <nlohmann/json.hpp>
@@ -52,6 +53,9 @@ struct Command {
 };
 
 const std::vector<Command>& allCommands();
+
+// The URL made of a command-line argument; a usage error when refused.
+BVURL requireURL(const std::string& text);
 
 nlohmann::ordered_json valueToJSON(const BVValue& value);
 nlohmann::ordered_json errorToJSON(const BVErrorRef& error);
