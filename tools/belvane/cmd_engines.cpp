@@ -70,8 +70,7 @@ int runEngines(const Arguments& args) {
     return listEngines(json);
   }
   const std::string& text = args.onePositional("URL");
-  auto url = bvURLFromString(text);
-  if (!url) throw UsageError("'" + text + "' is not a URL");
+  auto url = std::optional<BVURL>(requireURL(text));
   auto mime = args.option("mime");
   auto format = mime ? BVMediaMutableFormat::formatByInferringFromURL(*url, *mime)
                      : BVMediaMutableFormat::formatByInferringFromURL(*url);

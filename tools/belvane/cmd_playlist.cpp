@@ -88,8 +88,7 @@ int runPlaylist(const Arguments& args) {
     return runOnFile(*file, *as, json);
   }
   const std::string& text = args.onePositional("URL");
-  auto url = bvURLFromString(text);
-  if (!url) throw UsageError("'" + text + "' is not a URL");
+  auto url = std::optional<BVURL>(requireURL(text));
 
   auto playlist = BVWebPlaylist::initWithURL(*url);
   if (!playlist) {
