@@ -3,6 +3,10 @@
 // processes (GDBus, peer to peer over a Unix socket) measured in the same run.
 //
 // Run from the build tree: bench_tool_roundtrip (it starts bin/belvane-player-tool).
+// `bench_tool_roundtrip --fixed-calls=N` makes exactly N scalar calls and no
+// D-Bus calls, for counting system calls (strace -c -f) or instructions
+// (valgrind --tool=callgrind --trace-children=yes) per call: run it with two
+// values of N and divide the difference by the difference in N.
 #include <belvane/BVMediaFormat.h>
 #include <belvane/BVMediaLink.h>
 #include <belvane/BVMediaLinkSource.h>
@@ -16,6 +20,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <cstring>
 #include <string>
 
 namespace {
@@ -128,10 +134,24 @@ void BM_DBusMethodCall(benchmark::State& state) {
 }
 BENCHMARK(BM_DBusMethodCall)->UseRealTime()->Repetitions(5)->ReportAggregatesOnly(true);
 
+// N volume() calls on one connection; the exit status says whether the tool started.
+int runFixedCalls(long calls) {
+  BVPlayerToolClient client;
+  client.setServerToolPath(playerTool());
+  if (client.connect()) return 1;
+  float sum = 0;
+  for (long i = 0; i < calls; ++i) sum += client.volume();
+  benchmark::DoNotOptimize(sum);
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   setenv("BELVANE_AUDIO_OUTPUT", "null:fast", 1);
+  constexpr const char* kFixedCalls = "--fixed-calls=";
+  if (argc > 1 && std::strncmp(argv[1], kFixedCalls, std::strlen(kFixedCalls)) == 0)
+    return runFixedCalls(std::atol(argv[1] + std::strlen(kFixedCalls)));
   startDBusPeer();
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();

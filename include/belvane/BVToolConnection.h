@@ -19,6 +19,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <set>
 #include <span>
@@ -144,9 +145,10 @@ class BVToolConnection {
 
  private:
   void _taskDidTerminate();
+  // Client: writes one request and reads its reply.
+  bool exchange(std::span<const uint8_t> payload, bv_player_tool_msg_header_s* replyHeader, BVValue* reply);
   void serverInputReadable();
   void serveRequest(std::span<const uint8_t> payload);
-  bool waitForTool(int fd, short events);
 
   std::string toolPath_;
   int pid_ = 0;
@@ -158,6 +160,11 @@ class BVToolConnection {
   std::string inputPipePath_, outputPipePath_, replyPipePath_;
   std::vector<uint8_t> readData_;
   BVRunLoopSourceRef inputWatch_;
+  bool serving_ = false;  // server: a request is being invoked
+  // Archives of requests without arguments, which never change: by selector
+  // (client) and the selector of such an archive (server).
+  std::map<std::string, std::vector<uint8_t>, std::less<>> requestArchives_;
+  std::map<std::string, std::string, std::less<>> requestSelectors_;
   bool terminate_ = false;
   std::function<void()> terminationHandler_;
   BVVendable* vendedObject_ = nullptr;

@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/syscall.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -30,62 +31,101 @@ bool processHasExited(int pid, int pidfd) {
 
 namespace {
 
-// Waits until fd is ready for events; false when the process exited first
-// or the time ran out.
-bool waitReady(int fd, short events, int pid, int pidfd, std::chrono::steady_clock::time_point deadline,
-               bool forever) {
-  while (true) {
-    pollfd fds[2] = {{fd, events, 0}, {pidfd, POLLIN, 0}};
-    int count = (pid > 0 && pidfd >= 0) ? 2 : 1;
-    int waitMs = 100;
-    if (!forever) {
-      auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-      if (left.count() <= 0) return false;
-      waitMs = int(std::min<long long>(left.count(), 100));
-    }
-    int r = poll(fds, nfds_t(count), waitMs);
-    if (r < 0 && errno != EINTR) return false;
-    if (r > 0 && (fds[0].revents & (events | POLLERR | POLLHUP))) return true;
-    if (pid > 0 && processHasExited(pid, pidfd)) return false;
-  }
-}
+using Clock = std::chrono::steady_clock;
 
-std::chrono::steady_clock::time_point deadlineAfter(double seconds) {
-  return std::chrono::steady_clock::now() +
-         std::chrono::duration_cast<std::chrono::steady_clock::duration>(std::chrono::duration<double>(std::max(seconds, 0.0)));
+// The deadline of one read or write, taken when it first has to wait.
+class Deadline {
+ public:
+  explicit Deadline(double seconds) : seconds_(seconds) {}
+  bool forever() const { return seconds_ < 0; }
+  // Milliseconds left, or -1 once the time is up.
+  long long left() {
+    if (!started_) {
+      end_ = Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds_));
+      started_ = true;
+    }
+    auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(end_ - Clock::now()).count();
+    return ms > 0 ? ms : -1;
+  }
+
+ private:
+  double seconds_;
+  bool started_ = false;
+  Clock::time_point end_;
+};
+
+// Waits until fd is ready for events; false when the process exited first,
+// the descriptor failed, or the time ran out. The pidfd is polled with the
+// pipe, so the death of the peer ends the wait at once; without one the
+// process is looked at every 100 ms.
+bool waitReady(int fd, short events, const PipeWait& wait, Deadline& deadline) {
+  const bool watchPid = wait.pid > 0;
+  const bool withPidfd = watchPid && wait.pidfd >= 0;
+  while (true) {
+    int waitMs = withPidfd ? -1 : 100;
+    if (!deadline.forever()) {
+      long long left = deadline.left();
+      if (left < 0) return false;
+      waitMs = int(waitMs < 0 ? left : std::min<long long>(left, waitMs));
+    }
+    pollfd fds[2] = {{fd, events, 0}, {wait.pidfd, POLLIN, 0}};
+    int r = poll(fds, withPidfd ? 2 : 1, waitMs);
+    if (r < 0 && errno != EINTR) return false;
+    if (r > 0) {
+      // Data that arrived before the peer died is still taken.
+      if (fds[0].revents & (events | POLLERR | POLLHUP)) return true;
+      if (fds[0].revents & POLLNVAL) return false;
+      if (withPidfd && (fds[1].revents & (POLLIN | POLLHUP | POLLERR | POLLNVAL))) return false;
+    }
+    if (watchPid && !withPidfd && processHasExited(wait.pid, -1)) return false;
+  }
 }
 
 }  // namespace
 
-bool writeAll(int fd, const uint8_t* bytes, size_t n, int pid, int pidfd, double timeoutSeconds) {
-  auto deadline = deadlineAfter(timeoutSeconds);
-  size_t done = 0;
-  while (done < n) {
-    ssize_t w = write(fd, bytes + done, n - done);
-    if (w > 0) {
-      done += size_t(w);
+bool writeMessage(int fd, std::span<const uint8_t> header, std::span<const uint8_t> payload, const PipeWait& wait) {
+  iovec parts[2] = {{const_cast<uint8_t*>(header.data()), header.size()},
+                    {const_cast<uint8_t*>(payload.data()), payload.size()}};
+  iovec* next = parts;
+  int count = payload.empty() ? 1 : 2;
+  Deadline deadline(wait.seconds);
+  while (count > 0) {
+    ssize_t w = writev(fd, next, count);
+    if (w < 0) {
+      if (errno == EINTR) continue;
+      if (errno != EAGAIN || !waitReady(fd, POLLOUT, wait, deadline)) return false;
       continue;
     }
-    if (w < 0 && errno != EAGAIN && errno != EINTR) return false;
-    if (!waitReady(fd, POLLOUT, pid, pidfd, deadline, timeoutSeconds < 0)) return false;
+    // Skip what went out; a part written in full drops from the list.
+    size_t done = size_t(w);
+    while (count > 0 && done >= next->iov_len) {
+      done -= next->iov_len;
+      ++next;
+      --count;
+    }
+    if (count > 0) {
+      next->iov_base = static_cast<uint8_t*>(next->iov_base) + done;
+      next->iov_len -= done;
+    }
   }
   return true;
 }
 
-bool readExactly(int fd, uint8_t* bytes, size_t n, int pid, int pidfd, double timeoutSeconds) {
-  auto deadline = deadlineAfter(timeoutSeconds);
+ssize_t readAtLeast(int fd, std::span<uint8_t> buffer, size_t minimum, bool waitFirst, const PipeWait& wait) {
+  Deadline deadline(wait.seconds);
   size_t done = 0;
-  while (done < n) {
-    ssize_t r = read(fd, bytes + done, n - done);
+  if (waitFirst && !waitReady(fd, POLLIN, wait, deadline)) return -1;
+  while (done < minimum) {
+    ssize_t r = read(fd, buffer.data() + done, buffer.size() - done);
     if (r > 0) {
       done += size_t(r);
       continue;
     }
-    if (r == 0) return false;
-    if (errno != EAGAIN && errno != EINTR) return false;
-    if (!waitReady(fd, POLLIN, pid, pidfd, deadline, timeoutSeconds < 0)) return false;
+    if (r == 0) return -1;
+    if (errno == EINTR) continue;
+    if (errno != EAGAIN || !waitReady(fd, POLLIN, wait, deadline)) return -1;
   }
-  return true;
+  return ssize_t(done);
 }
 
 }  // namespace belvane::detail

@@ -16,6 +16,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <thread>
@@ -145,14 +146,20 @@ bool BVToolConnection::invokeOnServer(const BVDictionary& message, bv_player_too
   if (reply) *reply = BVValue();
   if (replyHeader) std::memset(replyHeader, 0, sizeof *replyHeader);
   if (pid_ <= 0 || serverInputFd_ < 0) return false;
-
   std::vector<uint8_t> payload = belvane::BVArchivedData(BVValue(message));
   if (payload.empty()) {
     BVLog("Exception in %s: %s", kInvokeName, "the request's arguments cannot be archived");
     return false;
   }
-  bv_player_tool_msg_header_s header{};
-  header.length = int32_t(payload.size());
+  return exchange(payload, replyHeader, reply);
+}
+
+bool BVToolConnection::exchange(std::span<const uint8_t> payload, bv_player_tool_msg_header_s* replyHeader,
+                                BVValue* reply) {
+  if (reply) *reply = BVValue();
+  if (replyHeader) std::memset(replyHeader, 0, sizeof *replyHeader);
+  if (pid_ <= 0 || serverInputFd_ < 0) return false;
+
   auto lost = [&](const char* what) {
     BVLog("Exception in %s: %s", kInvokeName, what);
     // The pipes are out of step or dead: close them first so disconnect()
@@ -164,24 +171,39 @@ bool BVToolConnection::invokeOnServer(const BVDictionary& message, bv_player_too
     disconnect();
     return false;
   };
-  if (!belvane::detail::writeAll(serverInputFd_, reinterpret_cast<const uint8_t*>(&header), sizeof header, pid_,
-                                 pidfd_, -1) ||
-      !belvane::detail::writeAll(serverInputFd_, payload.data(), payload.size(), pid_, pidfd_, -1))
+  const belvane::detail::PipeWait wait{pid_, pidfd_, -1};
+  bv_player_tool_msg_header_s header{};
+  header.length = int32_t(payload.size());
+  if (!belvane::detail::writeMessage(serverInputFd_, std::span(reinterpret_cast<const uint8_t*>(&header), sizeof header),
+                                     payload, wait))
     return lost("the player tool is gone (the request could not be written)");
   if (serverOutputFd_ < 0) return true;
 
-  bv_player_tool_msg_header_s in{};
-  if (!belvane::detail::readExactly(serverOutputFd_, reinterpret_cast<uint8_t*>(&in), sizeof in, pid_, pidfd_, -1))
-    return lost("the player tool is gone (no reply came)");
+  // The reply cannot be there before the tool has run the request, so wait
+  // first; its payload usually arrives with the header in the same read.
+  uint8_t buffer[4096];
+  ssize_t got = belvane::detail::readAtLeast(serverOutputFd_, buffer, sizeof header, true, wait);
+  if (got < 0) return lost("the player tool is gone (no reply came)");
+  bv_player_tool_msg_header_s in;
+  std::memcpy(&in, buffer, sizeof in);
   if (in.length < 0 || in.length > belvane::detail::kMaxToolPayloadBytes)
     return lost("the reply's payload length is out of bounds");
   if (replyHeader) *replyHeader = in;
 
   BVValue object;
   if (in.length > 0) {
-    std::vector<uint8_t> bytes(size_t(in.length));
-    if (!belvane::detail::readExactly(serverOutputFd_, bytes.data(), bytes.size(), pid_, pidfd_, -1))
-      return lost("the player tool is gone (the reply was cut short)");
+    // Only one reply is ever in flight: bytes past it would be stray, and are dropped.
+    const size_t length = size_t(in.length);
+    const size_t have = std::min(size_t(got) - sizeof in, length);
+    std::span<const uint8_t> bytes(buffer + sizeof in, have);
+    std::vector<uint8_t> large;
+    if (have < length) {
+      large.resize(length);
+      std::memcpy(large.data(), buffer + sizeof in, have);
+      if (belvane::detail::readAtLeast(serverOutputFd_, std::span(large).subspan(have), length - have, false, wait) < 0)
+        return lost("the player tool is gone (the reply was cut short)");
+      bytes = large;
+    }
     auto decoded = belvane::BVUnarchive(bytes, archivableClasses());
     if (!decoded) {
       BVLog("Exception in %s: %s", kInvokeName, "the reply could not be unarchived");
@@ -198,19 +220,45 @@ bool BVToolConnection::invokeOnServer(const BVDictionary& message, bv_player_too
   return true;
 }
 
+namespace {
+
+// At most this many argument-free requests keep their archive.
+constexpr size_t kMaxCachedRequests = 64;
+
+// The archive of {selector, no arguments}: made once per selector, as
+// polling getters send the same bytes on every call.
+const std::vector<uint8_t>* argumentFreeRequest(std::map<std::string, std::vector<uint8_t>, std::less<>>& cache,
+                                                const std::string& selector) {
+  if (auto it = cache.find(selector); it != cache.end()) return &it->second;
+  if (cache.size() >= kMaxCachedRequests) return nullptr;
+  std::vector<uint8_t> archive = belvane::BVArchivedData(
+      BVValue(BVDictionary{{kBVPlayerToolMsgSelector, BVValue(selector)}, {kBVPlayerToolMsgArgs, BVValue(BVArray{})}}));
+  if (archive.empty()) return nullptr;
+  return &cache.emplace(selector, std::move(archive)).first->second;
+}
+
+}  // namespace
+
 BVValue BVToolConnection::forwardInvocation(const std::string& selector, const BVArray& arguments) {
   const BVRemoteOperation* op = vendedObject_ ? vendedObject_->remoteInterface().find(selector) : nullptr;
   if (!op) {
     BVLog("BVToolConnection cannot forward %s: no signature for it", selector.c_str());
     return BVValue();
   }
-  BVArray packed;
-  for (size_t i = 0; i < op->argumentTypes.size(); ++i)
-    packed.push_back(belvane::detail::packArgument(op->argumentTypes[i], i < arguments.size() ? arguments[i] : BVValue()));
   bv_player_tool_msg_header_s header{};
   BVValue reply;
-  invokeOnServer(BVDictionary{{kBVPlayerToolMsgSelector, BVValue(selector)}, {kBVPlayerToolMsgArgs, BVValue(packed)}},
-                 &header, &reply);
+  const std::vector<uint8_t>* cached = nullptr;
+  if (op->argumentTypes.empty() && pid_ > 0) cached = argumentFreeRequest(requestArchives_, selector);
+  if (cached) {
+    exchange(*cached, &header, &reply);
+  } else {
+    BVArray packed;
+    for (size_t i = 0; i < op->argumentTypes.size(); ++i)
+      packed.push_back(
+          belvane::detail::packArgument(op->argumentTypes[i], i < arguments.size() ? arguments[i] : BVValue()));
+    invokeOnServer(BVDictionary{{kBVPlayerToolMsgSelector, BVValue(selector)}, {kBVPlayerToolMsgArgs, BVValue(packed)}},
+                   &header, &reply);
+  }
   if (header.returnType == '@') return reply;
   return belvane::detail::loadScalarResult(header);
 }
@@ -218,9 +266,15 @@ BVValue BVToolConnection::forwardInvocation(const std::string& selector, const B
 BVValue BVToolConnection::invokeOnServer(const std::string& selector, const BVArray& objectArguments) {
   bv_player_tool_msg_header_s header{};
   BVValue reply;
-  invokeOnServer(BVDictionary{{kBVPlayerToolMsgSelector, BVValue(selector)},
-                              {kBVPlayerToolMsgArgs, BVValue(objectArguments)}},
-                 &header, &reply);
+  const std::vector<uint8_t>* cached = nullptr;
+  if (objectArguments.empty() && pid_ > 0) cached = argumentFreeRequest(requestArchives_, selector);
+  if (cached) {
+    exchange(*cached, &header, &reply);
+  } else {
+    invokeOnServer(BVDictionary{{kBVPlayerToolMsgSelector, BVValue(selector)},
+                                {kBVPlayerToolMsgArgs, BVValue(objectArguments)}},
+                   &header, &reply);
+  }
   if (belvane::detail::isScalarTypeCode(header.returnType)) return belvane::detail::loadScalarResult(header);
   return reply;
 }

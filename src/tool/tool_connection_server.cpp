@@ -10,12 +10,14 @@
 #include "tool/tool_exception.h"
 
 #include <fcntl.h>
+#include <glib-unix.h>
 #include <glib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 
 namespace {
 
@@ -28,6 +30,51 @@ int makeFifo(const std::string& path) {
   mkfifo(path.c_str(), 0660);
   return open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
 }
+
+// Requests of at most this size without arguments are remembered by their
+// bytes, up to this many, so that polling getters skip unarchiving.
+constexpr size_t kMaxRememberedRequestBytes = 512;
+constexpr size_t kMaxRememberedRequests = 64;
+
+// Marks a request as being served for the life of the scope.
+struct ServingScope {
+  explicit ServingScope(bool& flag) : flag_(flag) { flag_ = true; }
+  ~ServingScope() { flag_ = false; }
+  ServingScope(const ServingScope&) = delete;
+  ServingScope& operator=(const ServingScope&) = delete;
+  bool& flag_;
+};
+
+// Watches the input pipe. Unlike a plain fd watch it may recurse: GLib then
+// leaves the descriptor in its poll set while the request is served, instead
+// of taking it out and putting it back (which wakes the loop through its
+// eventfd, two extra system calls per request). serverInputReadable() guards
+// against a nested dispatch itself.
+class InputWatch final : public BVRunLoopSource {
+ public:
+  InputWatch(GMainContext* context, int fd, std::function<void()> readable) : readable_(std::move(readable)) {
+    source_ = g_unix_fd_source_new(fd, G_IO_IN);
+    g_source_set_can_recurse(source_, TRUE);
+    g_source_set_callback(source_, G_SOURCE_FUNC(&InputWatch::dispatch), this, nullptr);
+    g_source_attach(source_, context);
+  }
+  ~InputWatch() override {
+    cancel();
+    g_source_unref(source_);
+  }
+  void cancel() override {
+    if (!g_source_is_destroyed(source_)) g_source_destroy(source_);
+  }
+  bool isActive() const override { return !g_source_is_destroyed(source_); }
+
+ private:
+  static gboolean dispatch(gint, GIOCondition, gpointer self) {
+    static_cast<InputWatch*>(self)->readable_();
+    return G_SOURCE_CONTINUE;
+  }
+  GSource* source_;
+  std::function<void()> readable_;
+};
 
 }  // namespace
 
@@ -46,22 +93,26 @@ BVErrorRef BVToolConnection::configureAsServer() {
     return BVError::withDescription(BVBelvaneErrorDomain, 5602,
                                     std::string("The player tool's pipes could not be made: ") + std::strerror(errno));
   }
-  inputWatch_ = BVRunLoop::current().watchFD(input_, G_IO_IN, [this](int) {
-    serverInputReadable();
-    return true;
-  });
+  inputWatch_ = std::make_shared<InputWatch>(BVRunLoop::current().context(), input_, [this] { serverInputReadable(); });
   return nullptr;
 }
 
 void BVToolConnection::serverInputReadable() {
   uint8_t buffer[64 * 1024];
+  if (serving_) {
+    // A nested run of this loop while a request is invoked: the client sent
+    // more before reading its reply. Such bytes are dropped, as are any past
+    // the first complete message.
+    while (read(input_, buffer, sizeof buffer) == ssize_t(sizeof buffer)) {
+    }
+    return;
+  }
+  // A short read means the pipe is empty, so one read usually takes the
+  // whole request (the client writes it in one go).
   while (true) {
     ssize_t n = read(input_, buffer, sizeof buffer);
-    if (n > 0) {
-      readData_.insert(readData_.end(), buffer, buffer + n);
-      continue;
-    }
-    break;
+    if (n > 0) readData_.insert(readData_.end(), buffer, buffer + n);
+    if (n != ssize_t(sizeof buffer)) break;
   }
   if (readData_.size() < sizeof(bv_player_tool_msg_header_s)) return;
   bv_player_tool_msg_header_s header;
@@ -70,6 +121,7 @@ void BVToolConnection::serverInputReadable() {
     // Refused unread; the client gets an empty reply so it does not wait.
     BVLog("Exception in %s: %s", kServeName, "a request's payload length is out of bounds");
     readData_.clear();
+    ServingScope serving(serving_);
     serveRequest({});
     return;
   }
@@ -77,28 +129,41 @@ void BVToolConnection::serverInputReadable() {
   if (readData_.size() < total) return;
   // The client never sends a second request before reading the first reply,
   // so bytes past the first message are dropped.
-  std::vector<uint8_t> payload(readData_.begin() + sizeof header, readData_.begin() + long(total));
+  {
+    ServingScope serving(serving_);
+    serveRequest(std::span(readData_).subspan(sizeof header, size_t(header.length)));
+  }
   readData_.clear();
-  serveRequest(payload);
 }
 
 void BVToolConnection::serveRequest(std::span<const uint8_t> payload) {
   bv_player_tool_msg_header_s reply{};
   std::vector<uint8_t> replyPayload;
   BVValue message;
-  if (!payload.empty()) {
+  const std::string* selector = nullptr;
+  const BVArray* elements = nullptr;
+  std::string_view bytes(reinterpret_cast<const char*>(payload.data()), payload.size());
+  if (auto known = requestSelectors_.find(bytes); known != requestSelectors_.end()) {
+    selector = &known->second;
+  } else if (!payload.empty()) {
     auto decoded = belvane::BVUnarchive(payload, archivableClasses());
     if (decoded && decoded->dictionary()) {
       message = *decoded;
+      selector = message[kBVPlayerToolMsgSelector].string();
+      elements = message[kBVPlayerToolMsgArgs].array();
     } else {
       BVLog("Exception in %s: %s", kServeName, "the request could not be unarchived");
     }
   }
-  const std::string* selector = message[kBVPlayerToolMsgSelector].string();
   const BVRemoteOperation* op = (selector && vendedObject_) ? vendedObject_->remoteInterface().find(*selector) : nullptr;
+  // Remember an argument-free request by its bytes: it is served the same
+  // way every time.
+  if (op && !message.isNone() && (!elements || elements->empty()) && payload.size() <= kMaxRememberedRequestBytes &&
+      requestSelectors_.size() < kMaxRememberedRequests)
+    requestSelectors_.emplace(std::string(bytes), *selector);
   if (op) {
     BVArray arguments;
-    const BVArray* elements = message[kBVPlayerToolMsgArgs].array();
+    arguments.reserve(op->argumentTypes.size());
     for (size_t i = 0; i < op->argumentTypes.size(); ++i) {
       BVValue element = (elements && i < elements->size()) ? (*elements)[i] : BVValue(BVNull{});
       arguments.push_back(belvane::detail::unpackArgument(op->argumentTypes[i], element));
@@ -119,10 +184,8 @@ void BVToolConnection::serveRequest(std::span<const uint8_t> payload) {
     }
   }
   reply.length = int32_t(replyPayload.size());
-  bool written = belvane::detail::writeAll(reply_, reinterpret_cast<const uint8_t*>(&reply), sizeof reply, 0, -1,
-                                           kReplyWriteTimeout) &&
-                 (replyPayload.empty() || belvane::detail::writeAll(reply_, replyPayload.data(), replyPayload.size(),
-                                                                     0, -1, kReplyWriteTimeout));
+  bool written = belvane::detail::writeMessage(reply_, std::span(reinterpret_cast<const uint8_t*>(&reply), sizeof reply),
+                                               replyPayload, belvane::detail::PipeWait{0, -1, kReplyWriteTimeout});
   if (!written) BVLog("Exception in %s: %s", kServeName, "the reply could not be written");
   if (terminate_) {
     if (terminationHandler_)

@@ -102,6 +102,28 @@ TEST_F(ToolConnection, FailuresOnTheServerGiveNothingAndAreLogged) {
   EXPECT_TRUE(connection.isConnected());
 }
 
+TEST_F(ToolConnection, LargePayloadsAndRepeatedCallsWithoutArguments) {
+  // Larger than a pipe holds and than one read takes, in both directions.
+  std::string text(300 * 1000, 'x');
+  for (size_t i = 0; i < text.size(); i += 997) text[i] = char('a' + i % 26);
+  EXPECT_EQ(connection.forwardInvocation("echoObject:", {BVValue(text)}), BVValue(text));
+
+  // Argument-free calls send the same bytes every time; each must still be
+  // answered by its own operation, through either way of calling.
+  int pid = connection.serverProcessID();
+  bv_player_tool_msg_header_s header{};
+  BVValue reply;
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(connection.forwardInvocation("pid", {}).integerValue(), pid);
+    EXPECT_EQ(connection.invokeOnServer("pid", BVArray{}).integerValue(), pid);
+    EXPECT_TRUE(connection.forwardInvocation("unarchivable", {}).isNone());
+    ASSERT_TRUE(connection.invokeOnServer(BVDictionary{{kBVPlayerToolMsgSelector, BVValue("pid")}}, &header, &reply));
+    EXPECT_EQ(header.returnType, 'i');
+    EXPECT_EQ(header.values[0].i, pid);
+    EXPECT_EQ(connection.forwardInvocation("echoInt:", {BVValue(i)}).integerValue(), i);
+  }
+}
+
 TEST_F(ToolConnection, TwoToolsUseTheirOwnPipesAndDisconnectEndsTheTool) {
   Signatures s2;
   BVToolConnection second;
