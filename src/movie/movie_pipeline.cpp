@@ -1,0 +1,307 @@
+// The playbin behind a movie (see movie_pipeline.h).
+#include "movie/movie_pipeline.h"
+
+#include <gst/gst.h>
+
+#include <cstdlib>
+
+#include "audio_output/output_setting.h"
+
+namespace belvane::detail {
+namespace {
+
+constexpr const char* kLiveReadyMessage = "belvane-live-ready";
+
+// The audio sink $BELVANE_AUDIO_OUTPUT asks for, as our own audio output
+// reads it: "null" renders in real time into nothing, "null:fast" as fast as
+// the data comes, "pulse" and "alsa" name the sound server or the device
+// layer; everything else (and an element that is not installed) falls back
+// to autoaudiosink.
+GstElement* makeAudioSink() {
+  const char* text = getenv("BELVANE_AUDIO_OUTPUT");
+  auto setting = parseOutputSpec(text ? text : "");
+  GstElement* sink = nullptr;
+  if (setting) {
+    switch (setting->kind) {
+      case OutputSpec::Kind::Null:
+      case OutputSpec::Kind::Wav:
+        sink = gst_element_factory_make("fakesink", nullptr);
+        if (sink) g_object_set(sink, "sync", TRUE, nullptr);
+        break;
+      case OutputSpec::Kind::NullFast:
+        sink = gst_element_factory_make("fakesink", nullptr);
+        if (sink) g_object_set(sink, "sync", FALSE, nullptr);
+        break;
+      case OutputSpec::Kind::Pulse:
+        sink = gst_element_factory_make("pulsesink", nullptr);
+        break;
+      case OutputSpec::Kind::Alsa:
+        sink = gst_element_factory_make("alsasink", nullptr);
+        break;
+      case OutputSpec::Kind::Auto:
+        break;
+    }
+  }
+  if (!sink) sink = gst_element_factory_make("autoaudiosink", nullptr);
+  return sink;
+}
+
+GstElement* makeSilentSink() {
+  GstElement* sink = gst_element_factory_make("fakesink", nullptr);
+  if (sink) g_object_set(sink, "sync", TRUE, nullptr);
+  return sink;
+}
+
+// Picks the Content-Type out of souphttpsrc's "http-headers" event.
+GstPadProbeReturn watchHTTPHeaders(GstPad*, GstPadProbeInfo* info, gpointer data) {
+  GstEvent* event = GST_PAD_PROBE_INFO_EVENT(info);
+  if (!event || GST_EVENT_TYPE(event) != GST_EVENT_CUSTOM_DOWNSTREAM_STICKY) return GST_PAD_PROBE_OK;
+  const GstStructure* s = gst_event_get_structure(event);
+  if (!s || !gst_structure_has_name(s, "http-headers")) return GST_PAD_PROBE_OK;
+  const GstStructure* response = nullptr;
+  const GValue* value = gst_structure_get_value(s, "response-headers");
+  if (value && GST_VALUE_HOLDS_STRUCTURE(value)) response = gst_value_get_structure(value);
+  if (!response) return GST_PAD_PROBE_OK;
+  for (int i = 0, n = gst_structure_n_fields(response); i < n; ++i) {
+    const char* name = gst_structure_nth_field_name(response, i);
+    if (g_ascii_strcasecmp(name, "Content-Type") != 0) continue;
+    const GValue* field = gst_structure_get_value(response, name);
+    if (field && G_VALUE_HOLDS_STRING(field)) {
+      auto* store = static_cast<std::pair<std::mutex*, std::optional<std::string>*>*>(data);
+      std::lock_guard lock(*store->first);
+      *store->second = g_value_get_string(field);
+    }
+  }
+  return GST_PAD_PROBE_OK;
+}
+
+}  // namespace
+
+// The bus watch's callback has the GstBusFunc signature.
+gboolean MoviePipeline::busWatchCallback(GstBus*, GstMessage* message, gpointer data) {
+  auto* self = static_cast<MoviePipeline*>(data);
+  auto alive = self->alive_;
+  self->handle(message);
+  // The listener may have destroyed the pipeline; its watch is gone then.
+  return *alive ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;
+}
+
+MoviePipeline::MoviePipeline(GMainContext* context, MoviePipelineListener* listener)
+    : context_(g_main_context_ref(context)), listener_(listener), alive_(std::make_shared<bool>(true)) {}
+
+std::unique_ptr<MoviePipeline> MoviePipeline::create(const std::string& uri, GMainContext* context,
+                                                     MoviePipelineListener* listener) {
+  std::unique_ptr<MoviePipeline> pipeline(new MoviePipeline(context, listener));
+  GstElement* playbin = gst_element_factory_make("playbin", nullptr);
+  if (!playbin) return nullptr;
+  pipeline->playbin_ = GST_ELEMENT(gst_object_ref_sink(playbin));
+  g_object_set(playbin, "uri", uri.c_str(), "audio-sink", makeAudioSink(), "video-sink", makeSilentSink(),
+               "text-sink", makeSilentSink(), nullptr);
+  g_signal_connect(playbin, "source-setup", G_CALLBACK(onSourceSetup), pipeline.get());
+
+  GstBus* bus = gst_element_get_bus(playbin);
+  pipeline->busWatch_ = gst_bus_create_watch(bus);
+  gst_object_unref(bus);
+  g_source_set_callback(pipeline->busWatch_, G_SOURCE_FUNC(busWatchCallback), pipeline.get(), nullptr);
+  g_source_attach(pipeline->busWatch_, context);
+
+  GstStateChangeReturn result = gst_element_set_state(playbin, GST_STATE_PAUSED);
+  if (result == GST_STATE_CHANGE_NO_PREROLL) {
+    // A live source never prerolls: it counts as loaded once the bus says so.
+    pipeline->live_ = true;
+    gst_element_post_message(playbin, gst_message_new_application(GST_OBJECT(playbin),
+                                                                  gst_structure_new_empty(kLiveReadyMessage)));
+  }
+  // A failure here also posts an error on the bus, which reports it.
+  return pipeline;
+}
+
+MoviePipeline::~MoviePipeline() {
+  *alive_ = false;
+  if (busWatch_) {
+    g_source_destroy(busWatch_);
+    g_source_unref(busWatch_);
+  }
+  if (playbin_) {
+    gst_element_set_state(playbin_, GST_STATE_NULL);
+    g_signal_handlers_disconnect_by_data(playbin_, this);
+    gst_object_unref(playbin_);
+  }
+  {
+    std::lock_guard lock(mutex_);
+    if (source_) gst_object_unref(source_);
+    source_ = nullptr;
+  }
+  if (tags_) gst_tag_list_unref(tags_);
+  g_main_context_unref(context_);
+}
+
+void MoviePipeline::onSourceSetup(GstElement*, GstElement* source, void* data) {
+  // Called on a streaming thread while the pipeline starts.
+  auto* self = static_cast<MoviePipeline*>(data);
+  {
+    std::lock_guard lock(self->mutex_);
+    if (self->source_) gst_object_unref(self->source_);
+    self->source_ = GST_ELEMENT(gst_object_ref(source));
+  }
+  if (GstPad* pad = gst_element_get_static_pad(source, "src")) {
+    auto* store = new std::pair<std::mutex*, std::optional<std::string>*>(&self->mutex_, &self->contentType_);
+    gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, watchHTTPHeaders, store,
+                      [](gpointer d) { delete static_cast<std::pair<std::mutex*, std::optional<std::string>*>*>(d); });
+    gst_object_unref(pad);
+  }
+}
+
+void MoviePipeline::handle(GstMessage* message) {
+  switch (GST_MESSAGE_TYPE(message)) {
+    case GST_MESSAGE_ERROR:
+      handleError(message);
+      return;
+    case GST_MESSAGE_EOS:
+      if (!failed_) listener_->pipelineEnded();
+      return;
+    case GST_MESSAGE_BUFFERING: {
+      if (failed_ || live_) return;
+      int percent = 0;
+      gst_message_parse_buffering(message, &percent);
+      listener_->pipelineBuffering(percent);
+      return;
+    }
+    case GST_MESSAGE_ASYNC_DONE:
+      if (GST_MESSAGE_SRC(message) != GST_OBJECT(playbin_) || failed_) return;
+      if (!prerolled_) {
+        prerolled_ = true;
+        seeking_ = false;
+        listener_->pipelinePrerolled();
+      } else if (seeking_) {
+        seeking_ = false;
+        listener_->pipelineSeekDone();
+      }
+      return;
+    case GST_MESSAGE_STATE_CHANGED: {
+      if (GST_MESSAGE_SRC(message) != GST_OBJECT(playbin_) || failed_) return;
+      GstState oldState, newState;
+      gst_message_parse_state_changed(message, &oldState, &newState, nullptr);
+      bool playing = newState == GST_STATE_PLAYING;
+      if (playing != playing_) {
+        playing_ = playing;
+        listener_->pipelinePlayingChanged(playing);
+      }
+      return;
+    }
+    case GST_MESSAGE_TAG: {
+      GstTagList* incoming = nullptr;
+      gst_message_parse_tag(message, &incoming);
+      if (!incoming) return;
+      GstTagList* merged = gst_tag_list_merge(tags_, incoming, GST_TAG_MERGE_REPLACE);
+      gst_tag_list_unref(incoming);
+      bool changed = !tags_ || !merged || !gst_tag_list_is_equal(tags_, merged);
+      if (tags_) gst_tag_list_unref(tags_);
+      tags_ = merged;
+      if (changed) listener_->pipelineTagsChanged();
+      return;
+    }
+    case GST_MESSAGE_APPLICATION:
+      if (gst_message_has_name(message, kLiveReadyMessage) && !prerolled_ && !failed_) {
+        prerolled_ = true;
+        listener_->pipelinePrerolled();
+      }
+      return;
+    case GST_MESSAGE_DURATION_CHANGED:
+      listener_->pipelineDurationChanged();
+      return;
+    case GST_MESSAGE_CLOCK_LOST:
+      // The usual recovery: a new clock is chosen on the way back to PLAYING.
+      if (playing_) {
+        gst_element_set_state(playbin_, GST_STATE_PAUSED);
+        gst_element_set_state(playbin_, GST_STATE_PLAYING);
+      }
+      return;
+    default:
+      return;
+  }
+}
+
+void MoviePipeline::handleError(GstMessage* message) {
+  if (failed_) return;
+  failed_ = true;
+  GError* error = nullptr;
+  gst_message_parse_error(message, &error, nullptr);
+  MoviePipelineError facts;
+  facts.error = error;
+  const GstStructure* details = nullptr;
+  gst_message_parse_error_details(message, &details);
+  guint status = 0;
+  if (details && gst_structure_get_uint(details, "http-status-code", &status)) facts.httpStatus = status;
+  {
+    std::lock_guard lock(mutex_);
+    GstObject* origin = GST_MESSAGE_SRC(message);
+    facts.fromSource = source_ && origin &&
+                       (origin == GST_OBJECT(source_) || gst_object_has_as_ancestor(origin, GST_OBJECT(source_)));
+  }
+  auto alive = alive_;
+  listener_->pipelineFailed(facts);
+  g_error_free(error);
+  if (*alive) gst_element_set_state(playbin_, GST_STATE_NULL);
+}
+
+void MoviePipeline::setPlaying(bool playing) {
+  if (failed_) return;
+  gst_element_set_state(playbin_, playing ? GST_STATE_PLAYING : GST_STATE_PAUSED);
+}
+
+std::optional<int64_t> MoviePipeline::position() const {
+  gint64 value = 0;
+  if (!gst_element_query_position(playbin_, GST_FORMAT_TIME, &value) || value < 0) return std::nullopt;
+  return value;
+}
+
+std::optional<int64_t> MoviePipeline::duration() const {
+  gint64 value = 0;
+  if (!gst_element_query_duration(playbin_, GST_FORMAT_TIME, &value) || value <= 0) return std::nullopt;
+  return value;
+}
+
+bool MoviePipeline::isSeekable() const {
+  if (live_) return false;
+  GstQuery* query = gst_query_new_seeking(GST_FORMAT_TIME);
+  gboolean seekable = FALSE;
+  if (gst_element_query(playbin_, query)) gst_query_parse_seeking(query, nullptr, &seekable, nullptr, nullptr);
+  gst_query_unref(query);
+  return seekable;
+}
+
+bool MoviePipeline::seek(int64_t nanoseconds, bool accurate) {
+  if (failed_ || !prerolled_) return false;
+  auto flags = GstSeekFlags(GST_SEEK_FLAG_FLUSH | (accurate ? GST_SEEK_FLAG_ACCURATE : GST_SEEK_FLAG_KEY_UNIT));
+  if (!gst_element_seek_simple(playbin_, GST_FORMAT_TIME, flags, nanoseconds)) return false;
+  seeking_ = true;
+  return true;
+}
+
+void MoviePipeline::setVolume(double volume) { g_object_set(playbin_, "volume", volume, nullptr); }
+
+void MoviePipeline::setMuted(bool muted) { g_object_set(playbin_, "mute", gboolean(muted), nullptr); }
+
+GstTagList* MoviePipeline::copyTags() const { return tags_ ? gst_tag_list_ref(tags_) : nullptr; }
+
+int MoviePipeline::streamCount(const char* kind) const {
+  gint count = 0;
+  std::string property = std::string("n-") + kind;
+  g_object_get(playbin_, property.c_str(), &count, nullptr);
+  return count;
+}
+
+GstTagList* MoviePipeline::copyStreamTags(const char* kind, int index) const {
+  GstTagList* tags = nullptr;
+  std::string signal = std::string("get-") + kind + "-tags";
+  g_signal_emit_by_name(playbin_, signal.c_str(), index, &tags);
+  return tags;
+}
+
+std::optional<std::string> MoviePipeline::httpContentType() const {
+  std::lock_guard lock(mutex_);
+  return contentType_;
+}
+
+}  // namespace belvane::detail

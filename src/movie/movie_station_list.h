@@ -1,0 +1,53 @@
+// MovieStationList: an M3U or PLS station list that a movie reads before it
+// plays: downloaded and parsed by the web playlist readers on the calling
+// thread's run loop, then handed over as the entries' URLs (resolved against
+// the list's own URL). An M3U body with "#EXT-X-" tags is an HLS playlist,
+// not a station list, and is reported as such so that the movie plays the
+// list's URL itself.
+#pragma once
+
+#include <belvane/BVURL.h>
+#include <belvane/BVWebPlaylist.h>
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace belvane::detail {
+
+class MovieStationList : private BVWebPlaylistDelegate {
+ public:
+  enum class Kind { M3U, PLS };
+  // By the path's extension ("m3u", "pls"; never "m3u8").
+  static std::optional<Kind> kindForURL(const BVURL& url);
+  // By an HTTP Content-Type (parameters ignored).
+  static std::optional<Kind> kindForContentType(const std::string& contentType);
+
+  struct Result {
+    std::vector<BVURL> entries;
+    bool isHLS = false;
+    int32_t status = 0;  // the download's failure: its HTTP status, else -19160
+  };
+  using Completion = std::function<void(const Result& result)>;
+
+  // Starts loading; completion is called once, on this thread's run loop.
+  // Destroying the list (also from inside completion) stops it.
+  MovieStationList(const BVURL& url, Kind kind, Completion completion);
+  ~MovieStationList() override;
+  MovieStationList(const MovieStationList&) = delete;
+  MovieStationList& operator=(const MovieStationList&) = delete;
+
+ private:
+  void playlistDidFinishLoading(BVWebPlaylist& playlist) override;
+  void playlistDidFailWithError(BVWebPlaylist& playlist, const BVErrorRef& error) override;
+  void finish(const Result& result);
+
+  BVURL url_;
+  BVWebPlaylistRef playlist_;
+  Completion completion_;
+  bool finished_ = false;
+};
+
+}  // namespace belvane::detail
