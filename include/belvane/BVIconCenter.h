@@ -29,6 +29,8 @@ class BVImage final : public BVObject {
  public:
   // An image of the file at path; the file is not read until data() is asked.
   static std::shared_ptr<BVImage> imageWithContentsOfFile(std::string path, std::string name = {});
+  // An image of bytes already in memory (a movie's cover art); it has no path.
+  static std::shared_ptr<BVImage> imageWithData(BVData data, std::string name = {});
 
   const std::string& path() const { return path_; }
   const std::string& name() const { return name_; }

@@ -23,6 +23,13 @@ std::shared_ptr<BVImage> BVImage::imageWithContentsOfFile(std::string path, std:
   return std::make_shared<BVImage>(std::move(path), std::move(name));
 }
 
+std::shared_ptr<BVImage> BVImage::imageWithData(BVData data, std::string name) {
+  auto image = std::make_shared<BVImage>(std::string(), std::move(name));
+  image->loaded_ = true;
+  image->data_ = std::move(data);
+  return image;
+}
+
 const std::optional<BVData>& BVImage::data() const {
   if (!loaded_) {
     loaded_ = true;

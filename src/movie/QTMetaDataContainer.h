@@ -71,6 +71,12 @@ using QTMetaDataRef = std::shared_ptr<const QTMetaDataContainer>;
 QTMetaDataRef QTCopyMovieMetaData(const QTMovie& movie);
 QTMetaDataRef QTCopyTrackMetaData(const QTTrack& track);
 
+// The same from what a movie reports: the items of the ISO/QuickTime file at
+// filePath (the movie's own, or those of trak number trackIndex), then the
+// "comn" items of the tags. Null when there is nothing at all.
+QTMetaDataRef QTMakeMetaData(const std::optional<std::string>& filePath, std::optional<size_t> trackIndex,
+                             const GstTagList* tags);
+
 // "comn" items (name, arts, albm, cmmt, genr, cprt, auth, ...) from tags.
 void appendCommonItemsFromTags(QTMetaDataContainer& container, const GstTagList* tags);
 
