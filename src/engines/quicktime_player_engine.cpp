@@ -3,10 +3,12 @@
 #include <belvane/BVMediaFormat.h>
 #include <belvane/BVMediaLink.h>
 #include <belvane/BVPlayerEngines.h>
+#include <belvane/BVQuickTimePlayer.h>
 #include <belvane/BVResources.h>
 
 #include "engines/gst_media_types.h"
 #include "foundation/text_encoding.h"
+#include "movie/QTMovie.h"
 
 using belvane::detail::asciiLower;
 
@@ -48,9 +50,12 @@ bool BVQuicktimePlayerEngine::canPlayLink(const BVMediaLink& link) {
   return _canOpenMovieWithURL(url);
 }
 
-// Opening a movie needs the movie layer, which arrives with the QuickTime
-// player; until then the answer is no.
-bool BVQuicktimePlayerEngine::_canOpenMovieWithURL(const BVURL&) { return false; }
+// Yes when a movie opens on the URL without an error. The movie is closed
+// again at once; for a network URL opening may already have connected.
+bool BVQuicktimePlayerEngine::_canOpenMovieWithURL(const BVURL& url) {
+  BVErrorRef error;
+  auto movie = belvane::detail::QTMovie::movieWithURL(url, &error);
+  return movie && !error;
+}
 
-// The QuickTime player arrives with the players; until then no player.
-std::shared_ptr<BVBasePlayer> BVQuicktimePlayerEngine::_makePlayer() { return nullptr; }
+std::shared_ptr<BVBasePlayer> BVQuicktimePlayerEngine::_makePlayer() { return BVQuickTimePlayer::create(); }

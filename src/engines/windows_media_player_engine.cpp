@@ -1,6 +1,7 @@
 // BVWindowsMediaPlayerEngine: Windows Media through the general media engine.
 #include <belvane/BVIconCenter.h>
 #include <belvane/BVPlayerEngines.h>
+#include <belvane/BVQuickTimePlayer.h>
 #include <belvane/BVResources.h>
 
 #include "engines/download_pages.h"
@@ -33,6 +34,5 @@ std::optional<std::string> BVWindowsMediaPlayerEngine::displayableEngineDescript
       "Media audio.\n\nYou will need to restart Airloom after having downloaded and installed this component.");
 }
 
-// Windows Media plays through the QuickTime player, which arrives with the
-// players; until then no player.
-std::shared_ptr<BVBasePlayer> BVWindowsMediaPlayerEngine::_makePlayer() { return nullptr; }
+// Windows Media plays inside the general engine's movie.
+std::shared_ptr<BVBasePlayer> BVWindowsMediaPlayerEngine::_makePlayer() { return BVQuickTimePlayer::create(); }

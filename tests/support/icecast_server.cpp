@@ -150,12 +150,13 @@ std::string IcecastServer::url(const std::string& mount) const {
   return "http://127.0.0.1:" + std::to_string(port_) + mount;
 }
 
-bool IcecastServer::startSource(const std::string& mount, const std::string& mp3, int bytesPerSecond) {
+bool IcecastServer::startSource(const std::string& mount, const std::string& mp3, int bytesPerSecond,
+                                const std::string& contentType) {
   sourceFd_ = connectTo(port_);
   if (sourceFd_ < 0) return false;
   std::string status = request(sourceFd_, "PUT " + mount + " HTTP/1.1\r\nHost: 127.0.0.1\r\n" +
                                               basicAuth("source", kSourcePassword) +
-                                              "Content-Type: audio/mpeg\r\nIce-Public: 0\r\nIce-Name: Belvane Test\r\n\r\n");
+                                              "Content-Type: " + contentType + "\r\nIce-Public: 0\r\nIce-Name: Belvane Test\r\n\r\n");
   if (status.find(" 200") == std::string::npos) return false;
   char c;  // the rest of the answer's head
   std::string tail;

@@ -34,7 +34,9 @@ class IcecastServer {
 
   // Feeds `mount` with `mp3` round and round at bytesPerSecond (after a
   // short burst) until the server stops; true once Icecast accepted it.
-  bool startSource(const std::string& mount, const std::string& mp3, int bytesPerSecond);
+  // Other data (AAC) is sent with its own content type.
+  bool startSource(const std::string& mount, const std::string& mp3, int bytesPerSecond,
+                   const std::string& contentType = "audio/mpeg");
   // Sets the mount's stream title; true when Icecast answered 200.
   bool setTitle(const std::string& mount, const std::string& title);
 

@@ -1,0 +1,139 @@
+// BVQuickTimePlayer: the general media engine's player. It plays a link on a
+// movie (GStreamer underneath), hands links that another engine plays better
+// to that engine's player as a sub-player, and reads ASX/WAX links as web
+// playlists whose tracks it plays one after another. Movie notifications
+// become player states and positions; the movie's metadata reaches the owner
+// as attribute changes. ASX and MMS links are rewritten into a small
+// reference movie unless an installed Windows Media component has fixed its
+// looping fault.
+#pragma once
+
+#include <belvane/BVBasePlayer.h>
+#include <belvane/BVURL.h>
+#include <belvane/BVWebPlaylist.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+class BVMediaLink;
+
+namespace belvane::detail {
+class QTMovie;
+class QTMovieController;
+class QTMetaData;
+struct QTNotification;
+}  // namespace belvane::detail
+
+class BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, public BVWebPlaylistDelegate {
+ public:
+  using QTMovie = belvane::detail::QTMovie;
+  using QTNotification = belvane::detail::QTNotification;
+
+  static std::shared_ptr<BVQuickTimePlayer> create();
+  ~BVQuickTimePlayer() override;
+
+  std::string className() const override { return "BVQuickTimePlayer"; }
+
+  // Opening links.
+  void playLink(const std::shared_ptr<BVMediaLink>& link) override;
+  void handleASXPlaylistLink(const std::shared_ptr<BVMediaLink>& link);
+  // Plays track `index` of the current playlist; false past the end (the
+  // player then stops) or for a track without a usable URL.
+  bool playTrackNumber(uint32_t index);
+  void playNextTrack();
+
+  // Queries and controls; each goes to the sub-player when there is one.
+  BVPlayerState state() const override;
+  bool hasPosition() const override;
+  float position() const override;
+  void setPosition(float position) override;
+  float elapsedTime() const override;
+  float volume() const override;
+  void setVolume(float volume) override;
+  bool isMuted() const override;
+  void setMuted(bool muted) override;
+  BVDictionary attributes() const override;
+
+  // Web playlist delegate.
+  void playlistDidFinishLoading(BVWebPlaylist& playlist) override;
+  void playlistDidFailWithError(BVWebPlaylist& playlist, const BVErrorRef& error) override;
+
+  // Sub-player callbacks, relayed to the owner with this player as the player.
+  void playerStateChanged(BVBasePlayer& player, BVPlayerState from, BVPlayerState to,
+                          const BVErrorRef& error) override;
+  void playerPositionChanged(BVBasePlayer& player, float position) override;
+  void playerAttributeChanged(BVBasePlayer& player, const BVDictionary& attributes) override;
+
+  // Windows Media component work-around. The version answer is process-wide:
+  // a negative answer is cached, a positive one is looked up again each time.
+  static bool flip4MacVersionHasFixedLoopingBug();
+  std::shared_ptr<BVMediaLink> makeLinkSafeFromASXBug(const std::shared_ptr<BVMediaLink>& link);
+  // A link to a new reference movie in the temporary folder naming url;
+  // nothing when the template resource cannot be read or the file written.
+  std::shared_ptr<BVMediaLink> mediaLinkForMMSURL(const BVURL& url);
+
+  // Movie notifications and the controller's idle action.
+  void _noteMovieLoadingChange(const QTNotification* notification);
+  void _noteMovieTimeChange(const QTNotification* notification);
+  void _noteMovieDidEnd(const QTNotification* notification);
+  void _noteMovieRateDidChange(const QTNotification* notification);
+  void _noteMovieMetaDataChange(const QTNotification* notification);
+  void _noteMovieIdle();
+
+  // Metadata and attributes.
+  BVDictionary _metaDataAsDictionary(const belvane::detail::QTMetaData* reader) const;
+  BVDictionary _attribtesFromMovie(const std::shared_ptr<QTMovie>& movie) const;
+  // Announces each changed key once: {key: new value}, or {key: null} for a
+  // key the new dictionary lacks.
+  void _notifyForChangedAttributes(const BVDictionary& newAttributes, const BVDictionary& oldAttributes);
+  void _updateAttributesNotifyingChanges(bool notify);
+
+  void _releaseMovie();
+
+  // For tests and diagnostics.
+  const std::shared_ptr<QTMovie>& movie() const { return _movie; }
+  const std::shared_ptr<BVBasePlayer>& subPlayer() const { return _subPlayer; }
+  const BVWebPlaylistRef& playlist() const { return _playlist; }
+  const BVErrorRef& lastError() const { return _lastError; }
+  bool employedFlip4MacWorkAround() const { return _employedFlip4MacWorkAround; }
+  // Forgets the cached version answer (tests install and remove components).
+  static void resetFlip4MacVersionCheck();
+
+ protected:
+  BVQuickTimePlayer() = default;
+
+  // Leaving for Stopped or Error stops observing the movie; OS status errors
+  // -2048 and -19160 without a description get "The stream is not available
+  // at this time.".
+  void changeStateTo(BVPlayerState state) { changeStateTo(state, nullptr); }
+  void changeStateTo(BVPlayerState state, const BVErrorRef& error);
+
+ private:
+  void playWithMovie(const std::shared_ptr<BVMediaLink>& link);
+  void observeMovie();
+  void stopObservingMovie();
+  // Runs a movie callback with this player kept alive; a movie released
+  // inside it is destroyed only after the callback returns.
+  template <class Fn>
+  void inMovieCallback(Fn&& fn);
+
+  std::shared_ptr<QTMovie> _movie;
+  float _volume = 1.0f;
+  bool _muted = false;
+  std::optional<BVDictionary> _lastAttributes;
+  double _lastIdleTimestamp = 0.0;
+  std::shared_ptr<BVBasePlayer> _subPlayer;
+  uint32_t _currentTrackNumber = 0;
+  BVWebPlaylistRef _playlist;
+  BVErrorRef _lastError;
+  bool _employedFlip4MacWorkAround = false;
+
+  int movieCallbackDepth_ = 0;
+};
+
+namespace belvane::detail {
+// The movie controller's action filter: the idle action drives the player's
+// idle tick. Never handles an action itself (always false).
+bool mcActionFilter(QTMovieController* mc, int16_t action, void* params, intptr_t refCon);
+}  // namespace belvane::detail

@@ -1,0 +1,220 @@
+// BVQuickTimePlayer: the movie's lifetime, movie notifications turned into
+// states and positions, the idle tick, the error wording, and the query and
+// control operations.
+#include <belvane/BVErrorMapping.h>
+#include <belvane/BVQuickTimePlayer.h>
+#include <belvane/BVRunLoop.h>
+
+#include "movie/QTMovie.h"
+
+#include <cmath>
+
+using belvane::detail::QTGetTimeInterval;
+using belvane::detail::QTTime;
+using belvane::detail::QTTimeIsIndefinite;
+
+namespace {
+constexpr const char* kStreamNotAvailableDescription = "The stream is not available at this time.";
+}  // namespace
+
+std::shared_ptr<BVQuickTimePlayer> BVQuickTimePlayer::create() {
+  return std::shared_ptr<BVQuickTimePlayer>(new BVQuickTimePlayer());
+}
+
+BVQuickTimePlayer::~BVQuickTimePlayer() {
+  stopObservingMovie();
+  if (_subPlayer) _subPlayer->setOwner(nullptr);
+  _subPlayer.reset();
+  if (_playlist) _playlist->setDelegate(nullptr);
+  _playlist.reset();
+  _lastError.reset();
+  _releaseMovie();
+}
+
+template <class Fn>
+void BVQuickTimePlayer::inMovieCallback(Fn&& fn) {
+  auto self = shared_from_this();  // the owner may drop us during the callback
+  ++movieCallbackDepth_;
+  fn();
+  --movieCallbackDepth_;
+}
+
+void BVQuickTimePlayer::stopObservingMovie() {
+  if (_movie) _movie->removeObserver(this);
+}
+
+void BVQuickTimePlayer::_releaseMovie() {
+  stopObservingMovie();
+  if (!_movie) return;
+  belvane::detail::MCSetActionFilterWithRefCon(_movie->quickTimeMovieController(), nullptr, 0);
+  _movie->stop();
+  auto old = std::move(_movie);
+  _movie = nullptr;
+  // A movie released from inside one of its own callbacks is destroyed once
+  // that callback has returned.
+  if (movieCallbackDepth_ > 0) BVRunLoop::current().perform([old] {});
+  _lastAttributes.reset();
+  _lastIdleTimestamp = 0.0;
+}
+
+void BVQuickTimePlayer::changeStateTo(BVPlayerState state, const BVErrorRef& error) {
+  if (state == BVPlayerStateStopped || state == BVPlayerStateError) stopObservingMovie();
+  BVErrorRef reported = error;
+  if (error && error->domain() == BVOSStatusErrorDomain && (error->code() == -2048 || error->code() == -19160) &&
+      !BVDictionaryString(error->userInfo(), BVLocalizedDescriptionKey)) {
+    BVDictionary info = error->hasUserInfo() ? error->userInfo() : BVDictionary{};
+    info[BVLocalizedDescriptionKey] = BVValue(kStreamNotAvailableDescription);
+    reported = BVError::create(error->domain(), error->code(), std::move(info));
+  }
+  BVBasePlayer::changeStateTo(state, reported);
+}
+
+// Movie notifications.
+
+void BVQuickTimePlayer::_noteMovieLoadingChange(const QTNotification*) {
+  if (!_movie) return;
+  int64_t loadState = _movie->attributeForKey(belvane::detail::QTMovieLoadStateAttribute).integerValue();
+  if (loadState >= belvane::detail::QTMovieLoadStatePlaythroughOK) {
+    if (state() > BVPlayerStateConnecting) return;
+    _movie->play();
+    changeStateTo(BVPlayerStatePlaying);
+    changedPosition(position());
+    _updateAttributesNotifyingChanges(true);
+  } else if (loadState == 1 || loadState == belvane::detail::QTMovieLoadStateError) {
+    int32_t status = _movie->movieStatus();
+    if (status == 0) status = -1;
+    changeStateTo(BVPlayerStateError, BVErrorForQuickTimeErrorCode(status));
+  }
+}
+
+void BVQuickTimePlayer::_noteMovieTimeChange(const QTNotification*) {
+  if (_movie) changedPosition(position());
+}
+
+void BVQuickTimePlayer::_noteMovieDidEnd(const QTNotification*) {
+  if (_playlist) {
+    if (_currentTrackNumber < _playlist->countOfTracks()) playNextTrack();
+    return;
+  }
+  changedPosition(position());
+  changeStateTo(BVPlayerStateStopped);
+}
+
+void BVQuickTimePlayer::_noteMovieRateDidChange(const QTNotification* notification) {
+  if (!notification || !notification->userInfo) return;
+  auto found = notification->userInfo->find(belvane::detail::QTMovieRateDidChangeNotificationParameter);
+  if (found == notification->userInfo->end() || !found->second.isNumber()) return;
+  double rate = found->second.doubleValue();
+  if (!(rate <= 0.0) || state() != BVPlayerStatePlaying || !_movie) return;
+  int64_t loadState = _movie->attributeForKey(belvane::detail::QTMovieLoadStateAttribute).integerValue();
+  // A file that stops while fully loaded has ended, whether or not the end
+  // is announced; a stream that stalls has not.
+  if (loadState == belvane::detail::QTMovieLoadStateComplete ||
+      loadState == belvane::detail::QTMovieLoadStatePlaythroughOK)
+    _noteMovieDidEnd(nullptr);
+}
+
+// New tags on the movie: a live station has no position and so no idle
+// refresh, and this is how its stream titles reach the owner.
+void BVQuickTimePlayer::_noteMovieMetaDataChange(const QTNotification*) {
+  if (_movie) _updateAttributesNotifyingChanges(true);
+}
+
+void BVQuickTimePlayer::_noteMovieIdle() {
+  if (!_movie || !hasPosition()) return;
+  double seconds = 0;
+  if (!QTGetTimeInterval(_movie->currentTime(), &seconds)) return;
+  // Only a second or more of progress counts; after a seek backwards the
+  // tick waits until the movie passes the last counted time again.
+  if (seconds <= _lastIdleTimestamp + 1.0) return;
+  _lastIdleTimestamp = seconds;
+  inMovieCallback([&] {
+    _noteMovieTimeChange(nullptr);
+    // About every second at the start, then every five seconds.
+    if (_movie && (seconds < 30.0 || int64_t(seconds) % 5 == 0)) _updateAttributesNotifyingChanges(true);
+  });
+}
+
+bool belvane::detail::mcActionFilter(QTMovieController*, int16_t action, void*, intptr_t refCon) {
+  if (refCon && action == mcActionIdle) {
+    reinterpret_cast<BVQuickTimePlayer*>(refCon)->_noteMovieIdle();
+  }
+  return false;
+}
+
+void BVQuickTimePlayer::observeMovie() {
+  using namespace belvane::detail;
+  std::weak_ptr<BVQuickTimePlayer> weak = sharedAs<BVQuickTimePlayer>();
+  auto observe = [&](const char* name, void (BVQuickTimePlayer::*handler)(const QTNotification*)) {
+    _movie->addObserver(this, name, [weak, handler](const QTNotification& note) {
+      if (auto player = weak.lock()) player->inMovieCallback([&] { ((*player).*handler)(&note); });
+    });
+  };
+  observe(QTMovieLoadStateDidChangeNotification, &BVQuickTimePlayer::_noteMovieLoadingChange);
+  observe(QTMovieTimeDidChangeNotification, &BVQuickTimePlayer::_noteMovieTimeChange);
+  observe(QTMovieDidEndNotification, &BVQuickTimePlayer::_noteMovieDidEnd);
+  observe(QTMovieRateDidChangeNotification, &BVQuickTimePlayer::_noteMovieRateDidChange);
+  observe(QTMovieMetaDataDidChangeNotification, &BVQuickTimePlayer::_noteMovieMetaDataChange);
+  MCSetActionFilterWithRefCon(_movie->quickTimeMovieController(), mcActionFilter, reinterpret_cast<intptr_t>(this));
+}
+
+// Queries and controls.
+
+BVPlayerState BVQuickTimePlayer::state() const {
+  return _subPlayer ? _subPlayer->state() : BVBasePlayer::state();
+}
+
+bool BVQuickTimePlayer::hasPosition() const {
+  if (_subPlayer) return _subPlayer->hasPosition();
+  if (!_movie) return false;
+  return !QTTimeIsIndefinite(_movie->duration());
+}
+
+float BVQuickTimePlayer::position() const {
+  if (_subPlayer) return _subPlayer->position();
+  if (!_movie) return -1.0f;
+  QTTime duration = _movie->duration();
+  if (QTTimeIsIndefinite(duration)) return -1.0f;
+  double now = 0, total = 0;
+  if (!QTGetTimeInterval(_movie->currentTime(), &now) || !QTGetTimeInterval(duration, &total) || total <= 0)
+    return -1.0f;
+  return float(now / total);
+}
+
+void BVQuickTimePlayer::setPosition(float fraction) {
+  if (_subPlayer) return _subPlayer->setPosition(fraction);
+  if (!_movie || !hasPosition()) return;
+  // A request for the very end lands just before it.
+  fraction = std::fmax(std::fmin(fraction, 0.9999f), 0.0f);
+  QTTime duration = _movie->duration();
+  QTTime time = duration;
+  time.timeValue = int64_t(float(duration.timeValue) * fraction);
+  _movie->setCurrentTime(time);
+  _noteMovieTimeChange(nullptr);
+}
+
+float BVQuickTimePlayer::elapsedTime() const {
+  if (_subPlayer) return _subPlayer->elapsedTime();
+  double seconds = 0;
+  if (!_movie || !QTGetTimeInterval(_movie->currentTime(), &seconds)) return -1.0f;
+  return float(seconds);
+}
+
+float BVQuickTimePlayer::volume() const { return _subPlayer ? _subPlayer->volume() : _volume; }
+
+// The volume is always kept, the mute setting only without a sub-player.
+void BVQuickTimePlayer::setVolume(float volume) {
+  _volume = volume;
+  if (_subPlayer)
+    _subPlayer->setVolume(volume);
+  else if (_movie)
+    _movie->setVolume(volume);
+}
+
+bool BVQuickTimePlayer::isMuted() const { return _subPlayer ? _subPlayer->isMuted() : _muted; }
+
+void BVQuickTimePlayer::setMuted(bool muted) {
+  if (_subPlayer) return _subPlayer->setMuted(muted);
+  _muted = muted;
+  if (_movie) _movie->setMuted(muted);
+}

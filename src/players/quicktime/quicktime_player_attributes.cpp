@@ -1,0 +1,89 @@
+// BVQuickTimePlayer: the movie's and its tracks' metadata gathered into the
+// player's attribute dictionary, and the announcement of what changed.
+#include <belvane/BVConstants.h>
+#include <belvane/BVQuickTimePlayer.h>
+
+#include "movie/QTMovie.h"
+#include "players/quicktime/QTMetaData.h"
+
+#include <glib.h>
+
+using belvane::detail::QTMetaData;
+
+namespace {
+// The title QuickTime gives the link track of a reference movie.
+constexpr const char* kReferenceTrackTitle = "HREFTrack";
+}  // namespace
+
+BVDictionary BVQuickTimePlayer::_metaDataAsDictionary(const QTMetaData* reader) const {
+  BVDictionary attributes;
+  if (!reader) return attributes;
+  auto store = [&](const char* key, BVValue value) {
+    if (value.isNone()) return;
+    if (const BVData* bytes = value.data()) {
+      // Byte buffers are text in UTF-8; anything else is left out.
+      const char* text = reinterpret_cast<const char*>(bytes->data());
+      if (!g_utf8_validate(text, gssize(bytes->size()), nullptr)) return;
+      value = BVValue(std::string(text, bytes->size()));
+    }
+    attributes[key] = std::move(value);
+  };
+  store(BVPlayerAttributeTrackTitleKey, reader->title());
+  store(BVPlayerAttributeArtistKey, reader->artist());
+  store(BVPlayerAttributeAlbumKey, reader->album());
+  store(BVPlayerAttributeCommentKey, reader->comment());
+  store(BVPlayerAttributeGenreKey, reader->genre());
+  store(BVPlayerAttributeYearKey, reader->year());
+  store(BVPlayerAttributeCopyrightKey, reader->copyright());
+  store(BVPlayerAttributeDurationKey, reader->duration());
+  return attributes;
+}
+
+BVDictionary BVQuickTimePlayer::_attribtesFromMovie(const std::shared_ptr<QTMovie>& movie) const {
+  BVDictionary attributes;
+  if (_employedFlip4MacWorkAround || !_movie || !movie) return attributes;
+  auto merge = [&](const BVDictionary& more) {
+    for (const auto& [key, value] : more) attributes.insert_or_assign(key, value);
+  };
+  // Last track first, so the first track's values win; the movie's own
+  // values win over every track's.
+  auto tracks = movie->tracks();
+  for (auto track = tracks.rbegin(); track != tracks.rend(); ++track) {
+    auto reader = QTMetaData::initWithTrack(*track);
+    merge(_metaDataAsDictionary(reader.get()));
+  }
+  auto reader = QTMetaData::initWithMovie(movie);
+  merge(_metaDataAsDictionary(reader.get()));
+  if (auto title = attributes.find(BVPlayerAttributeTrackTitleKey);
+      title != attributes.end() && title->second == BVValue(kReferenceTrackTitle))
+    attributes.erase(title);
+  return attributes;
+}
+
+void BVQuickTimePlayer::_notifyForChangedAttributes(const BVDictionary& newAttributes,
+                                                    const BVDictionary& oldAttributes) {
+  for (const auto& [key, value] : oldAttributes)
+    if (!newAttributes.contains(key)) changedAttribute({{key, BVValue(BVNull{})}});
+  for (const auto& [key, value] : newAttributes) {
+    auto old = oldAttributes.find(key);
+    if (old == oldAttributes.end() || old->second != value) changedAttribute({{key, value}});
+  }
+}
+
+void BVQuickTimePlayer::_updateAttributesNotifyingChanges(bool notify) {
+  BVDictionary fresh = _attribtesFromMovie(_movie);
+  BVDictionary old = _lastAttributes.value_or(BVDictionary{});
+  _lastAttributes = fresh;
+  if (notify) {
+    auto self = shared_from_this();
+    _notifyForChangedAttributes(fresh, old);
+  }
+}
+
+BVDictionary BVQuickTimePlayer::attributes() const {
+  if (_subPlayer) return _subPlayer->attributes();
+  if (_lastAttributes) return *_lastAttributes;
+  // Worked out on first request, without announcements.
+  const_cast<BVQuickTimePlayer*>(this)->_updateAttributesNotifyingChanges(false);
+  return _lastAttributes.value_or(BVDictionary{});
+}

@@ -1,0 +1,155 @@
+// BVQuickTimePlayer: who plays a link (the movie, or another engine's player
+// as a sub-player), ASX/WAX playlists played track by track, and the relay
+// of a sub-player's callbacks.
+#include <belvane/BVKitOwner.h>
+#include <belvane/BVMediaFormat.h>
+#include <belvane/BVMediaLink.h>
+#include <belvane/BVPlayerEngineCenter.h>
+#include <belvane/BVPlayerEngines.h>
+#include <belvane/BVQuickTimePlayer.h>
+
+#include "foundation/text_encoding.h"
+#include "movie/QTMovie.h"
+
+#include <typeinfo>
+
+using belvane::detail::asciiLower;
+
+namespace {
+const BVMediaFormat& formatOf(const BVMediaLink& link) {
+  static const auto empty = BVMediaFormat::emptyFormat();
+  return link.format() ? *link.format() : *empty;
+}
+}  // namespace
+
+void BVQuickTimePlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
+  if (!link) return;
+  auto self = shared_from_this();
+  _employedFlip4MacWorkAround = false;
+  std::string extension = asciiLower(link->url().pathExtension());
+  if (extension == "asx" || extension == "wax") return handleASXPlaylistLink(link);
+
+  const BVMediaFormat& format = formatOf(*link);
+  auto quickTime = BVQuicktimePlayerEngine::sharedEngine();
+  auto windowsMedia = BVWindowsMediaPlayerEngine::sharedEngine();
+  bool quickTimePlays = false;
+  BVPlayerEngineRef candidate;
+  if (quickTime->canPlayFormat(format) || !windowsMedia->isAvailable() || windowsMedia->canPlayFormat(format)) {
+    // Windows Media plays inside the movie too.
+    quickTimePlays = true;
+  } else {
+    auto engines = BVPlayerEngineCenter::sharedCenter()->preferedEnginesForFormat(format);
+    // The first available engine; when none is, the last one stays chosen.
+    for (const auto& engine : engines) {
+      candidate = engine;
+      if (engine->isAvailable()) break;
+    }
+    if (engines.empty()) {
+      if (quickTime->canPlayLink(*link))
+        candidate = quickTime;
+      else
+        quickTimePlays = true;
+    }
+    if (candidate && typeid(*candidate) == typeid(BVQuicktimePlayerEngine)) quickTimePlays = true;
+  }
+  if (quickTimePlays) return playWithMovie(link);
+
+  // Another engine's player plays the link for us; our own link stays.
+  if (_subPlayer) _subPlayer->setOwner(nullptr);
+  _subPlayer = candidate ? candidate->createPlayer() : nullptr;
+  if (!_subPlayer) return;
+  _subPlayer->setVolume(_volume);
+  _subPlayer->setOwner(this);
+  auto sub = _subPlayer;
+  sub->playLink(link);
+}
+
+void BVQuickTimePlayer::playWithMovie(const std::shared_ptr<BVMediaLink>& link) {
+  auto safeLink = makeLinkSafeFromASXBug(link);
+  BVBasePlayer::playLink(safeLink);
+  // A sub-player left from an earlier link stays and keeps answering.
+  _releaseMovie();
+  BVErrorRef error;
+  auto movie = QTMovie::movieWithURL(safeLink->url(), &error);
+  if (!movie || error) {
+    _movie = nullptr;
+    changeStateTo(BVPlayerStateError, error);
+    return;
+  }
+  _movie = std::move(movie);
+  _movie->setVolume(_volume);
+  _movie->setMuted(_muted);
+  _movie->setAttribute(BVValue(true), belvane::detail::QTMovieDontInteractWithUserAttribute);
+  observeMovie();
+  changeStateTo(BVPlayerStateConnecting);
+  changedPosition(position());
+  _updateAttributesNotifyingChanges(true);
+  // A movie that is already loaded moves on at once.
+  _noteMovieLoadingChange(nullptr);
+}
+
+// Playlists.
+
+void BVQuickTimePlayer::handleASXPlaylistLink(const std::shared_ptr<BVMediaLink>& link) {
+  BVBasePlayer::playLink(link);
+  if (_playlist) _playlist->setDelegate(nullptr);
+  _playlist = BVWebPlaylist::initWithURL(link->url());
+  if (_playlist) {
+    _playlist->setDelegate(this);
+    _playlist->loadAsynchronously();
+  }
+  changeStateTo(BVPlayerStateConnecting);
+}
+
+void BVQuickTimePlayer::playlistDidFinishLoading(BVWebPlaylist& playlist) {
+  if (!playlist.loadSucceeded() || playlist.countOfTracks() == 0) return;
+  auto self = shared_from_this();
+  _currentTrackNumber = 0;
+  playTrackNumber(0);
+}
+
+void BVQuickTimePlayer::playlistDidFailWithError(BVWebPlaylist&, const BVErrorRef& error) {
+  auto self = shared_from_this();
+  _lastError = error;
+  changeStateTo(BVPlayerStateError, error);
+}
+
+bool BVQuickTimePlayer::playTrackNumber(uint32_t index) {
+  if (!_playlist || index >= _playlist->countOfTracks()) {
+    changeStateTo(BVPlayerStateStopped);
+    return false;
+  }
+  const BVDictionary& track = _playlist->objectInTracksAtIndex(index);
+  const std::string* text = BVDictionaryString(track, kPlaylistAttributeTrackURL);
+  std::optional<BVURL> url = text ? BVURL::URLWithString(*text) : std::nullopt;
+  if (!url) return false;
+  changeStateTo(BVPlayerStateConnecting);
+  // The whole choice runs again: a track may itself be a playlist.
+  playLink(BVMediaLink::linkWithURL(*url));
+  return true;
+}
+
+void BVQuickTimePlayer::playNextTrack() {
+  _currentTrackNumber += 1;
+  playTrackNumber(_currentTrackNumber);
+}
+
+// Sub-player callbacks go to the owner as they come: no state test and no
+// second rewording of the error.
+
+void BVQuickTimePlayer::playerStateChanged(BVBasePlayer&, BVPlayerState from, BVPlayerState to,
+                                           const BVErrorRef& error) {
+  auto self = shared_from_this();
+  if (error) BVLogString("Error: " + error->description());
+  if (auto* o = owner()) o->playerStateChanged(*this, from, to, error);
+}
+
+void BVQuickTimePlayer::playerPositionChanged(BVBasePlayer&, float position) {
+  auto self = shared_from_this();
+  if (auto* o = owner()) o->playerPositionChanged(*this, position);
+}
+
+void BVQuickTimePlayer::playerAttributeChanged(BVBasePlayer&, const BVDictionary& attributes) {
+  auto self = shared_from_this();
+  if (auto* o = owner()) o->playerAttributeChanged(*this, attributes);
+}

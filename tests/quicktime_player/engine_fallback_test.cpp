@@ -1,0 +1,145 @@
+// The Windows Media component work-around, and stations that the MP3
+// streamer declines reaching the general engine through the master player.
+#include <belvane/BVMasterPlayer.h>
+#include <belvane/BVQuickTimePlayer.h>
+
+#include "engines/scoped_environment.h"
+#include "movie/reference_movie.h"
+#include "quicktime_test_support.h"
+#include "support/icecast_server.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+using namespace belvane::test;
+
+namespace {
+
+void installComponent(const TempDir& home, const std::string& version) {
+  home.write("QuickTime/Flip4Mac WMV Advanced.component/Info.plist",
+             "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
+             "<key>CFBundleVersion</key><string>" + version + "</string></dict></plist>\n");
+}
+
+bool fixedWith(const std::string& version) {
+  TempDir home;
+  ScopedXDGDataHome xdg(home.path());
+  if (!version.empty()) installComponent(home, version);
+  BVQuickTimePlayer::resetFlip4MacVersionCheck();
+  return BVQuickTimePlayer::flip4MacVersionHasFixedLoopingBug();
+}
+
+uint32_t bigEndian(const std::string& bytes, size_t at) {
+  return uint32_t(uint8_t(bytes[at])) << 24 | uint32_t(uint8_t(bytes[at + 1])) << 16 |
+         uint32_t(uint8_t(bytes[at + 2])) << 8 | uint8_t(bytes[at + 3]);
+}
+
+}  // namespace
+
+TEST(WindowsMediaWorkAround, OnlyFullVersionsFromTwoPointTwoCountAsFixed) {
+  EXPECT_TRUE(fixedWith("2.2.0"));
+  EXPECT_FALSE(fixedWith("2.1.9"));
+  EXPECT_FALSE(fixedWith("2.2"));
+  EXPECT_FALSE(fixedWith(""));
+
+  // "Not fixed" is remembered; "fixed" is looked for again each time.
+  TempDir home;
+  ScopedXDGDataHome xdg(home.path());
+  BVQuickTimePlayer::resetFlip4MacVersionCheck();
+  EXPECT_FALSE(BVQuickTimePlayer::flip4MacVersionHasFixedLoopingBug());
+  installComponent(home, "2.3.0");
+  EXPECT_FALSE(BVQuickTimePlayer::flip4MacVersionHasFixedLoopingBug());
+  BVQuickTimePlayer::resetFlip4MacVersionCheck();
+  EXPECT_TRUE(BVQuickTimePlayer::flip4MacVersionHasFixedLoopingBug());
+  BVQuickTimePlayer::resetFlip4MacVersionCheck();
+}
+
+TEST(WindowsMediaWorkAround, MMSAndASXLinksBecomeReferenceMovies) {
+  TempDir home;
+  ScopedXDGDataHome xdg(home.path());
+  BVQuickTimePlayer::resetFlip4MacVersionCheck();
+  auto player = BVQuickTimePlayer::create();
+  const std::string url = "mms://media.example.net/live/station-with-a-rather-long-name";
+  auto safe = player->makeLinkSafeFromASXBug(linkTo(url));
+  ASSERT_TRUE(safe->url().isFileURL());
+  EXPECT_TRUE(player->employedFlip4MacWorkAround());
+  std::string bytes = readWholeFile(safe->url().fileSystemPath());
+  EXPECT_EQ(bigEndian(bytes, 615), url.size());
+  EXPECT_EQ(bytes.substr(770, url.size()), url);
+  auto named = belvane::detail::referenceMovieURL(
+      std::span(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()));
+  EXPECT_EQ(named.value_or(""), url);
+  std::remove(safe->url().fileSystemPath().c_str());
+
+  // wsx is rewritten too; other links pass unchanged.
+  auto wsx = player->makeLinkSafeFromASXBug(linkTo("http://h/a.WSX"));
+  EXPECT_TRUE(wsx->url().isFileURL());
+  std::remove(wsx->url().fileSystemPath().c_str());
+  auto plain = linkTo("http://h/a.m4a");
+  EXPECT_EQ(player->makeLinkSafeFromASXBug(plain), plain);
+
+  installComponent(home, "2.2.0");
+  BVQuickTimePlayer::resetFlip4MacVersionCheck();
+  auto mms = linkTo(url);
+  EXPECT_EQ(player->makeLinkSafeFromASXBug(mms), mms);
+  BVQuickTimePlayer::resetFlip4MacVersionCheck();
+}
+
+namespace {
+
+bool announcedTitle(const QTRecordingOwner& owner, const std::string& title) {
+  return BVRunLoop::main().runUntil(
+      [&] {
+        for (auto& value : owner.announced(BVPlayerAttributeTrackTitleKey))
+          if (value.stringOr() == title) return true;
+        return false;
+      },
+      15.0);
+}
+
+// Plays link on a master player until its owner hears Playing and the
+// stream titles arrive as the track title, also one that changes later on.
+void expectGeneralEngineTakesOver(const std::string& url, const std::function<void(const std::string&)>& setTitle) {
+  setTitle("First Song");
+  auto master = BVMasterPlayer::create();
+  QTRecordingOwner owner;
+  master->setOwner(&owner);
+  master->playLink(linkTo(url));
+  ASSERT_TRUE(owner.runUntil(BVPlayerStatePlaying, 30.0)) << url;
+  EXPECT_EQ(owner.sequence().front(), BVPlayerStateConnecting);
+  for (auto& event : owner.states) {
+    EXPECT_EQ(event.error, nullptr);  // the streamer's failure stays inside
+    EXPECT_EQ(event.player, master.get());
+  }
+  EXPECT_NE(dynamic_cast<BVQuickTimePlayer*>(master->subPlayer().get()), nullptr);
+  EXPECT_TRUE(announcedTitle(owner, "First Song")) << url;
+  setTitle("Second Song");
+  EXPECT_TRUE(announcedTitle(owner, "Second Song")) << url;
+  EXPECT_EQ(master->attributes()[BVPlayerAttributeTrackTitleKey].stringOr(), "Second Song");
+  master->setOwner(nullptr);
+}
+
+}  // namespace
+
+TEST(GeneralEngineFallback, AACStationListPlaysThroughTheGeneralEngine) {
+  TempDir dir;
+  auto adts = readWholeFile(writeMediaFile(dir.path() + "/live.aac", MediaKind::ADTS, 3.0));
+  TestHTTPServer server;
+  AACStation station(server, "/aac", adts, "");
+  server.route("/station.pls", Response::ok("audio/x-scpls", "[playlist]\nNumberOfEntries=1\nFile1=" +
+                                                                 server.url("/aac") + "\nTitle1=AAC\n"));
+  expectGeneralEngineTakesOver(server.url("/station.pls"), [&](const std::string& t) { station.setTitle(t); });
+}
+
+TEST(GeneralEngineFallback, AACOnIcecastPlaysThroughTheGeneralEngine) {
+  IcecastServer ice;
+  if (!IcecastServer::available()) GTEST_SKIP() << "icecast2 is not installed";
+  ASSERT_TRUE(ice.start());
+  TempDir dir;
+  auto adts = readWholeFile(writeMediaFile(dir.path() + "/live.aac", MediaKind::ADTS, 3.0));
+  ASSERT_TRUE(ice.startSource("/live.aac", adts, int(adts.size() / 3), "audio/aac"));
+  expectGeneralEngineTakesOver(ice.url("/live.aac"),
+                               [&](const std::string& t) { ASSERT_TRUE(ice.setTitle("/live.aac", t)); });
+}

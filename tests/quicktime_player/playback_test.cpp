@@ -1,0 +1,149 @@
+// The general engine's player on real media: local files, live streams,
+// errors, ASX playlists and the attributes it announces.
+#include <belvane/BVConstants.h>
+#include <belvane/BVQuickTimePlayer.h>
+
+#include "quicktime_test_support.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+using namespace belvane::test;
+
+namespace {
+
+// No sound card is needed: movies play into a clocked null sink.
+const bool kNullAudio = (setenv("BELVANE_AUDIO_OUTPUT", "null", 1), true);
+
+struct Playing {
+  std::shared_ptr<BVQuickTimePlayer> player = BVQuickTimePlayer::create();
+  QTRecordingOwner owner;
+  Playing() { player->setOwner(&owner); }
+  ~Playing() { player->setOwner(nullptr); }
+};
+
+}  // namespace
+
+TEST(QuickTimePlayback, LocalFilePlaysToTheEndWithPositionsAndClampedSeeks) {
+  TempDir dir;
+  auto path = writeMediaFile(dir.path() + "/tone.m4a", MediaKind::M4A, 3.0,
+                             {{"title", "Tone"}, {"artist", "Sine"}});
+  Playing p;
+  p.player->playLink(BVMediaLink::linkWithURL(BVURL::fileURLWithPath(path)));
+  ASSERT_TRUE(p.owner.runUntil(BVPlayerStatePlaying));
+  EXPECT_EQ(p.owner.sequence().front(), BVPlayerStateConnecting);
+  EXPECT_TRUE(p.player->hasPosition());
+  EXPECT_EQ(p.player->attributes()[BVPlayerAttributeTrackTitleKey].stringOr(), "Tone");
+  EXPECT_NEAR(p.player->attributes()[BVPlayerAttributeDurationKey].doubleValue(), 3.0, 0.2);
+
+  // Seeks are clamped: a negative fraction to the start, the very end to
+  // just before it.
+  p.player->setPosition(-0.5f);
+  BVRunLoop::main().runFor(0.3);
+  EXPECT_LT(p.player->elapsedTime(), 0.5f);
+  p.player->setPosition(1.0f);
+  BVRunLoop::main().runFor(0.3);
+  EXPECT_GT(p.player->position(), 0.98f);
+  EXPECT_LE(p.player->position(), 1.0f);
+  ASSERT_TRUE(p.owner.runUntil(BVPlayerStateStopped, 10.0));
+  EXPECT_EQ(p.owner.sequence(),
+            (std::vector<BVPlayerState>{BVPlayerStateConnecting, BVPlayerStatePlaying, BVPlayerStateStopped}));
+  EXPECT_FALSE(p.owner.positions.empty());
+  EXPECT_EQ(p.owner.states.back().error, nullptr);
+}
+
+TEST(QuickTimePlayback, LiveStreamHasNoPosition) {
+  TempDir dir;
+  auto adts = readWholeFile(writeMediaFile(dir.path() + "/live.aac", MediaKind::ADTS, 3.0));
+  TestHTTPServer server;
+  AACStation station(server, "/live", adts, "Now Playing");
+  Playing p;
+  p.player->playLink(linkTo(server.url("/live")));
+  ASSERT_TRUE(p.owner.runUntil(BVPlayerStatePlaying));
+  BVRunLoop::main().runFor(1.5);
+  EXPECT_FALSE(p.player->hasPosition());
+  EXPECT_EQ(p.player->position(), -1.0f);
+  EXPECT_FALSE(p.player->attributes().contains(BVPlayerAttributeDurationKey));
+  EXPECT_EQ(p.player->state(), BVPlayerStatePlaying);
+}
+
+TEST(QuickTimePlayback, UnreachableAndUnreadableMediaAreWordedForTheUser) {
+  TempDir dir;
+  TestHTTPServer server;
+  server.route("/stream.aac", Response::ok("audio/aac", std::string(20000, 'z')));
+  for (std::string url : {"http://127.0.0.1:" + std::to_string(TestHTTPServer::refusedPort()) + "/a.aac",
+                          BVURL::fileURLWithPath(dir.write("noise.m4a", std::string(50000, 'q'))).absoluteString(),
+                          server.url("/stream.aac")}) {
+    Playing p;
+    p.player->playLink(linkTo(url));
+    ASSERT_TRUE(p.owner.runUntil(BVPlayerStateError)) << url;
+    const BVErrorRef& error = p.owner.states.back().error;
+    ASSERT_TRUE(error) << url;
+    EXPECT_EQ(error->domain(), BVOSStatusErrorDomain) << url;
+    EXPECT_TRUE(error->code() == -2048 || error->code() == -19160) << url << " " << error->code();
+    EXPECT_EQ(error->localizedDescription(), "The stream is not available at this time.") << url;
+    // The link's account is added too.
+    EXPECT_NE(BVDictionaryString(error->userInfo(), BVBasePlayerErrorKey), nullptr);
+  }
+}
+
+TEST(QuickTimePlayback, ASXPlaylistPlaysTrackByTrackThenStops) {
+  TempDir dir;
+  TestHTTPServer server;
+  server.route("/one.m4a", Response::ok("audio/mp4", readWholeFile(writeMediaFile(
+                                                         dir.path() + "/one.m4a", MediaKind::M4A, 1.0))));
+  server.route("/two.m4a", Response::ok("audio/mp4", readWholeFile(writeMediaFile(
+                                                         dir.path() + "/two.m4a", MediaKind::M4A, 1.0))));
+  // The extension is compared whatever its case.
+  server.route("/list.ASX", Response::ok("video/x-ms-asf",
+                                         "<asx version=\"3.0\"><entry><ref href=\"" + server.url("/one.m4a") +
+                                             "\"/></entry><entry><ref href=\"" + server.url("/two.m4a") +
+                                             "\"/></entry></asx>"));
+  Playing p;
+  p.player->playLink(linkTo(server.url("/list.ASX")));
+  ASSERT_TRUE(p.owner.runUntil(BVPlayerStateStopped, 30.0));
+  EXPECT_EQ(p.owner.sequence(),
+            (std::vector<BVPlayerState>{BVPlayerStateConnecting, BVPlayerStatePlaying, BVPlayerStateConnecting,
+                                        BVPlayerStatePlaying, BVPlayerStateStopped}));
+  EXPECT_EQ(server.requestCount("/two.m4a") > 0, true);
+  ASSERT_TRUE(p.player->playlist());
+  EXPECT_EQ(p.player->playlist()->countOfTracks(), 2u);
+
+  // Past the end: stopped (already), false.
+  EXPECT_FALSE(p.player->playTrackNumber(2));
+  EXPECT_EQ(p.player->state(), BVPlayerStateStopped);
+}
+
+TEST(QuickTimePlayback, PlaylistDownloadFailureIsAnError) {
+  TestHTTPServer server;
+  Playing p;
+  p.player->playLink(linkTo(server.url("/missing.asx")));
+  ASSERT_TRUE(p.owner.runUntil(BVPlayerStateError));
+  EXPECT_TRUE(p.player->lastError());
+}
+
+TEST(QuickTimePlayback, ReferenceTrackTitleIsHiddenAndChangesAreAnnounced) {
+  TempDir dir;
+  auto path = writeMediaFile(dir.path() + "/ref.m4a", MediaKind::M4A, 1.0, {{"title", "HREFTrack"}, {"album", "A"}});
+  Playing p;
+  p.player->playLink(BVMediaLink::linkWithURL(BVURL::fileURLWithPath(path)));
+  ASSERT_TRUE(p.owner.runUntil(BVPlayerStatePlaying));
+  auto attributes = p.player->attributes();
+  EXPECT_FALSE(attributes.contains(BVPlayerAttributeTrackTitleKey));
+  EXPECT_EQ(attributes[BVPlayerAttributeAlbumKey].stringOr(), "A");
+  // Announced once each as they appeared.
+  EXPECT_EQ(p.owner.announced(BVPlayerAttributeAlbumKey).size(), 1u);
+  EXPECT_TRUE(p.owner.announced(BVPlayerAttributeTrackTitleKey).empty());
+
+  // Between two refreshes: a removed key is announced as null, a changed
+  // one with its new value, an unchanged one not at all.
+  p.owner.attributeChanges.clear();
+  p.player->_notifyForChangedAttributes({{BVPlayerAttributeArtistKey, "B"}, {BVPlayerAttributeAlbumKey, "A"}},
+                                        {{BVPlayerAttributeTrackTitleKey, "T"}, {BVPlayerAttributeArtistKey, "C"},
+                                         {BVPlayerAttributeAlbumKey, "A"}});
+  ASSERT_EQ(p.owner.attributeChanges.size(), 2u);
+  EXPECT_EQ(p.owner.announced(BVPlayerAttributeTrackTitleKey), std::vector<BVValue>{BVValue(BVNull{})});
+  EXPECT_EQ(p.owner.announced(BVPlayerAttributeArtistKey), std::vector<BVValue>{BVValue("B")});
+}
