@@ -1,6 +1,7 @@
 // BVHelixPlayerEngine: RealMedia through a Helix client kit, loaded at run
 // time from the RealMedia application bundle.
 #include <belvane/BVHelixError.h>
+#include <belvane/BVHelixPlayer.h>
 #include <belvane/BVIconCenter.h>
 #include <belvane/BVKitOwner.h>
 #include <belvane/BVPlayerEngines.h>
@@ -87,8 +88,11 @@ std::optional<std::string> BVHelixPlayerEngine::displayableEngineDescription() {
   return BVResources::localizedString("RealPlayer allows you to listen to streaming RealMedia audio.");
 }
 
-// The Helix player class arrives with the players; until then no player.
-std::shared_ptr<BVBasePlayer> BVHelixPlayerEngine::_makePlayer() { return nullptr; }
+// A player on the loaded kit's class tables (createPlayer asks only when
+// the engine is available, so the tables are there).
+std::shared_ptr<BVBasePlayer> BVHelixPlayerEngine::_makePlayer() {
+  return BVHelixPlayer::create(clientPlayerClass(), clientViewClass());
+}
 
 bool BVHelixPlayerEngine::isAvailable() { return !_loadHXClientKitIfNeeded(); }
 
