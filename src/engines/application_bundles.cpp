@@ -3,6 +3,7 @@
 #include "engines/application_bundles.h"
 
 #include <belvane/BVPropertyList.h>
+#include <belvane/BVResources.h>
 
 #include "engines/xdg_data_dirs.h"
 #include "foundation/text_encoding.h"
@@ -20,8 +21,12 @@ namespace belvane::detail {
 
 std::optional<std::string> applicationBundlePathForIdentifier(const std::string& identifier) {
   const std::string wanted = asciiLower(identifier);
-  for (const std::string& dir : xdgDataDirectories()) {
-    fs::path folder = fs::path(dir) / "belvane" / "applications";
+  std::vector<fs::path> folders;
+  for (const std::string& dir : xdgDataDirectories()) folders.push_back(fs::path(dir) / "belvane" / "applications");
+  // Last, the applications shipped with the framework itself (the build
+  // tree's own, when it is not installed).
+  folders.push_back(fs::path(BVResources::frameworkResourceDirectory()) / "applications");
+  for (const fs::path& folder : folders) {
     std::error_code ec;
     if (!fs::is_directory(folder, ec)) continue;
     std::vector<fs::path> bundles;
