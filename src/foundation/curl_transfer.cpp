@@ -1,10 +1,14 @@
 // CurlTransfer: one libcurl easy transfer driven by a private multi handle.
 #include "foundation/curl_transfer.h"
 
+#include "foundation/local_mime_type.h"
+
 #include <belvane/BVError.h>
 
 #include <curl/curl.h>
 #include <glib.h>
+#include <glib/gstdio.h>
+#include <sys/stat.h>
 
 #include <chrono>
 #include <mutex>
@@ -24,6 +28,19 @@ void ensureCurlInitialised() {
 using Clock = std::chrono::steady_clock;
 
 bool isRedirectStatus(int code) { return code == 301 || code == 302 || code == 303 || code == 307 || code == 308; }
+
+// A file has no header block; its response carries what the file system
+// knows instead: the content type of the file and its length, as a server
+// would send them.
+BVHTTPHeaderFields fileResponseFields(const BVURL& url) {
+  BVHTTPHeaderFields fields;
+  if (g_ascii_strcasecmp(url.scheme().c_str(), "file") != 0) return fields;
+  std::string path = url.path();
+  if (auto mime = mimeTypeOfLocalFile(path)) fields["Content-Type"] = *mime;
+  GStatBuf st;
+  if (g_stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode)) fields["Content-Length"] = std::to_string(st.st_size);
+  return fields;
+}
 
 }  // namespace
 
@@ -119,7 +136,8 @@ struct CurlTransfer::Impl {
       // A reply without an HTTP status line (Shoutcast "ICY 200 OK", or a
       // file): its text arrives as body bytes after an empty response.
       self->owner->responseSeen_ = true;
-      BVURLResponse response(BVURL::URLWithString(self->currentURL).value_or(self->request.url), 0, {});
+      BVURL responseURL = BVURL::URLWithString(self->currentURL).value_or(self->request.url);
+      BVURLResponse response(responseURL, 0, fileResponseFields(responseURL));
       if (self->sink && self->sink->onResponse) self->sink->onResponse(response, false, std::nullopt);
       self->heldFirstLine.assign(data, n);
       return n;
@@ -239,7 +257,8 @@ BVErrorRef CurlTransfer::run(TransferSink& sink) {
   if (!responseSeen_) {
     // A body-less reply that ended without a header block we recognised.
     responseSeen_ = true;
-    BVURLResponse response(BVURL::URLWithString(s.currentURL).value_or(s.request.url), s.status, s.fields);
+    BVURL responseURL = BVURL::URLWithString(s.currentURL).value_or(s.request.url);
+    BVURLResponse response(responseURL, s.status, s.fields.empty() ? fileResponseFields(responseURL) : s.fields);
     if (sink.onResponse) sink.onResponse(response, false, std::nullopt);
   }
   return nullptr;

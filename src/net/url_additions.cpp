@@ -4,7 +4,7 @@
 #include <belvane/BVURLConnection.h>
 #include <belvane/BVURLMIMETypeThread.h>
 
-#include "net/local_mime_type.h"
+#include "foundation/local_mime_type.h"
 
 #include <array>
 

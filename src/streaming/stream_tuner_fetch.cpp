@@ -75,7 +75,9 @@ void TunerFetch::connectionDidReceiveResponse(BVURLConnection&, const BVURLRespo
   int status = response.statusCode();
   if (status == 0) {
     // No HTTP status line: a Shoutcast "ICY" reply (its header block comes
-    // as body bytes) or a local file.
+    // as body bytes) or a local file, whose response names the file's type.
+    auto type = response.headerFields().find("Content-Type");
+    if (type != response.headerFields().end() && !type->second.empty()) contentType_ = type->second;
     phase_ = Phase::RawReply;
     return;
   }

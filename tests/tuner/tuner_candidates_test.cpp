@@ -2,6 +2,7 @@
 // MIME types, for streams and station playlists on a loopback server.
 #include "tuner/tuner_test_support.h"
 
+#include "support/temp_dir.h"
 #include "support/test_http_server.h"
 
 #include <belvane/BVURLConnection.h>
@@ -54,6 +55,14 @@ TEST(StreamTuner, AStreamIsItsOwnSingleCandidate) {
 
   // A Shoutcast reply names its type in the raw header block.
   EXPECT_EQ(offersOf(server.url("/icy")), only(server.url("/icy"), "audio/aacp"));
+
+  // A local file is offered with the file's own type, so an MP3-only
+  // player can decline an AAC file and leave it to another engine.
+  TempDir dir;
+  std::string path = dir.write("tone.m4a", std::string("\0\0\0\x20" "ftypM4A \0\0\0\0M4A mp42isom", 28) +
+                                               std::string(4096, '\0'));
+  std::string fileURL = BVURL::fileURLWithPath(path).absoluteString();
+  EXPECT_EQ(offersOf(fileURL), only(fileURL, "audio/mp4"));
 }
 
 TEST(StreamTuner, StationFilesOfferTheirEntriesInOrderWithTheirServersTypes) {

@@ -43,12 +43,29 @@ class PlayReporter : public BVPlayerOwner {
   void setTerminal(PlayTerminal* terminal) { terminal_ = terminal; }
   BVPlayerState finalState() const { return master_.state(); }
 
+  // The engine whose player class the current sub-player is. Windows Media
+  // plays through the general engine's player class, so where several engines
+  // share a class, the one that claims the link's format is named. Worked out
+  // once per sub-player.
   std::string engineID() const {
     auto sub = master_.subPlayer();
     if (!sub) return {};
+    if (engineOwner_.lock() == sub) return engineName_;
+    std::vector<std::shared_ptr<BVBasePlayerEngine>> sharing;
     for (auto& engine : BVPlayerEngineCenter::sharedCenter()->allEngines())
-      if (engine->playerClass() == sub->className()) return engine->engineID().value_or("");
-    return {};
+      if (engine->playerClass() == sub->className()) sharing.push_back(engine);
+    std::shared_ptr<BVBasePlayerEngine> chosen = sharing.empty() ? nullptr : sharing.front();
+    auto link = master_.link();
+    if (sharing.size() > 1 && link && link->format()) {
+      for (auto& engine : sharing)
+        if (engine->canPlayFormat(*link->format())) {
+          chosen = engine;
+          break;
+        }
+    }
+    engineOwner_ = sub;
+    engineName_ = chosen ? chosen->engineID().value_or("") : std::string();
+    return engineName_;
   }
 
   void playerStateChanged(BVBasePlayer&, BVPlayerState from, BVPlayerState to, const BVErrorRef& error) override {
@@ -122,6 +139,8 @@ class PlayReporter : public BVPlayerOwner {
   }
 
   BVMasterPlayer& master_;
+  mutable std::weak_ptr<BVBasePlayer> engineOwner_;
+  mutable std::string engineName_;
   bool json_;
   PlayTerminal* terminal_ = nullptr;
   std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();

@@ -1,5 +1,5 @@
 // Local file MIME types through GIO.
-#include "net/local_mime_type.h"
+#include "foundation/local_mime_type.h"
 
 #include <gio/gio.h>
 
