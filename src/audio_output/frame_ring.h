@@ -32,6 +32,8 @@ class FrameRing {
 
  private:
   void reserve(size_t frames);
+  // Copies the oldest `frames` frames to `out`, interleaved.
+  void copyOut(float* out, size_t frames) const;
 
   struct Run {
     unsigned rate;

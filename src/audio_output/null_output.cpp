@@ -4,6 +4,7 @@
 // device); "null:fast" takes everything at once.
 #include "audio_output/output_backend.h"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace belvane::detail {
@@ -37,7 +38,13 @@ class NullOutput final : public OutputBackend {
     }
     // Room for these frames once all but deviceSeconds of them have played.
     Clock::time_point accepted = timeOf(written_ + frames) - toDuration(deviceSeconds_);
-    if (accepted > now && !session_->sleepUntil(accepted)) return false;
+    if (accepted > now) {
+      // Full: sleep until half the buffer has played (longer if these frames
+      // need more room), so that the thread wakes once per half buffer
+      // rather than once per write.
+      Clock::time_point halfPlayed = timeOf(written_) - toDuration(deviceSeconds_ / 2);
+      if (!session_->sleepUntil(std::max(accepted, halfPlayed))) return false;
+    }
     written_ += frames;
     return true;
   }

@@ -19,6 +19,7 @@
 // and no longer touches the queue).
 #include "audio_output/orplayer.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
@@ -189,18 +190,35 @@ void orplayer_play_wait(orplayer_t player, float sampleRate, float** channels, i
   core.done = false;
   core.lastRate = rate;
   size_t offset = 0, total = static_cast<size_t>(frames);
+  // Once the queue is full, wait until half of it is free (or room for all
+  // that is left) rather than for the first free frame: the output thread
+  // then wakes this thread once per half queue, not once per write.
+  const size_t halfQueue = std::max<size_t>(1, static_cast<size_t>(rate * core.queueSeconds / 2));
   while (offset < total) {
-    size_t room = 0;
-    core.room.wait(lock, [&] {
-      room = core.ring.room(rate, core.queueSeconds);
-      return core.session != id || core.closing || room > 0;
-    });
+    size_t need = std::min(halfQueue, total - offset);
+    size_t room = core.ring.room(rate, core.queueSeconds);
+    if (room < need && core.session == id && !core.closing) {
+      ++core.waitingWriters;
+      core.writerNeeds = std::min(core.writerNeeds, need);
+      core.writerRate = rate;
+      core.room.wait(lock, [&] {
+        room = core.ring.room(rate, core.queueSeconds);
+        return core.session != id || core.closing || room >= need;
+      });
+      if (--core.waitingWriters == 0) core.writerNeeds = SIZE_MAX;
+    }
     if (core.session != id || core.closing) break;
     size_t n = std::min(room, total - offset);
     core.ring.push(rate, channels, offset, n);
     core.audible = true;
     offset += n;
-    core.work.notify_one();
+    if (core.outputWaiters > 0 && core.ring.frames() >= core.outputWants) {
+      // Notified without the lock, so the output thread does not wake only
+      // to block on it.
+      lock.unlock();
+      core.work.notify_all();
+      lock.lock();
+    }
   }
   if (--core.writers == 0 && core.closing) core.room.notify_all();
 }

@@ -38,16 +38,40 @@ void runOutput(std::shared_ptr<PlayerCore> corePtr, std::shared_ptr<OutputSessio
   std::vector<float> chunk;
   std::unique_lock lock(core.mutex);
   auto current = [&] { return core.session == id; };
+  // Unpaced outputs let half a queue gather so that writer and thread do not
+  // take turns for every block, but keep frames back for 25 ms at most; once
+  // nothing has come for that long the thread sleeps until the next frame.
+  bool idle = false;
+  auto deadline = std::chrono::steady_clock::now() + 25ms;
   for (;;) {
-    if (backend->paced()) {
-      core.work.wait(lock, [&] { return !current() || core.ring.frames() > 0 || (core.done && core.audible); });
-    } else {
-      // Unpaced: let frames gather so that writer and thread do not take
-      // turns for every block, but never keep them back for long.
-      core.work.wait(lock, [&] { return !current() || core.ring.frames() > 0 || (core.done && core.audible); });
-      core.work.wait_for(lock, 25ms, [&] {
-        return !current() || core.done || core.ring.seconds() >= core.queueSeconds / 2;
-      });
+    const bool paced = backend->paced();
+    const size_t wants =
+        paced ? 1 : std::max<size_t>(1, static_cast<size_t>(core.lastRate * core.queueSeconds / 2));
+    auto ready = [&] {
+      return !current() || core.ring.frames() >= wants ||
+             (core.done && (core.audible || core.ring.frames() > 0));
+    };
+    while (!ready()) {
+      ++core.outputWaiters;
+      if (paced || idle) {
+        // Writers notify only once the ring holds outputWants frames.
+        core.outputWants = 1;
+        core.work.wait(lock);
+        if (!paced && core.ring.frames() > 0) {
+          idle = false;
+          deadline = std::chrono::steady_clock::now() + 25ms;
+        }
+      } else {
+        core.outputWants = wants;
+        if (core.work.wait_until(lock, deadline) == std::cv_status::timeout) {
+          if (core.ring.frames() > 0) {
+            --core.outputWaiters;
+            break;  // take what has gathered
+          }
+          idle = true;
+        }
+      }
+      --core.outputWaiters;
     }
     if (!current()) break;
 
@@ -76,14 +100,20 @@ void runOutput(std::shared_ptr<PlayerCore> corePtr, std::shared_ptr<OutputSessio
     size_t want = backend->paced() ? std::max(1u, rate / kChunksPerSecond) : core.ring.frames();
     if (chunk.size() < want * FrameRing::kChannels) chunk.resize(want * FrameRing::kChannels);
     size_t n = core.ring.pop(chunk.data(), want, core.gain.load(std::memory_order_relaxed));
-    core.room.notify_all();
+    bool wakeWriter =
+        core.waitingWriters > 0 && core.ring.room(core.writerRate, core.queueSeconds) >= core.writerNeeds;
     lock.unlock();
+    if (wakeWriter) core.room.notify_all();
     if (backend->write(chunk.data(), n)) {
       core.framesWritten.fetch_add(n, std::memory_order_relaxed);
     } else if (!session->stopRequested()) {
       recoverBackend(backend, core, deviceSeconds, session);
     }
     lock.lock();
+    if (!paced) {
+      idle = false;
+      deadline = std::chrono::steady_clock::now() + 25ms;
+    }
   }
   lock.unlock();
   backend->discard();

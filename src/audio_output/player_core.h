@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -36,6 +37,14 @@ struct PlayerCore {
   int writers = 0;       // threads inside play_wait
   unsigned lastRate = kInitialRate;
   double queueSeconds = kShortQueue;
+  // Who waits for what, so that each side wakes the other only when the
+  // wait can end: the room (in frames at writerRate) the writers wait for,
+  // SIZE_MAX while none waits; the frames the output thread waits for.
+  int waitingWriters = 0;
+  size_t writerNeeds = SIZE_MAX;
+  unsigned writerRate = kInitialRate;
+  int outputWaiters = 0;
+  size_t outputWants = 1;
 
   std::atomic<float> gain{1.0f};
   std::atomic<uint64_t> framesWritten{0};

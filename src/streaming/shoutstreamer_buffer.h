@@ -87,6 +87,10 @@ class StreamBuffer {
   bool finished_ = false;
   int32_t error_ = 0;
   bool closed_ = false;
+  // Who is waiting, and for how much, so that each side wakes the other
+  // only when the wait can end.
+  size_t writerNeeds_ = 0;  // free frames the blocked writer waits for; 0: not waiting
+  bool readerWaiting_ = false;
 };
 
 }  // namespace belvane::detail

@@ -176,6 +176,9 @@ StreamConnection::StreamConnection(const std::string& url, double connectTimeout
   curl_easy_setopt(e, CURLOPT_HEADERDATA, impl_.get());
   curl_easy_setopt(e, CURLOPT_WRITEFUNCTION, &Impl::onWrite);
   curl_easy_setopt(e, CURLOPT_WRITEDATA, impl_.get());
+  // Larger reads when the server sends faster than real time (the burst at
+  // the start, a file): fewer system calls and fewer, longer hand-overs.
+  curl_easy_setopt(e, CURLOPT_BUFFERSIZE, 64L * 1024);
 }
 
 StreamConnection::~StreamConnection() {
@@ -233,7 +236,7 @@ StreamConnection::Result StreamConnection::run(Handler& handler) {
       timedOut = true;
       break;
     }
-    int pollMs = int(std::clamp((limit - waited) * 1000.0, 1.0, 250.0));
+    int pollMs = int(std::clamp((limit - waited) * 1000.0, 1.0, 1000.0));
     curl_multi_poll(s.multi, nullptr, 0, pollMs, nullptr);
   }
   result.headSeen = s.headDone;

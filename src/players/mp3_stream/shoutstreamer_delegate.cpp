@@ -219,13 +219,20 @@ void BVShoutstreamerDelegate::writeAudio(float sampleRate, float** data, int32_t
   float* channels[2] = {data[0] + from, data[1] ? data[1] + from : nullptr};
   orplayer_play_wait(_orplayer, sampleRate, channels, count);
   framesQueued_ += uint64_t(count);
+  if (sampleRate > 0) lastSampleRate_ = sampleRate;
 }
 
 void BVShoutstreamerDelegate::waitUntilWritten() {
   auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
-  while (!interrupted_ && orplayer_is_playing(_orplayer) && orplayer_frames_written(_orplayer) < framesQueued_ &&
-         std::chrono::steady_clock::now() < deadline)
-    std::this_thread::sleep_for(std::chrono::microseconds(500));
+  while (!interrupted_ && orplayer_is_playing(_orplayer) && std::chrono::steady_clock::now() < deadline) {
+    uint64_t written = orplayer_frames_written(_orplayer);
+    if (written >= framesQueued_) break;
+    // A paced output takes the queued frames at about their rate: sleep for
+    // half of what is still ahead of it (0.5 to 10 ms) rather than polling
+    // at the finest step all along.
+    double ahead = double(framesQueued_ - written) / double(lastSampleRate_);
+    std::this_thread::sleep_for(std::chrono::duration<double>(std::clamp(ahead / 2, 0.0005, 0.010)));
+  }
 }
 
 // ---- C callbacks -------------------------------------------------------------

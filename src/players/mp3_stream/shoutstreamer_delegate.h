@@ -80,6 +80,7 @@ class BVShoutstreamerDelegate : public std::enable_shared_from_this<BVShoutstrea
   std::deque<PendingTitle> _bufferedTitles;  // delivery thread only
   int32_t _framesBuffered = 0;               // delivery thread only
   uint64_t framesQueued_ = 0;                // delivery thread only
+  float lastSampleRate_ = 44100;             // of the last write; delivery thread only
   std::mutex ackMutex_;
   std::condition_variable ackCondition_;
   uint64_t titlesSent_ = 0, titlesAnnounced_ = 0;
