@@ -60,7 +60,8 @@ bool KitStatistics::set(const std::string& name, const std::string& value, const
 bool KitStatistics::clear(const std::function<bool()>& alive) {
   std::map<std::string, std::string> old;
   old.swap(values_);
-  for (const auto& [key, value] : old) {
+  for (const auto& entry : old) {
+    const std::string& key = entry.first;  // clang 14 cannot capture a structured binding
     bool ok = tell(key, alive, [&](const HXClientObserver& o, void* userInfo) {
       if (o.onDeletedStatistic) o.onDeletedStatistic(o.context, key.c_str(), userInfo);
     });

@@ -1,0 +1,140 @@
+// Start latency of the shoutstreamer on a real Icecast 2 server (loopback):
+// the time from shoutstreamer_start to the first audio callback, and to the
+// report of the playing state, over fresh connections to a mount fed at its
+// real rate: connecting, reading the reply, finding the frames, decoding and
+// prebuffering half a second. A plain socket reading the reply head and half
+// a second of audio from the same mount shows what Icecast itself takes.
+//
+//   bench_streaming_start [--benchmark_repetitions=1]   (20 starts per run)
+#include "streaming_bench_support.h"
+#include "support/icecast_server.h"
+
+#include "streaming/shoutstreamer.h"
+
+#include <benchmark/benchmark.h>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <atomic>
+#include <cstdio>
+#include <thread>
+
+using namespace belvane::bench;
+
+namespace {
+
+struct Probe {
+  std::atomic<double> firstAudio{0}, playing{0};
+};
+
+void onState(shoutstreamer_t s, int, int to) {
+  auto* p = static_cast<Probe*>(shoutstreamer_delegate(s)->context);
+  if (to == SHOUTSTREAMER_STATE_PLAYING && p->playing == 0) p->playing = wallSeconds();
+}
+void onAudio(shoutstreamer_t s, float, float**, int32_t) {
+  auto* p = static_cast<Probe*>(shoutstreamer_delegate(s)->context);
+  if (p->firstAudio == 0) p->firstAudio = wallSeconds();
+}
+void onTitle(shoutstreamer_t, const char*, int32_t, int32_t) {}
+
+struct Setup {
+  std::unique_ptr<belvane::test::IcecastServer> ice;
+  std::string url;
+  std::vector<double> audio, playing, serverFirstAudio;
+};
+Setup* setup = nullptr;
+
+// The floor set by the server: ms from connecting with a plain socket to
+// holding the reply head and 8000 bytes of audio (half a second at
+// 128 kbit/s, what the streamer buffers before playing); -1 on failure.
+double serverHalfSecondMs(const std::string& url) {
+  int port = std::stoi(url.substr(url.rfind(':') + 1));
+  std::string path = url.substr(url.find('/', url.rfind(':')));
+  double t0 = wallSeconds();
+  int fd = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_port = htons(uint16_t(port));
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  std::string request = "GET " + path + " HTTP/1.0\r\nIcy-MetaData: 1\r\n\r\n";
+  double ms = -1;
+  if (connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0 &&
+      send(fd, request.data(), request.size(), MSG_NOSIGNAL) == ssize_t(request.size())) {
+    std::string got;
+    char buf[16384];
+    size_t head = std::string::npos;
+    for (ssize_t n; (n = recv(fd, buf, sizeof buf, 0)) > 0;) {
+      got.append(buf, size_t(n));
+      if (head == std::string::npos) head = got.find("\r\n\r\n");
+      if (head != std::string::npos && got.size() >= head + 4 + 8000) {
+        ms = 1000 * (wallSeconds() - t0);
+        break;
+      }
+    }
+  }
+  close(fd);
+  return ms;
+}
+
+void BM_ShoutstreamerStartOnIcecast(benchmark::State& state) {
+  for (auto _ : state) {
+    for (int i = 0; i < 20; ++i) {
+      Probe probe;
+      shoutstreamer_t s = shoutstreamer_create();
+      double t0 = wallSeconds();
+      if (shoutstreamer_start(s, setup->url.c_str(), &probe, onState, onAudio, nullptr, onTitle) != 0) {
+        shoutstreamer_destroy(s);
+        state.SkipWithError("shoutstreamer_start failed");
+        return;
+      }
+      while ((probe.firstAudio == 0 || probe.playing == 0) && wallSeconds() - t0 < 10)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      shoutstreamer_destroy(s);
+      if (probe.firstAudio == 0) {
+        state.SkipWithError("no audio within 10 s");
+        return;
+      }
+      setup->audio.push_back(1000 * (probe.firstAudio - t0));
+      if (probe.playing > 0) setup->playing.push_back(1000 * (probe.playing - t0));
+      double floor = serverHalfSecondMs(setup->url);
+      if (floor >= 0) setup->serverFirstAudio.push_back(floor);
+    }
+    auto a = spread(setup->audio);
+    state.SetIterationTime(a.median / 1000);
+    state.counters["first_audio_ms_median"] = a.median;
+    state.counters["first_audio_ms_max"] = a.max;
+  }
+}
+
+BENCHMARK(BM_ShoutstreamerStartOnIcecast)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Setup s;
+  setup = &s;
+  if (!belvane::test::IcecastServer::available() || !belvane::test::lameAvailable()) {
+    std::fprintf(stderr, "icecast2 and lame are needed for this benchmark\n");
+    return 1;
+  }
+  auto programme = programmeMp3(20);
+  s.ice = std::make_unique<belvane::test::IcecastServer>();
+  if (!s.ice->start(16000) || !s.ice->startSource("/live.mp3", programme.bytes, 16000)) return 1;
+  s.ice->setTitle("/live.mp3", "Bench");
+  s.url = s.ice->url("/live.mp3");
+  std::this_thread::sleep_for(std::chrono::seconds(3));  // let Icecast fill its burst
+  benchmark::Initialize(&argc, argv);
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  auto a = spread(s.audio), p = spread(s.playing);
+  std::printf("\nshoutstreamer_start on Icecast 2, %zu starts (ms, min / median / max):\n", a.count);
+  std::printf("  to the first audio callback  %.1f / %.1f / %.1f  (goal <= 150)\n", a.min, a.median, a.max);
+  std::printf("  to the playing state         %.1f / %.1f / %.1f\n", p.min, p.median, p.max);
+  auto f = spread(s.serverFirstAudio);
+  std::printf("  plain socket: head + 8000 audio bytes from Icecast  %.1f / %.1f / %.1f\n", f.min, f.median,
+              f.max);
+  std::printf("  load average: %s\n", loadAverage().c_str());
+  return 0;
+}
