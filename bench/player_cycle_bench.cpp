@@ -87,20 +87,12 @@ int main(int argc, char** argv) {
   Setup s;
   setup = &s;
   if (const char* v = std::getenv("BELVANE_BENCH_CYCLES")) s.cycles = std::max(10, std::atoi(v));
-  auto programme = programmeMp3(10);
-  if (programme.frames.empty()) {
-    std::fprintf(stderr, "lame is needed for this benchmark\n");
-    return 1;
-  }
-  auto shared = std::make_shared<const belvane::test::Mp3Data>(std::move(programme));
-  s.server = std::make_unique<ServerProcess>([shared](belvane::test::TestHTTPServer& http) {
-    IcyStreamShape shape;
-    shape.bytesPerSecond = 16000;
-    shape.burstSeconds = 2;
-    shape.titleEvery = 2;
-    http.route("/live", belvane::test::Response::rawStream(icyStream(shared, shape)));
-  });
-  if (!s.server->running()) return 1;
+  IcyStreamShape shape;
+  shape.bytesPerSecond = 16000;
+  shape.burstSeconds = 2;
+  shape.titleEvery = 2;
+  s.server = startProgrammeStation(10, "/live", shape);
+  if (!s.server) return 1;
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();

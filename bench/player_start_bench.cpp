@@ -140,16 +140,9 @@ int main(int argc, char** argv) {
   Setup s;
   setup = &s;
   gst_init(&argc, &argv);
-  if (!belvane::test::IcecastServer::available() || !belvane::test::lameAvailable()) {
-    std::fprintf(stderr, "icecast2 and lame are needed for this benchmark\n");
-    return 1;
-  }
-  auto programme = programmeMp3(20);
-  s.ice = std::make_unique<belvane::test::IcecastServer>();
-  if (!s.ice->start(16000) || !s.ice->startSource("/live.mp3", programme.bytes, 16000)) return 1;
-  s.ice->setTitle("/live.mp3", "Bench");
+  s.ice = startProgrammeMount("/live.mp3");
+  if (!s.ice) return 1;
   s.url = s.ice->url("/live.mp3");
-  std::this_thread::sleep_for(std::chrono::seconds(3));  // let Icecast fill its burst
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();

@@ -181,20 +181,12 @@ void print(const char* what, const std::vector<double>& v) {
 int main(int argc, char** argv) {
   Setup s;
   setup = &s;
-  auto programme = programmeMp3(30);
-  if (programme.frames.empty()) {
-    std::fprintf(stderr, "lame is needed for this benchmark\n");
-    return 1;
-  }
-  s.programme = std::make_shared<const belvane::test::Mp3Data>(std::move(programme));
-  s.server = std::make_unique<ServerProcess>([p = s.programme](belvane::test::TestHTTPServer& http) {
-    IcyStreamShape shape;
-    shape.metaint = kMetaint;
-    shape.titleEvery = 1;
-    shape.bytesPerSecond = 16000;
-    http.route("/titles", belvane::test::Response::rawStream(icyStream(p, shape)));
-  });
-  if (!s.server->running()) return 1;
+  IcyStreamShape shape;
+  shape.metaint = kMetaint;
+  shape.titleEvery = 1;
+  shape.bytesPerSecond = 16000;
+  s.server = startProgrammeStation(30, "/titles", shape, &s.programme);
+  if (!s.server) return 1;
   gst_init(&argc, &argv);
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();

@@ -8,6 +8,7 @@
 // summary prints the load average next to them.
 #pragma once
 
+#include "support/icecast_server.h"
 #include "support/mp3_test_data.h"
 #include "support/test_http_server.h"
 
@@ -29,6 +30,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace belvane::bench {
@@ -257,5 +259,41 @@ class ServerProcess {
   int port_ = 0;
   int hold_ = -1;
 };
+
+// A loopback station in a child process: `secs` of programme MP3 served at
+// `path` as an ICY stream of the given shape. Null, after saying why, when
+// lame is missing or the server did not start. The programme is handed back
+// through `programme` when asked for.
+inline std::unique_ptr<ServerProcess> startProgrammeStation(double secs, const std::string& path, IcyStreamShape shape,
+                                                            std::shared_ptr<const test::Mp3Data>* programme = nullptr) {
+  auto mp3 = programmeMp3(secs);
+  if (mp3.frames.empty()) {
+    std::fprintf(stderr, "lame is needed for this benchmark\n");
+    return nullptr;
+  }
+  auto shared = std::make_shared<const test::Mp3Data>(std::move(mp3));
+  if (programme) *programme = shared;
+  auto server = std::make_unique<ServerProcess>([shared, path, shape](test::TestHTTPServer& http) {
+    http.route(path, test::Response::rawStream(icyStream(shared, shape)));
+  });
+  if (!server->running()) return nullptr;
+  return server;
+}
+
+// An Icecast 2 server with `mount` fed with 20 s of programme MP3 at 16000
+// B/s (metaint 16000, title "Bench"), its burst filled. Null, after saying
+// why, when icecast2 or lame is missing or Icecast did not start.
+inline std::unique_ptr<test::IcecastServer> startProgrammeMount(const std::string& mount) {
+  if (!test::IcecastServer::available() || !test::lameAvailable()) {
+    std::fprintf(stderr, "icecast2 and lame are needed for this benchmark\n");
+    return nullptr;
+  }
+  auto programme = programmeMp3(20);
+  auto ice = std::make_unique<test::IcecastServer>();
+  if (!ice->start(16000) || !ice->startSource(mount, programme.bytes, 16000)) return nullptr;
+  ice->setTitle(mount, "Bench");
+  std::this_thread::sleep_for(std::chrono::seconds(3));  // let Icecast fill its burst
+  return ice;
+}
 
 }  // namespace belvane::bench

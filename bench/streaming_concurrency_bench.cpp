@@ -103,20 +103,12 @@ int main(int argc, char** argv) {
   setup = &s;
   if (const char* v = std::getenv("BELVANE_BENCH_STREAMS")) s.streams = std::max(1, std::atoi(v));
   if (const char* v = std::getenv("BELVANE_BENCH_WINDOW")) s.window = std::max(1.0, std::atof(v));
-  auto programme = programmeMp3(30);
-  if (programme.frames.empty()) {
-    std::fprintf(stderr, "lame is needed for this benchmark\n");
-    return 1;
-  }
-  auto shared = std::make_shared<const belvane::test::Mp3Data>(std::move(programme));
-  s.server = std::make_unique<ServerProcess>([shared](belvane::test::TestHTTPServer& http) {
-    IcyStreamShape shape;
-    shape.metaint = 16000;
-    shape.titleEvery = 8;
-    shape.bytesPerSecond = 16000;
-    http.route("/live", belvane::test::Response::rawStream(icyStream(shared, shape)));
-  });
-  if (!s.server->running()) return 1;
+  IcyStreamShape shape;
+  shape.metaint = 16000;
+  shape.titleEvery = 8;
+  shape.bytesPerSecond = 16000;
+  s.server = startProgrammeStation(30, "/live", shape);
+  if (!s.server) return 1;
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
