@@ -68,7 +68,8 @@ class BVBasePlayer : public BVObject {
 
   void changeStateTo(BVPlayerState state) { changeStateTo(state, nullptr); }
   // Announces a real change of state (same state: nothing, error dropped).
-  void changeStateTo(BVPlayerState state, const BVErrorRef& error);
+  // Players that reword errors or tear down on leaving a state override it.
+  virtual void changeStateTo(BVPlayerState state, const BVErrorRef& error);
   void changedPosition(float position);
   void changedAttribute(const BVDictionary& attributes);
   // The error with the link's URL, MIME type and RadioTime type added under

@@ -106,8 +106,8 @@ class BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, public BVWe
   // Leaving for Stopped or Error stops observing the movie; OS status errors
   // -2048 and -19160 without a description get "The stream is not available
   // at this time.".
-  void changeStateTo(BVPlayerState state) { changeStateTo(state, nullptr); }
-  void changeStateTo(BVPlayerState state, const BVErrorRef& error);
+  using BVBasePlayer::changeStateTo;
+  void changeStateTo(BVPlayerState state, const BVErrorRef& error) override;
 
  private:
   void playWithMovie(const std::shared_ptr<BVMediaLink>& link);

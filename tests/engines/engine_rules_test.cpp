@@ -101,8 +101,9 @@ TEST(GeneralEngineRules, OpensAMovieWhenNothingElseAcceptsTheLink) {
   EXPECT_FALSE(engine->canPlayLink(*BVMediaLink::linkWithURL(*BVURL::URLWithString("nosuchscheme://host/a"))));
   // Both engines that play through the movie make the general player.
   EXPECT_EQ(engine->createPlayer()->className(), "BVQuickTimePlayer");
-  if (BVWindowsMediaPlayerEngine::sharedEngine()->isAvailable())
+  if (BVWindowsMediaPlayerEngine::sharedEngine()->isAvailable()) {
     EXPECT_EQ(BVWindowsMediaPlayerEngine::sharedEngine()->createPlayer()->className(), "BVQuickTimePlayer");
+  }
 }
 
 TEST(EngineTable, IconsAndInstallPagesAreThere) {
