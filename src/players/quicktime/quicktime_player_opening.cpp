@@ -50,7 +50,10 @@ void BVQuickTimePlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
       else
         quickTimePlays = true;
     }
-    if (candidate && typeid(*candidate) == typeid(BVQuicktimePlayerEngine)) quickTimePlays = true;
+    if (candidate) {
+      const BVBasePlayerEngine& engine = *candidate;
+      if (typeid(engine) == typeid(BVQuicktimePlayerEngine)) quickTimePlays = true;
+    }
   }
   if (quickTimePlays) return playWithMovie(link);
 
