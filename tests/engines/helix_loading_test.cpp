@@ -4,16 +4,15 @@
 #include <belvane/BVPlayerEngines.h>
 
 #include "engines/application_bundles.h"
-#include "engines/scoped_environment.h"
+#include "support/scoped_env.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <optional>
 
 namespace fs = std::filesystem;
+using belvane::test::ScopedEnv;
 using belvane::test::ScopedXDGDataHome;
 using belvane::test::TempDir;
 
@@ -45,21 +44,12 @@ class HelixLoading : public ::testing::Test {
     EXPECT_EQ(error->localizedDescription(), text);
   }
 
+  TempDir data_;
+  ScopedXDGDataHome xdg_{data_.path()};
   // The framework's own resource folder is the last place applications are
   // looked for; the source tree's has the formats files and no applications,
   // so only what a test installs is found.
-  struct ScopedResourceDirectory {
-    ScopedResourceDirectory() {
-      if (const char* old = std::getenv("BELVANE_RESOURCE_DIR")) saved = old;
-      setenv("BELVANE_RESOURCE_DIR", BELVANE_TEST_DATA_DIR "/../../resources", 1);
-    }
-    ~ScopedResourceDirectory() { saved ? setenv("BELVANE_RESOURCE_DIR", saved->c_str(), 1) : unsetenv("BELVANE_RESOURCE_DIR"); }
-    std::optional<std::string> saved;
-  };
-
-  TempDir data_;
-  ScopedXDGDataHome xdg_{data_.path()};
-  ScopedResourceDirectory resources_;
+  ScopedEnv resources_{"BELVANE_RESOURCE_DIR", BELVANE_TEST_DATA_DIR "/../../resources"};
 };
 
 }  // namespace

@@ -2,7 +2,7 @@
 // names that were not found.
 #include <belvane/BVIconCenter.h>
 
-#include "engines/scoped_environment.h"
+#include "support/scoped_env.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>

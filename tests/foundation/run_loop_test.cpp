@@ -56,8 +56,8 @@ TEST(RunLoop, WorkerThreadsRunTheirOwnLoop) {
   EXPECT_EQ(value, 1);
 }
 
-TEST(Timer, RepeatsUntilInvalidatedAndIsKeptAliveByTheLoop) {
-  int fired = 0;
+TEST(Timer, RepeatsUntilInvalidatedOneShotsFireOnceAndTheLoopKeepsThemAlive) {
+  int fired = 0, once = 0;
   std::weak_ptr<BVTimer> weak;
   {
     auto timer = BVTimer::scheduledTimer(0.01, true, [&](BVTimer& t) {
@@ -65,18 +65,12 @@ TEST(Timer, RepeatsUntilInvalidatedAndIsKeptAliveByTheLoop) {
     });
     weak = timer;
   }
+  auto oneShot = BVTimer::scheduledTimer(0.01, false, [&](BVTimer&) { ++once; });
   EXPECT_FALSE(weak.expired()) << "the loop owns a scheduled timer";
-  BVRunLoop::current().runUntil([&] { return fired >= 3; }, 5);
+  BVRunLoop::current().runUntil([&] { return fired >= 3 && once == 1; }, 5);
   BVRunLoop::current().runFor(0.05);
   EXPECT_EQ(fired, 3);
+  EXPECT_EQ(once, 1);
+  EXPECT_FALSE(oneShot->isValid());
   EXPECT_TRUE(weak.expired()) << "an invalidated timer is released";
-}
-
-TEST(Timer, OneShotFiresOnceAndInvalidatesItself) {
-  int fired = 0;
-  auto timer = BVTimer::scheduledTimer(0.01, false, [&](BVTimer&) { ++fired; });
-  BVRunLoop::current().runUntil([&] { return fired == 1; }, 5);
-  BVRunLoop::current().runFor(0.05);
-  EXPECT_EQ(fired, 1);
-  EXPECT_FALSE(timer->isValid());
 }

@@ -38,18 +38,13 @@ class HelixPlayer : public ::testing::Test {
     deliverReports();
     EXPECT_EQ(kit_.liveObjects(), 0);
   }
-  std::vector<BVPlayerState> sequence() const {
-    std::vector<BVPlayerState> out;
-    for (auto& s : events_.states) out.push_back(s.to);
-    return out;
-  }
   void idleAt(uint32_t ms) {
     kit_.setPosition(ms);
     player_->onIdle(timer_);
   }
 
   ScriptedKit& kit_ = ScriptedKit::shared();
-  PlayerEvents events_;
+  RecordingOwner events_;
   std::shared_ptr<BVHelixPlayer> player_;
   BVTimer timer_{1.0, true, [](BVTimer&) {}};
 };
@@ -68,7 +63,7 @@ TEST_F(HelixPlayer, SetsUpTheKitAndReplacesItOnTheNextLink) {
                               "initWithFrame 0 0 0 0", "initInView", "addObserver title", "addObserver author",
                               "addObserver copyright", std::string("openWithURL ") + kURL + " audio/x-pn-realaudio",
                               "setVolume 50", "play"}));  // the mute setting is not reapplied
-  EXPECT_EQ(sequence(), std::vector<BVPlayerState>{BVPlayerStateConnecting});
+  EXPECT_EQ(events_.sequence(), std::vector<BVPlayerState>{BVPlayerStateConnecting});
 
   kit_.reset();
   player_->setMuted(false);
@@ -94,7 +89,7 @@ TEST_F(HelixPlayer, MapsContentStatesAndTheEndOfContent) {
   kit_.emitContentState(HXContentStatePlaying, HXContentStateStopped);
   kit_.emitConcluded();
   deliverReports();
-  EXPECT_EQ(sequence(),
+  EXPECT_EQ(events_.sequence(),
             (std::vector<BVPlayerState>{BVPlayerStateConnecting, BVPlayerStatePlaying, BVPlayerStateStopped}));
   EXPECT_FALSE(events_.states.back().error);
 
@@ -171,7 +166,7 @@ TEST_F(HelixPlayer, SetUpFailuresEndInErrorAndKeepWhatWasMade) {
     kit_.fail(c.operation);
     events_.states.clear();
     player_->playLink(realLink());
-    ASSERT_EQ(sequence(), (std::vector<BVPlayerState>{BVPlayerStateConnecting, BVPlayerStateError}));
+    ASSERT_EQ(events_.sequence(), (std::vector<BVPlayerState>{BVPlayerStateConnecting, BVPlayerStateError}));
     const BVErrorRef& error = events_.states.back().error;
     EXPECT_EQ(error->domain(), BVHelixErrorDomain);
     EXPECT_EQ(error->code(), c.code);
@@ -255,10 +250,10 @@ TEST_F(HelixPlayer, StatisticsBecomeAttributes) {
   kit_.emitStatistic('m', "title", "Noon Show");
   kit_.emitStatistic('d', "author", nullptr);
   deliverReports();
-  ASSERT_EQ(events_.attributes.size(), 3u);
-  EXPECT_EQ(events_.attributes[0], (BVDictionary{{BVPlayerAttributeArtistKey, BVValue("Anna")},
+  ASSERT_EQ(events_.attributeChanges.size(), 3u);
+  EXPECT_EQ(events_.attributeChanges[0], (BVDictionary{{BVPlayerAttributeArtistKey, BVValue("Anna")},
                                                  {BVPlayerAttributeTrackTitleKey, BVValue("Morning Show")}}));
-  EXPECT_EQ(events_.attributes[2], (BVDictionary{{BVPlayerAttributeTrackTitleKey, BVValue("Noon Show")}}));
+  EXPECT_EQ(events_.attributeChanges[2], (BVDictionary{{BVPlayerAttributeTrackTitleKey, BVValue("Noon Show")}}));
 }
 
 TEST_F(HelixPlayer, DestructionWithReportsQueuedChangesNothing) {
@@ -271,24 +266,19 @@ TEST_F(HelixPlayer, DestructionWithReportsQueuedChangesNothing) {
   player_.reset();  // the kit reports while releasing, then drops the queue
   EXPECT_EQ(kit_.pendingReports(), 0u);
   BVRunLoop::main().runFor(1.2);  // the idle timer is gone too
-  EXPECT_EQ(sequence(), std::vector<BVPlayerState>{BVPlayerStateConnecting});
+  EXPECT_EQ(events_.sequence(), std::vector<BVPlayerState>{BVPlayerStateConnecting});
   EXPECT_EQ(events_.count(), 1u);
 
   // An owner may drop the player inside a callback the kit delivers.
   player_ = kit_.makePlayer();
-  struct Dropper : PlayerEvents {
-    std::shared_ptr<BVHelixPlayer>* player;
-    void playerStateChanged(BVBasePlayer& p, BVPlayerState from, BVPlayerState to, const BVErrorRef& e) override {
-      PlayerEvents::playerStateChanged(p, from, to, e);
-      if (to == BVPlayerStatePlaying) player->reset();
-    }
-  } dropper;
-  dropper.player = &player_;
-  player_->setOwner(&dropper);
+  player_->setOwner(&events_);
+  events_.onState = [&](BVBasePlayer&, BVPlayerState to) {
+    if (to == BVPlayerStatePlaying) player_.reset();
+  };
   player_->playLink(realLink());
   kit_.emitContentState(HXContentStateStopped, HXContentStatePlaying);
   kit_.emitContentState(HXContentStatePlaying, HXContentStateStopped);
   deliverReports();
   EXPECT_FALSE(player_);
-  EXPECT_EQ(dropper.states.back().to, BVPlayerStatePlaying);
+  EXPECT_EQ(events_.states.back().to, BVPlayerStatePlaying);
 }

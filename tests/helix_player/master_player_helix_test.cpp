@@ -30,7 +30,7 @@ TEST(MasterPlayerWithHelix, SwitchesToHelixForAStreamOnlyHelixClaims) {
   std::erase(engines, std::shared_ptr<BVBasePlayerEngine>(BVMP3StreamPlayerEngine::sharedEngine()));
   EXPECT_EQ(engines, std::vector<std::shared_ptr<BVBasePlayerEngine>>{helix});
 
-  PlayerEvents host;
+  RecordingOwner host;
   auto master = BVMasterPlayer::create();
   master->setOwner(&host);
   if (auto* mp3 = dynamic_cast<BVMP3StreamPlayer*>(master->subPlayer().get())) mp3->setAudioOutput("null:fast");

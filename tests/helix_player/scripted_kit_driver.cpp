@@ -5,7 +5,7 @@
 #include <belvane/BVPlayerEngines.h>
 #include <belvane/BVRunLoop.h>
 
-#include "engines/scoped_environment.h"
+#include "support/scoped_env.h"
 #include "support/temp_dir.h"
 
 #include <dlfcn.h>

@@ -1,12 +1,12 @@
 // The scripted Helix client kit as the player tests see it: installed once
 // per process in a temporary "com.RealNetworks.RealPlayer" application
 // bundle and loaded by the Helix engine's shared instance (the real loading
-// path), with the kit's driving functions looked up in the loaded kit. Also
-// an owner that records every player callback.
+// path), with the kit's driving functions looked up in the loaded kit.
 #pragma once
 
-#include <belvane/BVBasePlayer.h>
 #include <belvane/BVHelixPlayer.h>
+
+#include "support/recording_owner.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -41,23 +41,6 @@ struct ScriptedKit {
   std::vector<std::string> calls() const;
   // A new player from the Helix engine.
   std::shared_ptr<BVHelixPlayer> makePlayer() const;
-};
-
-struct PlayerEvents : BVPlayerOwner {
-  struct State {
-    BVPlayerState from, to;
-    BVErrorRef error;
-  };
-  std::vector<State> states;
-  std::vector<float> positions;
-  std::vector<BVDictionary> attributes;
-
-  void playerStateChanged(BVBasePlayer&, BVPlayerState from, BVPlayerState to, const BVErrorRef& error) override {
-    states.push_back({from, to, error});
-  }
-  void playerPositionChanged(BVBasePlayer&, float position) override { positions.push_back(position); }
-  void playerAttributeChanged(BVBasePlayer&, const BVDictionary& a) override { attributes.push_back(a); }
-  size_t count() const { return states.size() + positions.size() + attributes.size(); }
 };
 
 // Runs the main run loop until the kit's queued reports have been delivered.

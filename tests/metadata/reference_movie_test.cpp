@@ -5,10 +5,9 @@
 
 #include <belvane/BVResources.h>
 
-#include <gtest/gtest.h>
+#include "support/gst_media_files.h"
 
-#include <fstream>
-#include <iterator>
+#include <gtest/gtest.h>
 
 using namespace belvane::detail;
 using namespace belvane::test;
@@ -18,8 +17,7 @@ namespace {
 std::string templateBytes() {
   auto path = BVResources::frameworkPathForResource("asx_template", "mov");
   if (!path) return {};
-  std::ifstream in(*path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
+  return readWholeFile(*path);
 }
 
 // What the player does with a copy: the URL replaces the 40-byte field, and

@@ -4,8 +4,7 @@
 #include <gst/gst.h>
 #include <gtest/gtest.h>
 
-#include <fstream>
-
+#include "metadata/box_bytes.h"
 #include "movie_test_support.h"
 #include "support/gst_media_files.h"
 #include "support/temp_dir.h"
@@ -19,18 +18,10 @@ std::shared_ptr<QTMovie> openFile(const std::string& path, BVErrorRef* error = n
   return QTMovie::movieWithURL(BVURL::fileURLWithPath(path), error);
 }
 
-std::string box(const char* type, const std::string& payload) {
-  uint32_t size = uint32_t(8 + payload.size());
-  std::string out{char(size >> 24), char(size >> 16), char(size >> 8), char(size)};
-  return out + type + payload;
-}
-
 // A QuickTime reference movie: moov > rmra > rmda > rdrf naming url.
 std::string referenceMovie(const std::string& url) {
   std::string data = url + '\0';
-  uint32_t n = uint32_t(data.size());
-  std::string rdrf = std::string(4, '\0') + "url " + std::string{char(n >> 24), char(n >> 16), char(n >> 8), char(n)} + data;
-  return box("moov", box("rmra", box("rmda", box("rdrf", rdrf))));
+  return box("moov", box("rmra", box("rmda", fullBox("rdrf", "url " + u32(uint32_t(data.size())) + data))));
 }
 
 }  // namespace

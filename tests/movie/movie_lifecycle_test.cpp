@@ -2,24 +2,13 @@
 // behind, and observers may release the movie from inside a notification.
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include "movie_test_support.h"
 #include "support/gst_media_files.h"
+#include "support/process_counts.h"
 #include "support/temp_dir.h"
 
 using namespace belvane::detail;
 using namespace belvane::test;
-
-namespace {
-
-size_t entries(const char* folder) {
-  size_t n = 0;
-  for ([[maybe_unused]] const auto& e : std::filesystem::directory_iterator(folder)) ++n;
-  return n;
-}
-
-}  // namespace
 
 TEST(MovieLifecycle, OpenReleaseCyclesLeaveNoThreadsOrDescriptors) {
   TempDir dir;
@@ -35,13 +24,12 @@ TEST(MovieLifecycle, OpenReleaseCyclesLeaveNoThreadsOrDescriptors) {
   };
   for (int i = 0; i < 5; ++i) cycle(true);
   BVRunLoop::current().runFor(0.2);
-  size_t threads = entries("/proc/self/task");
-  size_t fds = entries("/proc/self/fd");
+  const int threads = threadCount(), fds = openDescriptorCount();
   for (int i = 0; i < 500; ++i) cycle(i % 25 == 0);
   BVRunLoop::current().runFor(0.5);
   // GStreamer keeps a few idle pool threads around; they do not pile up.
-  EXPECT_LE(entries("/proc/self/task"), threads + 4);
-  EXPECT_LE(entries("/proc/self/fd"), fds + 2);
+  EXPECT_LE(threadCount(), threads + 4);
+  EXPECT_LE(openDescriptorCount(), fds + 2);
 }
 
 TEST(MovieLifecycle, ObserversMayReleaseTheMovieInsideANotification) {

@@ -1,14 +1,12 @@
 // MIME types of local files and of http URLs (HEAD on a worker thread).
 #include <belvane/BVURLAdditions.h>
 
+#include "support/temp_dir.h"
 #include "support/test_http_server.h"
 
 #include <gtest/gtest.h>
-#include <glib.h>
-#include <glib/gstdio.h>
 
 #include <chrono>
-#include <fstream>
 
 using belvane::test::Response;
 using belvane::test::TestHTTPServer;
@@ -79,21 +77,13 @@ TEST(MIMETypeRequest, OtherSchemesGiveNothingWithoutARequest) {
 }
 
 TEST(MIMETypeRequest, LocalFilesByContentAndName) {
-  gchar* dir = g_dir_make_tmp("belvane-mime-XXXXXX", nullptr);
-  ASSERT_NE(dir, nullptr);
-  const std::string text = std::string(dir) + "/notes.txt";
-  std::ofstream(text) << "plain words\n";
-  const std::string unknown = std::string(dir) + "/blob";
-  std::ofstream(unknown, std::ios::binary) << std::string("\x01\x02\x03\xfe\xff\x00\x10", 7);
-
-  EXPECT_EQ(bvRequestMIMETypeWithTimeout(BVURL::fileURLWithPath(text), 2.0), "text/plain");
+  belvane::test::TempDir dir;
+  auto file = [&](const std::string& name) { return BVURL::fileURLWithPath(dir.path() + "/" + name); };
+  dir.write("notes.txt", "plain words\n");
+  dir.write("blob", std::string("\x01\x02\x03\xfe\xff\x00\x10", 7));
+  EXPECT_EQ(bvRequestMIMETypeWithTimeout(file("notes.txt"), 2.0), "text/plain");
   // Directories, missing files and unknown content have no MIME type.
-  EXPECT_EQ(bvRequestMIMETypeWithTimeout(BVURL::fileURLWithPath(dir), 2.0), std::nullopt);
-  EXPECT_EQ(bvRequestMIMETypeWithTimeout(BVURL::fileURLWithPath(std::string(dir) + "/none.mp3"), 2.0), std::nullopt);
-  EXPECT_EQ(bvRequestMIMETypeWithTimeout(BVURL::fileURLWithPath(unknown), 2.0), std::nullopt);
-
-  g_remove(text.c_str());
-  g_remove(unknown.c_str());
-  g_rmdir(dir);
-  g_free(dir);
+  EXPECT_EQ(bvRequestMIMETypeWithTimeout(BVURL::fileURLWithPath(dir.path()), 2.0), std::nullopt);
+  EXPECT_EQ(bvRequestMIMETypeWithTimeout(file("none.mp3"), 2.0), std::nullopt);
+  EXPECT_EQ(bvRequestMIMETypeWithTimeout(file("blob"), 2.0), std::nullopt);
 }

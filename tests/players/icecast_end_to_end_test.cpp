@@ -10,55 +10,33 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <map>
 #include <mutex>
-#include <thread>
 
-#include "recording_owner.h"
 #include "support/icecast_server.h"
 #include "support/mp3_test_data.h"
+#include "support/recording_owner.h"
 #include "support/temp_dir.h"
+#include "support/test_http_server.h"
 
 using namespace belvane::test;
 
 namespace {
 
-// Forwards connections to a server port and records what the server sent.
+// Relays requests for one path to a server port (through the loopback test
+// server) and records what that server sent back on each connection.
 class RecordingRelay {
  public:
-  explicit RecordingRelay(int targetPort) : target_(targetPort) {
-    listen_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof a;
-    bind(listen_, reinterpret_cast<sockaddr*>(&a), sizeof a);
-    listen(listen_, 4);
-    getsockname(listen_, reinterpret_cast<sockaddr*>(&a), &len);
-    port_ = ntohs(a.sin_port);
-    accept_ = std::thread([this] {
-      for (;;) {
-        int c = accept4(listen_, nullptr, nullptr, SOCK_CLOEXEC);
-        if (c < 0) return;
-        std::lock_guard lock(mutex_);
-        int index = int(received_.size());
-        received_.emplace_back();
-        pipes_.emplace_back([this, c, index] { relay(c, index); });
-      }
+  RecordingRelay(int targetPort, const std::string& path) {
+    http_.route(path, [this, targetPort](const ReceivedRequest& request) {
+      return Response::rawStream([=, this](ResponseWriter& writer) { relay(targetPort, request, writer); });
     });
   }
-  ~RecordingRelay() {
-    stop_ = true;
-    shutdown(listen_, SHUT_RDWR);
-    accept_.join();
-    for (auto& t : pipes_) t.join();
-    close(listen_);
-  }
-  int port() const { return port_; }
+  std::string url(const std::string& path) const { return http_.url(path); }
   // The longest reply received (the playing connection).
   std::string longest() {
     std::lock_guard lock(mutex_);
@@ -69,42 +47,43 @@ class RecordingRelay {
   }
 
  private:
-  void relay(int client, int index) {
+  void relay(int targetPort, const ReceivedRequest& request, ResponseWriter& client) {
+    size_t index;
+    {
+      std::lock_guard lock(mutex_);
+      index = received_.size();
+      received_.emplace_back();
+    }
     int server = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in a{};
     a.sin_family = AF_INET;
-    a.sin_port = htons(uint16_t(target_));
+    a.sin_port = htons(uint16_t(targetPort));
     a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (connect(server, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0) {
-      pollfd fds[2] = {{client, POLLIN, 0}, {server, POLLIN, 0}};
+    timeval tick{0, 100'000};  // to notice the test server stopping
+    setsockopt(server, SOL_SOCKET, SO_RCVTIMEO, &tick, sizeof tick);
+    std::string head = request.method + " " + request.target + " HTTP/1.1\r\n";
+    for (auto& [name, value] : request.headers) head += name + ": " + value + "\r\n";
+    head += "\r\n";
+    if (connect(server, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0 &&
+        send(server, head.data(), head.size(), MSG_NOSIGNAL) == ssize_t(head.size())) {
       char buf[16384];
-      while (!stop_) {
-        if (poll(fds, 2, 100) <= 0) continue;
-        if (fds[0].revents) {
-          ssize_t n = recv(client, buf, sizeof buf, 0);
-          if (n <= 0 || send(server, buf, size_t(n), MSG_NOSIGNAL) != n) break;
+      for (;;) {
+        ssize_t n = recv(server, buf, sizeof buf, 0);
+        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) && client.pause(0.001)) continue;
+        if (n <= 0) break;
+        {
+          std::lock_guard lock(mutex_);
+          received_[index].append(buf, size_t(n));
         }
-        if (fds[1].revents) {
-          ssize_t n = recv(server, buf, sizeof buf, 0);
-          if (n <= 0) break;
-          {
-            std::lock_guard lock(mutex_);
-            received_[size_t(index)].append(buf, size_t(n));
-          }
-          if (send(client, buf, size_t(n), MSG_NOSIGNAL) != n) break;
-        }
+        if (!client.write(std::string_view(buf, size_t(n)))) break;
       }
     }
     close(server);
-    close(client);
   }
 
-  int target_, port_ = 0, listen_ = -1;
-  std::atomic<bool> stop_{false};
-  std::thread accept_;
   std::mutex mutex_;
   std::vector<std::string> received_;
-  std::vector<std::thread> pipes_;
+  TestHTTPServer http_;  // last: its connections end before the rest goes
 };
 
 // For each title in a recorded ICY reply: the number of samples of the MPEG
@@ -162,7 +141,7 @@ TEST(IcecastEndToEnd, ThreeTitleChangesAreAnnouncedWithTheirAudio) {
   ASSERT_TRUE(ice.startSource("/live.mp3", tone.bytes, 16000));
   ASSERT_TRUE(ice.setTitle("/live.mp3", "Opening"));
   std::string mountURL = ice.url("/live.mp3");
-  RecordingRelay relay(std::stoi(mountURL.substr(mountURL.rfind(':') + 1)));
+  RecordingRelay relay(std::stoi(mountURL.substr(mountURL.rfind(':') + 1)), "/live.mp3");
 
   TempDir dir;
   RecordingOwner owner;
@@ -170,7 +149,7 @@ TEST(IcecastEndToEnd, ThreeTitleChangesAreAnnouncedWithTheirAudio) {
   player->setOwner(&owner);
   ASSERT_EQ(player->setAudioOutput("wav:" + dir.path() + "/station.wav"), 0);
   owner.frames = [p = player.get()] { return p->outputFramesWritten(); };
-  player->playLink(linkTo("http://127.0.0.1:" + std::to_string(relay.port()) + "/live.mp3"));
+  player->playLink(linkTo(relay.url("/live.mp3")));
   ASSERT_TRUE(BVRunLoop::main().runUntil([&] { return owner.reached(BVPlayerStatePlaying); }, 10.0));
 
   const std::vector<std::string> changes{"First change", "Second change", "Third change"};

@@ -5,7 +5,7 @@
 #include <belvane/BVConstants.h>
 #include <belvane/BVMP3StreamPlayer.h>
 
-#include "recording_owner.h"
+#include "support/recording_owner.h"
 #include "support/icy_test_server.h"
 #include "support/temp_dir.h"
 

@@ -7,10 +7,9 @@
 #include <belvane/BVMP3StreamPlayer.h>
 #include <belvane/BVMasterPlayer.h>
 
-#include <dirent.h>
-
-#include "recording_owner.h"
+#include "support/recording_owner.h"
 #include "support/icy_test_server.h"
+#include "support/process_counts.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #define BELVANE_LEAK_CHECK 1
@@ -26,16 +25,6 @@
 using namespace belvane::test;
 
 namespace {
-
-int entries(const char* dir) {
-  int n = 0;
-  if (DIR* d = opendir(dir)) {
-    while (auto* e = readdir(d))
-      if (e->d_name[0] != '.') ++n;
-    closedir(d);
-  }
-  return n;
-}
 
 // Plays the station; waits for Playing when asked, else lingers a little.
 bool playCycle(const std::string& url, int i) {
@@ -60,15 +49,15 @@ TEST(PlayerCycles, HundredCyclesGiveBackDescriptorsThreadsAndMemory) {
   server.serve("/live", {script});
   ASSERT_TRUE(playCycle(server.url("/live"), 4));  // warm up process-wide threads
   BVRunLoop::main().runFor(0.3);
-  const int fds = entries("/proc/self/fd"), threads = entries("/proc/self/task");
+  const int fds = openDescriptorCount(), threads = threadCount();
 
   int notPlaying = 0;
   for (int i = 0; i < 100; ++i)
     if (!playCycle(server.url("/live"), i)) ++notPlaying;
   EXPECT_EQ(notPlaying, 0);
   EXPECT_TRUE(BVRunLoop::main().runUntil(
-      [&] { return entries("/proc/self/fd") <= fds && entries("/proc/self/task") <= threads; }, 10.0))
-      << entries("/proc/self/fd") << " descriptors (" << fds << " before), " << entries("/proc/self/task")
+      [&] { return openDescriptorCount() <= fds && threadCount() <= threads; }, 10.0))
+      << openDescriptorCount() << " descriptors (" << fds << " before), " << threadCount()
       << " threads (" << threads << " before)";
 #ifdef BELVANE_LEAK_CHECK
   EXPECT_EQ(__lsan_do_recoverable_leak_check(), 0);

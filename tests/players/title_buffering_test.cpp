@@ -6,7 +6,7 @@
 #include <belvane/BVMP3StreamPlayer.h>
 
 #include "players/mp3_stream/shoutstreamer_delegate.h"
-#include "recording_owner.h"
+#include "support/recording_owner.h"
 
 using namespace belvane::test;
 

@@ -1,38 +1,13 @@
 // The ASX reader: the XML path, the bare-URL case and the tag scanner.
 #include <belvane/BVASXWebPlaylist.h>
-#include <belvane/BVKitOwner.h>
 
 #include "playlists/playlist_test_support.h"
+#include "support/log_capture.h"
 
 #include <gtest/gtest.h>
 
-#include <mutex>
-
 using namespace belvane::test;
 using Strings = std::vector<std::string>;
-
-namespace {
-
-// Collects BVLog messages for the life of the object.
-class LogCapture : public BVKitOwnerDelegate {
- public:
-  LogCapture() { BVKitOwner::sharedOwner().setDelegate(this); }
-  ~LogCapture() override { BVKitOwner::sharedOwner().setDelegate(nullptr); }
-  void belvaneOwnerDebugLog(const std::string& message) override {
-    std::lock_guard lock(mutex_);
-    messages_.push_back(message);
-  }
-  Strings messages() {
-    std::lock_guard lock(mutex_);
-    return messages_;
-  }
-
- private:
-  std::mutex mutex_;
-  Strings messages_;
-};
-
-}  // namespace
 
 TEST(ASXReader, WellFormedEntriesInAnyCaseGiveOneTrackEach) {
   auto tracks = parseWith<BVASXWebPlaylist>(

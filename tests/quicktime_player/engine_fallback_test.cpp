@@ -3,7 +3,7 @@
 #include <belvane/BVMasterPlayer.h>
 #include <belvane/BVQuickTimePlayer.h>
 
-#include "engines/scoped_environment.h"
+#include "support/scoped_env.h"
 #include "movie/reference_movie.h"
 #include "quicktime_test_support.h"
 #include "support/icecast_server.h"
@@ -89,7 +89,7 @@ TEST(WindowsMediaWorkAround, MMSAndASXLinksBecomeReferenceMovies) {
 
 namespace {
 
-bool announcedTitle(const QTRecordingOwner& owner, const std::string& title) {
+bool announcedTitle(const RecordingOwner& owner, const std::string& title) {
   return BVRunLoop::main().runUntil(
       [&] {
         for (auto& value : owner.announced(BVPlayerAttributeTrackTitleKey))
@@ -104,7 +104,7 @@ bool announcedTitle(const QTRecordingOwner& owner, const std::string& title) {
 void expectGeneralEngineTakesOver(const std::string& url, const std::function<void(const std::string&)>& setTitle) {
   setTitle("First Song");
   auto master = BVMasterPlayer::create();
-  QTRecordingOwner owner;
+  RecordingOwner owner;
   master->setOwner(&owner);
   master->playLink(linkTo(url));
   ASSERT_TRUE(owner.runUntil(BVPlayerStatePlaying, 30.0)) << url;

@@ -19,7 +19,7 @@ const bool kNullAudio = (setenv("BELVANE_AUDIO_OUTPUT", "null", 1), true);
 
 struct Playing {
   std::shared_ptr<BVQuickTimePlayer> player = BVQuickTimePlayer::create();
-  QTRecordingOwner owner;
+  RecordingOwner owner;
   Playing() { player->setOwner(&owner); }
   ~Playing() { player->setOwner(nullptr); }
 };

@@ -27,7 +27,7 @@ const std::string kServerUnreachable = "-2147221244";
 }  // namespace
 
 TEST(KitFailures, EndInOneErrorWithAMessageAndAResultCode) {
-  ScopedAudioOutput output("null:fast");
+  ScopedEnv output("BELVANE_AUDIO_OUTPUT", "null:fast");
   TempDir dir;
   std::string corrupt = dir.write("corrupt.rm", ".RMF" + std::string(4, '\0') + std::string(6000, '\xab'));
   TestHTTPServer http;
@@ -75,7 +75,7 @@ TEST(KitFailures, RefusesURLsItCannotPlayAtOnce) {
 }
 
 TEST(KitLifecycle, OpenReleaseCyclesLeaveNoThreadsOrDescriptorsBehind) {
-  ScopedAudioOutput output("null:fast");
+  ScopedEnv output("BELVANE_AUDIO_OUTPUT", "null:fast");
   auto cycle = [](int i) {
     KitSession s;
     ASSERT_TRUE(s.open(realAudioFile()));

@@ -1,21 +1,14 @@
 // The kit test helpers.
 #include "kit_harness.h"
 
+#include "support/gst_media_files.h"
 #include "support/temp_dir.h"
 
-#include <arpa/inet.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstdlib>
-#include <cstring>
-#include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 
 namespace belvane::test {
@@ -121,8 +114,7 @@ const std::string& realAudioFile() {
     // stamp at 0, and writes no seek index. Put in the codec name,
     // 3000 ms, one 20 ms frame per packet and an index entry every 10
     // packets.
-    std::ifstream in(file, std::ios::binary);
-    std::string bytes((std::istreambuf_iterator<char>(in)), {});
+    std::string bytes = readWholeFile(file);
     size_t fourcc = bytes.find("lpcJ"), prop = bytes.find("PROP"), mdpr = bytes.find("MDPR"), data = bytes.find("DATA");
     if (fourcc == std::string::npos || prop == std::string::npos || mdpr == std::string::npos ||
         data == std::string::npos)
@@ -162,77 +154,11 @@ const std::string& realAudioFile() {
   return path;
 }
 
-std::string realAudioBytes() {
-  std::ifstream in(realAudioFile(), std::ios::binary);
-  return std::string((std::istreambuf_iterator<char>(in)), {});
-}
-
 RefusingRTSPServer::RefusingRTSPServer() {
-  listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof address;
-  if (bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || listen(listener_, 8) != 0 ||
-      getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0)
-    throw std::runtime_error("the RTSP test server cannot listen");
-  port_ = ntohs(address.sin_port);
-  thread_ = std::thread([this] {
-    while (!stopping_) {
-      pollfd p{listener_, POLLIN, 0};
-      if (poll(&p, 1, 50) <= 0) continue;
-      int client = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-      if (client < 0) continue;
-      std::string request;
-      char buffer[2048];
-      pollfd c{client, POLLIN, 0};
-      while (request.find("\r\n\r\n") == std::string::npos && poll(&c, 1, 2000) > 0) {
-        ssize_t n = read(client, buffer, sizeof buffer);
-        if (n <= 0) break;
-        request.append(buffer, size_t(n));
-      }
-      std::string cseq = "1";
-      std::istringstream lines(request);
-      for (std::string line; std::getline(lines, line);)
-        if (strncasecmp(line.c_str(), "CSeq:", 5) == 0) cseq = std::to_string(std::atoi(line.c_str() + 5));
-      std::string reply = "RTSP/1.0 454 Session Not Found\r\nCSeq: " + cseq + "\r\n\r\n";
-      (void)!write(client, reply.data(), reply.size());
-      close(client);
-    }
+  server_.route("*", [](const ReceivedRequest& request) {
+    const std::string* cseq = request.header("CSeq");
+    return Response::raw("RTSP/1.0 454 Session Not Found\r\nCSeq: " + (cseq ? *cseq : "1") + "\r\n\r\n");
   });
 }
-
-RefusingRTSPServer::~RefusingRTSPServer() {
-  stopping_ = true;
-  thread_.join();
-  close(listener_);
-}
-
-std::string RefusingRTSPServer::url(const std::string& path) const {
-  return "rtsp://127.0.0.1:" + std::to_string(port_) + path;
-}
-
-ScopedAudioOutput::ScopedAudioOutput(const char* output) {
-  if (const char* old = std::getenv("BELVANE_AUDIO_OUTPUT")) saved_ = old;
-  setenv("BELVANE_AUDIO_OUTPUT", output, 1);
-}
-
-ScopedAudioOutput::~ScopedAudioOutput() {
-  saved_ ? setenv("BELVANE_AUDIO_OUTPUT", saved_->c_str(), 1) : unsetenv("BELVANE_AUDIO_OUTPUT");
-}
-
-namespace {
-int entriesIn(const char* folder) {
-  std::error_code ec;
-  int n = 0;
-  for (auto it = std::filesystem::directory_iterator(folder, ec); !ec && it != std::filesystem::directory_iterator();
-       it.increment(ec))
-    ++n;
-  return n;
-}
-}  // namespace
-
-int threadCount() { return entriesIn("/proc/self/task"); }
-int openDescriptorCount() { return entriesIn("/proc/self/fd"); }
 
 }  // namespace belvane::test

@@ -6,13 +6,15 @@
 #include <belvane/BVRunLoop.h>
 #include <belvane/HXClientKitABI.h>
 
-#include <atomic>
+#include "support/gst_media_files.h"
+#include "support/process_counts.h"
+#include "support/scoped_env.h"
+#include "support/test_http_server.h"
+
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <optional>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -76,35 +78,17 @@ class KitSession {
 // A 3-second RealAudio 14.4 file titled "T" by "A", copyright "C", made once
 // per test run with ffmpeg.
 const std::string& realAudioFile();
-// Its bytes.
-std::string realAudioBytes();
 
 // Answers every RTSP request with "454 Session Not Found" and hangs up.
 class RefusingRTSPServer {
  public:
   RefusingRTSPServer();
-  ~RefusingRTSPServer();
-  std::string url(const std::string& path) const;
+  std::string url(const std::string& path) const {
+    return "rtsp://127.0.0.1:" + std::to_string(server_.port()) + path;
+  }
 
  private:
-  int listener_ = -1;
-  int port_ = 0;
-  std::atomic<bool> stopping_{false};
-  std::thread thread_;
+  TestHTTPServer server_;
 };
-
-// Sets $BELVANE_AUDIO_OUTPUT for players made in its scope.
-class ScopedAudioOutput {
- public:
-  explicit ScopedAudioOutput(const char* output);
-  ~ScopedAudioOutput();
-
- private:
-  std::optional<std::string> saved_;
-};
-
-// Threads and open descriptors of this process.
-int threadCount();
-int openDescriptorCount();
 
 }  // namespace belvane::test

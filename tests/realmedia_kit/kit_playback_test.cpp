@@ -39,7 +39,7 @@ void expectPlayedThrough(const KitRecorder& events) {
 }  // namespace
 
 TEST(KitPlayback, AFilePlaysToItsEndReportingLengthPositionAndStatistics) {
-  ScopedAudioOutput output("null");
+  ScopedEnv output("BELVANE_AUDIO_OUTPUT", "null");
   KitSession s;
   ASSERT_TRUE(s.open(realAudioFile()));
   EXPECT_EQ(s.kit.contentState(s.player), kContacting);
@@ -76,7 +76,7 @@ TEST(KitPlayback, AFilePlaysToItsEndReportingLengthPositionAndStatistics) {
 }
 
 TEST(KitPlayback, SeeksStopsPlaysAgainAndIsSilentAfterRelease) {
-  ScopedAudioOutput output("null");
+  ScopedEnv output("BELVANE_AUDIO_OUTPUT", "null");
   KitSession s;
   ASSERT_TRUE(s.open("file://" + realAudioFile()));
   s.kit.play(s.player);
@@ -110,9 +110,9 @@ TEST(KitPlayback, SeeksStopsPlaysAgainAndIsSilentAfterRelease) {
 }
 
 TEST(KitMetafiles, PlayTheirStreamsInOrderSkippingOnesThatFail) {
-  ScopedAudioOutput output("null:fast");
+  ScopedEnv output("BELVANE_AUDIO_OUTPUT", "null:fast");
   TestHTTPServer server;
-  server.route("/clip.rm", Response::ok("audio/x-pn-realaudio", realAudioBytes()));
+  server.route("/clip.rm", Response::ok("audio/x-pn-realaudio", readWholeFile(realAudioFile())));
   // Found by its extension: a missing stream first, then the clip; nothing
   // after the stop line is played.
   server.route("/list.ram", Response::ok("text/plain", "# two streams\n\n" + server.url("/missing.rm") +

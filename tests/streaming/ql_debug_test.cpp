@@ -2,37 +2,17 @@
 // wrappers that reach them.
 #include "streaming/QLDebug.h"
 
-#include <belvane/BVKitOwner.h>
 #include <belvane/BVQLDebug.h>
 
+#include "support/gst_media_files.h"
+#include "support/log_capture.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
-#include <mutex>
-#include <iterator>
 #include <thread>
 #include <vector>
-
-namespace {
-
-std::string contentsOf(const std::string& path) {
-  std::ifstream in(path);
-  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
-
-struct CapturingDelegate : BVKitOwnerDelegate {
-  std::mutex mutex;
-  std::vector<std::string> messages;
-  void belvaneOwnerDebugLog(const std::string& message) override {
-    std::lock_guard lock(mutex);
-    messages.push_back(message);
-  }
-};
-
-}  // namespace
 
 TEST(QLDebug, LevelAndLogFileThroughTheWrappers) {
   belvane::test::TempDir dir;
@@ -53,26 +33,23 @@ TEST(QLDebug, LevelAndLogFileThroughTheWrappers) {
   QLDebugLog(QL_LOG_DEBUG, "too detailed");
   EXPECT_TRUE(BVQLDebugCloseLogFile());
   EXPECT_EQ(BVQLDebugLogFilePath(), nullptr);
-  std::string log = contentsOf(path);
+  std::string log = belvane::test::readWholeFile(path);
   EXPECT_NE(log.find("[info] tuned station\n"), std::string::npos);
   EXPECT_EQ(log.find("too detailed"), std::string::npos);
 
   // Without a file, messages go to BVLog; level 0 silences them.
-  CapturingDelegate delegate;
-  BVKitOwner::sharedOwner().setDelegate(&delegate);
+  belvane::test::LogCapture capture;
   QLDebugLog(QL_LOG_ERROR, "lost %d", 1);
   BVQLDebugSetLogLevel(QL_LOG_NONE);
   QLDebugLog(QL_LOG_ERROR, "silenced");
-  BVKitOwner::sharedOwner().setDelegate(nullptr);
-  EXPECT_EQ(delegate.messages, std::vector<std::string>{"lost 1"});
+  EXPECT_EQ(capture.messages(), std::vector<std::string>{"lost 1"});
   BVQLDebugSetLogLevel(original);
 }
 
 TEST(QLDebug, LogsFromManyThreadsWhileTheFileChanges) {
   belvane::test::TempDir dir;
   int original = QLDebugSetLogLevel(QL_LOG_DEBUG);
-  CapturingDelegate delegate;
-  BVKitOwner::sharedOwner().setDelegate(&delegate);
+  belvane::test::LogCapture capture;
   std::vector<std::thread> loggers;
   for (int t = 0; t < 4; ++t) {
     loggers.emplace_back([t] {
@@ -86,11 +63,10 @@ TEST(QLDebug, LogsFromManyThreadsWhileTheFileChanges) {
   }
   for (auto& t : loggers) t.join();
   EXPECT_TRUE(QLDebugCloseLogFile());
-  BVKitOwner::sharedOwner().setDelegate(nullptr);
   QLDebugSetLogLevel(original);
-  size_t lines = delegate.messages.size();
+  size_t lines = capture.messages().size();
   for (int i = 0; i < 3; ++i) {
-    std::string log = contentsOf(dir.path() + "/log" + std::to_string(i));
+    std::string log = belvane::test::readWholeFile(dir.path() + "/log" + std::to_string(i));
     lines += size_t(std::count(log.begin(), log.end(), '\n'));
   }
   EXPECT_EQ(lines, 800u);

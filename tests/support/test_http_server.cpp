@@ -294,6 +294,7 @@ void TestHTTPServer::Impl::serve(Connection& connection) {
     received.push_back(request);
     auto it = routes.find({request.method, request.path});
     if (it == routes.end()) it = routes.find({"", request.path});
+    if (it == routes.end()) it = routes.find({"", "*"});
     if (it != routes.end()) handler = it->second;
   }
   Response response = handler ? handler(request) : Response::status(404, "text/plain", "not found\n");

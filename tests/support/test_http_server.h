@@ -116,8 +116,10 @@ class TestHTTPServer {
   std::string url(std::string_view path = "/") const;
 
   // Routes by exact path (the query is ignored), for any method or for one
-  // method; a method route wins over an any-method route. Re-routing a path
-  // replaces its reply. Safe to call while the server runs.
+  // method; a method route wins over an any-method route. The path "*"
+  // answers requests no other route takes (any target, such as RTSP's
+  // absolute URLs). Re-routing a path replaces its reply. Safe to call while
+  // the server runs.
   void route(const std::string& path, Response response);
   void route(const std::string& method, const std::string& path, Response response);
   void route(const std::string& path, Handler handler);

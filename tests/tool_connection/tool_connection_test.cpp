@@ -5,6 +5,8 @@
 #include <belvane/BVToolConnection.h>
 
 #include "echo_interface.h"
+#include "support/log_capture.h"
+#include "support/scoped_env.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -15,30 +17,12 @@
 #include <chrono>
 #include <cmath>
 #include <cstring>
-#include <mutex>
 #include <thread>
 
 namespace {
 
 struct Signatures : BVVendable {
   const BVRemoteInterface& remoteInterface() override { return belvane::test::echoInterface(); }
-};
-
-struct LogCapture : BVKitOwnerDelegate {
-  std::mutex mutex;
-  std::vector<std::string> lines;
-  LogCapture() { BVKitOwner::sharedOwner().setDelegate(this); }
-  ~LogCapture() override { BVKitOwner::sharedOwner().setDelegate(nullptr); }
-  void belvaneOwnerDebugLog(const std::string& m) override {
-    std::lock_guard l(mutex);
-    lines.push_back(m);
-  }
-  bool contains(const std::string& s) {
-    std::lock_guard l(mutex);
-    for (auto& line : lines)
-      if (line.find(s) != std::string::npos) return true;
-    return false;
-  }
 };
 
 std::string echoTool() { return std::string(BELVANE_BUILD_DIR) + "/bin/fixture_echo_tool"; }
@@ -81,7 +65,7 @@ TEST_F(ToolConnection, ObjectsTravelArchivedAndOtherTypesAsNull) {
 }
 
 TEST_F(ToolConnection, FailuresOnTheServerGiveNothingAndAreLogged) {
-  LogCapture log;
+  belvane::test::LogCapture log;
   bv_player_tool_msg_header_s header{};
   BVValue reply(1);
   ASSERT_TRUE(connection.invokeOnServer(BVDictionary{{kBVPlayerToolMsgSelector, BVValue("noSuchOperation")}}, &header,
@@ -143,7 +127,7 @@ TEST_F(ToolConnection, TwoToolsUseTheirOwnPipesAndDisconnectEndsTheTool) {
 }
 
 TEST_F(ToolConnection, AToolKilledMidCallFailsTheCallAndDisconnects) {
-  LogCapture log;
+  belvane::test::LogCapture log;
   int pid = connection.serverProcessID();
   std::thread killer([pid] {
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
@@ -176,9 +160,7 @@ TEST(ToolConnectionSetup, RefusesBadToolPathsAndForeignPipeFolders) {
   EXPECT_EQ(connection.serverProcessID(), 0);
 
   // A pipe folder that others can enter, or a symbolic link, is refused.
-  const char* old = g_getenv("TMPDIR");
-  std::string oldTmp = old ? old : "";
-  g_setenv("TMPDIR", tmp.path().c_str(), TRUE);
+  belvane::test::ScopedEnv tmpdir("TMPDIR", tmp.path());
   std::string folder = tmp.path() + "/com.brambleside.ettd";
   ASSERT_EQ(BVToolConnection::pipeDirectory(), folder);
   mkdir(folder.c_str(), 0700);
@@ -200,9 +182,4 @@ TEST(ToolConnectionSetup, RefusesBadToolPathsAndForeignPipeFolders) {
   EXPECT_FALSE(BVToolConnection::preparePipeDirectory(&folderError));
   ASSERT_TRUE(folderError);
   EXPECT_NE(folderError->localizedDescription().find("symbolic link"), std::string::npos);
-
-  if (oldTmp.empty())
-    g_unsetenv("TMPDIR");
-  else
-    g_setenv("TMPDIR", oldTmp.c_str(), TRUE);
 }

@@ -1,6 +1,7 @@
-// RecordingOwner: a player owner that records every callback in order, for
-// the player tests, and a helper to play a link on the main loop until a
-// state is reached.
+// RecordingOwner: a player owner that records every callback in order (states
+// with their errors and players, positions, attribute changes, stream titles
+// with the frames written when each arrived), and helpers to make a link and
+// to run the main loop until a state is reached.
 #pragma once
 
 #include <belvane/BVBasePlayer.h>
@@ -24,7 +25,9 @@ struct StateEvent {
 class RecordingOwner : public BVPlayerOwner {
  public:
   std::vector<StateEvent> states;
-  std::vector<std::string> titles;
+  std::vector<float> positions;
+  std::vector<BVDictionary> attributeChanges;
+  std::vector<std::string> titles;    // stream titles
   std::vector<uint64_t> titleFrames;  // frames() when each title arrived
   std::function<uint64_t()> frames;
   std::function<void(BVBasePlayer&, BVPlayerState)> onState;
@@ -33,12 +36,15 @@ class RecordingOwner : public BVPlayerOwner {
     states.push_back({from, to, e, &p});
     if (onState) onState(p, to);
   }
+  void playerPositionChanged(BVBasePlayer&, float position) override { positions.push_back(position); }
   void playerAttributeChanged(BVBasePlayer&, const BVDictionary& attributes) override {
+    attributeChanges.push_back(attributes);
     auto it = attributes.find(BVPlayerAttributeStreamTitleKey);
     if (it == attributes.end()) return;
     titles.push_back(it->second.stringOr());
     titleFrames.push_back(frames ? frames() : 0);
   }
+
   bool reached(BVPlayerState s) const {
     for (auto& e : states)
       if (e.to == s) return true;
@@ -48,6 +54,19 @@ class RecordingOwner : public BVPlayerOwner {
     std::vector<BVPlayerState> out;
     for (auto& e : states) out.push_back(e.to);
     return out;
+  }
+  // Every value announced for key, in order (null for a removal).
+  std::vector<BVValue> announced(const char* key) const {
+    std::vector<BVValue> out;
+    for (auto& change : attributeChanges)
+      if (auto it = change.find(key); it != change.end()) out.push_back(it->second);
+    return out;
+  }
+  size_t count() const { return states.size() + positions.size() + attributeChanges.size(); }
+  // Runs the main loop until s (true) or an error is reached.
+  bool runUntil(BVPlayerState s, double seconds = 20.0) const {
+    return BVRunLoop::main().runUntil([&] { return reached(s) || reached(BVPlayerStateError); }, seconds) &&
+           reached(s);
   }
 };
 
