@@ -63,6 +63,9 @@ class BVURLResponse {
 };
 
 class BVURLConnection;
+namespace belvane::detail {
+struct URLConnectionAccess;
+}
 using BVURLConnectionRef = std::shared_ptr<BVURLConnection>;
 
 class BVURLConnectionDelegate {
@@ -96,6 +99,7 @@ class BVURLConnection : public std::enable_shared_from_this<BVURLConnection> {
   BVURLConnection(std::shared_ptr<State> state);
 
  private:
+  friend struct belvane::detail::URLConnectionAccess;
   std::shared_ptr<State> state_;
 };
 

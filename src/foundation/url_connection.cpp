@@ -3,10 +3,12 @@
 #include <belvane/BVURLConnection.h>
 
 #include "foundation/curl_transfer.h"
+#include "foundation/url_connection_diversion.h"
 
 #include <glib.h>
 
 #include <condition_variable>
+#include <deque>
 #include <mutex>
 #include <thread>
 
@@ -54,7 +56,16 @@ struct BVURLConnection::State {
   std::weak_ptr<BVURLConnection> connection;
   std::atomic<bool> cancelled{false};
   std::mutex mutex;
+  // Body pieces and the end, in order, waiting for the loop. Kept here
+  // rather than in the queued calls so that a diversion can take them.
+  std::deque<std::vector<uint8_t>> queued;
   size_t queuedBytes = 0;
+  bool endQueued = false;
+  BVErrorRef queuedEnd;
+  // Set once the body goes to a diversion instead of the delegate; weak, as
+  // the diversion usually owns the connection.
+  bool diverted = false;
+  std::weak_ptr<belvane::detail::URLConnectionDiversion> diversion;
   std::thread worker;
 
   // Runs fn on the loop with the connection and delegate, unless cancelled.
@@ -99,34 +110,69 @@ BVURLConnectionRef BVURLConnection::start(const BVURLRequest& request, BVURLConn
     sink.onData = [&](std::span<const uint8_t> bytes) {
       {
         std::lock_guard lock(state->mutex);
+        if (state->diverted) {
+          if (auto d = state->diversion.lock()) d->divertedData(bytes);
+          return;
+        }
+        state->queued.emplace_back(bytes.begin(), bytes.end());
         state->queuedBytes += bytes.size();
       }
-      std::vector<uint8_t> copy(bytes.begin(), bytes.end());
-      std::weak_ptr<State> weak = state;
-      state->deliver(state, [weak, copy = std::move(copy)](BVURLConnection& c, BVURLConnectionDelegate& d) {
-        if (auto s = weak.lock()) {
-          {
-            std::lock_guard lock(s->mutex);
-            s->queuedBytes -= copy.size();
-          }
-          s->transfer.resume();
+      state->loop.perform([weak = std::weak_ptr<State>(state)] {
+        auto s = weak.lock();
+        if (!s) return;
+        std::vector<uint8_t> piece;
+        {
+          std::lock_guard lock(s->mutex);
+          if (s->queued.empty()) return;  // a diversion took it
+          piece = std::move(s->queued.front());
+          s->queued.pop_front();
+          s->queuedBytes -= piece.size();
         }
-        d.connectionDidReceiveData(c, copy);
+        s->transfer.resume();
+        if (s->cancelled) return;
+        auto conn = s->connection.lock();
+        BVURLConnectionDelegate* delegate = s->delegate.load();
+        if (conn && delegate) delegate->connectionDidReceiveData(*conn, piece);
       });
     };
     sink.canAccept = [&] {
       std::lock_guard lock(state->mutex);
+      if (state->diverted) {
+        auto d = state->diversion.lock();
+        return !d || d->divertedCanAccept();
+      }
       return state->queuedBytes < kMaxQueuedBytes;
     };
     BVErrorRef error = state->transfer.run(sink);
     if (state->cancelled) return;
-    if (error) {
-      state->deliver(state, [error](BVURLConnection& c, BVURLConnectionDelegate& d) {
-        d.connectionDidFailWithError(c, error);
-      });
-    } else {
-      state->deliver(state, [](BVURLConnection& c, BVURLConnectionDelegate& d) { d.connectionDidFinishLoading(c); });
+    {
+      std::lock_guard lock(state->mutex);
+      if (state->diverted) {
+        if (auto d = state->diversion.lock()) d->divertedEnd(error);
+        return;
+      }
+      state->endQueued = true;
+      state->queuedEnd = error;
     }
+    state->loop.perform([weak = std::weak_ptr<State>(state)] {
+      auto s = weak.lock();
+      if (!s) return;
+      BVErrorRef error;
+      {
+        std::lock_guard lock(s->mutex);
+        if (!s->endQueued) return;  // a diversion took it
+        s->endQueued = false;
+        error = std::move(s->queuedEnd);
+      }
+      if (s->cancelled) return;
+      auto conn = s->connection.lock();
+      BVURLConnectionDelegate* delegate = s->delegate.load();
+      if (!conn || !delegate) return;
+      if (error)
+        delegate->connectionDidFailWithError(*conn, error);
+      else
+        delegate->connectionDidFinishLoading(*conn);
+    });
   });
   return connection;
 }
@@ -148,6 +194,32 @@ void BVURLConnection::cancel() {
 }
 
 const BVURLRequest& BVURLConnection::originalRequest() const { return state_->request; }
+
+namespace belvane::detail {
+
+void URLConnectionAccess::divert(BVURLConnection& connection,
+                                 const std::shared_ptr<URLConnectionDiversion>& diversion) {
+  auto& state = *connection.state_;
+  {
+    // What the loop has not delivered yet goes to the diversion first.
+    std::lock_guard lock(state.mutex);
+    state.diversion = diversion;
+    state.diverted = true;
+    state.delegate = nullptr;
+    for (const auto& piece : state.queued) diversion->divertedData(piece);
+    state.queued.clear();
+    state.queuedBytes = 0;
+    if (state.endQueued) {
+      state.endQueued = false;
+      diversion->divertedEnd(state.queuedEnd);
+    }
+  }
+  state.transfer.resume();
+}
+
+void URLConnectionAccess::resume(BVURLConnection& connection) { connection.state_->transfer.resume(); }
+
+}  // namespace belvane::detail
 
 // ---- synchronous send ----
 

@@ -5,6 +5,7 @@
 
 #include "foundation/text_encoding.h"
 #include "streaming/QLDebug.h"
+#include "streaming/held_stream.h"
 #include "streaming/stream_tuner_errors.h"
 #include "streaming/stream_tuner_fetch.h"
 #include "streaming/stream_tuner_playlist.h"
@@ -175,7 +176,7 @@ struct QLStreamTuner::Impl {
         candidateError = result.error;
         break;
       case TunerFetchResult::Kind::Stream:
-        if (!offer(candidate.url, result.mimeType)) return;
+        if (!offer(candidate.url, result.mimeType, result.held)) return;
         break;
       case TunerFetchResult::Kind::Playlist:
         expand(candidate, result);
@@ -207,7 +208,18 @@ struct QLStreamTuner::Impl {
   }
 
   // Offers a candidate; false when the work in hand must stop.
-  bool offer(const BVURL& url, const std::optional<std::string>& mimeType) {
+  // A reply held open for the candidate is on offer during the delegate's
+  // calls: a streamer started from them takes it over; otherwise it closes.
+  bool offer(const BVURL& url, const std::optional<std::string>& mimeType,
+             const std::shared_ptr<HeldStream>& held = nullptr) {
+    struct Withdraw {
+      const std::string key;
+      const std::shared_ptr<HeldStream>& held;
+      ~Withdraw() {
+        if (held) HeldStream::withdraw(key, held);
+      }
+    } withdraw{url.absoluteString(), held};
+    if (held) HeldStream::offer(withdraw.key, held);
     offered.insert(url.absoluteString());
     offeredAny = true;
     tunedURL = url;

@@ -4,6 +4,7 @@
 
 #include "foundation/text_encoding.h"
 #include "streaming/QLDebug.h"
+#include "streaming/held_stream.h"
 #include "streaming/shoutstreamer_buffer.h"
 #include "streaming/shoutstreamer_connection.h"
 #include "streaming/shoutstreamer_pipeline.h"
@@ -19,6 +20,7 @@
 #include <string>
 #include <thread>
 
+using belvane::detail::HeldStream;
 using belvane::detail::PipelineSink;
 using belvane::detail::ShoutstreamerTuning;
 using belvane::detail::StreamBuffer;
@@ -49,6 +51,9 @@ struct shoutstreamer {
   bool stopping = false;
   bool threadsStored = false;  // start has stored both thread objects
   StreamConnection* connection = nullptr;
+  // The tuner's open reply for this address, taken at start; the first
+  // connection reads from it instead of asking the server again.
+  std::shared_ptr<HeldStream> held;
 };
 
 namespace {
@@ -123,7 +128,9 @@ class ConnectionHandler final : public StreamConnection::Handler, public Pipelin
 
 ConnectionOutcome connectOnce(shoutstreamer& s, double connectTimeout) {
   ConnectionOutcome outcome;
-  StreamConnection connection(s.url, connectTimeout, s.tuning.stallTimeout);
+  std::shared_ptr<HeldStream> held = std::move(s.held);
+  StreamConnection connection = held ? StreamConnection(s.url, std::move(held), s.tuning.stallTimeout)
+                                     : StreamConnection(s.url, connectTimeout, s.tuning.stallTimeout);
   {
     std::lock_guard lock(s.controlMutex);
     if (s.stopping) {
@@ -312,6 +319,7 @@ int shoutstreamer_start(shoutstreamer_t s, const char* url, void* context,
   s->titleCallback = titleCallback;
   s->buffer = std::make_unique<StreamBuffer>(s->tuning.bufferFrames, s->tuning.prebufferSeconds,
                                              s->tuning.maxCallbackFrames);
+  s->held = HeldStream::take(s->url);
   QLDebugLog(QL_LOG_INFO, "shoutstreamer: starting %s", url);
   int result = 0;
   try {

@@ -3,6 +3,7 @@
 #include "streaming/shoutstreamer_connection.h"
 
 #include "streaming/QLDebug.h"
+#include "streaming/held_stream.h"
 #include "streaming/shoutstreamer.h"
 #include "streaming/shoutstreamer_errors.h"
 
@@ -44,6 +45,7 @@ struct StreamConnection::Impl {
   double stallTimeout;
   std::atomic<bool> cancelled{false};
   Handler* handler = nullptr;
+  std::shared_ptr<HeldStream> held;
 
   // The HTTP head as libcurl reports it, block by block (redirects too).
   StreamReplyHead httpHead;
@@ -181,6 +183,11 @@ StreamConnection::StreamConnection(const std::string& url, double connectTimeout
   curl_easy_setopt(e, CURLOPT_BUFFERSIZE, 64L * 1024);
 }
 
+StreamConnection::StreamConnection(const std::string& url, std::shared_ptr<HeldStream> held, double stallTimeout)
+    : impl_(std::make_unique<Impl>(url, stallTimeout, stallTimeout)) {
+  impl_->held = std::move(held);
+}
+
 StreamConnection::~StreamConnection() {
   Impl& s = *impl_;
   if (s.multi && s.easy) curl_multi_remove_handle(s.multi, s.easy);
@@ -192,6 +199,7 @@ StreamConnection::~StreamConnection() {
 void StreamConnection::cancel() {
   impl_->cancelled = true;
   if (impl_->multi) curl_multi_wakeup(impl_->multi);
+  if (impl_->held) impl_->held->cancel();
 }
 
 std::string StreamConnection::fetchableURL(const std::string& url) {
@@ -200,8 +208,47 @@ std::string StreamConnection::fetchableURL(const std::string& url) {
   return url;
 }
 
+StreamConnection::Result StreamConnection::runHeld(Handler& handler) {
+  Impl& s = *impl_;
+  Result result;
+  s.handler = &handler;
+  s.lastActivity = Clock::now();
+  bool timedOut = false;
+  bool failed = false;
+  bool ended = !s.acceptHead(s.held->head());
+  while (!ended && !s.cancelled) {
+    double silent = std::chrono::duration<double>(Clock::now() - s.lastActivity).count();
+    if (silent > s.stallTimeout) {
+      timedOut = true;
+      break;
+    }
+    HeldStream::Piece piece = s.held->next(std::clamp(s.stallTimeout - silent, 0.001, 1.0));
+    switch (piece.kind) {
+      case HeldStream::Piece::Kind::Bytes: ended = !s.deliver(piece.bytes); break;
+      case HeldStream::Piece::Kind::Silent: break;
+      case HeldStream::Piece::Kind::Cancelled: s.cancelled = true; break;
+      case HeldStream::Piece::Kind::Failed: failed = ended = true; break;
+      case HeldStream::Piece::Kind::Ended: ended = true; break;
+    }
+  }
+  result.headSeen = s.headDone;
+  if (s.cancelled || s.stopped) {
+    result.cancelled = true;
+  } else if (timedOut) {
+    result.error = SHOUTSTREAMER_ERROR_TIMED_OUT;
+  } else if (s.error) {
+    result.error = s.error;
+  } else if (failed) {
+    result.error = SHOUTSTREAMER_ERROR_CONNECTION_LOST;
+  } else {
+    result.declaredEnd = s.chunked || s.held->head().field("content-length") != nullptr;
+  }
+  return result;
+}
+
 StreamConnection::Result StreamConnection::run(Handler& handler) {
   Impl& s = *impl_;
+  if (s.held) return runHeld(handler);
   Result result;
   if (!s.easy || !s.multi) {
     result.error = SHOUTSTREAMER_ERROR_INTERNAL;

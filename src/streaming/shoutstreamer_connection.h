@@ -9,6 +9,9 @@
 // a success and an AAC content type end the request with their error code;
 // otherwise the head and then the payload go to the handler.
 //
+// A connection may also take over a reply the tuner already opened (see
+// HeldStream): its head is judged the same way and its body read from there.
+//
 // Time-outs: the head must be complete within the connect time-out; after
 // it, any silence longer than the stall time-out ends the request. cancel()
 // ends run() promptly from any thread.
@@ -22,6 +25,8 @@
 #include <string>
 
 namespace belvane::detail {
+
+class HeldStream;
 
 class StreamConnection {
  public:
@@ -44,6 +49,7 @@ class StreamConnection {
   };
 
   StreamConnection(const std::string& url, double connectTimeout, double stallTimeout);
+  StreamConnection(const std::string& url, std::shared_ptr<HeldStream> held, double stallTimeout);
   ~StreamConnection();
   StreamConnection(const StreamConnection&) = delete;
   StreamConnection& operator=(const StreamConnection&) = delete;
@@ -56,6 +62,7 @@ class StreamConnection {
 
  private:
   struct Impl;
+  Result runHeld(Handler& handler);
   std::unique_ptr<Impl> impl_;
 };
 

@@ -7,6 +7,7 @@
 
 #include "foundation/text_encoding.h"
 #include "streaming/QLDebug.h"
+#include "streaming/held_stream.h"
 #include "streaming/QLStreamTuner.h"
 #include "streaming/stream_tuner_errors.h"
 
@@ -48,6 +49,8 @@ bool startsWithICY(std::span<const uint8_t> bytes) {
 std::shared_ptr<TunerFetch> TunerFetch::start(const BVURL& url, Completion completion) {
   auto fetch = std::make_shared<TunerFetch>(url, std::move(completion));
   BVURLRequest request(url, kTunerFetchTimeout);
+  // Asked as the streamer asks, so that a stream's reply can be handed to it.
+  request.headerFields["Icy-MetaData"] = "1";
   fetch->connection_ = BVURLConnection::start(request, fetch.get());
   std::weak_ptr<TunerFetch> weak = fetch;
   BVRunLoop::current().performAfterDelay(kTunerFetchDeadline, fetch.get(), [weak] {
@@ -85,6 +88,8 @@ void TunerFetch::connectionDidReceiveResponse(BVURLConnection&, const BVURLRespo
     fail(tunerHTTPStatusError(status, *finalURL_));
     return;
   }
+  head_.status = status;
+  for (const auto& [name, value] : response.headerFields()) head_.addField(name, value);
   auto type = response.headerFields().find("Content-Type");
   if (type != response.headerFields().end() && !type->second.empty()) contentType_ = type->second;
   decideFromHeaders();
@@ -146,6 +151,8 @@ void TunerFetch::readRawHeader(bool complete) {
   }
   if (auto type = fields.find("content-type"); type != fields.end() && !type->second.empty())
     contentType_ = type->second;
+  head_.status = 200;
+  for (const auto& [name, value] : fields) head_.addField(name, value);
   body_.erase(body_.begin(), body_.begin() + ptrdiff_t(end));
   decideFromHeaders();
 }
@@ -189,9 +196,12 @@ void TunerFetch::finishPlaylist() {
   finish(std::move(result));
 }
 
-void TunerFetch::finishStream(std::optional<std::string> mimeType) {
+void TunerFetch::finishStream(std::optional<std::string> mimeType, bool holdReply) {
   TunerFetchResult result;
   result.kind = TunerFetchResult::Kind::Stream;
+  std::string scheme = asciiLower(url_.scheme());
+  if (holdReply && connection_ && (scheme == "http" || scheme == "https"))
+    result.held = HeldStream::create(head_, std::move(body_), std::move(connection_));
   result.mimeType = std::move(mimeType);
   result.finalURL = finalURL_ ? finalURL_ : url_;
   finish(std::move(result));
@@ -199,7 +209,8 @@ void TunerFetch::finishStream(std::optional<std::string> mimeType) {
 
 void TunerFetch::finishHLS() {
   // One stream, under the HLS type even when its server named another.
-  finishStream(tunerIsHLSContentType(contentType_) ? contentType_ : std::optional<std::string>(kTunerHLSMIMEType));
+  finishStream(tunerIsHLSContentType(contentType_) ? contentType_ : std::optional<std::string>(kTunerHLSMIMEType),
+               false);
 }
 
 void TunerFetch::fail(BVErrorRef error) {

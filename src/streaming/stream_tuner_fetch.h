@@ -9,6 +9,7 @@
 #include <belvane/BVURL.h>
 #include <belvane/BVURLConnection.h>
 
+#include "streaming/icy_metadata.h"
 #include "streaming/stream_tuner_sniff.h"
 
 #include <cstdint>
@@ -19,6 +20,8 @@
 #include <vector>
 
 namespace belvane::detail {
+
+class HeldStream;
 
 // Silence allowed while connecting and between bytes.
 inline constexpr double kTunerFetchTimeout = 15.0;
@@ -41,6 +44,8 @@ struct TunerFetchResult {
   std::optional<BVURL> finalURL;
   // Failed: an HTTP status, an ICY refusal, the network error, a time-out.
   BVErrorRef error;
+  // Stream: the open reply, for a streamer that plays it at once.
+  std::shared_ptr<HeldStream> held;
 };
 
 class TunerFetch final : public BVURLConnectionDelegate, public std::enable_shared_from_this<TunerFetch> {
@@ -70,7 +75,7 @@ class TunerFetch final : public BVURLConnectionDelegate, public std::enable_shar
   void decideFromHeaders();
   void sniff(bool complete);
   void finishPlaylist();
-  void finishStream(std::optional<std::string> mimeType);
+  void finishStream(std::optional<std::string> mimeType, bool holdReply = true);
   void finishHLS();
   void fail(BVErrorRef error);
   void finish(TunerFetchResult result);
@@ -81,6 +86,7 @@ class TunerFetch final : public BVURLConnectionDelegate, public std::enable_shar
   Phase phase_ = Phase::AwaitingResponse;
   std::optional<BVURL> finalURL_;
   std::optional<std::string> contentType_;
+  StreamReplyHead head_;
   TunerContentHint hint_;
   TunerPlaylistFormat format_ = TunerPlaylistFormat::None;
   std::vector<uint8_t> body_;
