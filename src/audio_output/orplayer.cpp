@@ -13,6 +13,10 @@
 // played everything out, the device's own buffer included. More frames after
 // play_done simply start playing again.
 //
+// An unpaced output ("null:fast", "wav:PATH") has no device to wait for, so
+// it gets no thread: play_wait writes to it directly, and what it accepted
+// has been written when it returns. Only paced outputs have a queue.
+//
 // Stopping and destroying never wait long for a backend: the output thread
 // is given a short grace period, and one stuck in a sound server call is
 // left to finish on its own (it holds its own reference to the shared state
@@ -28,6 +32,7 @@
 #include <string>
 #include <system_error>
 #include <thread>
+#include <vector>
 
 #include "audio_output/output_log.h"
 #include "audio_output/output_setting.h"
@@ -53,12 +58,17 @@ struct orplayer {
   std::optional<std::string> outputSpec;  // set by orplayer_set_output
   std::thread thread;
   std::shared_ptr<OutputSession> session;
+  // An unpaced backend written by play_wait itself; guarded by `direct`.
+  std::mutex direct;
+  std::unique_ptr<belvane::detail::OutputBackend> directBackend;
+  std::vector<float> directChunk;
 };
 
 namespace {
 
 void stopLocked(orplayer* player) {
   PlayerCore& core = *player->core;
+  bool direct;
   {
     std::lock_guard lock(core.mutex);
     if (!core.running) return;
@@ -67,9 +77,19 @@ void stopLocked(orplayer* player) {
     core.ring.clear();
     core.audible = false;
     core.done = false;
+    direct = core.directOutput;
+    core.directOutput = false;
   }
   core.room.notify_all();
   core.work.notify_all();
+  if (direct) {
+    // Waits for a write in progress; closing completes a file.
+    std::lock_guard lock(player->direct);
+    player->directBackend->discard();
+    player->directBackend.reset();
+    player->session.reset();
+    return;
+  }
   player->session->requestStop();
   if (player->session->waitExited(kStopGrace)) {
     player->thread.join();
@@ -78,6 +98,44 @@ void stopLocked(orplayer* player) {
     player->thread.detach();
   }
   player->session.reset();
+}
+
+// play_wait for an unpaced output: follows a change of rate, applies the
+// gain while interleaving, and writes on the caller's thread.
+void writeDirect(orplayer* player, uint64_t id, unsigned rate, float** channels, size_t frames) {
+  PlayerCore& core = *player->core;
+  std::lock_guard lock(player->direct);
+  auto& backend = player->directBackend;
+  {
+    std::lock_guard coreLock(core.mutex);
+    if (!backend || core.session != id || core.closing) return;
+  }
+  // A backend that fails is replaced by an unpaced null output.
+  auto replaceFailed = [&] {
+    outputLog(QL_LOG_ERROR, "\"%s\" failed; going on without sound", backend->name());
+    backend = belvane::detail::makeNullOutput(false, 0, player->session);
+    backend->open(rate);
+    core.outputName = backend->name();
+  };
+  if (rate != backend->rate()) {
+    backend->drain();
+    outputLog(QL_LOG_INFO, "sample rate changes from %u to %u Hz", backend->rate(), rate);
+    if (backend->changeRate(rate) != 0) replaceFailed();
+  }
+  const float gain = core.gain.load(std::memory_order_relaxed);
+  const float* left = channels[0];
+  const float* right = channels[1] ? channels[1] : channels[0];
+  auto& chunk = player->directChunk;
+  if (chunk.size() < frames * 2) chunk.resize(frames * 2);
+  for (size_t i = 0; i < frames; ++i) {
+    chunk[2 * i] = left[i] * gain;
+    chunk[2 * i + 1] = right[i] * gain;
+  }
+  if (backend->write(chunk.data(), frames)) {
+    core.framesWritten.fetch_add(frames, std::memory_order_relaxed);
+  } else if (!backend->recover()) {
+    replaceFailed();
+  }
 }
 
 }  // namespace
@@ -162,6 +220,17 @@ int orplayer_start(orplayer_t player) {
     core.queueSeconds = queueSeconds;
   }
   core.outputName = name;
+  if (!opened.backend->paced()) {
+    {
+      std::lock_guard lock(player->direct);
+      player->directBackend = std::move(opened.backend);
+    }
+    std::lock_guard lock(core.mutex);
+    core.directOutput = true;
+    player->session = std::move(session);
+    outputLog(QL_LOG_INFO, "writing to \"%s\"", name);
+    return 0;
+  }
   try {
     player->thread = std::thread(belvane::detail::runOutput, player->core, session, id, std::move(opened.backend), deviceSeconds);
   } catch (const std::system_error&) {
@@ -189,6 +258,14 @@ void orplayer_play_wait(orplayer_t player, float sampleRate, float** channels, i
   ++core.writers;
   core.done = false;
   core.lastRate = rate;
+  if (core.directOutput) {
+    core.audible = true;
+    lock.unlock();
+    writeDirect(player, id, rate, channels, static_cast<size_t>(frames));
+    lock.lock();
+    if (--core.writers == 0 && core.closing) core.room.notify_all();
+    return;
+  }
   size_t offset = 0, total = static_cast<size_t>(frames);
   // Once the queue is full, wait until half of it is free (or room for all
   // that is left) rather than for the first free frame: the output thread
@@ -226,6 +303,15 @@ void orplayer_play_wait(orplayer_t player, float sampleRate, float** channels, i
 void orplayer_play_done(orplayer_t player) {
   if (!player) return;
   PlayerCore& core = *player->core;
+  {
+    std::lock_guard lock(player->direct);
+    if (player->directBackend) {
+      player->directBackend->drain();
+      std::lock_guard coreLock(core.mutex);
+      core.audible = false;
+      return;
+    }
+  }
   std::lock_guard lock(core.mutex);
   if (!core.running) return;
   core.done = true;

@@ -34,6 +34,7 @@ struct PlayerCore {
   bool audible = false;  // "playing": queued frames not yet heard
   bool done = false;     // play_done: play everything out
   bool closing = false;  // being destroyed
+  bool directOutput = false;  // an unpaced backend that play_wait writes itself
   int writers = 0;       // threads inside play_wait
   unsigned lastRate = kInitialRate;
   double queueSeconds = kShortQueue;
