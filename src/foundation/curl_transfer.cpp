@@ -10,6 +10,7 @@
 #include <glib/gstdio.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <chrono>
 #include <mutex>
 
@@ -241,12 +242,16 @@ BVErrorRef CurlTransfer::run(TransferSink& sink) {
     // Until the response arrives the time-out bounds the whole wait, so a
     // server that trickles headers cannot hold the request; afterwards it
     // bounds each silence.
-    bool late = responseSeen_ ? (now - s.lastActivity > timeout) : (now - s.started > timeout);
-    if (late) {
+    auto waited = responseSeen_ ? now - s.lastActivity : now - s.started;
+    if (waited > timeout) {
       timedOut = true;
       break;
     }
-    curl_multi_poll(s.multi, nullptr, 0, 50, nullptr);
+    // Sleeps until the socket, libcurl's own timers, cancel() or resume()
+    // wake it, or the time-out could have passed: a long transfer (a stream)
+    // costs no wake-ups of its own.
+    double left = std::chrono::duration<double>(timeout - waited).count();
+    curl_multi_poll(s.multi, nullptr, 0, int(std::clamp(left * 1000.0, 1.0, 1000.0)), nullptr);
   }
   if (s.cancelled) return BVError::withDescription(BVURLErrorDomain, BVURLErrorCancelled, "cancelled");
   if (timedOut) return errorForCurlCode(CURLE_OPERATION_TIMEDOUT, s.request.url.absoluteString(), nullptr);
