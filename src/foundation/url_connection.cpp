@@ -108,14 +108,23 @@ BVURLConnectionRef BVURLConnection::start(const BVURLRequest& request, BVURLConn
       });
     };
     sink.onData = [&](std::span<const uint8_t> bytes) {
+      std::shared_ptr<belvane::detail::URLConnectionDiversion> diversion;
+      bool diverted;
       {
         std::lock_guard lock(state->mutex);
-        if (state->diverted) {
-          if (auto d = state->diversion.lock()) d->divertedData(bytes);
-          return;
+        diverted = state->diverted;
+        if (diverted) {
+          diversion = state->diversion.lock();
+        } else {
+          state->queued.emplace_back(bytes.begin(), bytes.end());
+          state->queuedBytes += bytes.size();
         }
-        state->queued.emplace_back(bytes.begin(), bytes.end());
-        state->queuedBytes += bytes.size();
+      }
+      if (diverted) {
+        // Outside the lock: the diversion may take its time (decoding,
+        // waiting for room) without holding up the run loop.
+        if (diversion) diversion->divertedData(bytes);
+        return;
       }
       state->loop.perform([weak = std::weak_ptr<State>(state)] {
         auto s = weak.lock();
@@ -146,9 +155,11 @@ BVURLConnectionRef BVURLConnection::start(const BVURLRequest& request, BVURLConn
     BVErrorRef error = state->transfer.run(sink);
     if (state->cancelled) return;
     {
-      std::lock_guard lock(state->mutex);
+      std::unique_lock lock(state->mutex);
       if (state->diverted) {
-        if (auto d = state->diversion.lock()) d->divertedEnd(error);
+        auto diversion = state->diversion.lock();
+        lock.unlock();
+        if (diversion) diversion->divertedEnd(error);
         return;
       }
       state->endQueued = true;

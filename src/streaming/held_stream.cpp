@@ -55,24 +55,44 @@ std::shared_ptr<HeldStream> HeldStream::take(const std::string& url) {
   return stream;
 }
 
-HeldStream::Piece HeldStream::next(double timeout) {
-  Piece piece;
+void HeldStream::attach(Consumer consumer) {
+  std::lock_guard delivering(consumerMutex_);
+  std::vector<uint8_t> held;
   {
-    std::unique_lock lock(mutex_);
-    changed_.wait_for(lock, std::chrono::duration<double>(timeout),
-                      [&] { return cancelled_ || ended_ || !bytes_.empty(); });
-    if (cancelled_) {
-      piece.kind = Piece::Kind::Cancelled;
-    } else if (!bytes_.empty()) {
-      piece.kind = Piece::Kind::Bytes;
-      piece.bytes.swap(bytes_);
-    } else if (ended_) {
-      piece.kind = failed_ ? Piece::Kind::Failed : Piece::Kind::Ended;
-    }
+    std::lock_guard lock(mutex_);
+    held.swap(bytes_);
   }
-  // Room again: a transfer paused for want of it goes on.
-  if (piece.kind == Piece::Kind::Bytes) URLConnectionAccess::resume(*connection_);
-  return piece;
+  consumer_ = std::move(consumer);
+  if (!held.empty() && !consume(held)) return;
+  // Room again: a transfer paused while nobody consumed goes on.
+  URLConnectionAccess::resume(*connection_);
+}
+
+void HeldStream::detach() {
+  std::lock_guard delivering(consumerMutex_);
+  consumer_ = nullptr;
+}
+
+bool HeldStream::consume(std::span<const uint8_t> bytes) {
+  if (consumer_(bytes)) return true;
+  consumer_ = nullptr;
+  ended(End::Stopped);
+  connection_->cancel();
+  return false;
+}
+
+void HeldStream::ended(End how) {
+  {
+    std::lock_guard lock(mutex_);
+    if (end_ == End::None) end_ = how;
+  }
+  changed_.notify_all();
+}
+
+HeldStream::End HeldStream::waitForEnd(double timeout) {
+  std::unique_lock lock(mutex_);
+  changed_.wait_for(lock, std::chrono::duration<double>(timeout), [&] { return cancelled_ || end_ != End::None; });
+  return cancelled_ ? End::Stopped : end_;
 }
 
 void HeldStream::cancel() {
@@ -85,21 +105,16 @@ void HeldStream::cancel() {
 }
 
 void HeldStream::divertedData(std::span<const uint8_t> bytes) {
-  {
-    std::lock_guard lock(mutex_);
-    bytes_.insert(bytes_.end(), bytes.begin(), bytes.end());
+  std::lock_guard delivering(consumerMutex_);
+  if (consumer_) {
+    consume(bytes);
+    return;
   }
-  changed_.notify_all();
+  std::lock_guard lock(mutex_);
+  bytes_.insert(bytes_.end(), bytes.begin(), bytes.end());
 }
 
-void HeldStream::divertedEnd(const BVErrorRef& error) {
-  {
-    std::lock_guard lock(mutex_);
-    ended_ = true;
-    failed_ = error != nullptr;
-  }
-  changed_.notify_all();
-}
+void HeldStream::divertedEnd(const BVErrorRef& error) { ended(error ? End::Failed : End::Finished); }
 
 bool HeldStream::divertedCanAccept() {
   std::lock_guard lock(mutex_);

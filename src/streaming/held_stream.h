@@ -8,7 +8,7 @@
 // keeps the reply open while it offers the stream (the request already asked
 // for interleaved titles), and a streamer started for the same address
 // during the offer takes it over: its reply head, the bytes already read and
-// the rest of the body, which now arrive on the connection's own thread.
+// the rest of the body, which is then decoded on the connection's own thread.
 #pragma once
 
 #include <belvane/BVURLConnection.h>
@@ -18,6 +18,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -44,15 +45,19 @@ class HeldStream final : public URLConnectionDiversion, public std::enable_share
 
   const StreamReplyHead& head() const { return head_; }
 
-  struct Piece {
-    enum class Kind { Bytes, Ended, Failed, Cancelled, Silent };
-    Kind kind = Kind::Silent;
-    std::vector<uint8_t> bytes;
-  };
-  // Everything that has arrived, or how the reply ended, waiting up to
-  // timeout seconds for either.
-  Piece next(double timeout);
-  // Thread-safe: ends the reply; next() returns Cancelled.
+  // Hands the body to consumer from now on: the bytes held so far at once
+  // on the calling thread, the rest on the connection's own thread as they
+  // arrive (one call at a time, in order), so that no thread sits between
+  // the socket and the consumer. A false return ends the reply.
+  using Consumer = std::function<bool(std::span<const uint8_t>)>;
+  void attach(Consumer consumer);
+  // No consumer call is in progress or will follow once this returns.
+  void detach();
+
+  enum class End { None, Finished, Failed, Stopped };
+  // Waits up to timeout seconds for the reply to end (or cancel()).
+  End waitForEnd(double timeout);
+  // Thread-safe: ends the reply.
   void cancel();
 
   HeldStream(StreamReplyHead head, std::vector<uint8_t> firstBytes, BVURLConnectionRef connection);
@@ -62,13 +67,19 @@ class HeldStream final : public URLConnectionDiversion, public std::enable_share
   void divertedEnd(const BVErrorRef& error) override;
   bool divertedCanAccept() override;
 
+  // Takes the consumer's verdict; false ends the reply.
+  bool consume(std::span<const uint8_t> bytes);
+  void ended(End how);
+
   const StreamReplyHead head_;
   const BVURLConnectionRef connection_;
+  // Held by whoever calls the consumer, so calls never overlap or reorder.
+  std::mutex consumerMutex_;
+  Consumer consumer_;
   std::mutex mutex_;
   std::condition_variable changed_;
-  std::vector<uint8_t> bytes_;
-  bool ended_ = false;
-  bool failed_ = false;
+  std::vector<uint8_t> bytes_;  // held until a consumer attaches
+  End end_ = End::None;
   bool cancelled_ = false;
 };
 

@@ -212,24 +212,29 @@ StreamConnection::Result StreamConnection::runHeld(Handler& handler) {
   Impl& s = *impl_;
   Result result;
   s.handler = &handler;
-  s.lastActivity = Clock::now();
+  HeldStream& held = *s.held;
+  std::atomic<int64_t> lastActivity{Clock::now().time_since_epoch().count()};
+  HeldStream::End end = HeldStream::End::Stopped;
   bool timedOut = false;
-  bool failed = false;
-  bool ended = !s.acceptHead(s.held->head());
-  while (!ended && !s.cancelled) {
-    double silent = std::chrono::duration<double>(Clock::now() - s.lastActivity).count();
-    if (silent > s.stallTimeout) {
-      timedOut = true;
-      break;
+  if (s.acceptHead(held.head())) {
+    // The body is decoded on the held connection's thread from here on;
+    // this thread only watches for the end, a stall or cancel().
+    held.attach([&](std::span<const uint8_t> bytes) {
+      lastActivity = Clock::now().time_since_epoch().count();
+      return !s.cancelled && s.deliver(bytes);
+    });
+    while (!s.cancelled) {
+      auto silent = Clock::now() - Clock::time_point(Clock::duration(lastActivity.load()));
+      double seconds = std::chrono::duration<double>(silent).count();
+      if (seconds > s.stallTimeout) {
+        timedOut = true;
+        break;
+      }
+      end = held.waitForEnd(std::clamp(s.stallTimeout - seconds, 0.001, 1.0));
+      if (end != HeldStream::End::None) break;
     }
-    HeldStream::Piece piece = s.held->next(std::clamp(s.stallTimeout - silent, 0.001, 1.0));
-    switch (piece.kind) {
-      case HeldStream::Piece::Kind::Bytes: ended = !s.deliver(piece.bytes); break;
-      case HeldStream::Piece::Kind::Silent: break;
-      case HeldStream::Piece::Kind::Cancelled: s.cancelled = true; break;
-      case HeldStream::Piece::Kind::Failed: failed = ended = true; break;
-      case HeldStream::Piece::Kind::Ended: ended = true; break;
-    }
+    held.cancel();
+    held.detach();
   }
   result.headSeen = s.headDone;
   if (s.cancelled || s.stopped) {
@@ -238,10 +243,10 @@ StreamConnection::Result StreamConnection::runHeld(Handler& handler) {
     result.error = SHOUTSTREAMER_ERROR_TIMED_OUT;
   } else if (s.error) {
     result.error = s.error;
-  } else if (failed) {
+  } else if (end == HeldStream::End::Failed) {
     result.error = SHOUTSTREAMER_ERROR_CONNECTION_LOST;
   } else {
-    result.declaredEnd = s.chunked || s.held->head().field("content-length") != nullptr;
+    result.declaredEnd = s.chunked || held.head().field("content-length") != nullptr;
   }
   return result;
 }
