@@ -250,9 +250,12 @@ void deliveryMain(shoutstreamer* s) {
   Phase phase = Phase::Connecting;
   int state = SHOUTSTREAMER_STATE_ENDED;
   changeState(s, state, SHOUTSTREAMER_STATE_CONNECTING);
+  // While refilling after an underrun: when the refill is reported as
+  // buffering, unless it has ended by then.
+  std::optional<Clock::time_point> reportRefillAt;
   bool done = false;
   while (!done) {
-    Event event = s->buffer->next(phase);
+    Event event = reportRefillAt ? s->buffer->next(phase, *reportRefillAt) : s->buffer->next(phase);
     switch (event.kind) {
       case Event::Closed: done = true; break;
       case Event::Title:
@@ -265,7 +268,12 @@ void deliveryMain(shoutstreamer* s) {
         break;
       case Event::StartPlaying:
         phase = Phase::Playing;
+        reportRefillAt.reset();
         changeState(s, state, SHOUTSTREAMER_STATE_PLAYING);
+        break;
+      case Event::TimedOut:
+        reportRefillAt.reset();
+        changeState(s, state, SHOUTSTREAMER_STATE_BUFFERING);
         break;
       case Event::Audio:
         if (s->audioCallback) s->audioCallback(s, float(event.sampleRate), event.channels, int32_t(event.frames));
@@ -274,9 +282,11 @@ void deliveryMain(shoutstreamer* s) {
       case Event::Underrun:
         QLDebugLog(QL_LOG_INFO, "shoutstreamer: buffer ran dry, refilling");
         phase = Phase::Buffering;
-        changeState(s, state, SHOUTSTREAMER_STATE_BUFFERING);
+        reportRefillAt = Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                            std::chrono::duration<double>(s->tuning.underrunReportDelay));
         break;
       case Event::Finished:
+        reportRefillAt.reset();
         s->error = event.error;
         changeState(s, state, event.error ? SHOUTSTREAMER_STATE_FAILED : SHOUTSTREAMER_STATE_ENDED);
         done = true;

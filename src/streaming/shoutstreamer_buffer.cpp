@@ -123,7 +123,9 @@ long StreamBuffer::rateAtLocked(uint64_t position, uint64_t* stretchEnd) const {
   return rate;
 }
 
-StreamBuffer::Event StreamBuffer::next(Phase phase) {
+StreamBuffer::Event StreamBuffer::next(Phase phase) { return next(phase, std::chrono::steady_clock::time_point::max()); }
+
+StreamBuffer::Event StreamBuffer::next(Phase phase, std::chrono::steady_clock::time_point deadline) {
   std::unique_lock lock(mutex_);
   while (true) {
     Event event{};
@@ -170,8 +172,14 @@ StreamBuffer::Event StreamBuffer::next(Phase phase) {
     // Only audio enough to start (or a title, the answer, the end) is worth
     // waking for; appendAudio checks that before it notifies.
     readerWaiting_ = true;
-    work_.wait(lock);
+    bool timedOut = deadline == std::chrono::steady_clock::time_point::max()
+                        ? (work_.wait(lock), false)
+                        : work_.wait_until(lock, deadline) == std::cv_status::timeout;
     readerWaiting_ = false;
+    if (timedOut) {
+      event.kind = Event::TimedOut;
+      return event;
+    }
   }
 }
 

@@ -8,6 +8,7 @@
 // the reader blocks until there is something to do. close() releases both.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -38,7 +39,7 @@ class StreamBuffer {
   // Reader side (delivery thread).
   enum class Phase { Connecting, Buffering, Playing };
   struct Event {
-    enum Kind { Title, Connected, StartPlaying, Audio, Underrun, Finished, Closed } kind;
+    enum Kind { Title, Connected, StartPlaying, Audio, Underrun, Finished, Closed, TimedOut } kind;
     std::string title;
     int32_t framesBeforeTitle = 0;  // frames to deliver before the title's audio
     float* channels[2] = {nullptr, nullptr};
@@ -49,8 +50,9 @@ class StreamBuffer {
   // Waits for the next thing to do in this phase: a title; the answer
   // (while connecting); enough audio to start (unless playing); a chunk of
   // audio, an underrun or the end (while playing); the end when the buffer
-  // is empty; closing.
+  // is empty; closing. With a deadline, TimedOut once it has passed.
   Event next(Phase phase);
+  Event next(Phase phase, std::chrono::steady_clock::time_point deadline);
   // The chunk of the last Audio event has been delivered.
   void consumed(size_t frames);
 

@@ -15,6 +15,9 @@ struct ShoutstreamerTuning {
   double reconnectFirstDelay = 0.5;  // pause before the first try; doubled for each next one
   size_t bufferFrames = 72000;       // decoded frames held (1.5 s at 48 kHz; 562 KiB)
   double prebufferSeconds = 0.5;     // audio buffered before playing and after an underrun
+  // An underrun refilled within this time is not reported as buffering: the
+  // output's own queue and device buffer cover it.
+  double underrunReportDelay = 0.1;
   size_t maxCallbackFrames = 2048;   // frames handed to one audio callback at most
   size_t syncSearchBytes = 64 * 1024;  // audio bytes searched for MPEG frames before giving up
 };

@@ -124,6 +124,7 @@ class StreamRecorder {
     }
     return false;
   }
+  bool lastChangeIs(int from, int to) const { return !states_.empty() && states_.back() == std::make_pair(from, to); }
   uint64_t frames_ = 0;
 
  private:
