@@ -230,7 +230,7 @@ StreamConnection::Result StreamConnection::runHeld(Handler& handler) {
         timedOut = true;
         break;
       }
-      end = held.waitForEnd(std::clamp(s.stallTimeout - seconds, 0.001, 1.0));
+      end = held.waitForEnd(std::max(s.stallTimeout - seconds, 0.001));
       if (end != HeldStream::End::None) break;
     }
     held.cancel();
