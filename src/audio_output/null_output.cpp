@@ -1,6 +1,6 @@
 // The "null" outputs: frames go nowhere. Paced, it behaves like a sound card
 // with a buffer of deviceSeconds, playing frames at the sample rate by the
-// monotonic clock (an output thread waits for room just as it would on a
+// monotonic clock (the writer waits for room just as it would on a
 // device); "null:fast" takes everything at once.
 #include "audio_output/output_backend.h"
 
@@ -19,6 +19,12 @@ class NullOutput final : public OutputBackend {
 
   const char* name() const override { return paced_ ? "null" : "null:fast"; }
   bool paced() const override { return paced_; }
+  // Its only wait is the session's interruptible sleep.
+  bool writableByCaller() const override { return true; }
+  bool discardsSamples() const override { return true; }
+  Clock::time_point playedOutAt() const override {
+    return paced_ && clockRunning_ ? std::max(Clock::now(), timeOf(written_)) : Clock::now();
+  }
 
   int open(unsigned rate) override {
     rate_ = rate;

@@ -13,9 +13,11 @@
 // played everything out, the device's own buffer included. More frames after
 // play_done simply start playing again.
 //
-// An unpaced output ("null:fast", "wav:PATH") has no device to wait for, so
-// it gets no thread: play_wait writes to it directly, and what it accepted
-// has been written when it returns. Only paced outputs have a queue.
+// The outputs we implement ourselves ("null", "null:fast", "wav:PATH") get
+// no thread: play_wait writes to them directly (the paced null output
+// sleeps there, interruptibly, while its simulated device is full), and what
+// it accepted has been written when it returns. Sound servers and cards have
+// a queue and an output thread.
 //
 // Stopping and destroying never wait long for a backend: the output thread
 // is given a short grace period, and one stuck in a sound server call is
@@ -83,7 +85,9 @@ void stopLocked(orplayer* player) {
   core.room.notify_all();
   core.work.notify_all();
   if (direct) {
-    // Waits for a write in progress; closing completes a file.
+    // Ends a paced write's sleep, then waits for the write to return;
+    // closing completes a file.
+    player->session->requestStop();
     std::lock_guard lock(player->direct);
     player->directBackend->discard();
     player->directBackend.reset();
@@ -119,21 +123,26 @@ void writeDirect(orplayer* player, uint64_t id, unsigned rate, float** channels,
   };
   if (rate != backend->rate()) {
     backend->drain();
+    if (player->session->stopRequested()) return;
     outputLog(QL_LOG_INFO, "sample rate changes from %u to %u Hz", backend->rate(), rate);
     if (backend->changeRate(rate) != 0) replaceFailed();
   }
-  const float gain = core.gain.load(std::memory_order_relaxed);
-  const float* left = channels[0];
-  const float* right = channels[1] ? channels[1] : channels[0];
   auto& chunk = player->directChunk;
   if (chunk.size() < frames * 2) chunk.resize(frames * 2);
-  for (size_t i = 0; i < frames; ++i) {
-    chunk[2 * i] = left[i] * gain;
-    chunk[2 * i + 1] = right[i] * gain;
+  if (!backend->discardsSamples()) {
+    const float gain = core.gain.load(std::memory_order_relaxed);
+    const float* left = channels[0];
+    const float* right = channels[1] ? channels[1] : channels[0];
+    for (size_t i = 0; i < frames; ++i) {
+      chunk[2 * i] = left[i] * gain;
+      chunk[2 * i + 1] = right[i] * gain;
+    }
   }
   if (backend->write(chunk.data(), frames)) {
     core.framesWritten.fetch_add(frames, std::memory_order_relaxed);
-  } else if (!backend->recover()) {
+    std::lock_guard coreLock(core.mutex);
+    core.directPlayedOutAt = backend->playedOutAt();
+  } else if (!player->session->stopRequested() && !backend->recover()) {
     replaceFailed();
   }
 }
@@ -220,7 +229,7 @@ int orplayer_start(orplayer_t player) {
     core.queueSeconds = queueSeconds;
   }
   core.outputName = name;
-  if (!opened.backend->paced()) {
+  if (opened.backend->writableByCaller()) {
     {
       std::lock_guard lock(player->direct);
       player->directBackend = std::move(opened.backend);
@@ -303,17 +312,10 @@ void orplayer_play_wait(orplayer_t player, float sampleRate, float** channels, i
 void orplayer_play_done(orplayer_t player) {
   if (!player) return;
   PlayerCore& core = *player->core;
-  {
-    std::lock_guard lock(player->direct);
-    if (player->directBackend) {
-      player->directBackend->drain();
-      std::lock_guard coreLock(core.mutex);
-      core.audible = false;
-      return;
-    }
-  }
   std::lock_guard lock(core.mutex);
   if (!core.running) return;
+  // A direct output has played out at directPlayedOutAt (is_playing checks);
+  // a threaded one is drained by its thread.
   core.done = true;
   core.work.notify_one();
 }
@@ -322,6 +324,8 @@ int orplayer_is_playing(orplayer_t player) {
   if (!player) return 0;
   PlayerCore& core = *player->core;
   std::lock_guard lock(core.mutex);
+  if (core.directOutput && core.done && std::chrono::steady_clock::now() >= core.directPlayedOutAt)
+    core.audible = false;
   return core.running && core.audible;
 }
 

@@ -40,6 +40,17 @@ class OutputBackend {
   virtual const char* name() const = 0;
   // Whether writing takes as long as playing (a device, or null).
   virtual bool paced() const = 0;
+  // Whether play_wait may write to it on the caller's thread: writes that
+  // never block, or block only in OutputSession::sleepUntil, which a stop
+  // interrupts. Sound servers and cards, whose calls may block beyond our
+  // reach, get an output thread instead.
+  virtual bool writableByCaller() const { return !paced(); }
+  // Whether it ignores the samples it is given (null): the writer then
+  // skips preparing them.
+  virtual bool discardsSamples() const { return false; }
+  // When everything handed over will have been heard (now, for an unpaced
+  // backend); read by the thread that writes.
+  virtual std::chrono::steady_clock::time_point playedOutAt() const { return std::chrono::steady_clock::now(); }
   // Opens for two channels at `rate`: 0, or an orplayer error code.
   virtual int open(unsigned rate) = 0;
   unsigned rate() const { return rate_; }

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -34,7 +35,9 @@ struct PlayerCore {
   bool audible = false;  // "playing": queued frames not yet heard
   bool done = false;     // play_done: play everything out
   bool closing = false;  // being destroyed
-  bool directOutput = false;  // an unpaced backend that play_wait writes itself
+  bool directOutput = false;  // a backend that play_wait writes itself
+  // Direct output: when what has been written will have been heard.
+  std::chrono::steady_clock::time_point directPlayedOutAt{};
   int writers = 0;       // threads inside play_wait
   unsigned lastRate = kInitialRate;
   double queueSeconds = kShortQueue;
