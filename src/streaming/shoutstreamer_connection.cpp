@@ -89,6 +89,21 @@ struct StreamConnection::Impl {
     return true;
   }
 
+  // The outcome every way of reading shares: cancelled or stopped, timed
+  // out, or an error found on the way. False: the caller decides the rest.
+  bool settle(Result& result, bool timedOut) const {
+    result.headSeen = headDone;
+    if (cancelled || stopped)
+      result.cancelled = true;
+    else if (timedOut)
+      result.error = SHOUTSTREAMER_ERROR_TIMED_OUT;
+    else if (error)
+      result.error = error;
+    else
+      return false;
+    return true;
+  }
+
   bool deliver(std::span<const uint8_t> bytes) {
     if (bytes.empty()) return true;
     int32_t result = handler->body(bytes);
@@ -236,18 +251,11 @@ StreamConnection::Result StreamConnection::runHeld(Handler& handler) {
     held.cancel();
     held.detach();
   }
-  result.headSeen = s.headDone;
-  if (s.cancelled || s.stopped) {
-    result.cancelled = true;
-  } else if (timedOut) {
-    result.error = SHOUTSTREAMER_ERROR_TIMED_OUT;
-  } else if (s.error) {
-    result.error = s.error;
-  } else if (end == HeldStream::End::Failed) {
+  if (s.settle(result, timedOut)) return result;
+  if (end == HeldStream::End::Failed)
     result.error = SHOUTSTREAMER_ERROR_CONNECTION_LOST;
-  } else {
+  else
     result.declaredEnd = s.chunked || held.head().field("content-length") != nullptr;
-  }
   return result;
 }
 
@@ -291,14 +299,8 @@ StreamConnection::Result StreamConnection::run(Handler& handler) {
     int pollMs = int(std::clamp((limit - waited) * 1000.0, 1.0, 1000.0));
     curl_multi_poll(s.multi, nullptr, 0, pollMs, nullptr);
   }
-  result.headSeen = s.headDone;
-  if (s.cancelled || s.stopped) {
-    result.cancelled = true;
-  } else if (timedOut) {
-    result.error = SHOUTSTREAMER_ERROR_TIMED_OUT;
-  } else if (s.error) {
-    result.error = s.error;
-  } else if (code != CURLE_OK) {
+  if (s.settle(result, timedOut)) return result;
+  if (code != CURLE_OK) {
     QLDebugLog(QL_LOG_INFO, "shoutstreamer: %s: %s", s.url.c_str(), curl_easy_strerror(code));
     result.error = shoutstreamerErrorForCurlCode(code);
   } else if (!s.headDone) {
