@@ -68,18 +68,22 @@ struct BVURLConnection::State {
   std::weak_ptr<belvane::detail::URLConnectionDiversion> diversion;
   std::thread worker;
 
+  // Calls fn with the connection and delegate, unless cancelled (on the loop).
+  template <class F>
+  void callDelegate(F&& fn) {
+    if (cancelled) return;
+    auto conn = connection.lock();  // keeps the connection alive during the call
+    BVURLConnectionDelegate* d = delegate.load();
+    if (conn && d) fn(*conn, *d);
+  }
+
   // Runs fn on the loop with the connection and delegate, unless cancelled.
   template <class F>
   void deliver(std::shared_ptr<State> self, F fn) {
     // Weak: a queued call must not keep the state (and its run loop) alive
     // after the connection and its worker are gone.
     loop.perform([weak = std::weak_ptr<State>(self), fn = std::move(fn)]() mutable {
-      auto self = weak.lock();
-      if (!self || self->cancelled) return;
-      auto conn = self->connection.lock();  // keeps the connection alive during the call
-      BVURLConnectionDelegate* delegate = self->delegate.load();
-      if (!conn || !delegate) return;
-      fn(*conn, *delegate);
+      if (auto self = weak.lock()) self->callDelegate(fn);
     });
   }
 };
@@ -138,10 +142,7 @@ BVURLConnectionRef BVURLConnection::start(const BVURLRequest& request, BVURLConn
           s->queuedBytes -= piece.size();
         }
         s->transfer.resume();
-        if (s->cancelled) return;
-        auto conn = s->connection.lock();
-        BVURLConnectionDelegate* delegate = s->delegate.load();
-        if (conn && delegate) delegate->connectionDidReceiveData(*conn, piece);
+        s->callDelegate([&](BVURLConnection& c, BVURLConnectionDelegate& d) { d.connectionDidReceiveData(c, piece); });
       });
     };
     sink.canAccept = [&] {
@@ -175,14 +176,12 @@ BVURLConnectionRef BVURLConnection::start(const BVURLRequest& request, BVURLConn
         s->endQueued = false;
         error = std::move(s->queuedEnd);
       }
-      if (s->cancelled) return;
-      auto conn = s->connection.lock();
-      BVURLConnectionDelegate* delegate = s->delegate.load();
-      if (!conn || !delegate) return;
-      if (error)
-        delegate->connectionDidFailWithError(*conn, error);
-      else
-        delegate->connectionDidFinishLoading(*conn);
+      s->callDelegate([&](BVURLConnection& c, BVURLConnectionDelegate& d) {
+        if (error)
+          d.connectionDidFailWithError(c, error);
+        else
+          d.connectionDidFinishLoading(c);
+      });
     });
   });
   return connection;
