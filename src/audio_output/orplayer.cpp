@@ -44,6 +44,7 @@ using namespace std::chrono_literals;
 using belvane::detail::OutputSession;
 using belvane::detail::outputLog;
 using belvane::detail::PlayerCore;
+using belvane::detail::recoverBackend;
 
 namespace {
 
@@ -114,18 +115,11 @@ void writeDirect(orplayer* player, uint64_t id, unsigned rate, float** channels,
     std::lock_guard coreLock(core.mutex);
     if (!backend || core.session != id || core.closing) return;
   }
-  // A backend that fails is replaced by an unpaced null output.
-  auto replaceFailed = [&] {
-    outputLog(QL_LOG_ERROR, "\"%s\" failed; going on without sound", backend->name());
-    backend = belvane::detail::makeNullOutput(false, 0, player->session);
-    backend->open(rate);
-    core.outputName = backend->name();
-  };
   if (rate != backend->rate()) {
     backend->drain();
     if (player->session->stopRequested()) return;
     outputLog(QL_LOG_INFO, "sample rate changes from %u to %u Hz", backend->rate(), rate);
-    if (backend->changeRate(rate) != 0) replaceFailed();
+    if (backend->changeRate(rate) != 0) recoverBackend(backend, core, 0, player->session);
   }
   auto& chunk = player->directChunk;
   if (chunk.size() < frames * 2) chunk.resize(frames * 2);
@@ -142,8 +136,8 @@ void writeDirect(orplayer* player, uint64_t id, unsigned rate, float** channels,
     core.framesWritten.fetch_add(frames, std::memory_order_relaxed);
     std::lock_guard coreLock(core.mutex);
     core.directPlayedOutAt = backend->playedOutAt();
-  } else if (!player->session->stopRequested() && !backend->recover()) {
-    replaceFailed();
+  } else if (!player->session->stopRequested()) {
+    recoverBackend(backend, core, 0, player->session);
   }
 }
 

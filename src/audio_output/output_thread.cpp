@@ -14,8 +14,8 @@ namespace {
 // A paced output writes this much at a time (a fortieth of a second).
 constexpr unsigned kChunksPerSecond = 40;
 
-// Replaces a failed backend: first by reopening it, then by a null output
-// paced like it, so that the stream keeps its flow control.
+}  // namespace
+
 void recoverBackend(std::unique_ptr<OutputBackend>& backend, PlayerCore& core, double deviceSeconds,
                     const std::shared_ptr<OutputSession>& session) {
   if (backend->recover()) {
@@ -29,8 +29,6 @@ void recoverBackend(std::unique_ptr<OutputBackend>& backend, PlayerCore& core, d
   backend->open(rate);
   core.outputName = backend->name();
 }
-
-}  // namespace
 
 void runOutput(std::shared_ptr<PlayerCore> corePtr, std::shared_ptr<OutputSession> session, uint64_t id,
                std::unique_ptr<OutputBackend> backend, double deviceSeconds) {

@@ -55,6 +55,11 @@ struct PlayerCore {
   std::atomic<const char*> outputName{"none"};
 };
 
+// Replaces a failed backend: first by reopening it, then by a null output
+// paced like it, so that the stream keeps its flow control.
+void recoverBackend(std::unique_ptr<OutputBackend>& backend, PlayerCore& core, double deviceSeconds,
+                    const std::shared_ptr<OutputSession>& session);
+
 // Runs until core.session no longer equals `session`; then discards what the
 // device holds, closes the backend and marks the run's session exited.
 void runOutput(std::shared_ptr<PlayerCore> core, std::shared_ptr<OutputSession> run, uint64_t session,
