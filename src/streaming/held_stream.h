@@ -26,7 +26,7 @@
 
 namespace belvane::detail {
 
-class HeldStream final : public URLConnectionDiversion, public std::enable_shared_from_this<HeldStream> {
+class HeldStream final : public URLConnectionDiversion {
  public:
   // Bytes held before the transfer is paused.
   static constexpr size_t kMaxHeldBytes = 1024 * 1024;
