@@ -51,7 +51,11 @@ class BVRunLoop {
 
   // Watches a descriptor; the callback returns false to stop watching.
   // conditions are GIOCondition bits (G_IO_IN, G_IO_OUT, G_IO_HUP, ...).
-  BVRunLoopSourceRef watchFD(int fd, int conditions, std::function<bool(int conditions)> fn) const;
+  // mayRecurse: the watch stays in the poll set while its callback runs a
+  // nested loop (the callback must guard against re-entry itself), which
+  // spares GLib taking the descriptor out and putting it back each time.
+  BVRunLoopSourceRef watchFD(int fd, int conditions, std::function<bool(int conditions)> fn,
+                             bool mayRecurse = false) const;
   // Calls fn once with the wait status when the child process ends.
   BVRunLoopSourceRef watchChild(int pid, std::function<void(int pid, int waitStatus)> fn) const;
 

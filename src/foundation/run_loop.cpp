@@ -190,8 +190,9 @@ void BVRunLoop::cancelPerforms(const void* target) {
   }
 }
 
-BVRunLoopSourceRef BVRunLoop::watchFD(int fd, int conditions, std::function<bool(int)> fn) const {
+BVRunLoopSourceRef BVRunLoop::watchFD(int fd, int conditions, std::function<bool(int)> fn, bool mayRecurse) const {
   GSource* source = g_unix_fd_source_new(fd, GIOCondition(conditions));
+  if (mayRecurse) g_source_set_can_recurse(source, TRUE);
   g_source_set_callback(source, G_SOURCE_FUNC(runFD), new FDCallback{std::move(fn)},
                         [](gpointer d) { delete static_cast<FDCallback*>(d); });
   g_source_attach(source, context_);

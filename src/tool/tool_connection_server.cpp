@@ -10,7 +10,6 @@
 #include "tool/tool_exception.h"
 
 #include <fcntl.h>
-#include <glib-unix.h>
 #include <glib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -45,37 +44,6 @@ struct ServingScope {
   bool& flag_;
 };
 
-// Watches the input pipe. Unlike a plain fd watch it may recurse: GLib then
-// leaves the descriptor in its poll set while the request is served, instead
-// of taking it out and putting it back (which wakes the loop through its
-// eventfd, two extra system calls per request). serverInputReadable() guards
-// against a nested dispatch itself.
-class InputWatch final : public BVRunLoopSource {
- public:
-  InputWatch(GMainContext* context, int fd, std::function<void()> readable) : readable_(std::move(readable)) {
-    source_ = g_unix_fd_source_new(fd, G_IO_IN);
-    g_source_set_can_recurse(source_, TRUE);
-    g_source_set_callback(source_, G_SOURCE_FUNC(&InputWatch::dispatch), this, nullptr);
-    g_source_attach(source_, context);
-  }
-  ~InputWatch() override {
-    cancel();
-    g_source_unref(source_);
-  }
-  void cancel() override {
-    if (!g_source_is_destroyed(source_)) g_source_destroy(source_);
-  }
-  bool isActive() const override { return !g_source_is_destroyed(source_); }
-
- private:
-  static gboolean dispatch(gint, GIOCondition, gpointer self) {
-    static_cast<InputWatch*>(self)->readable_();
-    return G_SOURCE_CONTINUE;
-  }
-  GSource* source_;
-  std::function<void()> readable_;
-};
-
 }  // namespace
 
 BVErrorRef BVToolConnection::configureAsServer() {
@@ -93,7 +61,17 @@ BVErrorRef BVToolConnection::configureAsServer() {
     return BVError::withDescription(BVBelvaneErrorDomain, 5602,
                                     std::string("The player tool's pipes could not be made: ") + std::strerror(errno));
   }
-  inputWatch_ = std::make_shared<InputWatch>(BVRunLoop::current().context(), input_, [this] { serverInputReadable(); });
+  // The watch may recurse: it then stays in the loop's poll set while a
+  // request is served, instead of being taken out and put back (which wakes
+  // the loop through its eventfd, two extra system calls per request).
+  // serverInputReadable() guards against a nested dispatch itself.
+  inputWatch_ = BVRunLoop::current().watchFD(
+      input_, G_IO_IN,
+      [this](int) {
+        serverInputReadable();
+        return true;
+      },
+      true);
   return nullptr;
 }
 
