@@ -5,6 +5,7 @@
 
 #include "audio_output/output_log.h"
 #include "audio_output/player_core.h"
+#include "foundation/thread_name.h"
 
 using namespace std::chrono_literals;
 
@@ -32,6 +33,7 @@ void recoverBackend(std::unique_ptr<OutputBackend>& backend, PlayerCore& core, d
 
 void runOutput(std::shared_ptr<PlayerCore> corePtr, std::shared_ptr<OutputSession> session, uint64_t id,
                std::unique_ptr<OutputBackend> backend, double deviceSeconds) {
+  nameThisThread("bv-audio-out");
   PlayerCore& core = *corePtr;
   std::vector<float> chunk;
   std::unique_lock lock(core.mutex);

@@ -3,6 +3,7 @@
 #include <belvane/BVURLConnection.h>
 
 #include "foundation/curl_transfer.h"
+#include "foundation/thread_name.h"
 #include "foundation/url_connection_diversion.h"
 
 #include <glib.h>
@@ -96,6 +97,7 @@ BVURLConnectionRef BVURLConnection::start(const BVURLRequest& request, BVURLConn
   auto connection = std::make_shared<BVURLConnection>(state);
   state->connection = connection;
   state->worker = std::thread([state] {
+    belvane::detail::nameThisThread("bv-transfer");
     belvane::detail::TransferSink sink;
     sink.onResponse = [&](const BVURLResponse& response, bool redirect, const std::optional<BVURL>& location) {
       if (redirect) {

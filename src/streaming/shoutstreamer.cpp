@@ -3,6 +3,7 @@
 #include "streaming/shoutstreamer.h"
 
 #include "foundation/text_encoding.h"
+#include "foundation/thread_name.h"
 #include "streaming/QLDebug.h"
 #include "streaming/held_stream.h"
 #include "streaming/shoutstreamer_buffer.h"
@@ -197,6 +198,7 @@ std::optional<ConnectionOutcome> reconnect(shoutstreamer& s, int32_t* error) {
 }
 
 void networkMain(shoutstreamer* s) {
+  belvane::detail::nameThisThread("bv-stream-net");
   ConnectionOutcome outcome = connectOnce(*s, s->tuning.connectTimeout);
   while (!outcome.result.cancelled && !stopping(*s)) {
     const auto& result = outcome.result;
@@ -240,6 +242,7 @@ void changeState(shoutstreamer* s, int& state, int newState) {
 void deliveryMain(shoutstreamer* s) {
   using Phase = StreamBuffer::Phase;
   using Event = StreamBuffer::Event;
+  belvane::detail::nameThisThread("bv-stream-play");
   tDeliveringFor = s;
   {
     // No callback before start has stored the thread objects: a callback
