@@ -187,9 +187,14 @@ TEST(OrplayerTest, StopAndDestroyReleaseABlockedWriter) {
   for (bool destroy : {false, true}) {
     orplayer_t player = makePlayer("null");
     ASSERT_EQ(0, orplayer_start(player));
-    // One call with a minute of audio: it blocks until the player lets it go.
-    std::thread writer([player] { playRamp(player, 8000, 8000 * 60, 8000 * 60); });
+    // A short block that is taken at once, then one call with a minute of
+    // audio: it blocks until the player lets it go.
+    std::thread writer([player] {
+      playRamp(player, 8000, 400);
+      playRamp(player, 8000, 8000 * 60, 8000 * 60);
+    });
     while (orplayer_frames_written(player) == 0) std::this_thread::sleep_for(5ms);
+    std::this_thread::sleep_for(50ms);
     auto start = Clock::now();
     if (destroy) {
       orplayer_destroy(player);
