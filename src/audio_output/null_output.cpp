@@ -45,11 +45,11 @@ class NullOutput final : public OutputBackend {
     // Room for these frames once all but deviceSeconds of them have played.
     Clock::time_point accepted = timeOf(written_ + frames) - toDuration(deviceSeconds_);
     if (accepted > now) {
-      // Full: sleep until half the buffer has played (longer if these frames
-      // need more room), so that the thread wakes once per half buffer
-      // rather than once per write.
-      Clock::time_point halfPlayed = timeOf(written_) - toDuration(deviceSeconds_ / 2);
-      if (!session_->sleepUntil(std::max(accepted, halfPlayed))) return false;
+      // Full: sleep until a fifth of the buffer is left (longer if these
+      // frames need more room), so that the thread wakes once per few
+      // writes rather than once per write.
+      Clock::time_point mostlyPlayed = timeOf(written_) - toDuration(deviceSeconds_ / 5);
+      if (!session_->sleepUntil(std::max(accepted, mostlyPlayed))) return false;
     }
     written_ += frames;
     return true;
