@@ -6,7 +6,8 @@
 // same bytes in a file. The programme is a minute of pink noise under a
 // sweeping tone, looped to the length wanted.
 //
-//   bench_streaming_decode [--benchmark_repetitions=3]
+//   bench_streaming_decode [--benchmark_repetitions=5 --benchmark_enable_random_interleaving=true]
+//   (interleaved, a drift of the machine's speed does not favour either side)
 //   BELVANE_BENCH_STREAM_SECONDS=600 bench_streaming_decode   (shorter run)
 #include "streaming_bench_support.h"
 
