@@ -42,14 +42,19 @@ void onTitle(shoutstreamer_t, const char*, int32_t, int32_t) {}
 struct Setup {
   std::unique_ptr<belvane::test::IcecastServer> ice;
   std::string url;
-  std::vector<double> audio, playing, serverFirstAudio;
+  std::vector<double> audio, playing, serverHead, serverFirstByte, serverFirstAudio;
 };
 Setup* setup = nullptr;
 
-// The floor set by the server: ms from connecting with a plain socket to
-// holding the reply head and 8000 bytes of audio (half a second at
-// 128 kbit/s, what the streamer buffers before playing); -1 on failure.
-double serverHalfSecondMs(const std::string& url) {
+// The floor set by the server, in ms from connecting with a plain socket:
+// to the whole reply head, to the first audio byte, and to holding 8000
+// bytes of audio (half a second at 128 kbit/s, what the streamer buffers
+// before playing); -1 where it did not come.
+struct ServerTimes {
+  double head = -1, firstByte = -1, halfSecond = -1;
+};
+
+ServerTimes serverTimes(const std::string& url) {
   int port = std::stoi(url.substr(url.rfind(':') + 1));
   std::string path = url.substr(url.find('/', url.rfind(':')));
   double t0 = wallSeconds();
@@ -59,7 +64,7 @@ double serverHalfSecondMs(const std::string& url) {
   a.sin_port = htons(uint16_t(port));
   a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   std::string request = "GET " + path + " HTTP/1.0\r\nIcy-MetaData: 1\r\n\r\n";
-  double ms = -1;
+  ServerTimes times;
   if (connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0 &&
       send(fd, request.data(), request.size(), MSG_NOSIGNAL) == ssize_t(request.size())) {
     std::string got;
@@ -67,15 +72,20 @@ double serverHalfSecondMs(const std::string& url) {
     size_t head = std::string::npos;
     for (ssize_t n; (n = recv(fd, buf, sizeof buf, 0)) > 0;) {
       got.append(buf, size_t(n));
-      if (head == std::string::npos) head = got.find("\r\n\r\n");
+      if (head == std::string::npos) {
+        head = got.find("\r\n\r\n");
+        if (head != std::string::npos) times.head = 1000 * (wallSeconds() - t0);
+      }
+      if (head != std::string::npos && times.firstByte < 0 && got.size() > head + 4)
+        times.firstByte = 1000 * (wallSeconds() - t0);
       if (head != std::string::npos && got.size() >= head + 4 + 8000) {
-        ms = 1000 * (wallSeconds() - t0);
+        times.halfSecond = 1000 * (wallSeconds() - t0);
         break;
       }
     }
   }
   close(fd);
-  return ms;
+  return times;
 }
 
 void BM_ShoutstreamerStartOnIcecast(benchmark::State& state) {
@@ -98,8 +108,10 @@ void BM_ShoutstreamerStartOnIcecast(benchmark::State& state) {
       }
       setup->audio.push_back(1000 * (probe.firstAudio - t0));
       if (probe.playing > 0) setup->playing.push_back(1000 * (probe.playing - t0));
-      double floor = serverHalfSecondMs(setup->url);
-      if (floor >= 0) setup->serverFirstAudio.push_back(floor);
+      ServerTimes floor = serverTimes(setup->url);
+      if (floor.head >= 0) setup->serverHead.push_back(floor.head);
+      if (floor.firstByte >= 0) setup->serverFirstByte.push_back(floor.firstByte);
+      if (floor.halfSecond >= 0) setup->serverFirstAudio.push_back(floor.halfSecond);
     }
     auto a = spread(setup->audio);
     state.SetIterationTime(a.median / 1000);
@@ -125,7 +137,9 @@ int main(int argc, char** argv) {
   std::printf("\nshoutstreamer_start on Icecast 2, %zu starts (ms, min / median / max):\n", a.count);
   std::printf("  to the first audio callback  %.1f / %.1f / %.1f  (goal <= 150)\n", a.min, a.median, a.max);
   std::printf("  to the playing state         %.1f / %.1f / %.1f\n", p.min, p.median, p.max);
-  auto f = spread(s.serverFirstAudio);
+  auto h = spread(s.serverHead), b = spread(s.serverFirstByte), f = spread(s.serverFirstAudio);
+  std::printf("  plain socket: reply head from Icecast                %.1f / %.1f / %.1f\n", h.min, h.median, h.max);
+  std::printf("  plain socket: first audio byte                       %.1f / %.1f / %.1f\n", b.min, b.median, b.max);
   std::printf("  plain socket: head + 8000 audio bytes from Icecast  %.1f / %.1f / %.1f\n", f.min, f.median,
               f.max);
   std::printf("  load average: %s\n", loadAverage().c_str());
