@@ -129,11 +129,6 @@ void BM_PlaybinStart(benchmark::State& state) {
 BENCHMARK(BM_MasterPlayerStart)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_PlaybinStart)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
 
-void print(const char* what, const std::vector<double>& v) {
-  auto s = spread(v);
-  std::printf("  %-40s %6.1f / %6.1f / %6.1f  (%zu)\n", what, s.min, s.median, s.max, s.count);
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -147,10 +142,10 @@ int main(int argc, char** argv) {
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   std::printf("\nStart on an Icecast 2 mount (ms, min / median / max):\n");
-  print("master player: playLink -> Playing", s.oursPlaying);
-  print("master player: playLink -> first frame", s.oursFrame);
-  print("playbin: PLAYING requested -> PLAYING", s.gstPlaying);
-  print("playbin: PLAYING requested -> 1st buffer", s.gstBuffer);
+  printSpread("master player: playLink -> Playing", s.oursPlaying);
+  printSpread("master player: playLink -> first frame", s.oursFrame);
+  printSpread("playbin: PLAYING requested -> PLAYING", s.gstPlaying);
+  printSpread("playbin: PLAYING requested -> 1st buffer", s.gstBuffer);
   std::printf("  goal <= 200 ms; load average: %s\n", loadAverage().c_str());
   return 0;
 }

@@ -94,6 +94,12 @@ inline Spread spread(std::vector<double> v) {
   return s;
 }
 
+// One line "  what   min / median / max  (count)" of a sample.
+inline void printSpread(const char* what, const std::vector<double>& v) {
+  auto s = spread(v);
+  std::printf("  %-44s %6.1f / %6.1f / %6.1f  (%zu)\n", what, s.min, s.median, s.max, s.count);
+}
+
 // Runs argv to completion; its CPU seconds (user + system), or -1 on failure.
 inline double childCPUSeconds(const std::vector<std::string>& argv) {
   pid_t pid = fork();

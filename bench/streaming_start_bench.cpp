@@ -133,15 +133,12 @@ int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
-  auto a = spread(s.audio), p = spread(s.playing);
-  std::printf("\nshoutstreamer_start on Icecast 2, %zu starts (ms, min / median / max):\n", a.count);
-  std::printf("  to the first audio callback  %.1f / %.1f / %.1f  (goal <= 150)\n", a.min, a.median, a.max);
-  std::printf("  to the playing state         %.1f / %.1f / %.1f\n", p.min, p.median, p.max);
-  auto h = spread(s.serverHead), b = spread(s.serverFirstByte), f = spread(s.serverFirstAudio);
-  std::printf("  plain socket: reply head from Icecast                %.1f / %.1f / %.1f\n", h.min, h.median, h.max);
-  std::printf("  plain socket: first audio byte                       %.1f / %.1f / %.1f\n", b.min, b.median, b.max);
-  std::printf("  plain socket: head + 8000 audio bytes from Icecast  %.1f / %.1f / %.1f\n", f.min, f.median,
-              f.max);
+  std::printf("\nshoutstreamer_start on Icecast 2 (ms, min / median / max; goal <= 150 to the first audio):\n");
+  printSpread("to the first audio callback", s.audio);
+  printSpread("to the playing state", s.playing);
+  printSpread("plain socket: reply head from Icecast", s.serverHead);
+  printSpread("plain socket: first audio byte", s.serverFirstByte);
+  printSpread("plain socket: head + 8000 audio bytes", s.serverFirstAudio);
   std::printf("  load average: %s\n", loadAverage().c_str());
   return 0;
 }
