@@ -40,13 +40,13 @@ class BVMP3StreamPlayer : public BVBasePlayer {
   // empty once a stream has started.
   std::vector<BVURL> fallbackStreams() const;
 
-  // Linux additions: the audio output for the next playLink ("auto",
-  // "pulse", "alsa", "null", "null:fast", "wav:PATH"; 0 when understood),
-  // the frames the output has written so far, and the output opened by
-  // playLink ("pulse", "alsa", "null", "null:fast", "wav"; "none" before).
-  int setAudioOutput(const std::string& setting);
-  uint64_t outputFramesWritten() const;
-  std::string audioOutputName() const;
+  // Linux additions: the audio output (see BVBasePlayer), and the MIME type
+  // the tuner gave each fallback stream (empty where it gave none), in the
+  // order of fallbackStreams.
+  int setAudioOutput(const std::string& setting) override;
+  uint64_t outputFramesWritten() const override;
+  std::string audioOutputName() const override;
+  std::vector<std::string> fallbackStreamTypes() const;
 
   std::string className() const override { return "BVMP3StreamPlayer"; }
 
@@ -80,4 +80,5 @@ class BVMP3StreamPlayer : public BVBasePlayer {
   std::shared_ptr<QLStreamTuner> _streamTuner;
   std::shared_ptr<const std::string> _currentTitle;
   std::optional<std::vector<BVURL>> _fallbackStreams;
+  std::vector<std::string> fallbackTypes_;
 };

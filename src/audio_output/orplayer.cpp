@@ -26,12 +26,14 @@
 #include "audio_output/orplayer.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -49,6 +51,9 @@ using belvane::detail::recoverBackend;
 namespace {
 
 constexpr float kMaxRate = 768000;
+// The name of the silent output the automatic choice ends on when the
+// machine has no sound server and no sound card.
+constexpr const char* kSilentFallbackName = "null (no sound output found)";
 // How long a stop waits for the output thread before leaving it behind.
 constexpr auto kStopGrace = 2s;
 
@@ -211,6 +216,13 @@ int orplayer_start(orplayer_t player) {
     return opened.error;
   }
   const char* name = opened.backend->name();
+  if (setting->kind == belvane::detail::OutputSpec::Kind::Auto && std::string_view(name) == "null") {
+    // Nothing to hear: say so where the host reads the output's name, and
+    // once in the log.
+    name = kSilentFallbackName;
+    static std::atomic<bool> told{false};
+    if (!told.exchange(true)) outputLog(QL_LOG_WARNING, "no sound server or sound card: playing silently");
+  }
 
   uint64_t id;
   {
@@ -223,6 +235,7 @@ int orplayer_start(orplayer_t player) {
     core.queueSeconds = queueSeconds;
   }
   core.outputName = name;
+  core.realTime = opened.backend->paced();
   if (opened.backend->writableByCaller()) {
     {
       std::lock_guard lock(player->direct);
@@ -353,6 +366,8 @@ void orplayer_destroy(orplayer_t player) {
 }
 
 const char* orplayer_output_name(orplayer_t player) { return player ? player->core->outputName.load() : "none"; }
+
+int orplayer_is_real_time(orplayer_t player) { return player ? player->core->realTime.load() : 0; }
 
 uint64_t orplayer_frames_written(orplayer_t player) { return player ? player->core->framesWritten.load() : 0; }
 

@@ -82,8 +82,12 @@ void orplayer_destroy(orplayer_t player);
 int orplayer_set_output(orplayer_t player, const char* setting);
 // The output actually opened ("pulse", "alsa", "null", "null:fast", "wav"),
 // valid after a start ("none" before). A failing device is replaced by a
-// silent null output, and the name says so.
+// silent null output, and the name says so; "auto" on a machine without a
+// sound server or card ends on "null (no sound output found)", logged once.
 const char* orplayer_output_name(orplayer_t player);
+// Whether the output opened plays in real time (a device, or "null"), as
+// opposed to taking frames as fast as they come ("null:fast", "wav:PATH").
+int orplayer_is_real_time(orplayer_t player);
 // Frames handed to the output device or file so far, over all starts.
 uint64_t orplayer_frames_written(orplayer_t player);
 // A listener-readable text for an error code (static; never NULL).

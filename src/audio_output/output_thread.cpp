@@ -29,6 +29,7 @@ void recoverBackend(std::unique_ptr<OutputBackend>& backend, PlayerCore& core, d
   backend = makeNullOutput(paced, deviceSeconds, session);
   backend->open(rate);
   core.outputName = backend->name();
+  core.realTime = backend->paced();
 }
 
 void runOutput(std::shared_ptr<PlayerCore> corePtr, std::shared_ptr<OutputSession> session, uint64_t id,

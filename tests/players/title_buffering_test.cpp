@@ -19,7 +19,7 @@ struct Harness {
   Harness() {
     player->setOwner(&owner);
     delegate->setOwner(player.get());
-    delegate->setAudioOutput("null:fast");
+    delegate->audio()->setOutput("null:fast");
     EXPECT_EQ(delegate->startAudioPlayer(), 0);
   }
   ~Harness() { delegate->setOwner(nullptr); }

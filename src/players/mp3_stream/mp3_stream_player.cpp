@@ -128,9 +128,17 @@ std::vector<BVURL> BVMP3StreamPlayer::fallbackStreams() const {
   return _fallbackStreams ? *_fallbackStreams : std::vector<BVURL>{};
 }
 
-int BVMP3StreamPlayer::setAudioOutput(const std::string& setting) { return _shoutstreamerDelegate->setAudioOutput(setting); }
-uint64_t BVMP3StreamPlayer::outputFramesWritten() const { return _shoutstreamerDelegate->framesWritten(); }
-std::string BVMP3StreamPlayer::audioOutputName() const { return _shoutstreamerDelegate->outputName(); }
+int BVMP3StreamPlayer::setAudioOutput(const std::string& setting) {
+  int result = _shoutstreamerDelegate->audio()->setOutput(setting);
+  if (result == 0) BVBasePlayer::setAudioOutput(setting);
+  return result;
+}
+uint64_t BVMP3StreamPlayer::outputFramesWritten() const { return _shoutstreamerDelegate->audio()->framesWritten(); }
+std::string BVMP3StreamPlayer::audioOutputName() const { return _shoutstreamerDelegate->audio()->outputName(); }
+
+std::vector<std::string> BVMP3StreamPlayer::fallbackStreamTypes() const {
+  return _fallbackStreams ? fallbackTypes_ : std::vector<std::string>{};
+}
 
 // ---- tuner delegate ------------------------------------------------------------
 
@@ -142,7 +150,10 @@ bool BVMP3StreamPlayer::streamTunerShouldTuneStream(QLStreamTuner&, const BVURL&
     if (playableMediaTypes().count(QLStreamTuner::trimParametersFromMimeType(*mimeType))) return true;
     if (playablePathExtensions().count(asciiLower(pathExtension(url)))) return true;
   }
-  if (_fallbackStreams) _fallbackStreams->push_back(url);
+  if (_fallbackStreams) {
+    _fallbackStreams->push_back(url);
+    fallbackTypes_.push_back(mimeType ? QLStreamTuner::trimParametersFromMimeType(*mimeType) : std::string());
+  }
   return false;
 }
 
@@ -172,6 +183,7 @@ void BVMP3StreamPlayer::streamTunerDidFindStreamURL(QLStreamTuner&, const BVURL&
     return;
   }
   _fallbackStreams.reset();
+  fallbackTypes_.clear();
 }
 
 void BVMP3StreamPlayer::streamTunerDidFailWithError(QLStreamTuner&, const BVErrorRef& error) {

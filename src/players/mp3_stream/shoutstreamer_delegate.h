@@ -9,24 +9,21 @@
 
 #include <belvane/BVRunLoop.h>
 
-#include <atomic>
-#include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 
-#include "audio_output/orplayer.h"
+#include "players/audio_delivery.h"
 #include "streaming/shoutstreamer.h"
 
 class BVMP3StreamPlayer;
 
-class BVShoutstreamerDelegate : public std::enable_shared_from_this<BVShoutstreamerDelegate> {
+class BVShoutstreamerDelegate : public std::enable_shared_from_this<BVShoutstreamerDelegate>,
+                                private belvane::detail::AudioDeliveryClient {
  public:
   static std::shared_ptr<BVShoutstreamerDelegate> create();
-  ~BVShoutstreamerDelegate();
+  ~BVShoutstreamerDelegate() override;
   BVShoutstreamerDelegate(const BVShoutstreamerDelegate&) = delete;
   BVShoutstreamerDelegate& operator=(const BVShoutstreamerDelegate&) = delete;
 
@@ -39,22 +36,26 @@ class BVShoutstreamerDelegate : public std::enable_shared_from_this<BVShoutstrea
   int startAudioPlayer();
   void askAudioPlayerToStop();
   void checkPlayerDone(BVTimer& timer);
+  // Linux addition: stops the output at once, dropping what is queued, and
+  // forgets a drain in progress (the player moves on to another link).
+  void stopAudioPlayerNow();
 
-  void setVolume(float volume);
-  float volume() const;
-  void setMuted(bool muted);
-  bool isMuted() const { return _unmutedVolume >= 0; }
+  void setVolume(float volume) { _audio->setVolume(volume); }
+  float volume() const { return _audio->volume(); }
+  void setMuted(bool muted) { _audio->setMuted(muted); }
+  bool isMuted() const { return _audio->isMuted(); }
 
-  // Linux additions: the output to open at the next start ("auto", "pulse",
-  // "alsa", "null", "null:fast", "wav:PATH"), and what it has written.
-  int setAudioOutput(const std::string& setting);
-  uint64_t framesWritten() const;
-  const char* outputName() const;
+  // Linux additions: the output to open at the next start, and what it has written.
+  const std::shared_ptr<belvane::detail::AudioDelivery>& audio() const { return _audio; }
 
   // Called from the streaming library's delivery thread.
   void shoutstreamerChangedState(int oldState, int newState, int32_t errorCode);
-  void shoutstreamerDidProvideAudio(float sampleRate, float** data, int32_t frames);
-  void shoutstreamerDidProvideTitle(const std::string& title, int32_t framesBuffered);
+  void shoutstreamerDidProvideAudio(float sampleRate, float** data, int32_t frames) {
+    _audio->write(sampleRate, data, frames);
+  }
+  void shoutstreamerDidProvideTitle(const std::string& title, int32_t framesBuffered) {
+    _audio->title(title, framesBuffered);
+  }
   // On the run loop: hands a due title to the owner.
   void shoutstreamerDidProvideTitle(const std::shared_ptr<const std::string>& title);
 
@@ -66,29 +67,15 @@ class BVShoutstreamerDelegate : public std::enable_shared_from_this<BVShoutstrea
 
  private:
   BVShoutstreamerDelegate();
-  struct PendingTitle {
-    std::string title;
-    int32_t framesBuffered;
-  };
-  void announceTitle(std::string title, bool waitForAnnouncement);
-  void writeAudio(float sampleRate, float** data, int32_t from, int32_t count);
-  void waitUntilWritten();
+  void audioDeliveryTitleDue(const std::shared_ptr<const std::string>& title) override {
+    shoutstreamerDidProvideTitle(title);
+  }
   void performOnRunLoop(std::function<void(BVShoutstreamerDelegate&)> fn);
 
-  orplayer_t _orplayer = nullptr;
+  std::shared_ptr<belvane::detail::AudioDelivery> _audio;
   BVTimerRef _checkPlayerDoneTimer;
-  std::deque<PendingTitle> _bufferedTitles;  // delivery thread only
-  int32_t _framesBuffered = 0;               // delivery thread only
-  uint64_t framesQueued_ = 0;                // delivery thread only
-  float lastSampleRate_ = 44100;             // of the last write; delivery thread only
-  std::mutex ackMutex_;
-  std::condition_variable ackCondition_;
-  uint64_t titlesSent_ = 0, titlesAnnounced_ = 0;
-  std::atomic<bool> interrupted_{false};
   mutable std::mutex ownerMutex_;
   BVMP3StreamPlayer* _owner = nullptr;
-  float _unmutedVolume = -1.0f;
   mutable std::mutex loopMutex_;
   BVRunLoop loop_;
-  std::thread::id loopThread_ = std::this_thread::get_id();
 };

@@ -1,0 +1,244 @@
+// AudioDelivery: writing, title timing by frames, and gain (see audio_delivery.h).
+#include "players/audio_delivery.h"
+
+#include <belvane/BVKitOwner.h>
+
+#include <algorithm>
+#include <chrono>
+
+namespace belvane::detail {
+namespace {
+// How long the decoding thread lets the run loop take a due title before it
+// writes on. A real-time device still holds more than this when a title
+// falls due (its buffer is full then), so waiting costs no audio; a run loop
+// that is free takes the title well within it, and the title then lands
+// exactly on its first frame. An output that is not real-time (a file) can
+// afford to wait longer.
+constexpr auto kTitleHandOffWait = std::chrono::milliseconds(40);
+constexpr auto kTitleHandOffWaitOffline = std::chrono::seconds(2);
+// The longest wait for the device to take what was queued before a title.
+constexpr auto kWrittenWait = std::chrono::seconds(2);
+}  // namespace
+
+std::shared_ptr<AudioDelivery> AudioDelivery::create() { return std::shared_ptr<AudioDelivery>(new AudioDelivery()); }
+
+AudioDelivery::AudioDelivery() : loop_(BVRunLoop::current()) {
+  output_ = orplayer_create();
+  orplayer_options_t options{};
+  options.flags = ORPLAYER_OPTION_LOW_LATENCY;
+  orplayer_set_options(output_, &options);
+}
+
+AudioDelivery::~AudioDelivery() {
+  setClient(nullptr);
+  orplayer_destroy(output_);
+}
+
+void AudioDelivery::setClient(AudioDeliveryClient* client) {
+  std::lock_guard lock(clientMutex_);
+  client_ = client;
+}
+
+AudioDeliveryClient* AudioDelivery::client() const {
+  std::lock_guard lock(clientMutex_);
+  return client_;
+}
+
+void AudioDelivery::useCurrentRunLoop() {
+  std::lock_guard lock(clientMutex_);
+  loop_ = BVRunLoop::current();
+  loopThread_ = std::this_thread::get_id();
+}
+
+int AudioDelivery::setOutput(const std::string& setting) {
+  int result = orplayer_set_output(output_, setting.empty() ? nullptr : setting.c_str());
+  if (result == 0) {
+    std::lock_guard lock(clientMutex_);
+    outputSetting_ = setting;
+  }
+  return result;
+}
+
+std::string AudioDelivery::outputSetting() const {
+  std::lock_guard lock(clientMutex_);
+  return outputSetting_;
+}
+
+const char* AudioDelivery::outputName() const { return orplayer_output_name(output_); }
+uint64_t AudioDelivery::framesWritten() const { return orplayer_frames_written(output_); }
+
+int AudioDelivery::start() {
+  interrupted_ = false;
+  // What an earlier run queued but dropped was never written: once nothing
+  // is playing, count from what the output has taken.
+  if (!orplayer_is_playing(output_)) framesQueued_ = orplayer_frames_written(output_);
+  return orplayer_start(output_);
+}
+
+void AudioDelivery::stop() { orplayer_stop(output_); }
+bool AudioDelivery::isPlaying() const { return orplayer_is_playing(output_); }
+void AudioDelivery::playDone() { orplayer_play_done(output_); }
+
+void AudioDelivery::interrupt() {
+  {
+    std::lock_guard lock(ackMutex_);
+    interrupted_ = true;
+    ackCondition_.notify_all();
+  }
+  orplayer_stop(output_);
+}
+
+// ---- volume and mute: muting remembers the gain to restore ----------------------
+
+void AudioDelivery::setVolume(float volume) {
+  if (volume < 0) return;
+  if (isMuted())
+    unmutedVolume_ = volume;
+  else
+    orplayer_set_gain(output_, volume);
+}
+
+float AudioDelivery::volume() const { return isMuted() ? unmutedVolume_ : orplayer_get_gain(output_); }
+
+bool AudioDelivery::isMuted() const { return unmutedVolume_ >= 0; }
+
+void AudioDelivery::setMuted(bool muted) {
+  if (muted) {
+    if (isMuted()) return;
+    unmutedVolume_ = orplayer_get_gain(output_);
+    if (unmutedVolume_ > 0) orplayer_set_gain(output_, 0.0f);
+  } else {
+    if (!isMuted()) return;
+    orplayer_set_gain(output_, unmutedVolume_);
+    unmutedVolume_ = -1.0f;
+  }
+}
+
+// ---- decoding thread ---------------------------------------------------------------
+
+// Hands a due title to the run loop, and gives the loop a moment to announce
+// it before more audio is written (see kTitleHandOffWait).
+void AudioDelivery::announce(std::string title) {
+  auto shared = std::make_shared<const std::string>(std::move(title));
+  uint64_t ticket;
+  {
+    std::lock_guard lock(ackMutex_);
+    ticket = ++titlesSent_;
+  }
+  std::weak_ptr<AudioDelivery> weak = weak_from_this();
+  bool onLoopThread;
+  {
+    std::lock_guard lock(clientMutex_);
+    onLoopThread = loopThread_ == std::this_thread::get_id();
+    loop_.perform([weak, shared, ticket] {
+      auto self = weak.lock();
+      if (!self) return;
+      if (auto* c = self->client()) c->audioDeliveryTitleDue(shared);
+      std::lock_guard lock(self->ackMutex_);
+      self->titlesAnnounced_ = std::max(self->titlesAnnounced_, ticket);
+      self->ackCondition_.notify_all();
+    });
+  }
+  if (onLoopThread) return;  // waiting would only time out
+  std::unique_lock lock(ackMutex_);
+  auto wait = orplayer_is_real_time(output_) ? std::chrono::duration_cast<std::chrono::milliseconds>(kTitleHandOffWait)
+                                             : std::chrono::duration_cast<std::chrono::milliseconds>(kTitleHandOffWaitOffline);
+  ackCondition_.wait_for(lock, wait, [&] { return interrupted_ || titlesAnnounced_ >= ticket; });
+}
+
+void AudioDelivery::title(const std::string& title, int32_t framesBuffered) {
+  if (framesBuffered < 0) return;
+  if (framesBuffered == 0) {
+    // Its audio comes next: announce it once what was written has been taken.
+    waitUntilWritten();
+    announce(title);
+    return;
+  }
+  if (!pending_.empty()) {
+    // The frames still to be written before the last pending title: the
+    // countdown to the first, plus the spacing of those after it. Entries
+    // after the first hold their distance from the title before them.
+    int64_t ahead = framesBuffered_;
+    for (size_t i = 1; i < pending_.size(); ++i) ahead += pending_[i].framesBuffered;
+    if (framesBuffered <= ahead) {
+      BVLog("Stream player was given title '%s' to buffer for %i frames but is already buffering for %i frames.",
+            title.c_str(), int(framesBuffered), int(ahead));
+      return;
+    }
+    framesBuffered -= int32_t(ahead);
+  } else {
+    framesBuffered_ = framesBuffered;
+  }
+  pending_.push_back({title, framesBuffered});
+}
+
+void AudioDelivery::playOut() {
+  orplayer_play_done(output_);
+  // Bounded: the queue and the device hold a fraction of a second.
+  auto deadline = std::chrono::steady_clock::now() + kWrittenWait;
+  while (!interrupted_ && orplayer_is_playing(output_) && std::chrono::steady_clock::now() < deadline)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+}
+
+void AudioDelivery::forgetPendingTitles() {
+  pending_.clear();
+  framesBuffered_ = 0;
+}
+
+void AudioDelivery::write(float sampleRate, float** channels, int32_t frames) {
+  if (framesBuffered_ == 0 || frames < 0 || framesBuffered_ - frames > 0) {
+    writeRange(sampleRate, channels, 0, frames);
+    if (framesBuffered_ != 0 && frames >= 0) framesBuffered_ -= frames;
+    return;
+  }
+  // A title falls due within this block.
+  framesBuffered_ -= frames;
+  if (pending_.empty()) {
+    writeRange(sampleRate, channels, 0, frames);
+    framesBuffered_ = 0;
+    BVLog("Error: was buffering frames, but there are no buffered titles.");
+    return;
+  }
+  std::string due = std::move(pending_.front().title);
+  pending_.pop_front();
+  int32_t dueAt = frames + framesBuffered_;  // where in the block the chosen title's audio starts
+  while (!pending_.empty()) {
+    framesBuffered_ += pending_.front().framesBuffered;
+    if (framesBuffered_ > 0) break;
+    dueAt = frames + framesBuffered_;
+    due = std::move(pending_.front().title);
+    pending_.pop_front();
+  }
+  if (framesBuffered_ < 0) framesBuffered_ = 0;
+  dueAt = std::clamp(dueAt, 0, frames);
+  // The listener hears the title change with its audio: write up to it, let
+  // the output take that, announce, then write the rest.
+  writeRange(sampleRate, channels, 0, dueAt);
+  waitUntilWritten();
+  announce(std::move(due));
+  writeRange(sampleRate, channels, dueAt, frames - dueAt);
+}
+
+void AudioDelivery::writeRange(float sampleRate, float** channels, int32_t from, int32_t count) {
+  if (count <= 0) return;
+  float* part[2] = {channels[0] + from, channels[1] ? channels[1] + from : nullptr};
+  orplayer_play_wait(output_, sampleRate, part, count);
+  framesQueued_.fetch_add(uint64_t(count), std::memory_order_relaxed);
+  if (sampleRate > 0) lastSampleRate_ = sampleRate;
+}
+
+void AudioDelivery::waitUntilWritten() {
+  auto deadline = std::chrono::steady_clock::now() + kWrittenWait;
+  while (!interrupted_ && orplayer_is_playing(output_) && std::chrono::steady_clock::now() < deadline) {
+    uint64_t written = orplayer_frames_written(output_);
+    uint64_t queued = framesQueued_.load(std::memory_order_relaxed);
+    if (written >= queued) break;
+    // A paced output takes the queued frames at about their rate: sleep for
+    // half of what is still ahead of it (0.5 to 10 ms) rather than polling
+    // at the finest step all along.
+    double ahead = double(queued - written) / double(lastSampleRate_);
+    std::this_thread::sleep_for(std::chrono::duration<double>(std::clamp(ahead / 2, 0.0005, 0.010)));
+  }
+}
+
+}  // namespace belvane::detail

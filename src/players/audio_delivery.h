@@ -1,0 +1,115 @@
+// AudioDelivery: the one path decoded audio takes to the listener, whichever
+// engine decoded it in our process (the MP3 streamer, the general media
+// engine). It owns the audio output and writes frames on the decoding thread,
+// blocking while the output is full (that wait is the stream's flow control).
+// Stream titles arrive ahead of their audio with the number of frames still to
+// be written before them; each is held back until that audio has been handed
+// to the device and is then announced to the client on the run loop of the
+// thread that plays, so that the title changes when the listener hears the new
+// song. Volume and mute act on the output's linear gain.
+//
+// The decoding thread waits for the run loop to take a due title for a short,
+// bounded time only (well inside what the device still holds), so a busy run
+// loop makes a title late, never the audio.
+#pragma once
+
+#include <belvane/BVRunLoop.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "audio_output/orplayer.h"
+
+namespace belvane::detail {
+
+class AudioDeliveryClient {
+ public:
+  virtual ~AudioDeliveryClient() = default;
+  // On the playing thread's run loop: the audio of `title` is what is heard next.
+  virtual void audioDeliveryTitleDue(const std::shared_ptr<const std::string>& title) = 0;
+};
+
+class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
+ public:
+  static std::shared_ptr<AudioDelivery> create();
+  ~AudioDelivery();
+  AudioDelivery(const AudioDelivery&) = delete;
+  AudioDelivery& operator=(const AudioDelivery&) = delete;
+
+  // Not owned; read by the run loop hand-offs under a lock, so clearing it
+  // stops every later announcement.
+  void setClient(AudioDeliveryClient* client);
+  AudioDeliveryClient* client() const;
+  // Where titles are announced: the loop of the calling thread.
+  void useCurrentRunLoop();
+
+  // The output ("auto", "pulse", "alsa", "null", "null:fast", "wav:PATH") for
+  // the next start; 0, or ORPLAYER_ERROR_BAD_SPEC. An empty setting goes back
+  // to the default ($BELVANE_AUDIO_OUTPUT, else "auto").
+  int setOutput(const std::string& setting);
+  std::string outputSetting() const;
+  // The output opened ("pulse", "alsa", "null", "null:fast", "wav"; "none"
+  // before the first start) and the frames handed to it over all starts.
+  const char* outputName() const;
+  uint64_t framesWritten() const;
+
+  // Opens the output (0, or an orplayer error code); a started output stays
+  // open. stop() drops what is queued and releases a blocked writer.
+  int start();
+  void stop();
+  bool isPlaying() const;
+  void playDone();
+
+  void setVolume(float volume);  // negative values are ignored
+  float volume() const;
+  void setMuted(bool muted);
+  bool isMuted() const;
+
+  // Decoding thread. write() blocks while the output is full. A title with
+  // 0 frames buffered belongs to the next frames written.
+  void write(float sampleRate, float** channels, int32_t frames);
+  void title(const std::string& title, int32_t framesBuffered);
+  // The last frames have been written: returns once they have been heard,
+  // or at once when interrupted.
+  void playOut();
+  // Titles still waiting for audio that will now never come (a flush, a new
+  // stream) are forgotten.
+  void forgetPendingTitles();
+  // From any thread: every wait of the decoding thread ends at once, and the
+  // output stops; start() clears it.
+  void interrupt();
+
+ private:
+  AudioDelivery();
+  struct PendingTitle {
+    std::string title;
+    int32_t framesBuffered;
+  };
+  void announce(std::string title);
+  void writeRange(float sampleRate, float** channels, int32_t from, int32_t count);
+  void waitUntilWritten();
+
+  orplayer_t output_ = nullptr;
+  std::string outputSetting_;  // guarded by clientMutex_
+  std::deque<PendingTitle> pending_;  // decoding thread only
+  int32_t framesBuffered_ = 0;        // decoding thread only
+  std::atomic<uint64_t> framesQueued_{0};  // by the decoding thread; reset by start
+  float lastSampleRate_ = 44100;      // decoding thread only
+  std::mutex ackMutex_;
+  std::condition_variable ackCondition_;
+  uint64_t titlesSent_ = 0, titlesAnnounced_ = 0;
+  std::atomic<bool> interrupted_{false};
+  mutable std::mutex clientMutex_;
+  AudioDeliveryClient* client_ = nullptr;
+  BVRunLoop loop_;
+  std::thread::id loopThread_ = std::this_thread::get_id();
+  float unmutedVolume_ = -1.0f;  // negative: not muted; else the gain to restore
+};
+
+}  // namespace belvane::detail
