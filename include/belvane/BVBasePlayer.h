@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <string>
 
 class BVMediaLink;
 class BVBasePlayer;
@@ -61,6 +62,22 @@ class BVBasePlayer : public BVObject {
   // Keys are the BVPlayerAttribute...Key constants.
   virtual BVDictionary attributes() const { return {}; }
 
+  // Linux additions: the audio output. The setting is one of "auto"
+  // (PulseAudio or PipeWire, then ALSA, then silence), "pulse", "alsa",
+  // "null" (silent, in real time), "null:fast" (silent, as fast as decoded)
+  // or "wav:PATH" (a 32-bit float WAV file); empty means the default,
+  // $BELVANE_AUDIO_OUTPUT or else "auto". It applies from the next playLink,
+  // on whichever engine plays; 0 when understood, else a non-zero code and
+  // the setting is unchanged.
+  virtual int setAudioOutput(const std::string& setting);
+  std::string audioOutput() const;
+  // The output actually opened ("pulse", "alsa", "null", "null:fast", "wav";
+  // "null (no sound output found)" when "auto" found nothing to play on;
+  // "none" before playing) and the audio frames handed to it so far: the
+  // frame the listener hears now, to within the device's buffer.
+  virtual std::string audioOutputName() const { return "none"; }
+  virtual uint64_t outputFramesWritten() const { return 0; }
+
   std::string className() const override { return "BVBasePlayer"; }
 
  protected:
@@ -81,6 +98,7 @@ class BVBasePlayer : public BVObject {
   mutable std::mutex linkMutex_;
   std::shared_ptr<BVMediaLink> link_;
   BVPlayerState state_ = BVPlayerStateIdle;
+  std::string audioOutput_;
 };
 
 using BVPlayerRef = std::shared_ptr<BVBasePlayer>;

@@ -8,6 +8,10 @@
 
 #include <belvane/BVBasePlayer.h>
 
+#include <utility>
+
+class BVMP3StreamPlayer;
+
 class BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
  public:
   static std::shared_ptr<BVMasterPlayer> create();
@@ -25,6 +29,10 @@ class BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
   void setMuted(bool muted) override;
   float elapsedTime() const override;
   BVDictionary attributes() const override;
+  // Kept for every later sub-player, fallbacks included.
+  int setAudioOutput(const std::string& setting) override;
+  std::string audioOutputName() const override;
+  uint64_t outputFramesWritten() const override;
 
   // The player doing the work (its owner is the master).
   const std::shared_ptr<BVBasePlayer>& subPlayer() const { return _subPlayer; }
@@ -40,5 +48,8 @@ class BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
   BVMasterPlayer();
 
  private:
+  std::pair<std::shared_ptr<BVBasePlayer>, std::shared_ptr<BVMediaLink>> fallbackPlayer(const BVMP3StreamPlayer& failed,
+                                                                                      const BVErrorRef& error);
+
   std::shared_ptr<BVBasePlayer> _subPlayer;
 };

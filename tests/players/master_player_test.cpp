@@ -55,10 +55,10 @@ TEST(MasterPlayer, RelaysStatesAndTitlesWithItselfAsThePlayer) {
 TEST(MasterPlayer, FailureWithFallbackStreamsButNoOtherPlayerIsRelayed) {
   BELVANE_SKIP_WITHOUT_LAME();
   IcyTestServer server;
-  auto aac = liveStream();
-  aac.contentType = "audio/aacp";
-  aac.payload = IcyStreamScript::Payload::Adts;
-  server.serve("/aac", {aac});
+  auto text = liveStream();
+  text.contentType = "text/plain";
+  text.payload = IcyStreamScript::Payload::Noise;
+  server.serve("/aac", {text});
   auto link = linkTo(server.url("/aac"));
 
   // The candidates are the link's engines without the MP3 stream engine.

@@ -123,8 +123,7 @@ class PlayReporter : public BVPlayerOwner {
   void emit(nlohmann::ordered_json line) {
     if (line["event"] != "end") {
       line["engine"] = engineID();
-      auto* mp3 = dynamic_cast<BVMP3StreamPlayer*>(master_.subPlayer().get());
-      line["outputFrames"] = mp3 ? mp3->outputFramesWritten() : 0;
+      line["outputFrames"] = master_.outputFramesWritten();
     }
     std::fprintf(stdout, "%s\n", line.dump().c_str());
     std::fflush(stdout);
@@ -197,10 +196,8 @@ int runPlay(const Arguments& args) {
     return status;
   }
 
-  // Every engine's audio output follows this; the MP3 player is also told directly.
-  g_setenv("BELVANE_AUDIO_OUTPUT", output.c_str(), TRUE);
   auto master = BVMasterPlayer::create();
-  if (auto* mp3 = dynamic_cast<BVMP3StreamPlayer*>(master->subPlayer().get())) mp3->setAudioOutput(output);
+  if (master->setAudioOutput(output) != 0) throw UsageError("unknown output '" + output + "'");
   PlayReporter reporter(*master, json);
   master->setOwner(&reporter);
   if (volume >= 0) master->setVolume(float(volume));
@@ -218,10 +215,8 @@ int runPlay(const Arguments& args) {
 
   reporter.begin();
   master->playLink(BVMediaLink::linkWithURL(*url));
-  if (auto* mp3 = dynamic_cast<BVMP3StreamPlayer*>(master->subPlayer().get()); mp3 && !json) {
-    std::string name = mp3->audioOutputName();
-    std::string note = "Audio output: " + name;
-    if (output == "auto" && name.rfind("null", 0) == 0) note += " (no audio device found: playing silently)";
+  if (!json) {
+    std::string note = "Audio output: " + master->audioOutputName();
     if (terminal) terminal->print(note); else std::fprintf(stdout, "%s\n", note.c_str());
   }
   BVPlayerState state = master->state();
