@@ -19,6 +19,9 @@
 class BVMediaLink;
 
 namespace belvane::detail {
+class AudioDelivery;
+class MovieAudioAdapter;
+class QuickTimeTitleClient;
 class QTMovie;
 class QTMovieController;
 class QTMetaData;
@@ -54,6 +57,10 @@ class BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, public BVWe
   bool isMuted() const override;
   void setMuted(bool muted) override;
   BVDictionary attributes() const override;
+  // The audio output, also handed to a sub-player.
+  int setAudioOutput(const std::string& setting) override;
+  std::string audioOutputName() const override;
+  uint64_t outputFramesWritten() const override;
 
   // Web playlist delegate.
   void playlistDidFinishLoading(BVWebPlaylist& playlist) override;
@@ -90,6 +97,8 @@ class BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, public BVWe
   void _updateAttributesNotifyingChanges(bool notify);
 
   void _releaseMovie();
+  // A live stream's title is due: its audio is what the listener hears next.
+  void streamTitleDue(const std::shared_ptr<const std::string>& title);
 
   // For tests and diagnostics.
   const std::shared_ptr<QTMovie>& movie() const { return _movie; }
@@ -111,6 +120,9 @@ class BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, public BVWe
 
  private:
   void playWithMovie(const std::shared_ptr<BVMediaLink>& link);
+  // Starts the output for a new movie; 0, or the output's error code.
+  int startMovieAudio();
+  void stopMovieAudio();
   void observeMovie();
   void stopObservingMovie();
   // Runs a movie callback with this player kept alive; a movie released
@@ -130,6 +142,11 @@ class BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, public BVWe
   bool _employedFlip4MacWorkAround = false;
 
   int movieCallbackDepth_ = 0;
+  // The movie's audio goes through our own output (see audio_delivery.h).
+  std::shared_ptr<belvane::detail::AudioDelivery> audio_;
+  std::shared_ptr<belvane::detail::QuickTimeTitleClient> titleClient_;
+  std::shared_ptr<belvane::detail::MovieAudioAdapter> movieAudio_;
+  std::shared_ptr<const std::string> streamTitle_;
 };
 
 namespace belvane::detail {

@@ -9,6 +9,13 @@
 // duration with an indefinite marker for live streams, seeking, volume, mute,
 // and the movie's status code once loading failed.
 //
+// A live stream (a network stream without a duration) that stalls is
+// buffering, not finished: its load state drops back to playable until the
+// data flows again. One that breaks or ends after it has played is opened
+// again, a few times within about ten seconds with a growing pause between
+// tries; only when that fails does the movie report an error. A finite
+// resource ends when its data ends.
+//
 // Opening also follows reference movies (our own template and the rmra kind)
 // and reads M3U and PLS station lists with the web playlist readers, playing
 // the first entry that opens and the next one on failure.
@@ -30,6 +37,7 @@ typedef struct _GstTagList GstTagList;
 namespace belvane::detail {
 
 class QTMovie;
+class MovieAudioSink;
 
 // A time as a value in a time scale (units per second). Indefinite for the
 // duration of a live stream.
@@ -98,7 +106,11 @@ class QTMovie : public std::enable_shared_from_this<QTMovie> {
   // domain) for a missing local file (-43) or a scheme nothing can read
   // (-2048); everything else loads asynchronously and reports through the
   // load state.
-  static std::shared_ptr<QTMovie> movieWithURL(const BVURL& url, BVErrorRef* error);
+  //
+  // Its audio goes to `audio` when one is given (every pipeline the movie
+  // builds, reconnections included); else it is rendered silently.
+  static std::shared_ptr<QTMovie> movieWithURL(const BVURL& url, BVErrorRef* error,
+                                               std::shared_ptr<MovieAudioSink> audio = nullptr);
   ~QTMovie();
 
   QTMovie(const QTMovie&) = delete;

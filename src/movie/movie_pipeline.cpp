@@ -3,48 +3,16 @@
 
 #include <gst/gst.h>
 
-#include <cstdlib>
 
-#include "audio_output/output_setting.h"
+#include "movie/movie_audio_tap.h"
 
 namespace belvane::detail {
 namespace {
 
 constexpr const char* kLiveReadyMessage = "belvane-live-ready";
-
-// The audio sink $BELVANE_AUDIO_OUTPUT asks for, as our own audio output
-// reads it: "null" renders in real time into nothing, "null:fast" as fast as
-// the data comes, "pulse" and "alsa" name the sound server or the device
-// layer; everything else (and an element that is not installed) falls back
-// to autoaudiosink.
-GstElement* makeAudioSink() {
-  const char* text = getenv("BELVANE_AUDIO_OUTPUT");
-  auto setting = parseOutputSpec(text ? text : "");
-  GstElement* sink = nullptr;
-  if (setting) {
-    switch (setting->kind) {
-      case OutputSpec::Kind::Null:
-      case OutputSpec::Kind::Wav:
-        sink = gst_element_factory_make("fakesink", nullptr);
-        if (sink) g_object_set(sink, "sync", TRUE, nullptr);
-        break;
-      case OutputSpec::Kind::NullFast:
-        sink = gst_element_factory_make("fakesink", nullptr);
-        if (sink) g_object_set(sink, "sync", FALSE, nullptr);
-        break;
-      case OutputSpec::Kind::Pulse:
-        sink = gst_element_factory_make("pulsesink", nullptr);
-        break;
-      case OutputSpec::Kind::Alsa:
-        sink = gst_element_factory_make("alsasink", nullptr);
-        break;
-      case OutputSpec::Kind::Auto:
-        break;
-    }
-  }
-  if (!sink) sink = gst_element_factory_make("autoaudiosink", nullptr);
-  return sink;
-}
+// Seconds a network source may go without data before its read fails (a live
+// stream is then opened again by the movie).
+constexpr unsigned kNetworkReadTimeoutSeconds = 8;
 
 GstElement* makeSilentSink() {
   GstElement* sink = gst_element_factory_make("fakesink", nullptr);
@@ -52,7 +20,14 @@ GstElement* makeSilentSink() {
   return sink;
 }
 
-// Picks the Content-Type out of souphttpsrc's "http-headers" event.
+struct HTTPFacts {
+  std::mutex* mutex;
+  std::optional<std::string>* contentType;
+  bool* declaredLength;
+};
+
+// Picks the Content-Type and whether a Content-Length came out of
+// souphttpsrc's "http-headers" event.
 GstPadProbeReturn watchHTTPHeaders(GstPad*, GstPadProbeInfo* info, gpointer data) {
   GstEvent* event = GST_PAD_PROBE_INFO_EVENT(info);
   if (!event || GST_EVENT_TYPE(event) != GST_EVENT_CUSTOM_DOWNSTREAM_STICKY) return GST_PAD_PROBE_OK;
@@ -62,15 +37,14 @@ GstPadProbeReturn watchHTTPHeaders(GstPad*, GstPadProbeInfo* info, gpointer data
   const GValue* value = gst_structure_get_value(s, "response-headers");
   if (value && GST_VALUE_HOLDS_STRUCTURE(value)) response = gst_value_get_structure(value);
   if (!response) return GST_PAD_PROBE_OK;
+  auto* store = static_cast<HTTPFacts*>(data);
   for (int i = 0, n = gst_structure_n_fields(response); i < n; ++i) {
     const char* name = gst_structure_nth_field_name(response, i);
-    if (g_ascii_strcasecmp(name, "Content-Type") != 0) continue;
     const GValue* field = gst_structure_get_value(response, name);
-    if (field && G_VALUE_HOLDS_STRING(field)) {
-      auto* store = static_cast<std::pair<std::mutex*, std::optional<std::string>*>*>(data);
-      std::lock_guard lock(*store->first);
-      *store->second = g_value_get_string(field);
-    }
+    std::lock_guard lock(*store->mutex);
+    if (g_ascii_strcasecmp(name, "Content-Length") == 0) *store->declaredLength = true;
+    if (g_ascii_strcasecmp(name, "Content-Type") == 0 && field && G_VALUE_HOLDS_STRING(field))
+      *store->contentType = g_value_get_string(field);
   }
   return GST_PAD_PROBE_OK;
 }
@@ -90,12 +64,19 @@ MoviePipeline::MoviePipeline(GMainContext* context, MoviePipelineListener* liste
     : context_(g_main_context_ref(context)), listener_(listener), alive_(std::make_shared<bool>(true)) {}
 
 std::unique_ptr<MoviePipeline> MoviePipeline::create(const std::string& uri, GMainContext* context,
-                                                     MoviePipelineListener* listener) {
+                                                     MoviePipelineListener* listener,
+                                                     std::shared_ptr<MovieAudioSink> audio) {
   std::unique_ptr<MoviePipeline> pipeline(new MoviePipeline(context, listener));
   GstElement* playbin = gst_element_factory_make("playbin", nullptr);
   if (!playbin) return nullptr;
   pipeline->playbin_ = GST_ELEMENT(gst_object_ref_sink(playbin));
-  g_object_set(playbin, "uri", uri.c_str(), "audio-sink", makeAudioSink(), "video-sink", makeSilentSink(),
+  GstElement* audioSink = nullptr;
+  if (audio) {
+    pipeline->tap_ = std::make_unique<MovieAudioTap>(std::move(audio));
+    audioSink = pipeline->tap_->makeSinkBin();
+  }
+  if (!audioSink) audioSink = makeSilentSink();
+  g_object_set(playbin, "uri", uri.c_str(), "audio-sink", audioSink, "video-sink", makeSilentSink(),
                "text-sink", makeSilentSink(), nullptr);
   g_signal_connect(playbin, "source-setup", G_CALLBACK(onSourceSetup), pipeline.get());
 
@@ -139,15 +120,20 @@ MoviePipeline::~MoviePipeline() {
 void MoviePipeline::onSourceSetup(GstElement*, GstElement* source, void* data) {
   // Called on a streaming thread while the pipeline starts.
   auto* self = static_cast<MoviePipeline*>(data);
+  // souphttpsrc's read time-out, in seconds (other sources' "timeout" means
+  // other things and is left alone).
+  GParamSpec* timeout = g_object_class_find_property(G_OBJECT_GET_CLASS(source), "timeout");
+  if (timeout && timeout->value_type == G_TYPE_UINT && g_str_has_prefix(G_OBJECT_TYPE_NAME(source), "GstSoupHTTPSrc"))
+    g_object_set(source, "timeout", kNetworkReadTimeoutSeconds, nullptr);
   {
     std::lock_guard lock(self->mutex_);
     if (self->source_) gst_object_unref(self->source_);
     self->source_ = GST_ELEMENT(gst_object_ref(source));
   }
   if (GstPad* pad = gst_element_get_static_pad(source, "src")) {
-    auto* store = new std::pair<std::mutex*, std::optional<std::string>*>(&self->mutex_, &self->contentType_);
+    auto* store = new HTTPFacts{&self->mutex_, &self->contentType_, &self->declaredLength_};
     gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, watchHTTPHeaders, store,
-                      [](gpointer d) { delete static_cast<std::pair<std::mutex*, std::optional<std::string>*>*>(d); });
+                      [](gpointer d) { delete static_cast<HTTPFacts*>(d); });
     gst_object_unref(pad);
   }
 }
@@ -182,6 +168,9 @@ void MoviePipeline::handle(GstMessage* message) {
       if (GST_MESSAGE_SRC(message) != GST_OBJECT(playbin_) || failed_) return;
       GstState oldState, newState;
       gst_message_parse_state_changed(message, &oldState, &newState, nullptr);
+      // A flushing seek takes a playing pipeline through PAUSED and back:
+      // that is no change of rate.
+      if (seeking_) return;
       bool playing = newState == GST_STATE_PLAYING;
       if (playing != playing_) {
         playing_ = playing;
@@ -302,6 +291,11 @@ GstTagList* MoviePipeline::copyStreamTags(const char* kind, int index) const {
 std::optional<std::string> MoviePipeline::httpContentType() const {
   std::lock_guard lock(mutex_);
   return contentType_;
+}
+
+bool MoviePipeline::httpDeclaredLength() const {
+  std::lock_guard lock(mutex_);
+  return declaredLength_;
 }
 
 }  // namespace belvane::detail

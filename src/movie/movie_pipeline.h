@@ -1,7 +1,8 @@
 // MoviePipeline: one GStreamer playbin playing one URI for a movie.
 //
-// The pipeline renders audio to the output $BELVANE_AUDIO_OUTPUT names and
-// never opens a video or subtitle window. Its bus is watched on the run loop
+// Its decoded audio goes to the movie's audio sink (our own audio output,
+// through an appsink, with stream titles in-band); without one it is
+// rendered silently in real time. It never opens a video or subtitle window. Its bus is watched on the run loop
 // (GMainContext) given at creation, so every listener call arrives on that
 // loop's thread. It remembers what the source element told it (the HTTP
 // response's content type) and collects tags. Destroying it stops the
@@ -24,6 +25,9 @@ typedef struct _GSource GSource;
 typedef struct _GError GError;
 
 namespace belvane::detail {
+
+class MovieAudioSink;
+class MovieAudioTap;
 
 struct MoviePipelineError {
   const GError* error = nullptr;
@@ -49,13 +53,15 @@ class MoviePipeline {
   // Builds the playbin and starts prerolling; nullptr when GStreamer cannot
   // build it.
   static std::unique_ptr<MoviePipeline> create(const std::string& uri, GMainContext* context,
-                                               MoviePipelineListener* listener);
+                                               MoviePipelineListener* listener,
+                                               std::shared_ptr<MovieAudioSink> audio = nullptr);
   ~MoviePipeline();
   MoviePipeline(const MoviePipeline&) = delete;
   MoviePipeline& operator=(const MoviePipeline&) = delete;
 
   void setPlaying(bool playing);
   bool isPlaying() const { return playing_; }
+  bool isSeeking() const { return seeking_; }
   bool isLive() const { return live_; }
   bool hasPrerolled() const { return prerolled_; }
   bool hasFailed() const { return failed_; }
@@ -78,6 +84,8 @@ class MoviePipeline {
 
   // The Content-Type of the HTTP response, once the source has it.
   std::optional<std::string> httpContentType() const;
+  // Whether the HTTP response declared its length: a file, not a live stream.
+  bool httpDeclaredLength() const;
 
  private:
   MoviePipeline(GMainContext* context, MoviePipelineListener* listener);
@@ -92,6 +100,7 @@ class MoviePipeline {
   GstElement* source_ = nullptr;  // the source element playbin made (reference), guarded by mutex_
   GSource* busWatch_ = nullptr;
   GstTagList* tags_ = nullptr;
+  std::unique_ptr<MovieAudioTap> tap_;
   std::shared_ptr<bool> alive_;
   bool playing_ = false;
   bool live_ = false;
@@ -100,6 +109,7 @@ class MoviePipeline {
   bool seeking_ = false;
   mutable std::mutex mutex_;
   std::optional<std::string> contentType_;  // guarded by mutex_
+  bool declaredLength_ = false;             // guarded by mutex_
 };
 
 }  // namespace belvane::detail

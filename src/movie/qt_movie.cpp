@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cctype>
 #include <cmath>
 #include <fstream>
@@ -46,6 +47,12 @@ constexpr unsigned kIdleIntervalMilliseconds = 250;
 constexpr unsigned kLocalLoadTimeoutMilliseconds = 10'000;
 constexpr unsigned kNetworkLoadTimeoutMilliseconds = 30'000;
 constexpr int kMaximumReferenceDepth = 8;
+// Reconnection of a live stream that broke: tries within this many seconds
+// of the break, the first after the shorter pause, each next after twice the
+// pause before it.
+constexpr double kReconnectWindowSeconds = 10.0;
+constexpr double kReconnectFirstDelaySeconds = 0.5;
+
 constexpr size_t kReferenceSniffLength = 64 * 1024;
 
 std::string lower(std::string text) {
@@ -109,7 +116,9 @@ struct QTMovie::Impl final : MoviePipelineListener {
   QTMovieController controller;
   std::unique_ptr<MoviePipeline> pipeline;
   std::unique_ptr<MovieStationList> stationList;
+  std::shared_ptr<MovieAudioSink> audio;
   GSource* idleTimer = nullptr;
+  GSource* reconnectTimer = nullptr;
   GSource* loadWatchdog = nullptr;
   std::shared_ptr<bool> alive = std::make_shared<bool>(true);
   std::vector<std::shared_ptr<Registration>> registrations;
@@ -133,6 +142,11 @@ struct QTMovie::Impl final : MoviePipelineListener {
   std::optional<int64_t> pendingSeekNs;
   int64_t lastPositionNs = 0;
 
+  // A live stream that has played: a break is reconnected (see QTMovie.h).
+  bool playedLive = false;
+  std::optional<std::chrono::steady_clock::time_point> reconnectDeadline;
+  double reconnectDelay = kReconnectFirstDelaySeconds;
+
   // Station lists.
   std::vector<BVURL> entries;
   size_t nextEntry = 0;
@@ -144,6 +158,7 @@ struct QTMovie::Impl final : MoviePipelineListener {
     *alive = false;
     stationList.reset();
     stopLoadWatchdog();
+    stopReconnectTimer();
     pipeline.reset();
     if (idleTimer) {
       g_source_destroy(idleTimer);
@@ -219,7 +234,7 @@ struct QTMovie::Impl final : MoviePipelineListener {
     pipeline.reset();
     resetPlaybackFacts();
     url = target;
-    pipeline = MoviePipeline::create(target.absoluteString(), context, this);
+    pipeline = MoviePipeline::create(target.absoluteString(), context, this, audio);
     if (!pipeline) return kMovieStatusNotAMovie;
     startLoadWatchdog();
     pipeline->setVolume(std::clamp(volume, 0.0f, 1.0f));
@@ -327,7 +342,11 @@ struct QTMovie::Impl final : MoviePipelineListener {
       // Standard buffering: hold the pipeline until the queue is full again.
       if (!buffering) {
         buffering = true;
-        if (pipeline->isPlaying()) pipeline->setPlaying(false);
+        // A stream that runs dry after playing through is stalled, not
+        // finished: it is only playable until the data flows again.
+        if (!isLocalFile() && loadState >= QTMovieLoadStatePlaythroughOK && !setLoadState(QTMovieLoadStatePlayable))
+          return;
+        if (pipeline && pipeline->isPlaying()) pipeline->setPlaying(false);
       }
       return;
     }
@@ -338,9 +357,21 @@ struct QTMovie::Impl final : MoviePipelineListener {
     if (wantPlaying && !ended && pipeline) pipeline->setPlaying(true);
   }
 
-  void pipelinePlayingChanged(bool playing) override { reportRate(playing ? 1.0 : 0.0); }
+  void pipelinePlayingChanged(bool playing) override {
+    if (playing && !isLocalFile() && isLive() && !pipeline->httpDeclaredLength()) {
+      playedLive = true;
+      reconnectDeadline.reset();  // it plays again: a later break gets a new window
+      reconnectDelay = kReconnectFirstDelaySeconds;
+    }
+    reportRate(playing ? 1.0 : 0.0);
+  }
 
   void pipelineEnded() override {
+    if (playedLive) {
+      // A live stream has no end: its server or the network dropped it.
+      streamBroke(kMovieStatusCannotReachStream);
+      return;
+    }
     ended = true;
     wantPlaying = false;
     refreshDuration();
@@ -362,6 +393,10 @@ struct QTMovie::Impl final : MoviePipelineListener {
 
   void pipelineFailedWithStatus(int32_t code, bool stalled) {
     stopLoadWatchdog();
+    if (playedLive) {
+      streamBroke(code);
+      return;
+    }
     bool beforePlaythrough = loadState >= 0 && loadState < QTMovieLoadStatePlaythroughOK;
 
     if (playingStationList && beforePlaythrough) {
@@ -383,6 +418,50 @@ struct QTMovie::Impl final : MoviePipelineListener {
     }
     if (stalled) pipeline.reset();
     fail(code);
+  }
+
+  // MARK: reconnection
+
+  // The live stream broke (status `code`): open it again after a pause, or
+  // fail once the window since the break has passed. Until then the movie
+  // is only playable, so that its player does not take the silence for an end.
+  void streamBroke(int32_t code) {
+    auto now = std::chrono::steady_clock::now();
+    if (!reconnectDeadline)
+      reconnectDeadline = now + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                                    std::chrono::duration<double>(kReconnectWindowSeconds));
+    auto pause = std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+        std::chrono::duration<double>(reconnectDelay));
+    if (now + pause > *reconnectDeadline) {
+      playedLive = false;
+      reconnectDeadline.reset();
+      fail(code);
+      return;
+    }
+    pipeline.reset();
+    if (!setLoadState(QTMovieLoadStatePlayable)) return;
+    if (!reportRate(0.0)) return;
+    stopReconnectTimer();
+    reconnectTimer = g_timeout_source_new(unsigned(reconnectDelay * 1000));
+    reconnectDelay *= 2;
+    g_source_set_callback(
+        reconnectTimer,
+        [](gpointer data) -> gboolean {
+          auto* self = static_cast<Impl*>(data);
+          self->stopReconnectTimer();
+          if (auto target = self->url)
+            if (int32_t failure = self->startPipeline(*target)) self->streamBroke(failure);
+          return G_SOURCE_REMOVE;
+        },
+        this, nullptr);
+    g_source_attach(reconnectTimer, context);
+  }
+
+  void stopReconnectTimer() {
+    if (!reconnectTimer) return;
+    g_source_destroy(reconnectTimer);
+    g_source_unref(reconnectTimer);
+    reconnectTimer = nullptr;
   }
 
   void pipelineTagsChanged() override { post(QTMovieMetaDataDidChangeNotification); }
@@ -419,7 +498,8 @@ QTMovie::QTMovie() : impl_(std::make_unique<Impl>()) { impl_->movie = this; }
 
 QTMovie::~QTMovie() = default;
 
-std::shared_ptr<QTMovie> QTMovie::movieWithURL(const BVURL& url, BVErrorRef* error) {
+std::shared_ptr<QTMovie> QTMovie::movieWithURL(const BVURL& url, BVErrorRef* error,
+                                               std::shared_ptr<MovieAudioSink> audio) {
   if (error) *error = nullptr;
   if (!ensureGStreamer()) {
     if (error) *error = BVError::create(BVOSStatusErrorDomain, kMovieStatusNotAMovie);
@@ -428,6 +508,7 @@ std::shared_ptr<QTMovie> QTMovie::movieWithURL(const BVURL& url, BVErrorRef* err
   std::shared_ptr<QTMovie> movie(new QTMovie());
   Impl& impl = *movie->impl_;
   impl.context = g_main_context_ref(BVRunLoop::current().context());
+  impl.audio = std::move(audio);
   if (int32_t failure = impl.open(url, true)) {
     if (error) *error = BVError::create(BVOSStatusErrorDomain, failure);
     return nullptr;

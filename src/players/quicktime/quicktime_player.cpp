@@ -6,6 +6,7 @@
 #include <belvane/BVRunLoop.h>
 
 #include "movie/QTMovie.h"
+#include "players/audio_delivery.h"
 
 #include <cmath>
 
@@ -23,6 +24,8 @@ std::shared_ptr<BVQuickTimePlayer> BVQuickTimePlayer::create() {
 
 BVQuickTimePlayer::~BVQuickTimePlayer() {
   stopObservingMovie();
+  stopMovieAudio();
+  if (audio_) audio_->setClient(nullptr);
   if (_subPlayer) _subPlayer->setOwner(nullptr);
   _subPlayer.reset();
   if (_playlist) _playlist->setDelegate(nullptr);
@@ -47,6 +50,7 @@ void BVQuickTimePlayer::_releaseMovie() {
   stopObservingMovie();
   if (!_movie) return;
   belvane::detail::MCSetActionFilterWithRefCon(_movie->quickTimeMovieController(), nullptr, 0);
+  stopMovieAudio();
   _movie->stop();
   auto old = std::move(_movie);
   _movie = nullptr;
@@ -207,8 +211,8 @@ void BVQuickTimePlayer::setVolume(float volume) {
   _volume = volume;
   if (_subPlayer)
     _subPlayer->setVolume(volume);
-  else if (_movie)
-    _movie->setVolume(volume);
+  else if (audio_)
+    audio_->setVolume(volume);
 }
 
 bool BVQuickTimePlayer::isMuted() const { return _subPlayer ? _subPlayer->isMuted() : _muted; }
@@ -216,5 +220,5 @@ bool BVQuickTimePlayer::isMuted() const { return _subPlayer ? _subPlayer->isMute
 void BVQuickTimePlayer::setMuted(bool muted) {
   if (_subPlayer) return _subPlayer->setMuted(muted);
   _muted = muted;
-  if (_movie) _movie->setMuted(muted);
+  if (audio_) audio_->setMuted(muted);
 }

@@ -57,6 +57,12 @@ BVDictionary BVQuickTimePlayer::_attribtesFromMovie(const std::shared_ptr<QTMovi
   if (auto title = attributes.find(BVPlayerAttributeTrackTitleKey);
       title != attributes.end() && title->second == BVValue(kReferenceTrackTitle))
     attributes.erase(title);
+  if (!movie->filePath() && belvane::detail::QTTimeIsIndefinite(movie->duration())) {
+    // A live stream's title and artist are its stream title, announced in
+    // time with the audio (streamTitleDue), not when the demuxer read them.
+    attributes.erase(BVPlayerAttributeTrackTitleKey);
+    attributes.erase(BVPlayerAttributeArtistKey);
+  }
   return attributes;
 }
 
@@ -82,8 +88,9 @@ void BVQuickTimePlayer::_updateAttributesNotifyingChanges(bool notify) {
 
 BVDictionary BVQuickTimePlayer::attributes() const {
   if (_subPlayer) return _subPlayer->attributes();
-  if (_lastAttributes) return *_lastAttributes;
   // Worked out on first request, without announcements.
-  const_cast<BVQuickTimePlayer*>(this)->_updateAttributesNotifyingChanges(false);
-  return _lastAttributes.value_or(BVDictionary{});
+  if (!_lastAttributes) const_cast<BVQuickTimePlayer*>(this)->_updateAttributesNotifyingChanges(false);
+  BVDictionary result = _lastAttributes.value_or(BVDictionary{});
+  if (streamTitle_) result[BVPlayerAttributeStreamTitleKey] = BVValue(*streamTitle_);
+  return result;
 }

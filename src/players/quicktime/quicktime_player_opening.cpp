@@ -1,6 +1,7 @@
 // BVQuickTimePlayer: who plays a link (the movie, or another engine's player
 // as a sub-player), ASX/WAX playlists played track by track, and the relay
 // of a sub-player's callbacks.
+#include <belvane/BVConstants.h>
 #include <belvane/BVKitOwner.h>
 #include <belvane/BVMediaFormat.h>
 #include <belvane/BVMediaLink.h>
@@ -10,6 +11,7 @@
 
 #include "foundation/text_encoding.h"
 #include "movie/QTMovie.h"
+#include "players/quicktime/movie_audio_adapter.h"
 
 #include <typeinfo>
 
@@ -62,6 +64,7 @@ void BVQuickTimePlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   _subPlayer = candidate ? candidate->createPlayer() : nullptr;
   if (!_subPlayer) return;
   _subPlayer->setVolume(_volume);
+  _subPlayer->setAudioOutput(audioOutput());
   _subPlayer->setOwner(this);
   auto sub = _subPlayer;
   sub->playLink(link);
@@ -72,16 +75,22 @@ void BVQuickTimePlayer::playWithMovie(const std::shared_ptr<BVMediaLink>& link) 
   BVBasePlayer::playLink(safeLink);
   // A sub-player left from an earlier link stays and keeps answering.
   _releaseMovie();
+  if (int code = startMovieAudio()) {
+    BVDictionary info{
+        {BVLocalizedDescriptionKey,
+         BVValue("Audio player failed to start with error code " + std::to_string(code) + ".")},
+        {BVDoNotReportToRadioTimeErrorKey, BVValue("")}};
+    changeStateTo(BVPlayerStateError, BVError::create(BVShoutstreamerErrorDomain, code, std::move(info)));
+    return;
+  }
   BVErrorRef error;
-  auto movie = QTMovie::movieWithURL(safeLink->url(), &error);
+  auto movie = QTMovie::movieWithURL(safeLink->url(), &error, movieAudio_);
   if (!movie || error) {
     _movie = nullptr;
     changeStateTo(BVPlayerStateError, error);
     return;
   }
   _movie = std::move(movie);
-  _movie->setVolume(_volume);
-  _movie->setMuted(_muted);
   _movie->setAttribute(BVValue(true), belvane::detail::QTMovieDontInteractWithUserAttribute);
   observeMovie();
   changeStateTo(BVPlayerStateConnecting);

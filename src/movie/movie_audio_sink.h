@@ -1,0 +1,29 @@
+// MovieAudioSink: where a movie's decoded audio goes when its player plays
+// it through our own audio output rather than a GStreamer sink. Called on
+// the pipeline's streaming thread, in stream order: a stream title is given
+// just before the first frames of the audio it belongs to.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace belvane::detail {
+
+class MovieAudioSink {
+ public:
+  virtual ~MovieAudioSink() = default;
+  // Planar 32-bit float frames (channels[1] is null for mono); blocks while
+  // the output is full, which paces the pipeline.
+  virtual void movieAudio(float sampleRate, float** channels, int32_t frames) = 0;
+  // A live stream's new title (an ICY StreamTitle, the tags of a new chain
+  // of an Ogg stream, timed ID3 in HLS).
+  virtual void movieStreamTitle(const std::string& title) = 0;
+  // The stream jumps (a seek) or starts over (a reconnection): titles still
+  // waiting for audio are forgotten.
+  virtual void movieAudioDiscontinuity() = 0;
+  // The last audio has been given: returns once it has been heard, or at
+  // once when interrupted.
+  virtual void movieAudioEnded() = 0;
+};
+
+}  // namespace belvane::detail

@@ -1,0 +1,139 @@
+// MovieAudioTap: appsink to MovieAudioSink (see movie_audio_tap.h).
+#include "movie/movie_audio_tap.h"
+
+#include <gst/app/gstappsink.h>
+#include <gst/audio/audio.h>
+#include <gst/gst.h>
+
+#include <utility>
+
+#include "movie/movie_audio_sink.h"
+
+namespace belvane::detail {
+namespace {
+
+// Planar float, one or two channels; audioconvert mixes anything wider down.
+constexpr const char* kTapDescription =
+    "audioconvert ! audio/x-raw,format=F32LE,layout=non-interleaved,channels=[1,2] ! "
+    "appsink name=tap sync=false max-buffers=2 drop=false enable-last-sample=false";
+
+GstFlowReturn onNewSample(GstAppSink* appsink, gpointer data) {
+  static_cast<MovieAudioTap*>(data)->handleSample(GST_ELEMENT(appsink));
+  return GST_FLOW_OK;
+}
+
+// Serialised events reach the tap's probe in order with the buffers, on the
+// streaming thread: a title arrives just before its audio.
+GstPadProbeReturn onEvent(GstPad*, GstPadProbeInfo* info, gpointer data) {
+  auto* tap = static_cast<MovieAudioTap*>(data);
+  GstEvent* event = GST_PAD_PROBE_INFO_EVENT(info);
+  switch (GST_EVENT_TYPE(event)) {
+    case GST_EVENT_TAG: {
+      GstTagList* tags = nullptr;
+      gst_event_parse_tag(event, &tags);
+      if (tags) tap->handleTags(tags);
+      break;
+    }
+    case GST_EVENT_FLUSH_STOP:
+      tap->handleFlush();
+      break;
+    case GST_EVENT_STREAM_START:
+      tap->handleStreamStart();
+      break;
+    case GST_EVENT_EOS:
+      tap->handleEnd();
+      break;
+    default:
+      break;
+  }
+  return GST_PAD_PROBE_OK;
+}
+
+std::string tagString(const GstTagList* tags, const char* tag) {
+  gchar* value = nullptr;
+  if (!gst_tag_list_get_string(tags, tag, &value) || !value) return {};
+  std::string text(value);
+  g_free(value);
+  return text;
+}
+
+}  // namespace
+
+std::string streamTitleFromTags(const GstTagList* tags) {
+  std::string title = tagString(tags, GST_TAG_TITLE);
+  if (title.empty()) return {};
+  std::string artist = tagString(tags, GST_TAG_ARTIST);
+  return artist.empty() ? title : artist + " - " + title;
+}
+
+MovieAudioTap::MovieAudioTap(std::shared_ptr<MovieAudioSink> sink) : sink_(std::move(sink)) {}
+
+MovieAudioTap::~MovieAudioTap() = default;
+
+GstElement* MovieAudioTap::makeSinkBin() {
+  GError* error = nullptr;
+  GstElement* bin = gst_parse_bin_from_description(kTapDescription, TRUE, &error);
+  if (!bin) {
+    if (error) g_error_free(error);
+    return nullptr;
+  }
+  GstElement* appsink = gst_bin_get_by_name(GST_BIN(bin), "tap");
+  GstAppSinkCallbacks callbacks{};
+  callbacks.new_sample = onNewSample;
+  gst_app_sink_set_callbacks(GST_APP_SINK(appsink), &callbacks, this, nullptr);
+  if (GstPad* pad = gst_element_get_static_pad(appsink, "sink")) {
+    gst_pad_add_probe(pad, GstPadProbeType(GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM | GST_PAD_PROBE_TYPE_EVENT_FLUSH),
+                      onEvent, this, nullptr);
+    gst_object_unref(pad);
+  }
+  gst_object_unref(appsink);
+  return bin;
+}
+
+void MovieAudioTap::handleSample(GstElement* appsink) {
+  GstSample* sample = gst_app_sink_pull_sample(GST_APP_SINK(appsink));
+  if (!sample) return;
+  GstAudioInfo info;
+  GstBuffer* buffer = gst_sample_get_buffer(sample);
+  GstCaps* caps = gst_sample_get_caps(sample);
+  GstAudioBuffer audio;
+  if (buffer && caps && gst_audio_info_from_caps(&info, caps) &&
+      gst_audio_buffer_map(&audio, &info, buffer, GST_MAP_READ)) {
+    float* channels[2] = {static_cast<float*>(audio.planes[0]),
+                          audio.n_planes > 1 ? static_cast<float*>(audio.planes[1]) : nullptr};
+    if (audio.n_samples > 0) {
+      sink_->movieAudio(float(GST_AUDIO_INFO_RATE(&info)), channels, int32_t(audio.n_samples));
+      audioSinceStreamStart_ = true;
+      if (!heldTitle_.empty()) sink_->movieStreamTitle(std::exchange(heldTitle_, {}));
+    }
+    gst_audio_buffer_unmap(&audio);
+  }
+  gst_sample_unref(sample);
+}
+
+void MovieAudioTap::handleTags(const GstTagList* tags) {
+  // Decoders pass the stream's tags on again whenever they add their own:
+  // only a different title is news.
+  std::string title = streamTitleFromTags(tags);
+  if (title.empty() || title == lastTitle_) return;
+  lastTitle_ = title;
+  if (audioSinceStreamStart_)
+    heldTitle_ = title;
+  else
+    sink_->movieStreamTitle(title);
+}
+
+void MovieAudioTap::handleStreamStart() {
+  audioSinceStreamStart_ = false;
+  if (!heldTitle_.empty()) sink_->movieStreamTitle(std::exchange(heldTitle_, {}));
+  sink_->movieAudioDiscontinuity();
+}
+
+void MovieAudioTap::handleFlush() {
+  heldTitle_.clear();
+  sink_->movieAudioDiscontinuity();
+}
+
+void MovieAudioTap::handleEnd() { sink_->movieAudioEnded(); }
+
+}  // namespace belvane::detail

@@ -1,0 +1,60 @@
+// MovieAudioTap: the end of a movie pipeline's audio branch when the audio
+// goes to a MovieAudioSink. It converts whatever the decoder gives to planar
+// float (mono or stereo; the rate as it comes, so a change of rate reaches the
+// sink), pulls it from an appsink on the streaming thread and hands it on,
+// and turns the title tags that travel in-band with the audio into stream
+// titles, in order with the frames.
+//
+// A title that comes with a new stream (a new chain of an Ogg stream) stands
+// exactly before its first sample. One that comes in the middle of a stream
+// was cut out of the bytes ahead of the parser (an ICY metadata block), which
+// passes it on before the frame the block split, though that frame's audio
+// still belongs to the title before: it is given after the next decoded
+// buffer.
+//
+// The tap must outlive its pipeline's streaming threads: its owner destroys
+// it only after the pipeline has reached the NULL state.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+
+typedef struct _GstElement GstElement;
+typedef struct _GstTagList GstTagList;
+
+namespace belvane::detail {
+
+class MovieAudioSink;
+
+class MovieAudioTap {
+ public:
+  explicit MovieAudioTap(std::shared_ptr<MovieAudioSink> sink);
+  ~MovieAudioTap();
+  MovieAudioTap(const MovieAudioTap&) = delete;
+  MovieAudioTap& operator=(const MovieAudioTap&) = delete;
+
+  // The bin to give playbin as its audio sink (floating reference), or null
+  // when GStreamer cannot build it.
+  GstElement* makeSinkBin();
+
+  // Called on the streaming thread (public for the C callbacks).
+  void handleSample(GstElement* appsink);
+  void handleTags(const GstTagList* tags);
+  void handleStreamStart();
+  void handleFlush();
+  void handleEnd();
+
+ private:
+  std::shared_ptr<MovieAudioSink> sink_;
+  // Streaming thread only.
+  std::string lastTitle_;
+  std::string heldTitle_;  // waits for the next decoded buffer
+  bool audioSinceStreamStart_ = false;
+};
+
+// The stream title a tag list carries: "Artist - Title" when it names both,
+// else the title; empty when it has no title.
+std::string streamTitleFromTags(const GstTagList* tags);
+
+}  // namespace belvane::detail

@@ -1,0 +1,34 @@
+// MovieAudioAdapter (see movie_audio_adapter.h).
+#include "players/quicktime/movie_audio_adapter.h"
+
+namespace belvane::detail {
+
+void MovieAudioAdapter::detach() {
+  // The interrupt releases a streaming thread blocked in the output or
+  // waiting for it; the lock then waits for it to leave.
+  audio_->interrupt();
+  std::lock_guard lock(mutex_);
+  attached_ = false;
+}
+
+void MovieAudioAdapter::movieAudio(float sampleRate, float** channels, int32_t frames) {
+  std::lock_guard lock(mutex_);
+  if (attached_) audio_->write(sampleRate, channels, frames);
+}
+
+void MovieAudioAdapter::movieStreamTitle(const std::string& title) {
+  std::lock_guard lock(mutex_);
+  if (attached_) audio_->title(title, 0);
+}
+
+void MovieAudioAdapter::movieAudioDiscontinuity() {
+  std::lock_guard lock(mutex_);
+  if (attached_) audio_->forgetPendingTitles();
+}
+
+void MovieAudioAdapter::movieAudioEnded() {
+  std::lock_guard lock(mutex_);
+  if (attached_) audio_->playOut();
+}
+
+}  // namespace belvane::detail

@@ -1,0 +1,75 @@
+// BVQuickTimePlayer: the movie's audio through our own output (the path the
+// MP3 streamer's audio takes too), stream titles in time with it, and the
+// output setting, volume and mute that act on it.
+#include <belvane/BVConstants.h>
+#include <belvane/BVQuickTimePlayer.h>
+
+#include "movie/QTMovie.h"
+#include "players/audio_delivery.h"
+#include "players/quicktime/movie_audio_adapter.h"
+
+namespace belvane::detail {
+// Hands due titles to the player on the run loop, while it lives.
+class QuickTimeTitleClient final : public AudioDeliveryClient {
+ public:
+  explicit QuickTimeTitleClient(std::weak_ptr<BVQuickTimePlayer> player) : player_(std::move(player)) {}
+  void audioDeliveryTitleDue(const std::shared_ptr<const std::string>& title) override {
+    if (auto player = player_.lock()) player->streamTitleDue(title);
+  }
+
+ private:
+  std::weak_ptr<BVQuickTimePlayer> player_;
+};
+}  // namespace belvane::detail
+
+using belvane::detail::AudioDelivery;
+using belvane::detail::MovieAudioAdapter;
+
+int BVQuickTimePlayer::startMovieAudio() {
+  if (!audio_) {
+    audio_ = AudioDelivery::create();
+    titleClient_ = std::make_shared<belvane::detail::QuickTimeTitleClient>(sharedAs<BVQuickTimePlayer>());
+    audio_->setClient(titleClient_.get());
+    audio_->setOutput(audioOutput());
+    audio_->setVolume(_volume);
+    audio_->setMuted(_muted);
+  }
+  audio_->useCurrentRunLoop();
+  int code = audio_->start();
+  if (code == 0) movieAudio_ = std::make_shared<MovieAudioAdapter>(audio_);
+  return code;
+}
+
+// The audio of the movie being released stops at once; nothing its
+// streaming threads still deliver reaches the output.
+void BVQuickTimePlayer::stopMovieAudio() {
+  if (movieAudio_) movieAudio_->detach();
+  movieAudio_.reset();
+  streamTitle_.reset();
+}
+
+void BVQuickTimePlayer::streamTitleDue(const std::shared_ptr<const std::string>& title) {
+  if (!title || !_movie || hasPosition()) return;  // files keep their metadata keys
+  if (streamTitle_ && *streamTitle_ == *title) return;
+  streamTitle_ = title;
+  auto self = shared_from_this();
+  changedAttribute({{BVPlayerAttributeStreamTitleKey, BVValue(*title)}});
+}
+
+int BVQuickTimePlayer::setAudioOutput(const std::string& setting) {
+  int result = BVBasePlayer::setAudioOutput(setting);
+  if (result != 0) return result;
+  if (audio_) audio_->setOutput(setting);
+  if (_subPlayer) _subPlayer->setAudioOutput(setting);
+  return 0;
+}
+
+std::string BVQuickTimePlayer::audioOutputName() const {
+  if (_subPlayer) return _subPlayer->audioOutputName();
+  return audio_ ? audio_->outputName() : "none";
+}
+
+uint64_t BVQuickTimePlayer::outputFramesWritten() const {
+  if (_subPlayer) return _subPlayer->outputFramesWritten();
+  return audio_ ? audio_->framesWritten() : 0;
+}
