@@ -56,6 +56,7 @@ std::string encoderAndMuxer(MediaKind kind, const std::string& path) {
     case MediaKind::OggVorbis: return "vorbisenc ! oggmux ! filesink name=sink";
     case MediaKind::OggOpus: return "audioresample ! opusenc ! oggmux ! filesink name=sink";
     case MediaKind::FLAC: return "flacenc ! filesink name=sink";
+    case MediaKind::WAV: return "wavenc ! filesink name=sink";
     case MediaKind::MP3: return "lamemp3enc ! xingmux ! id3v2mux ! filesink name=sink";
     case MediaKind::WMA: return "avenc_wmav2 ! asfmux ! filesink name=sink";
     case MediaKind::ADTS: return "avenc_aac ! aacparse ! audio/mpeg,stream-format=adts ! filesink name=sink";
@@ -74,6 +75,7 @@ const char* mediaKindExtension(MediaKind kind) {
     case MediaKind::OggVorbis: return "ogg";
     case MediaKind::OggOpus: return "opus";
     case MediaKind::FLAC: return "flac";
+    case MediaKind::WAV: return "wav";
     case MediaKind::MP3: return "mp3";
     case MediaKind::WMA: return "wma";
     case MediaKind::ADTS: return "aac";

@@ -17,6 +17,7 @@ enum class MediaKind {
   OggVorbis,
   OggOpus,
   FLAC,
+  WAV,
   MP3,         // with a Xing header (so its length is known at once) and an ID3v2 tag
   WMA,         // WMA v2 in ASF
   ADTS,        // raw AAC frames with ADTS headers
@@ -29,7 +30,7 @@ enum class MediaKind {
 std::string writeMediaFile(const std::string& path, MediaKind kind, double seconds,
                            const std::map<std::string, std::string>& tags = {});
 
-// The usual file extension of a kind ("m4a", "mov", "ogg", "opus", "flac",
+// The usual file extension of a kind ("m4a", "mov", "ogg", "opus", "flac", "wav",
 // "mp3", "wma", "aac", "m3u8").
 const char* mediaKindExtension(MediaKind kind);
 

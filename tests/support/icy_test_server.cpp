@@ -115,8 +115,8 @@ void streamScript(const IcyStreamScript& script, int connection, const std::shar
     if (!writer.write(chunk)) return;
   }
   if (script.end == IcyStreamScript::End::Stall) {
-    while (writer.pause(0.05)) {
-    }
+    for (double waited = 0; writer.pause(0.05); waited += 0.05)
+      if (script.stallSeconds > 0 && waited >= script.stallSeconds) return;
   }
 }
 
@@ -129,13 +129,14 @@ IcyTestServer::~IcyTestServer() = default;
 void IcyTestServer::serve(const std::string& path, std::vector<IcyStreamScript> scripts) {
   auto state = state_;
   auto shared = std::make_shared<std::vector<IcyStreamScript>>(std::move(scripts));
-  http_.route(path, [state, shared, path](const ReceivedRequest&) {
+  const int first = connections(path);
+  http_.route(path, [state, shared, path, first](const ReceivedRequest&) {
     int connection;
     {
       std::lock_guard lock(state->mutex);
       connection = state->connections[path]++;
     }
-    const IcyStreamScript& script = (*shared)[std::min<size_t>(size_t(connection), shared->size() - 1)];
+    const IcyStreamScript& script = (*shared)[std::min<size_t>(size_t(connection - first), shared->size() - 1)];
     return Response::rawStream(
         [state, shared, &script, connection](ResponseWriter& writer) { streamScript(script, connection, state, writer); });
   });

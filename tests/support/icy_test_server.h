@@ -43,6 +43,7 @@ struct IcyStreamScript {
   std::vector<const Mp3Data*> audio;  // played in turn, round and round
   uint64_t audioBytes = 4'000'000;    // audio bytes sent before the end
   End end = End::Close;
+  double stallSeconds = 0;  // End::Stall: how long before closing (0: until the client goes)
   // HTTP status lines only: send Content-Length (a declared end).
   bool contentLength = false;
 };
@@ -60,6 +61,7 @@ class IcyTestServer {
   IcyTestServer();
   ~IcyTestServer();
 
+  // The connections from now on take the scripts in turn (the last repeats).
   void serve(const std::string& path, std::vector<IcyStreamScript> scriptsByConnection);
   std::string url(const std::string& path) const { return http_.url(path); }
   TestHTTPServer& http() { return http_; }

@@ -122,6 +122,27 @@ const Mp3Data* monoTone22k() {
   return data ? &*data : nullptr;
 }
 
+Mp3Data splitAdtsFrames(const std::string& bytes) {
+  static const int kRates[] = {96000, 88200, 64000, 48000, 44100, 32000, 24000, 22050, 16000, 12000, 11025, 8000};
+  Mp3Data data;
+  size_t at = 0;
+  while (at + 7 <= bytes.size()) {
+    auto b = [&](size_t i) { return unsigned(uint8_t(bytes[at + i])); };
+    if (b(0) != 0xFF || (b(1) & 0xF6) != 0xF0) break;
+    size_t length = ((b(3) & 3) << 11) | (b(4) << 3) | (b(5) >> 5);
+    if (length < 7 || at + length > bytes.size()) break;
+    if (data.frames.empty()) {
+      unsigned rateIndex = (b(2) >> 2) & 0xF;
+      data.sampleRate = rateIndex < 12 ? kRates[rateIndex] : 0;
+      data.channels = int(((b(2) & 1) << 2) | (b(3) >> 6));
+    }
+    data.frames.push_back({at, length, 1024});
+    at += length;
+  }
+  data.bytes = bytes.substr(0, at);
+  return data;
+}
+
 std::string adtsFrames(int count) {
   constexpr unsigned kLength = 371;
   std::string out;

@@ -42,6 +42,10 @@ Mp3Data encodeTone(int sampleRate, int channels, int kbps, double seconds, doubl
 // does not start a frame).
 Mp3Data splitMp3Frames(const std::string& bytes);
 
+// Splits AAC ADTS bytes into frames of 1024 samples each (stops at the first
+// byte that does not start a frame), so a server can serve real AAC with its
+// titles placed like MP3's.
+Mp3Data splitAdtsFrames(const std::string& bytes);
 // `count` AAC ADTS frames (44.1 kHz stereo headers, filler payload).
 std::string adtsFrames(int count);
 // Bytes that hold no frame sync at all (no 0xFF byte), from a fixed seed.

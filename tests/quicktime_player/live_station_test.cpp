@@ -1,0 +1,219 @@
+// Stations and files that the general engine plays through the master player
+// as the MP3 streamer plays its own: bare-URL AAC stations and Ogg/Opus mounts
+// with their titles on the first frame of their audio, a stall that is not an
+// end, a drop that is reconnected, a failed reconnection that is an error,
+// finite files played once, and seeks that keep playing.
+#include <belvane/BVConstants.h>
+#include <belvane/BVMasterPlayer.h>
+#include <belvane/BVQuickTimePlayer.h>
+
+#include "quicktime_test_support.h"
+#include "support/icecast_server.h"
+#include "support/icy_test_server.h"
+#include "support/mp3_test_data.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+
+using namespace belvane::test;
+
+namespace {
+
+// A title may land a codec frame away from where its audio starts: an AAC
+// frame holds 1024 samples, a long Vorbis block 2048.
+constexpr int64_t kCodecFrame = 1024;
+constexpr int64_t kVorbisBlock = 2048;
+
+struct MasterRun {
+  std::shared_ptr<BVMasterPlayer> master = BVMasterPlayer::create();
+  RecordingOwner owner;
+  explicit MasterRun(const std::string& output) {
+    EXPECT_EQ(master->setAudioOutput(output), 0);
+    master->setOwner(&owner);
+    owner.frames = [m = master.get()] { return m->outputFramesWritten(); };
+  }
+  ~MasterRun() { master->setOwner(nullptr); }
+  bool ended() const { return owner.reached(BVPlayerStateStopped) || owner.reached(BVPlayerStateError); }
+  bool runUntilTitles(size_t count, double seconds) {
+    BVRunLoop::main().runUntil([&] { return owner.titles.size() >= count || ended(); }, seconds);
+    return owner.titles.size() >= count;
+  }
+  void expectPlayedByTheGeneralEngineWithoutAnError() const {
+    EXPECT_NE(dynamic_cast<BVQuickTimePlayer*>(master->subPlayer().get()), nullptr);
+    for (auto& event : owner.states) EXPECT_EQ(event.error, nullptr);  // the streamer's refusal stays inside
+    EXPECT_TRUE(owner.announced(BVPlayerAttributeTrackTitleKey).empty()) << "stream titles are not track titles";
+  }
+};
+
+Mp3Data aacTone(const TempDir& dir, double seconds) {
+  return splitAdtsFrames(readWholeFile(writeMediaFile(dir.path() + "/tone.aac", MediaKind::ADTS, seconds)));
+}
+
+}  // namespace
+
+class BareURLStation : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(BareURLStation, PlaysAACWithEachTitleOnItsFirstFrame) {
+  TempDir dir;
+  Mp3Data aac = aacTone(dir, 4.0);
+  ASSERT_FALSE(aac.frames.empty());
+  IcyTestServer server;
+  IcyStreamScript script;
+  script.statusLine = GetParam();
+  script.contentType = "audio/aacp";
+  script.audio = {&aac};
+  script.audioBytes = 8192 * 4 * 12;  // a title every four blocks
+  server.serve("/", {script});
+
+  MasterRun run("null:fast");
+  run.master->playLink(linkTo(server.url("/")));
+  ASSERT_TRUE(run.runUntilTitles(11, 30.0)) << "titles: " << run.owner.titles.size();
+  run.expectPlayedByTheGeneralEngineWithoutAnError();
+  auto marks = server.titles();
+  for (size_t i = 0; i < run.owner.titles.size() && i < marks.size(); ++i) {
+    EXPECT_EQ(run.owner.titles[i], marks[i].title);
+    EXPECT_LE(std::llabs(int64_t(run.owner.titleFrames[i]) - int64_t(marks[i].samplesBefore)), kCodecFrame)
+        << marks[i].title << " announced at frame " << run.owner.titleFrames[i] << ", its audio starts at "
+        << marks[i].samplesBefore;
+  }
+  EXPECT_EQ(run.master->attributes()[BVPlayerAttributeStreamTitleKey].stringOr(), run.owner.titles.back());
+}
+
+INSTANTIATE_TEST_SUITE_P(StatusLines, BareURLStation, ::testing::Values("ICY 200 OK", "HTTP/1.0 200 OK"));
+
+TEST(LiveStation, AStreamThatClaimsMP3ButIsAACPlaysOnTheGeneralEngine) {
+  TempDir dir;
+  Mp3Data aac = aacTone(dir, 2.0);
+  IcyTestServer server;
+  IcyStreamScript script;
+  script.contentType = "audio/mpeg";
+  script.audio = {&aac};
+  server.serve("/stream", {script});
+  MasterRun run("null");
+  run.master->playLink(linkTo(server.url("/stream")));
+  ASSERT_TRUE(run.runUntilTitles(1, 30.0));
+  EXPECT_TRUE(run.owner.reached(BVPlayerStatePlaying));
+  run.expectPlayedByTheGeneralEngineWithoutAnError();
+}
+
+// A stall shorter than the read time-out is ridden out; a drop is reconnected
+// without a word to the host; when reconnecting fails the host hears one
+// error, worded for a listener.
+TEST(LiveStation, StallsAndDropsKeepPlayingUntilReconnectingFails) {
+  TempDir dir;
+  Mp3Data aac = aacTone(dir, 2.0);
+  IcyTestServer server;
+  IcyStreamScript stalls;
+  stalls.contentType = "audio/aacp";
+  stalls.audio = {&aac};
+  stalls.audioBytes = 60'000;
+  stalls.end = IcyStreamScript::End::Stall;
+  stalls.stallSeconds = 5;
+  IcyStreamScript drops = stalls;
+  drops.end = IcyStreamScript::End::Close;
+  IcyStreamScript gone;
+  gone.statusLine = "ICY 404 Not Found";
+  server.serve("/", {stalls});
+
+  MasterRun run("null:fast");
+  run.master->playLink(linkTo(server.url("/")));
+  ASSERT_TRUE(run.owner.runUntil(BVPlayerStatePlaying, 30.0));
+  const int before = server.connections("/");
+  server.serve("/", {drops, gone});  // what the reconnections find
+  ASSERT_TRUE(run.owner.runUntil(BVPlayerStateError, 60.0));
+  auto states = run.owner.sequence();
+  EXPECT_EQ(states.back(), BVPlayerStateError);
+  EXPECT_EQ(std::count(states.begin(), states.end(), BVPlayerStatePlaying), 1);
+  EXPECT_FALSE(run.owner.reached(BVPlayerStateStopped));
+  EXPECT_GE(server.connections("/") - before, 2);
+  // Both connections' audio was played.
+  EXPECT_GT(run.master->outputFramesWritten(), 2 * 60'000 / 400 * kCodecFrame * 9 / 10);
+  ASSERT_TRUE(run.owner.states.back().error);
+  EXPECT_FALSE(run.owner.states.back().error->localizedDescription().empty());
+}
+
+// Icecast delivers the titles of an Ogg mount as the comments of each new
+// chain; each is announced when its chain's first sample is written.
+class OggMount : public ::testing::TestWithParam<MediaKind> {};
+
+TEST_P(OggMount, AnnouncesEachChainWhenItsAudioStarts) {
+  if (!IcecastServer::available()) GTEST_SKIP() << "icecast2 is not installed";
+  IcecastServer ice;
+  ASSERT_TRUE(ice.start());
+  TempDir dir;
+  const double chainSeconds = 2.0;
+  std::string stream = readWholeFile(writeMediaFile(dir.path() + "/a", GetParam(), chainSeconds,
+                                                    {{"title", "First"}, {"artist", "Band"}})) +
+                       readWholeFile(writeMediaFile(dir.path() + "/b", GetParam(), chainSeconds, {{"title", "Second"}}));
+  ASSERT_TRUE(ice.startSource("/radio", stream, int(stream.size() / (2 * chainSeconds)), "application/ogg"));
+
+  MasterRun run("null");
+  run.master->playLink(linkTo(ice.url("/radio")));
+  ASSERT_TRUE(run.runUntilTitles(4, 40.0)) << "titles: " << run.owner.titles.size();
+  run.expectPlayedByTheGeneralEngineWithoutAnError();
+  const double rate = GetParam() == MediaKind::OggOpus ? 48000 : 44100;
+  for (size_t i = 1; i < run.owner.titles.size(); ++i) {
+    EXPECT_NE(run.owner.titles[i], run.owner.titles[i - 1]);
+    EXPECT_TRUE(run.owner.titles[i] == "Band - First" || run.owner.titles[i] == "Second") << run.owner.titles[i];
+    if (i < 2) continue;  // the first chain heard may have been joined midway
+    int64_t frames = int64_t(run.owner.titleFrames[i]) - int64_t(run.owner.titleFrames[i - 1]);
+    EXPECT_LE(std::llabs(frames - int64_t(chainSeconds * rate)),
+              GetParam() == MediaKind::OggOpus ? kCodecFrame : kVorbisBlock)
+        << run.owner.titles[i];
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Codecs, OggMount, ::testing::Values(MediaKind::OggVorbis, MediaKind::OggOpus));
+
+// A podcast episode or a file over plain HTTP ends with its body: it is
+// played once, whichever engine plays it. The MP3 engine plays the reply the
+// tuner looked at; the general engine makes its own request after the
+// tuner's look.
+TEST(FiniteResource, FilesServedWithALengthArePlayedOnceFromOneRequest) {
+  TempDir dir;
+  TestHTTPServer server;
+  struct Case {
+    std::string path, type, bytes;
+    double seconds;
+    int requests;
+  };
+  std::vector<Case> cases{
+      {"/episode.aac", "audio/aac", readWholeFile(writeMediaFile(dir.path() + "/e.aac", MediaKind::ADTS, 1.5)), 1.5, 2}};
+  if (const Mp3Data* mp3 = stereoTone44k()) cases.push_back({"/episode.mp3", "audio/mpeg", mp3->bytes, 4.0, 1});
+  for (auto& c : cases) server.route(c.path, Response::ok(c.type, c.bytes));
+  for (auto& c : cases) {
+    MasterRun run("null");
+    run.master->playLink(linkTo(server.url(c.path)));
+    ASSERT_TRUE(BVRunLoop::main().runUntil([&] { return run.ended(); }, 30.0)) << c.path;
+    EXPECT_EQ(run.owner.states.back().to, BVPlayerStateStopped) << c.path;
+    double played = double(run.master->outputFramesWritten()) / 44100.0;
+    EXPECT_NEAR(played, c.seconds, 0.2) << c.path;
+    int gets = 0;
+    for (auto& request : server.requests())
+      if (request.path == c.path && request.method == "GET") ++gets;
+    EXPECT_EQ(gets, c.requests) << c.path;
+  }
+}
+
+TEST(FiniteResource, SeeksKeepPlayingInEverySeekableFile) {
+  TempDir dir;
+  for (MediaKind kind : {MediaKind::WAV, MediaKind::FLAC, MediaKind::OggVorbis, MediaKind::M4A}) {
+    std::string path = writeMediaFile(dir.path() + "/tone." + mediaKindExtension(kind), kind, 4.0);
+    MasterRun run("null");
+    run.master->playLink(BVMediaLink::linkWithURL(BVURL::fileURLWithPath(path)));
+    ASSERT_TRUE(run.owner.runUntil(BVPlayerStatePlaying)) << path;
+    ASSERT_TRUE(run.master->hasPosition()) << path;
+    run.master->setPosition(0.5f);
+    BVRunLoop::main().runUntil([] { return false; }, 0.5);
+    EXPECT_EQ(run.master->state(), BVPlayerStatePlaying) << path;
+    EXPECT_GE(run.master->position(), 0.5f) << path;
+    EXPECT_LE(run.master->position(), 0.75f) << path;
+    ASSERT_TRUE(BVRunLoop::main().runUntil([&] { return run.ended(); }, 10.0)) << path;
+    auto states = run.owner.sequence();
+    EXPECT_EQ(std::count(states.begin(), states.end(), BVPlayerStateStopped), 1) << path;
+    EXPECT_EQ(states.back(), BVPlayerStateStopped) << path;
+  }
+}
