@@ -48,6 +48,11 @@ class BVPlayerToolClient : public BVVendable {
   // The tool player's state (a BVPlayerState value); a Linux addition so a
   // host can follow playback without callbacks across the process boundary.
   int state();
+  // Linux additions: the tool player's audio output (see BVBasePlayer), its
+  // name once playing, and the frames it has written.
+  int setAudioOutput(const std::string& setting);
+  std::string audioOutputName();
+  uint64_t outputFramesWritten();
 
   // The operations the tool's player answers, with their type codes.
   static const BVRemoteInterface& playerToolInterface();

@@ -15,6 +15,9 @@ const BVRemoteInterface& BVPlayerToolClient::playerToolInterface() {
       {"attributes", "", '@', nullptr},
       {"lastError", "", '@', nullptr},
       {"state", "", 'i', nullptr},
+      {"setAudioOutput:", "@", 'i', nullptr},
+      {"audioOutputName", "", '@', nullptr},
+      {"outputFramesWritten", "", 'd', nullptr},
   });
   return table;
 }
@@ -49,3 +52,15 @@ BVErrorRef BVPlayerToolClient::lastError() {
 }
 
 int BVPlayerToolClient::state() { return int(send().forwardInvocation("state", {}).integerValue()); }
+
+int BVPlayerToolClient::setAudioOutput(const std::string& setting) {
+  return int(send().forwardInvocation("setAudioOutput:", {BVValue(setting)}).integerValue());
+}
+
+std::string BVPlayerToolClient::audioOutputName() {
+  return send().forwardInvocation("audioOutputName", {}).stringOr("none");
+}
+
+uint64_t BVPlayerToolClient::outputFramesWritten() {
+  return uint64_t(send().forwardInvocation("outputFramesWritten", {}).doubleValue());
+}

@@ -30,6 +30,13 @@ PlayerToolServer::PlayerToolServer(BVToolConnection& connection)
       {"attributes", [this](const BVArray&) { return BVValue(player_->attributes()); }},
       {"lastError", [this](const BVArray&) { return BVValue(lastError_); }},
       {"state", [this](const BVArray&) { return BVValue(int(player_->state())); }},
+      {"setAudioOutput:",
+       [this](const BVArray& a) {
+         const std::string* setting = a.at(0).string();
+         return BVValue(setting ? player_->setAudioOutput(*setting) : -1);
+       }},
+      {"audioOutputName", [this](const BVArray&) { return BVValue(player_->audioOutputName()); }},
+      {"outputFramesWritten", [this](const BVArray&) { return BVValue(double(player_->outputFramesWritten())); }},
   };
   for (const auto& op : BVPlayerToolClient::playerToolInterface().operations()) {
     BVRemoteOperation o = op;

@@ -188,10 +188,8 @@ int runPlay(const Arguments& args) {
   if (!url) throw UsageError("not a URL: '" + urlText + "'");
 
   if (args.flag("tool") || args.option("tool-path")) {
-    // The tool inherits the output choice through the environment.
-    g_setenv("BELVANE_AUDIO_OUTPUT", output.c_str(), TRUE);
-    int status = playThroughTool(args.option("tool-path").value_or(defaultPlayerToolPath()), *url, duration, volume,
-                                 args.flag("mute"), json);
+    int status = playThroughTool(args.option("tool-path").value_or(defaultPlayerToolPath()), *url, output, duration,
+                                 volume, args.flag("mute"), json);
     demo.reset();
     return status;
   }

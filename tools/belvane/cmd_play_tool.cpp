@@ -67,7 +67,7 @@ class ToolPlayback {
       line["to"] = int(to);
       line["error"] = errorToJSON(error);
       line["engine"] = "";
-      line["outputFrames"] = 0;
+      line["outputFrames"] = client_.outputFramesWritten();
       print(line);
       return;
     }
@@ -87,7 +87,7 @@ class ToolPlayback {
       line["event"] = "attribute";
       line["attributes"] = valueToJSON(BVValue(attributes));
       line["engine"] = "";
-      line["outputFrames"] = 0;
+      line["outputFrames"] = client_.outputFramesWritten();
       print(line);
       return;
     }
@@ -105,12 +105,17 @@ class ToolPlayback {
 
 }  // namespace
 
-int playThroughTool(const std::string& toolPath, const BVURL& url, double duration, double volume, bool mute,
-                    bool json) {
+int playThroughTool(const std::string& toolPath, const BVURL& url, const std::string& output, double duration,
+                    double volume, bool mute, bool json) {
   BVPlayerToolClient client;
   client.setServerToolPath(toolPath);
   if (auto error = client.connect()) {
     std::fprintf(stderr, "belvane play: %s\n", error->localizedDescription().c_str());
+    return 1;
+  }
+  if (client.setAudioOutput(output) != 0) {
+    std::fprintf(stderr, "belvane play: the player tool does not understand the output '%s'\n", output.c_str());
+    client.disconnect();
     return 1;
   }
   if (volume >= 0) client.setVolume(float(volume));

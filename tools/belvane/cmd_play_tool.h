@@ -9,7 +9,7 @@ namespace belvane::tool {
 
 // Plays url through the tool at toolPath until it stops or the duration
 // passes; the exit status of belvane play.
-int playThroughTool(const std::string& toolPath, const BVURL& url, double duration, double volume, bool mute,
-                    bool json);
+int playThroughTool(const std::string& toolPath, const BVURL& url, const std::string& output, double duration,
+                    double volume, bool mute, bool json);
 
 }  // namespace belvane::tool
