@@ -4,6 +4,14 @@
 // fails on a stream that has fallback streams, without telling the host of
 // the failure. Every callback of the sub-player is relayed to the host with
 // the master as the player.
+//
+// Switching and stopping: a host switches stations by calling playLink again
+// on the same master player, whatever the last playback came to (playing,
+// stopped, failed or still connecting). What was playing stops at once and
+// the new link starts afresh, on whichever engine it needs; the callbacks
+// that follow are the new link's, starting with Connecting. A host stops
+// playback by releasing the master player (clear its owner first): its audio
+// stops at once. All of it on the thread whose run loop plays.
 #pragma once
 
 #include <belvane/BVBasePlayer.h>
@@ -48,8 +56,10 @@ class BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
   BVMasterPlayer();
 
  private:
+  void replaceSubPlayer(std::shared_ptr<BVBasePlayer> next);
   std::pair<std::shared_ptr<BVBasePlayer>, std::shared_ptr<BVMediaLink>> fallbackPlayer(const BVMP3StreamPlayer& failed,
                                                                                       const BVErrorRef& error);
 
   std::shared_ptr<BVBasePlayer> _subPlayer;
+  bool subPlayerUsed_ = false;  // the sub-player has been given a link
 };

@@ -3,7 +3,9 @@
 // MP3 stream player fails on a stream that had fallback streams.
 #include <belvane/BVConstants.h>
 #include <belvane/BVMP3StreamPlayer.h>
+#include <belvane/BVHelixPlayer.h>
 #include <belvane/BVMasterPlayer.h>
+#include <belvane/BVQuickTimePlayer.h>
 #include <belvane/BVMediaFormat.h>
 #include <belvane/BVMediaLink.h>
 #include <belvane/BVPlayerEngineCenter.h>
@@ -27,10 +29,42 @@ BVMasterPlayer::~BVMasterPlayer() {
   _subPlayer.reset();
 }
 
+namespace {
+// A new player of the engine whose player `current` is.
+std::shared_ptr<BVBasePlayer> freshPlayerLike(const BVBasePlayer& current) {
+  if (dynamic_cast<const BVQuickTimePlayer*>(&current)) return BVQuicktimePlayerEngine::sharedEngine()->createPlayer();
+  if (dynamic_cast<const BVHelixPlayer*>(&current))
+    if (auto player = BVHelixPlayerEngine::sharedEngine()->createPlayer()) return player;
+  return BVMP3StreamPlayer::create();
+}
+}  // namespace
+
 void BVMasterPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   BVBasePlayer::playLink(link);
+  if (subPlayerUsed_) {
+    // The sub-player has played before: what it played stops now, and the
+    // new link starts afresh on the same engine, with nothing of the last
+    // playback left over (its error, fallback streams, drain, title).
+    auto fresh = freshPlayerLike(*_subPlayer);
+    fresh->setAudioOutput(audioOutput());
+    fresh->setVolume(volume());
+    fresh->setMuted(isMuted());
+    replaceSubPlayer(std::move(fresh));
+  }
   auto sub = _subPlayer;  // playing may replace the sub-player
+  subPlayerUsed_ = true;
   sub->playLink(link);
+}
+
+// The old sub-player hears nothing more from here on; it goes once the call
+// that may be running inside it has returned, and its audio stops with it.
+void BVMasterPlayer::replaceSubPlayer(std::shared_ptr<BVBasePlayer> next) {
+  auto old = std::move(_subPlayer);
+  old->setOwner(nullptr);
+  _subPlayer = std::move(next);
+  _subPlayer->setOwner(this);
+  subPlayerUsed_ = false;
+  BVRunLoop::current().perform([old] {});
 }
 
 BVPlayerState BVMasterPlayer::state() const { return _subPlayer->state(); }
@@ -98,7 +132,11 @@ std::pair<std::shared_ptr<BVBasePlayer>, std::shared_ptr<BVMediaLink>> BVMasterP
 void BVMasterPlayer::playerStateChanged(BVBasePlayer& player, BVPlayerState from, BVPlayerState to,
                                         const BVErrorRef& error) {
   auto self = shared_from_this();
+  // The MP3 player that failed: the sub-player itself, or the one a general
+  // engine's player handed an MP3-looking link to (after a switch of station).
   auto* mp3 = dynamic_cast<BVMP3StreamPlayer*>(&player);
+  if (auto* general = dynamic_cast<BVQuickTimePlayer*>(&player); general && !mp3)
+    mp3 = dynamic_cast<BVMP3StreamPlayer*>(general->subPlayer().get());
   if (error && mp3 && &player == _subPlayer.get()) {
     auto [next, link] = fallbackPlayer(*mp3, error);
     if (next) {
@@ -106,12 +144,9 @@ void BVMasterPlayer::playerStateChanged(BVBasePlayer& player, BVPlayerState from
       next->setVolume(volume());
       next->setMuted(isMuted());
       next->setPosition(position());
-      // The failing player may be the caller: keep it until it returns.
-      auto old = std::move(_subPlayer);
-      _subPlayer = next;
-      _subPlayer->setOwner(this);
-      _subPlayer->playLink(link);
-      BVRunLoop::current().perform([old] {});
+      replaceSubPlayer(next);
+      subPlayerUsed_ = true;
+      next->playLink(link);
       return;
     }
   }
