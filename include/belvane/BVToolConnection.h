@@ -134,17 +134,23 @@ class BVToolConnection {
   // Server: called when the run loop should end (the host disconnected).
   void setTerminationHandler(std::function<void()> handler) { terminationHandler_ = std::move(handler); }
 
-  // The pipe folder, "<tmp>/com.brambleside.ettd"; and whether it is safe to
-  // use (a directory we own, no symbolic link, no access for others),
-  // creating it 0700 when missing. On refusal, *error is a 5602 error.
+  // The pipe folder, private to the user: "$XDG_RUNTIME_DIR/com.brambleside.ettd"
+  // when that variable is set, else "<tmp>/com.brambleside.ettd-<uid>"; and
+  // whether it is safe to use (a directory we own, no symbolic link, no
+  // access for others), creating it 0700 when missing. On refusal, *error is
+  // a 5602 error.
   static std::string pipeDirectory();
   static bool preparePipeDirectory(BVErrorRef* error);
+  // Removes the pipe files of tool processes that no longer exist (their
+  // host was killed before it could remove them); connect() does it.
+  static void removeStalePipes();
 
   // Classes the connection's archives may hold.
   static const std::set<std::string, std::less<>>& archivableClasses();
 
  private:
   void _taskDidTerminate();
+  static void removePipes(int pid);
   // Client: writes one request and reads its reply.
   bool exchange(std::span<const uint8_t> payload, bv_player_tool_msg_header_s* replyHeader, BVValue* reply);
   void serverInputReadable();

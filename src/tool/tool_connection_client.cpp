@@ -59,6 +59,7 @@ BVErrorRef BVToolConnection::connect() {
   }
   BVErrorRef folderError;
   if (!preparePipeDirectory(&folderError)) return folderError;
+  removeStalePipes();
 
   auto fail = [&](const std::string& reason) {
     if (childWatch_) childWatch_->cancel();
@@ -129,6 +130,8 @@ void BVToolConnection::disconnect() {
       kill(pid_, SIGKILL);
       waitpid(pid_, &status, 0);
     }
+    // A tool that ended normally removed its pipes; one that was killed could not.
+    removePipes(pid_);
   }
   if (pidfd_ >= 0) close(pidfd_);
   pidfd_ = -1;

@@ -1,6 +1,6 @@
 // Forwarded calls between two real processes: every argument and return
 // type code, unknown selectors, server exceptions, unarchivable returns, a
-// tool killed mid-call, two tools at once, and a foreign pipe folder.
+// tool killed mid-call, two tools at once, pipe folders of our own.
 #include <belvane/BVKitOwner.h>
 #include <belvane/BVToolConnection.h>
 
@@ -13,6 +13,8 @@
 #include <glib.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cmath>
@@ -141,6 +143,8 @@ TEST_F(ToolConnection, AToolKilledMidCallFailsTheCallAndDisconnects) {
   EXPECT_FALSE(connection.isConnected());
   EXPECT_TRUE(log.contains("Exception in"));
   EXPECT_EQ(connection.forwardInvocation("pid", {}).integerValue(), 0) << "later calls give zero";
+  std::string pipe = BVToolConnection::pipeDirectory() + "/bpt_input_" + std::to_string(pid);
+  EXPECT_FALSE(g_file_test(pipe.c_str(), G_FILE_TEST_EXISTS)) << "the host removed the killed tool's pipes";
 }
 
 TEST(ToolConnectionSetup, RefusesBadToolPathsAndForeignPipeFolders) {
@@ -160,8 +164,8 @@ TEST(ToolConnectionSetup, RefusesBadToolPathsAndForeignPipeFolders) {
   EXPECT_EQ(connection.serverProcessID(), 0);
 
   // A pipe folder that others can enter, or a symbolic link, is refused.
-  belvane::test::ScopedEnv tmpdir("TMPDIR", tmp.path());
-  std::string folder = tmp.path() + "/com.brambleside.ettd";
+  belvane::test::ScopedEnv tmpdir("TMPDIR", tmp.path()), runtime("XDG_RUNTIME_DIR", "");
+  std::string folder = tmp.path() + "/com.brambleside.ettd-" + std::to_string(geteuid());
   ASSERT_EQ(BVToolConnection::pipeDirectory(), folder);
   mkdir(folder.c_str(), 0700);
   chmod(folder.c_str(), 0777);
@@ -182,4 +186,40 @@ TEST(ToolConnectionSetup, RefusesBadToolPathsAndForeignPipeFolders) {
   EXPECT_FALSE(BVToolConnection::preparePipeDirectory(&folderError));
   ASSERT_TRUE(folderError);
   EXPECT_NE(folderError->localizedDescription().find("symbolic link"), std::string::npos);
+}
+
+TEST(ToolConnectionSetup, EachUserHasAPipeFolderOfItsOwnAndStalePipesGo) {
+  belvane::test::TempDir tmp;
+  {
+    belvane::test::ScopedEnv runtime("XDG_RUNTIME_DIR", tmp.path());
+    EXPECT_EQ(BVToolConnection::pipeDirectory(), tmp.path() + "/com.brambleside.ettd");
+  }
+  belvane::test::ScopedEnv tmpdir("TMPDIR", tmp.path()), noRuntime("XDG_RUNTIME_DIR", "");
+
+  // Another user made the shared folder name, and one with our name in it.
+  std::string shared = tmp.path() + "/com.brambleside.ettd";
+  std::string ours = tmp.path() + "/com.brambleside.ettd-" + std::to_string(geteuid());
+  mkdir(shared.c_str(), 0700);
+  if (chown(shared.c_str(), geteuid() + 4242, getegid()) != 0)
+    GTEST_SKIP() << "giving a folder to another user needs root";
+  Signatures signatures;
+  BVToolConnection connection;
+  connection.setVendedObject(&signatures);
+  connection.setServerToolPath(echoTool());
+  // A killed host left the pipes of a tool that is gone.
+  ASSERT_EQ(mkdir(ours.c_str(), 0700), 0);
+  pid_t gone = fork();
+  if (gone == 0) _exit(0);
+  waitpid(gone, nullptr, 0);
+  std::string stale = ours + "/bpt_output_" + std::to_string(gone);
+  ASSERT_EQ(mkfifo(stale.c_str(), 0660), 0);
+  ASSERT_EQ(connection.connect(), nullptr) << "another user's folder does not stop ours";
+  EXPECT_EQ(connection.forwardInvocation("pid", {}).integerValue(), connection.serverProcessID());
+  EXPECT_FALSE(g_file_test(stale.c_str(), G_FILE_TEST_EXISTS)) << "stale pipes are removed";
+  connection.disconnect();
+
+  ASSERT_EQ(chown(ours.c_str(), geteuid() + 4242, getegid()), 0);
+  auto error = connection.connect();
+  ASSERT_TRUE(error);
+  EXPECT_NE(error->localizedDescription().find("belongs to another user"), std::string::npos);
 }
