@@ -147,6 +147,43 @@ TEST_F(ToolConnection, AToolKilledMidCallFailsTheCallAndDisconnects) {
   EXPECT_FALSE(g_file_test(pipe.c_str(), G_FILE_TEST_EXISTS)) << "the host removed the killed tool's pipes";
 }
 
+TEST_F(ToolConnection, AToolThatDoesNotAnswerInTimeIsEndedLikeOneThatDied) {
+  connection.setTimeout(1.0);
+  auto bounded = [&](const char* selector) {
+    int pid = connection.serverProcessID();
+    auto start = std::chrono::steady_clock::now();
+    BVValue result = connection.forwardInvocation(selector, {});
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2500)) << selector;
+    EXPECT_EQ(result.integerValue(), 0);
+    EXPECT_FALSE(connection.isConnected());
+    EXPECT_TRUE(connection.terminationError() &&
+                connection.terminationError()->localizedDescription().find("stopped answering") != std::string::npos);
+    EXPECT_NE(kill(pid, 0), 0) << "the tool was killed and reaped";
+    std::string pipe = BVToolConnection::pipeDirectory() + "/bpt_output_" + std::to_string(pid);
+    EXPECT_FALSE(g_file_test(pipe.c_str(), G_FILE_TEST_EXISTS));
+  };
+  bounded("headerOnly");  // a reply header whose payload never arrives
+  ASSERT_EQ(connection.connect(), nullptr);
+  EXPECT_FALSE(connection.terminationError());
+  kill(connection.serverProcessID(), SIGSTOP);  // a frozen tool
+  bounded("pid");
+}
+
+TEST(ToolConnectionSetup, ConnectGivesUpOnAToolThatNeverMakesItsPipes) {
+  belvane::test::TempDir tmp;
+  std::string tool = tmp.write("silent-tool", "#!/bin/sh\nexec sleep 60\n");
+  chmod(tool.c_str(), 0755);
+  BVToolConnection connection;
+  connection.setServerToolPath(tool);
+  connection.setTimeout(0.5);
+  auto start = std::chrono::steady_clock::now();
+  auto error = connection.connect();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code(), 5602);
+  EXPECT_EQ(connection.serverProcessID(), 0);
+}
+
 TEST(ToolConnectionSetup, RefusesBadToolPathsAndForeignPipeFolders) {
   BVToolConnection connection;
   auto error = connection.connect();
