@@ -69,7 +69,9 @@ void BVQuickTimePlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
 
 void BVQuickTimePlayer::playWithMovie(const std::shared_ptr<BVMediaLink>& link) {
   auto safeLink = makeLinkSafeFromASXBug(link);
-  BVBasePlayer::playLink(safeLink);
+  // The link stays the player's (its errors name it); only the movie opens
+  // the reference movie made for it.
+  BVBasePlayer::playLink(link);
   // A sub-player left from an earlier link stays and keeps answering.
   _releaseMovie();
   BVErrorRef error;
