@@ -126,9 +126,8 @@ std::shared_ptr<BVMediaLink> BVQuickTimePlayer::mediaLinkForMMSURL(const BVURL& 
     BVLog("Could not write the reference movie for %s: %s", text.c_str(), std::strerror(failure));
     return nullptr;
   }
-  // The movie reads the file when it is opened, which the caller does in
-  // this turn of the run loop; the file goes on the next turn, whether the
-  // movie opened, failed or the player went in the meantime.
+  // The player removes the file once its movie has been opened from it; for
+  // a caller that never opens one, it goes on the next turn of the run loop.
   BVRunLoop::current().perform([path] { unlink(path.c_str()); });
   _employedFlip4MacWorkAround = true;
   return BVMediaLink::linkWithURL(BVURL::fileURLWithPath(path));

@@ -11,6 +11,8 @@
 #include "foundation/text_encoding.h"
 #include "movie/QTMovie.h"
 
+#include <unistd.h>
+
 #include <typeinfo>
 
 using belvane::detail::asciiLower;
@@ -76,6 +78,9 @@ void BVQuickTimePlayer::playWithMovie(const std::shared_ptr<BVMediaLink>& link) 
   _releaseMovie();
   BVErrorRef error;
   auto movie = QTMovie::movieWithURL(safeLink->url(), &error);
+  // The movie has read the reference movie made for the link (or failed):
+  // the file is not needed any more.
+  if (safeLink != link) unlink(safeLink->url().fileSystemPath().c_str());
   if (!movie || error) {
     _movie = nullptr;
     changeStateTo(BVPlayerStateError, error);
