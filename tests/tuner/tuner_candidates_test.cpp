@@ -226,6 +226,11 @@ TEST(StreamTuner, FailuresComeAsReadableErrors) {
   BVErrorRef huge = failure(server.url("/huge.m3u"));
   EXPECT_EQ(huge->code(), QLStreamTunerErrorPlaylistTooLarge);
 
+  server.route("/loop", Response::redirect(server.url("/loop")));
+  BVErrorRef loop = failure(server.url("/loop"));
+  EXPECT_EQ(loop->domain(), BVURLErrorDomain);
+  EXPECT_EQ(loop->code(), BVURLErrorHTTPTooManyRedirects);
+
   // Every candidate declined.
   BVErrorRef declined;
   EXPECT_EQ(offersOf(server.url("/station.pls"), &declined).size(), 1u);
