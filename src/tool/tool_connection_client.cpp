@@ -116,7 +116,8 @@ void BVToolConnection::endTool(bool kill) {
   if (pid_ > 0) {
     // A tool asked to disconnect ends by itself; one that does not (or that
     // no longer answers) is killed. Either way it is reaped here.
-    if (kill || !belvane::detail::waitForExit(pid_, pidfd_, std::min(timeout_, 2.0))) {
+    const double grace = timeout_ < 0 ? 2.0 : std::min(timeout_, 2.0);
+    if (kill || !belvane::detail::waitForExit(pid_, pidfd_, grace)) {
       ::kill(pid_, SIGKILL);
       belvane::detail::waitForExit(pid_, pidfd_, -1);
     }
