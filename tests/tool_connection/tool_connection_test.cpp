@@ -232,17 +232,12 @@ TEST(ToolConnectionSetup, EachUserHasAPipeFolderOfItsOwnAndStalePipesGo) {
     EXPECT_EQ(BVToolConnection::pipeDirectory(), tmp.path() + "/com.brambleside.ettd");
   }
   belvane::test::ScopedEnv tmpdir("TMPDIR", tmp.path()), noRuntime("XDG_RUNTIME_DIR", "");
-
-  // Another user made the shared folder name, and one with our name in it.
-  std::string shared = tmp.path() + "/com.brambleside.ettd";
   std::string ours = tmp.path() + "/com.brambleside.ettd-" + std::to_string(geteuid());
-  mkdir(shared.c_str(), 0700);
-  if (chown(shared.c_str(), geteuid() + 4242, getegid()) != 0)
-    GTEST_SKIP() << "giving a folder to another user needs root";
   Signatures signatures;
   BVToolConnection connection;
   connection.setVendedObject(&signatures);
   connection.setServerToolPath(echoTool());
+
   // A killed host left the pipes of a tool that is gone.
   ASSERT_EQ(mkdir(ours.c_str(), 0700), 0);
   pid_t gone = fork();
@@ -250,11 +245,19 @@ TEST(ToolConnectionSetup, EachUserHasAPipeFolderOfItsOwnAndStalePipesGo) {
   waitpid(gone, nullptr, 0);
   std::string stale = ours + "/bpt_output_" + std::to_string(gone);
   ASSERT_EQ(mkfifo(stale.c_str(), 0660), 0);
-  ASSERT_EQ(connection.connect(), nullptr) << "another user's folder does not stop ours";
-  EXPECT_EQ(connection.forwardInvocation("pid", {}).integerValue(), connection.serverProcessID());
+  ASSERT_EQ(connection.connect(), nullptr);
   EXPECT_FALSE(g_file_test(stale.c_str(), G_FILE_TEST_EXISTS)) << "stale pipes are removed";
   connection.disconnect();
 
+  // Another user made the shared folder name: it does not stop ours. Our
+  // own folder given to someone else is refused.
+  std::string shared = tmp.path() + "/com.brambleside.ettd";
+  mkdir(shared.c_str(), 0700);
+  if (chown(shared.c_str(), geteuid() + 4242, getegid()) != 0)
+    GTEST_SKIP() << "giving a folder to another user needs root";
+  ASSERT_EQ(connection.connect(), nullptr);
+  EXPECT_EQ(connection.forwardInvocation("pid", {}).integerValue(), connection.serverProcessID());
+  connection.disconnect();
   ASSERT_EQ(chown(ours.c_str(), geteuid() + 4242, getegid()), 0);
   auto error = connection.connect();
   ASSERT_TRUE(error);
