@@ -3,8 +3,11 @@
 // connection; the client is the connection's vended object on this side, so
 // its operation table gives the calls' argument and return types.
 //
-// Calls never throw: a failure in the tool gives zero or nothing (logged),
-// and a dead tool disconnects the client.
+// Calls never throw: a failure in the tool gives zero or nothing (logged).
+// A tool that dies, or does not answer within timeout() (5 s by default), is
+// ended and disconnects the client; state() then reports BVPlayerStateError
+// and lastError() "The player tool ended unexpectedly." (or that it stopped
+// answering), as a player in the host would report its own failure.
 #pragma once
 
 #include <belvane/BVError.h>
@@ -33,6 +36,8 @@ class BVPlayerToolClient : public BVVendable {
   BVErrorRef connect() { return connection_->connect(); }
   void disconnect() { connection_->disconnect(); }
   int serverProcessID() const { return connection_->serverProcessID(); }
+  void setTimeout(double seconds) { connection_->setTimeout(seconds); }
+  double timeout() const { return connection_->timeout(); }
   bool isConnected() const { return connection_->isConnected(); }
 
   // Forwarded to the tool's player.

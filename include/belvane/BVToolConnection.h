@@ -3,7 +3,7 @@
 // The same class serves both ends. In the host (client) it launches the tool
 // executable and opens two named pipes the tool made; each forwarded call is
 // a request message written to the input pipe and answered by one reply on
-// the output pipe, while the calling thread waits. In the tool (server) it
+// the output pipe, while the calling thread waits (at most timeout()). In the tool (server) it
 // makes the pipes, serves requests on its run loop and invokes each on the
 // vended object. Messages are a fixed 44-byte header and an archived payload.
 //
@@ -93,6 +93,9 @@ class BVVendable {
   virtual const BVRemoteInterface& remoteInterface() = 0;
 };
 
+// How long the host waits for the player tool by default, in seconds.
+inline constexpr double kBVToolConnectionDefaultTimeout = 5.0;
+
 class BVToolConnection {
  public:
   BVToolConnection();
@@ -106,10 +109,23 @@ class BVToolConnection {
   void setVendedObject(BVVendable* object) { vendedObject_ = object; }
   BVVendable* vendedObject() const { return vendedObject_; }
 
+  // Client: how long the host waits for the tool, in seconds (default
+  // kBVToolConnectionDefaultTimeout; negative: for ever). It bounds connect()
+  // (the tool making its pipes) and each call as a whole (request, reply
+  // header and payload). A tool that does not answer in time is treated like
+  // one that died: the call gives zero or nothing, the tool is killed and
+  // reaped, and terminationError() says so.
+  void setTimeout(double seconds) { timeout_ = seconds; }
+  double timeout() const { return timeout_; }
+
   // Client: launches the tool and opens its pipes; an error (5601, 5602) or nullptr.
   BVErrorRef connect();
   // Client: ends the connection; safe when not connected.
   void disconnect();
+  // Client: why the tool went without being asked to (5602: "The player tool
+  // ended unexpectedly.", or it stopped answering); nullptr after connect()
+  // and when the host disconnected it.
+  const BVErrorRef& terminationError() const { return terminationError_; }
   int serverProcessID() const { return pid_; }
   bool isConnected() const { return pid_ > 0; }
   // Messages sent to the result are forwarded to the server.
@@ -134,23 +150,34 @@ class BVToolConnection {
   // Server: called when the run loop should end (the host disconnected).
   void setTerminationHandler(std::function<void()> handler) { terminationHandler_ = std::move(handler); }
 
-  // The pipe folder, "<tmp>/com.brambleside.ettd"; and whether it is safe to
-  // use (a directory we own, no symbolic link, no access for others),
-  // creating it 0700 when missing. On refusal, *error is a 5602 error.
+  // The pipe folder, private to the user: "$XDG_RUNTIME_DIR/com.brambleside.ettd"
+  // when that variable is set, else "<tmp>/com.brambleside.ettd-<uid>"; and
+  // whether it is safe to use (a directory we own, no symbolic link, no
+  // access for others), creating it 0700 when missing. On refusal, *error is
+  // a 5602 error.
   static std::string pipeDirectory();
   static bool preparePipeDirectory(BVErrorRef* error);
+  // Removes the pipe files of tool processes that no longer exist (their
+  // host was killed before it could remove them); connect() does it.
+  static void removeStalePipes();
 
   // Classes the connection's archives may hold.
   static const std::set<std::string, std::less<>>& archivableClasses();
 
  private:
   void _taskDidTerminate();
+  // Client: reaps the tool (killing it at once with kill, else after it had
+  // a moment to end by itself) and closes the pipes.
+  void endTool(bool kill);
+  static void removePipes(int pid);
   // Client: writes one request and reads its reply.
   bool exchange(std::span<const uint8_t> payload, bv_player_tool_msg_header_s* replyHeader, BVValue* reply);
   void serverInputReadable();
   void serveRequest(std::span<const uint8_t> payload);
 
   std::string toolPath_;
+  double timeout_ = kBVToolConnectionDefaultTimeout;
+  BVErrorRef terminationError_;
   int pid_ = 0;
   int pidfd_ = -1;
   BVRunLoopSourceRef childWatch_;

@@ -1,15 +1,15 @@
 // BVURLMIMETypeThread: one blocking MIME-type request for an http(s) URL.
 //
 // getMIMETypeForURL() starts a detached worker thread that runs a "HEAD"
-// request on a run loop of its own, and polls the request's status under the
-// object's lock until the worker reports a response, the end of the load or
-// a failure. The request's time-out is the only bound on the wait.
+// request on a run loop of its own, and waits on a condition variable until
+// the worker reports a response, the end of the load or a failure. The request's time-out is the only bound on the wait.
 #pragma once
 
 #include <belvane/BVObject.h>
 #include <belvane/BVURL.h>
 #include <belvane/BVURLConnection.h>
 
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -50,4 +50,5 @@ class BVURLMIMETypeThread final : public BVObject, public BVURLConnectionDelegat
   std::optional<std::string> _mimeType;
   int32_t _status = 0;  // 0 in flight, 1 response, 2 finished, 3 failed
   std::recursive_mutex _lock;
+  std::condition_variable_any _settled;  // signalled when _status leaves 0
 };

@@ -13,6 +13,7 @@
 #include <belvane/BVURL.h>
 #include <belvane/BVURLConnection.h>
 
+#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -92,4 +93,5 @@ class BVURLProbeThread final : public BVObject, public BVURLConnectionDelegate {
   BVURLConnectionRef _connection;
   int32_t _status = 0;  // 0 in flight, 1 first data, 2 finished, 3 failed
   std::recursive_mutex _lock;
+  std::condition_variable_any _settled;  // signalled when _status leaves 0
 };

@@ -11,6 +11,7 @@
 
 #include <belvane/BVError.h>
 #include <belvane/BVObject.h>
+#include <belvane/BVRunLoop.h>
 #include <belvane/BVURL.h>
 #include <belvane/BVURLConnection.h>
 #include <belvane/BVValue.h>
@@ -41,6 +42,9 @@ enum : int {
 };
 // Downloads larger than this are no playlist (an audio stream, a big file).
 inline constexpr size_t BVWebPlaylistMaximumDownloadLength = 4 * 1024 * 1024;
+// Seconds a download may take as a whole (both ways of loading); past it the
+// download fails with a BVURLErrorTimedOut error, which the delegate hears.
+inline constexpr double BVWebPlaylistDownloadDeadline = 20.0;
 
 class BVWebPlaylist;
 using BVWebPlaylistRef = std::shared_ptr<BVWebPlaylist>;
@@ -92,11 +96,17 @@ class BVWebPlaylist : public BVObject, protected BVURLConnectionDelegate {
   void removeObserver(BVWebPlaylistObserver* observer);
 
   // Blocking download and parse. Failures only clear loadSucceeded(), except
-  // a download over the size limit, which the delegate hears about.
+  // a download over the size limit or past the deadline, which the delegate
+  // hears about.
   void load();
   // Starts the download; every delegate and observer call arrives on the
   // calling thread's run loop.
   void loadAsynchronously();
+
+  // The download's overall deadline in seconds (BVWebPlaylistDownloadDeadline
+  // unless set); it applies to the next load.
+  void setDownloadDeadline(double seconds) { downloadDeadline_ = seconds; }
+  double downloadDeadline() const { return downloadDeadline_; }
 
   size_t countOfTracks() const { return tracks_.size(); }
   const BVDictionary& objectInTracksAtIndex(size_t index) const;
@@ -139,12 +149,17 @@ class BVWebPlaylist : public BVObject, protected BVURLConnectionDelegate {
 
  private:
   void setFinishedLoading(bool finished);
+  // Cancels the connection and the deadline's timer.
+  void stopDownload();
+  void downloadTimedOut();
   void reportFailure(const BVErrorRef& error);
   BVWebPlaylistRef keepAlive();
 
   BVWebPlaylistDelegate* delegate_ = nullptr;
   std::optional<BVURL> url_;
   BVURLConnectionRef urlConnection_;
+  std::shared_ptr<BVTimer> deadlineTimer_;
+  double downloadDeadline_ = BVWebPlaylistDownloadDeadline;
   std::string contents_;
   BVArray tracks_;
   bool finishedLoading_ = false;

@@ -2,6 +2,8 @@
 #include <belvane/BVArchive.h>
 #include <belvane/BVError.h>
 
+#include "foundation/url_redaction.h"
+
 const char* const BVLocalizedDescriptionKey = "NSLocalizedDescription";
 const char* const BVLocalizedFailureReasonErrorKey = "NSLocalizedFailureReason";
 const char* const BVFilePathErrorKey = "NSFilePath";
@@ -13,6 +15,11 @@ BVError::BVError(std::string domain, int64_t code, BVDictionary userInfo, bool h
 
 BVErrorRef BVError::create(std::string domain, int64_t code, BVDictionary userInfo) {
   bool has = !userInfo.empty();
+  // Errors are shown to listeners and logged: the texts they carry (the
+  // description, the failing URL, the player's details) keep no password.
+  for (auto& [key, value] : userInfo)
+    if (auto text = value.string(); text && text->find("://") != std::string::npos)
+      value = BVValue(belvane::detail::withoutURLPasswords(*text));
   return std::make_shared<const BVError>(std::move(domain), code, std::move(userInfo), has);
 }
 

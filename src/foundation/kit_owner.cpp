@@ -1,6 +1,8 @@
 // BVKitOwner and BVLog: diagnostics go to the host's delegate or the system log.
 #include <belvane/BVKitOwner.h>
 
+#include "foundation/url_redaction.h"
+
 #include <glib.h>
 
 #include <atomic>
@@ -20,7 +22,9 @@ BVKitOwner& BVKitOwner::sharedOwner() {
 void BVKitOwner::setDelegate(BVKitOwnerDelegate* delegate) { gDelegate.store(delegate); }
 BVKitOwnerDelegate* BVKitOwner::delegate() const { return gDelegate.load(); }
 
-void BVKitOwner::logMessage(const std::string& message) {
+void BVKitOwner::logMessage(const std::string& text) {
+  // Logs are read by others than the listener: no passwords in them.
+  const std::string message = belvane::detail::withoutURLPasswords(text);
   if (auto d = gDelegate.load()) {
     d->belvaneOwnerDebugLog(message);
     return;

@@ -2,32 +2,20 @@
 #include <belvane/BVRunLoop.h>
 #include <belvane/BVURLMIMETypeThread.h>
 
-#include <chrono>
 #include <thread>
 
 std::shared_ptr<BVURLMIMETypeThread> BVURLMIMETypeThread::create() { return std::make_shared<BVURLMIMETypeThread>(); }
 
 std::optional<std::string> BVURLMIMETypeThread::getMIMETypeForURL(const BVURL& url, double timeout) {
   Parameters parameters{url, timeout};
-  int32_t status;
-  {
-    std::lock_guard<std::recursive_mutex> guard(_lock);
-    status = _status;
-  }
   // The worker keeps this object alive until its thread ends.
   std::thread([self = std::static_pointer_cast<BVURLMIMETypeThread>(shared_from_this()), parameters] {
     self->getMIMETypeThread(parameters);
   }).detach();
 
   // The wait has no limit of its own: the request's time-out ends it.
-  while (status == 0) {
-    {
-      std::lock_guard<std::recursive_mutex> guard(_lock);
-      status = _status;
-    }
-    std::this_thread::sleep_for(std::chrono::microseconds(1));
-  }
-  std::lock_guard<std::recursive_mutex> guard(_lock);
+  std::unique_lock<std::recursive_mutex> guard(_lock);
+  _settled.wait(guard, [this] { return _status != 0; });
   return _mimeType;
 }
 
@@ -40,6 +28,7 @@ void BVURLMIMETypeThread::getMIMETypeThread(const Parameters& parameters) {
   if (!connection) {
     std::lock_guard<std::recursive_mutex> guard(_lock);
     _status = 3;
+    _settled.notify_all();
     return;
   }
   // Runs until the first response, the end of the load or a failure.
@@ -52,6 +41,7 @@ void BVURLMIMETypeThread::settle(int32_t status) {
     std::lock_guard<std::recursive_mutex> guard(_lock);
     // The first report counts: the waiting thread may already have seen it.
     if (_status == 0) _status = status;
+    _settled.notify_all();
   }
   BVRunLoop::current().stop();
 }

@@ -2,28 +2,18 @@
 #include <belvane/BVRunLoop.h>
 #include <belvane/BVURLProbe.h>
 
-#include <chrono>
 #include <thread>
 
 std::shared_ptr<BVURLProbeThread> BVURLProbeThread::create() { return std::make_shared<BVURLProbeThread>(); }
 
 void BVURLProbeThread::downloadDataForURL(const BVURL& url, double timeout) {
   Parameters parameters{url, timeout};
-  int32_t status;
-  {
-    std::lock_guard<std::recursive_mutex> guard(_lock);
-    status = _status;
-  }
   std::thread([self = std::static_pointer_cast<BVURLProbeThread>(shared_from_this()), parameters] {
     self->downloadThread(parameters);
   }).detach();
-
-  while (status == 0) {
-    {
-      std::lock_guard<std::recursive_mutex> guard(_lock);
-      status = _status;
-    }
-    std::this_thread::sleep_for(std::chrono::microseconds(1));
+  {
+    std::unique_lock<std::recursive_mutex> guard(_lock);
+    _settled.wait(guard, [this] { return _status != 0; });
   }
 
   // Cut the stream here: right after the first chunk (or its end or failure).
@@ -45,6 +35,7 @@ void BVURLProbeThread::downloadThread(const Parameters& parameters) {
     std::lock_guard<std::recursive_mutex> guard(_lock);
     if (!connection) {
       _status = 3;
+      _settled.notify_all();
       return;
     }
     _connection = connection;
@@ -58,6 +49,7 @@ void BVURLProbeThread::settle(int32_t status) {
     std::lock_guard<std::recursive_mutex> guard(_lock);
     // The first report counts: the waiting thread may already have seen it.
     if (_status == 0) _status = status;
+    _settled.notify_all();
   }
   BVRunLoop::current().stop();
 }

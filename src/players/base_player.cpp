@@ -5,6 +5,8 @@
 #include <belvane/BVMediaFormat.h>
 #include <belvane/BVMediaLink.h>
 
+#include "foundation/url_redaction.h"
+
 #include <vector>
 
 std::shared_ptr<BVBasePlayer> BVBasePlayer::create() { return std::shared_ptr<BVBasePlayer>(new BVBasePlayer()); }
@@ -47,7 +49,7 @@ BVErrorRef BVBasePlayer::customizeError(const BVErrorRef& error) {
   auto link = this->link();
   if (!error || !link) return error;
   std::vector<std::string> lines;
-  std::string url = link->url().absoluteString();
+  std::string url = belvane::detail::withoutURLPasswords(link->url().absoluteString());
   if (!url.empty()) lines.push_back("MediaLink URL:\n" + url);
   if (auto format = link->format()) {
     if (auto mime = format->mimeType()) lines.push_back("MediaLink MIME Type: " + *mime);

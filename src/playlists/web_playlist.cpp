@@ -3,6 +3,7 @@
 #include <belvane/BVWebPlaylist.h>
 
 #include "foundation/text_encoding.h"
+#include "playlists/playlist_download.h"
 
 #include <algorithm>
 
@@ -37,6 +38,7 @@ BVWebPlaylist::~BVWebPlaylist() {
   delegate_ = nullptr;
   observers_.clear();
   if (urlConnection_) urlConnection_->cancel();
+  if (deadlineTimer_) deadlineTimer_->invalidate();
 }
 
 bool BVWebPlaylist::canInitWithURL(const BVURL&) { return false; }
@@ -133,11 +135,13 @@ void BVWebPlaylist::load() {
   BVURLRequest request(*url_);
   request.ignoreCache = true;
   BVErrorRef error;
-  auto data = BVURLConnection::sendSynchronousRequest(request, nullptr, &error, BVWebPlaylistMaximumDownloadLength);
+  auto data = belvane::detail::downloadPlaylist(request, downloadDeadline_, BVWebPlaylistMaximumDownloadLength, &error);
   if (!data) {
     downloadFailed_ = true;
     if (error && error->domain() == BVURLErrorDomain && error->code() == BVURLErrorDataLengthExceedsMaximum)
       reportFailure(tooLargeError());
+    else if (error && error->domain() == BVURLErrorDomain && error->code() == BVURLErrorTimedOut)
+      reportFailure(error);
     return;
   }
   auto text = stringFromData(*data);
@@ -155,13 +159,35 @@ void BVWebPlaylist::loadAsynchronously() { startDownload(); }
 void BVWebPlaylist::startDownload() {
   downloadFailed_ = false;
   receivedLength_ = 0;
+  stopDownload();
+  if (url_) {
+    urlConnection_ = BVURLConnection::start(BVURLRequest(*url_), this);
+    // The whole download has a deadline: a server that keeps trickling
+    // bytes never lets the connection's own time-out fire.
+    std::weak_ptr<BVObject> weak = weak_from_this();
+    deadlineTimer_ = BVTimer::scheduledTimer(downloadDeadline_, false, [weak](BVTimer&) {
+      if (auto self = std::static_pointer_cast<BVWebPlaylist>(weak.lock())) self->downloadTimedOut();
+    });
+  } else {
+    downloadFailed_ = true;
+  }
+  setFinishedLoading(false);
+}
+
+void BVWebPlaylist::stopDownload() {
   if (urlConnection_) urlConnection_->cancel();
   urlConnection_.reset();
-  if (url_)
-    urlConnection_ = BVURLConnection::start(BVURLRequest(*url_), this);
-  else
-    downloadFailed_ = true;
-  setFinishedLoading(false);
+  if (deadlineTimer_) deadlineTimer_->invalidate();
+  deadlineTimer_.reset();
+}
+
+void BVWebPlaylist::downloadTimedOut() {
+  deadlineTimer_.reset();
+  if (!urlConnection_) return;
+  auto self = keepAlive();
+  stopDownload();
+  downloadFailed_ = true;
+  reportFailure(belvane::detail::playlistTimeoutError(downloadDeadline_));
 }
 
 void BVWebPlaylist::finishedDownload() {
@@ -198,6 +224,7 @@ void BVWebPlaylist::connectionDidReceiveData(BVURLConnection& connection, std::s
     auto self = keepAlive();
     connection.cancel();
     auto stopped = std::move(urlConnection_);
+    stopDownload();
     downloadFailed_ = true;
     reportFailure(tooLargeError());
     return;
@@ -210,12 +237,15 @@ void BVWebPlaylist::connectionDidFinishLoading(BVURLConnection&) {
   auto self = keepAlive();
   // The connection is done; it goes once this callback has returned.
   auto finished = std::move(urlConnection_);
+  stopDownload();
   downloadFailed_ = false;
   finishedDownload();
 }
 
 void BVWebPlaylist::connectionDidFailWithError(BVURLConnection&, const BVErrorRef& error) {
   auto self = keepAlive();
+  auto failed = std::move(urlConnection_);
+  stopDownload();
   downloadFailed_ = true;
   reportFailure(error);
 }

@@ -3,6 +3,8 @@
 // another opens or closes the file.
 #include "streaming/QLDebug.h"
 
+#include "foundation/url_redaction.h"
+
 #include <belvane/BVKitOwner.h>
 
 #include <glib.h>
@@ -94,7 +96,7 @@ void QLDebugLog(int level, const char* format, ...) {
     if (log.file) {
       GDateTime* now = g_date_time_new_now_local();
       char* stamp = g_date_time_format(now, "%Y-%m-%d %H:%M:%S.%f");
-      std::fprintf(log.file, "%s [%s] %s\n", stamp, levelName(level), text);
+      std::fprintf(log.file, "%s [%s] %s\n", stamp, levelName(level), belvane::detail::withoutURLPasswords(text).c_str());
       std::fflush(log.file);
       g_free(stamp);
       g_date_time_unref(now);

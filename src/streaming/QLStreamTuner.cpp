@@ -72,6 +72,7 @@ struct QLStreamTuner::Impl {
   bool offeredAny = false;
   BVErrorRef candidateError;
   int fetchesLeft = kMaximumFetches;
+  double searchTimeout = QLStreamTunerSearchTimeout;
 
   void start() {
     stop();
@@ -84,6 +85,7 @@ struct QLStreamTuner::Impl {
     fetchesLeft = kMaximumFetches;
     if (sourceURL) pending.push_back({*sourceURL, 0, true});
     phase = Phase::Resolving;
+    armSearchDeadline();
     schedule();
   }
 
@@ -91,13 +93,44 @@ struct QLStreamTuner::Impl {
     ++generation;
     phase = Phase::Idle;
     pending.clear();
+    BVRunLoop::cancelPerforms(this);
     if (auto current = std::move(fetch)) current->cancel();
   }
 
   void tuneNextStream() {
     if (phase != Phase::Found) return;
     phase = Phase::Resolving;
+    armSearchDeadline();
     schedule();
+  }
+
+  // Each fetch has its own time-out, but a station file of stalling entries
+  // would add them up; the search as a whole is bounded here.
+  void armSearchDeadline() {
+    BVRunLoop::cancelPerforms(this);
+    std::weak_ptr<QLStreamTuner> weak = owner.weak_from_this();
+    uint64_t since = generation;
+    loop->performAfterDelay(searchTimeout, this, [weak, since] {
+      auto tuner = weak.lock();
+      if (!tuner || tuner->impl_->generation != since) return;
+      Impl& impl = *tuner->impl_;
+      Guard guard(std::move(tuner));
+      impl.searchTimedOut();
+    });
+  }
+
+  void searchTimedOut() {
+    if (phase != Phase::Resolving) return;
+    if (auto current = std::move(fetch)) current->cancel();
+    if (found) {
+      pending.clear();
+      phase = Phase::Finished;
+      if (delegate) delegate->streamTunerDidComplete(owner);
+      return;
+    }
+    fail(tunerError(QLStreamTunerErrorTimedOut,
+                    "The station did not offer a stream within " + std::to_string(int(searchTimeout)) + " seconds.",
+                    sourceURL ? &*sourceURL : nullptr));
   }
 
   // The tuner was stopped or restarted during a delegate call, or its owner
@@ -230,11 +263,13 @@ struct QLStreamTuner::Impl {
     if (!accepted) return true;
     found = true;
     phase = Phase::Found;
+    BVRunLoop::cancelPerforms(this);
     if (delegate) delegate->streamTunerDidFindStreamURL(owner, url, type);
     return !interrupted(since);
   }
 
   void exhausted() {
+    BVRunLoop::cancelPerforms(this);
     if (found) {
       phase = Phase::Finished;
       if (delegate) delegate->streamTunerDidComplete(owner);
@@ -254,6 +289,7 @@ struct QLStreamTuner::Impl {
   }
 
   void fail(const BVErrorRef& error) {
+    BVRunLoop::cancelPerforms(this);
     phase = Phase::Finished;
     pending.clear();
     QLDebugLog(QL_LOG_INFO, "tuner: failed: %s", error->localizedDescription().c_str());
@@ -281,6 +317,8 @@ void QLStreamTuner::start() { impl_->start(); }
 void QLStreamTuner::stop() { impl_->stop(); }
 
 void QLStreamTuner::tuneNextStream() { impl_->tuneNextStream(); }
+
+void QLStreamTuner::setSearchTimeout(double seconds) { impl_->searchTimeout = seconds; }
 
 std::optional<BVURL> QLStreamTuner::tunedURL() const {
   return impl_->tunedURL ? impl_->tunedURL : impl_->sourceURL;

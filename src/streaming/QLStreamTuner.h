@@ -29,8 +29,14 @@ enum : int {
   QLStreamTunerErrorNoPlayableStream = 2,  // every candidate was declined
   QLStreamTunerErrorNoStreams = 3,         // the playlists listed no usable entry
   QLStreamTunerErrorPlaylistTooLarge = 4,  // a playlist passed the download cap
-  QLStreamTunerErrorTimedOut = 5,          // a server took too long to answer
+  QLStreamTunerErrorTimedOut = 5,          // a server took too long to answer, or the search did
 };
+
+// Seconds a search may take from start() (or tuneNextStream()) to the next
+// accepted candidate, however many entries stall on the way; past it the
+// delegate hears one QLStreamTunerErrorTimedOut failure (or the completion,
+// once a stream was found before).
+inline constexpr double QLStreamTunerSearchTimeout = 30.0;
 
 class QLStreamTunerDelegate {
  public:
@@ -56,6 +62,8 @@ class QLStreamTuner : public std::enable_shared_from_this<QLStreamTuner> {
   void stop();
   // Goes on from the candidate after the one reported last.
   void tuneNextStream();
+  // The search's bound (QLStreamTunerSearchTimeout unless set).
+  void setSearchTimeout(double seconds);
   // The URL tuned last (the source URL before any candidate was offered).
   std::optional<BVURL> tunedURL() const;
   // "audio/mpeg; charset=x" -> "audio/mpeg".

@@ -5,6 +5,7 @@
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 namespace belvane::detail {
 
@@ -31,6 +32,20 @@ bool endsValue(std::string_view rest) {
   size_t k = i;
   while (k < rest.size() && (std::isalnum(static_cast<unsigned char>(rest[k])) || rest[k] == '_')) ++k;
   return k > i && rest.substr(k, 2) == "='";
+}
+
+// Whether the first bytes of a metadata block read as metadata: NUL padding,
+// or a key ("StreamTitle") followed by "='". Unknown while too few bytes are in.
+enum class Verdict { Metadata, NotMetadata, Unknown };
+Verdict readsAsMetadata(std::span<const uint8_t> block, bool complete) {
+  constexpr size_t kLongestKey = 64;
+  if (block.empty()) return complete ? Verdict::Metadata : Verdict::Unknown;
+  if (block[0] == 0) return Verdict::Metadata;
+  size_t k = 0;
+  while (k < block.size() && k <= kLongestKey && (std::isalnum(block[k]) || block[k] == '_')) ++k;
+  if (k == 0 || k > kLongestKey) return Verdict::NotMetadata;
+  if (k + 2 > block.size()) return complete ? Verdict::NotMetadata : Verdict::Unknown;
+  return block[k] == '=' && (block[k + 1] == '\'' || block[k + 1] == '"') ? Verdict::Metadata : Verdict::NotMetadata;
 }
 
 }  // namespace
@@ -125,6 +140,7 @@ bool IcyDemuxer::feed(std::span<const uint8_t> bytes, Handler& handler) {
       readingLength_ = false;
       metaLength_ = size_t(bytes[0]) * 16;
       metaFill_ = 0;
+      metaChecked_ = false;
       bytes = bytes.subspan(1);
       if (metaLength_ == 0) untilMeta_ = metaint_;
       continue;
@@ -133,6 +149,23 @@ bool IcyDemuxer::feed(std::span<const uint8_t> bytes, Handler& handler) {
     std::memcpy(meta_ + metaFill_, bytes.data(), n);
     metaFill_ += n;
     bytes = bytes.subspan(n);
+    if (!metaChecked_) {
+      Verdict verdict = readsAsMetadata(std::span<const uint8_t>(meta_, metaFill_), metaFill_ == metaLength_);
+      if (verdict == Verdict::Unknown) continue;
+      metaChecked_ = true;
+      if (verdict == Verdict::NotMetadata) {
+        // A length byte without its block (some servers send 255 and no
+        // text): what followed it is audio, and the next interval counts
+        // from here. Skipping the announced length would throw away up to
+        // 4080 bytes of audio per interval; the decoder picks up at the next
+        // frame after the one stray byte instead.
+        std::vector<uint8_t> audio(meta_, meta_ + metaFill_);
+        metaLength_ = metaFill_ = 0;
+        untilMeta_ = metaint_;
+        if (!feed(audio, handler)) return false;
+        continue;
+      }
+    }
     if (metaFill_ == metaLength_) {
       metaLength_ = 0;
       untilMeta_ = metaint_;

@@ -2,7 +2,8 @@
 // send instead of an HTTP one ("ICY 200 OK"), the demultiplexer that takes
 // the interleaved metadata blocks out of the audio (every icy-metaint audio
 // bytes: one length byte counting 16-byte units, then that many bytes of
-// "StreamTitle='...';" text), and the StreamTitle reader.
+// "StreamTitle='...';" text; a block that does not start like that is taken
+// as audio after a length byte without a body), and the StreamTitle reader.
 #pragma once
 
 #include <cstddef>
@@ -80,6 +81,7 @@ class IcyDemuxer {
   uint32_t untilMeta_;
   size_t metaLength_ = 0;  // the block being read; 0 while in audio
   size_t metaFill_ = 0;
+  bool metaChecked_ = false;  // the block's first bytes were seen to read as metadata
   bool readingLength_ = false;
   uint8_t meta_[255 * 16];
 };

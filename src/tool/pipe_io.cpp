@@ -2,13 +2,17 @@
 
 #include <poll.h>
 #include <signal.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <thread>
 
 namespace belvane::detail {
 
@@ -126,6 +130,53 @@ ssize_t readAtLeast(int fd, std::span<uint8_t> buffer, size_t minimum, bool wait
     if (errno != EAGAIN || !waitReady(fd, POLLIN, wait, deadline)) return -1;
   }
   return ssize_t(done);
+}
+
+bool waitForPaths(const std::string& folder, const std::vector<std::string>& paths, const PipeWait& wait) {
+  auto allThere = [&] {
+    struct stat st {};
+    for (auto& path : paths)
+      if (stat(path.c_str(), &st) != 0) return false;
+    return true;
+  };
+  Deadline deadline(wait.seconds);
+  int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  if (watch >= 0 && inotify_add_watch(watch, folder.c_str(), IN_CREATE | IN_MOVED_TO | IN_ATTRIB) < 0) {
+    close(watch);
+    watch = -1;
+  }
+  bool found = false;
+  while (!(found = allThere())) {
+    if (processHasExited(wait.pid, wait.pidfd)) break;
+    if (watch >= 0) {
+      if (!waitReady(watch, POLLIN, wait, deadline)) break;
+      alignas(inotify_event) char events[4096];
+      while (read(watch, events, sizeof events) > 0) {
+      }
+    } else {
+      // No inotify instance left for us: look again every 20 ms.
+      if (!deadline.forever() && deadline.left() < 0) break;
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+  }
+  if (watch >= 0) close(watch);
+  return found;
+}
+
+bool waitForExit(int pid, int pidfd, double seconds) {
+  Deadline deadline(seconds);
+  while (true) {
+    pid_t r = waitpid(pid, nullptr, WNOHANG);
+    if (r == pid || (r < 0 && errno == ECHILD)) return true;
+    long long left = deadline.forever() ? -1 : deadline.left();
+    if (!deadline.forever() && left < 0) return false;
+    if (pidfd >= 0) {
+      pollfd p{pidfd, POLLIN, 0};
+      poll(&p, 1, int(left));
+    } else {
+      std::this_thread::sleep_for(std::chrono::milliseconds(left < 0 ? 10 : std::min<long long>(left, 10)));
+    }
+  }
 }
 
 }  // namespace belvane::detail

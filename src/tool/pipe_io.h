@@ -1,5 +1,6 @@
 // Reads and writes on the player tool's non-blocking pipes that also watch
-// the tool process, so a dead tool fails the call instead of hanging it.
+// the tool process, so a dead tool fails the call instead of hanging it, and
+// a silent one fails it when its time is up.
 // A message goes out in one write when the pipe has room, and a reply comes
 // in with as few reads as the bytes allow.
 #pragma once
@@ -9,6 +10,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
+#include <vector>
 
 namespace belvane::detail {
 
@@ -36,5 +39,13 @@ bool writeMessage(int fd, std::span<const uint8_t> header, std::span<const uint8
 // written yet (a reply right after its request), which saves a read that
 // would only find the pipe empty.
 ssize_t readAtLeast(int fd, std::span<uint8_t> buffer, size_t minimum, bool waitFirst, const PipeWait& wait);
+
+// Waits until every path exists (inotify on their folder wakes the wait when
+// a file appears); false when the process ends or the time runs out.
+bool waitForPaths(const std::string& folder, const std::vector<std::string>& paths, const PipeWait& wait);
+
+// Waits for the process to exit and reaps it; true once it is reaped (also
+// when someone else reaped it), false when it still runs after `seconds`.
+bool waitForExit(int pid, int pidfd, double seconds);
 
 }  // namespace belvane::detail

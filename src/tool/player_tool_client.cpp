@@ -1,4 +1,5 @@
 // BVPlayerToolClient: player operations forwarded to the tool.
+#include <belvane/BVBasePlayer.h>
 #include <belvane/BVMediaLink.h>
 #include <belvane/BVPlayerToolClient.h>
 
@@ -48,10 +49,17 @@ BVDictionary BVPlayerToolClient::attributes() {
 }
 
 BVErrorRef BVPlayerToolClient::lastError() {
-  return send().forwardInvocation("lastError", {}).objectAs<const BVError>();
+  BVErrorRef error = send().forwardInvocation("lastError", {}).objectAs<const BVError>();
+  if (!isConnected() && connection_->terminationError()) return connection_->terminationError();
+  return error;
 }
 
-int BVPlayerToolClient::state() { return int(send().forwardInvocation("state", {}).integerValue()); }
+int BVPlayerToolClient::state() {
+  int state = int(send().forwardInvocation("state", {}).integerValue());
+  // A tool that went without being asked to is the player's failure.
+  if (!isConnected() && connection_->terminationError()) return BVPlayerStateError;
+  return state;
+}
 
 int BVPlayerToolClient::setAudioOutput(const std::string& setting) {
   return int(send().forwardInvocation("setAudioOutput:", {BVValue(setting)}).integerValue());

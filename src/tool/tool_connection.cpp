@@ -3,14 +3,17 @@
 #include <belvane/BVConstants.h>
 #include <belvane/BVToolConnection.h>
 
+#include "foundation/user_folder.h"
 #include "model/model_archiving.h"
 #include "tool/tool_exception.h"
 
 #include <glib.h>
-#include <sys/stat.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
 
 const char* const kBVPlayerToolMsgSelector = "kBVPlayerToolMsgSelector";
@@ -35,28 +38,39 @@ BVToolConnection::~BVToolConnection() {
     if (!path.empty()) unlink(path.c_str());
 }
 
-std::string BVToolConnection::pipeDirectory() {
-  // Read each time (not GLib's cached value) so the folder follows $TMPDIR.
-  const char* tmp = g_getenv("TMPDIR");
-  return std::string(tmp && *tmp ? tmp : "/tmp") + "/com.brambleside.ettd";
-}
+std::string BVToolConnection::pipeDirectory() { return belvane::detail::userFolderPath(); }
 
 bool BVToolConnection::preparePipeDirectory(BVErrorRef* error) {
-  std::string dir = pipeDirectory();
-  auto refuse = [&](const std::string& why) {
-    if (error)
-      *error = BVError::withDescription(BVBelvaneErrorDomain, 5602,
-                                        "The player tool's pipe folder " + dir + " cannot be used: " + why);
-    return false;
-  };
-  if (mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST) return refuse(std::strerror(errno));
-  struct stat st {};
-  if (lstat(dir.c_str(), &st) != 0) return refuse(std::strerror(errno));
-  if (S_ISLNK(st.st_mode)) return refuse("it is a symbolic link.");
-  if (!S_ISDIR(st.st_mode)) return refuse("it is not a folder.");
-  if (st.st_uid != geteuid()) return refuse("it belongs to another user.");
-  if (st.st_mode & 077) return refuse("other users have access to it.");
-  return true;
+  std::string why;
+  if (!belvane::detail::prepareUserFolder(&why).empty()) return true;
+  if (error)
+    *error = BVError::withDescription(BVBelvaneErrorDomain, 5602,
+                                      "The player tool's pipe folder " + pipeDirectory() + " cannot be used: " + why);
+  return false;
+}
+
+void BVToolConnection::removePipes(int pid) {
+  for (const char* name : {"/bpt_input_", "/bpt_output_", "/bpt_reply_"})
+    unlink((pipeDirectory() + name + std::to_string(pid)).c_str());
+}
+
+void BVToolConnection::removeStalePipes() {
+  // Pipes of a tool whose process is gone: its host was killed, so nobody
+  // removed them. A live process keeps its pipes, whoever it is.
+  GDir* dir = g_dir_open(pipeDirectory().c_str(), 0, nullptr);
+  if (!dir) return;
+  while (const char* name = g_dir_read_name(dir)) {
+    int pid = 0;
+    for (const char* prefix : {"bpt_input_", "bpt_output_", "bpt_reply_"}) {
+      if (g_str_has_prefix(name, prefix)) {
+        char* end = nullptr;
+        long value = std::strtol(name + std::strlen(prefix), &end, 10);
+        if (end && *end == '\0' && value > 0 && value < INT32_MAX) pid = int(value);
+      }
+    }
+    if (pid > 0 && kill(pid, 0) != 0 && errno == ESRCH) unlink((pipeDirectory() + "/" + name).c_str());
+  }
+  g_dir_close(dir);
 }
 
 const std::set<std::string, std::less<>>& BVToolConnection::archivableClasses() {

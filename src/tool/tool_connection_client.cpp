@@ -19,7 +19,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <thread>
+#include <chrono>
 #include <vector>
 
 extern char** environ;
@@ -59,17 +59,10 @@ BVErrorRef BVToolConnection::connect() {
   }
   BVErrorRef folderError;
   if (!preparePipeDirectory(&folderError)) return folderError;
+  removeStalePipes();
 
   auto fail = [&](const std::string& reason) {
-    if (childWatch_) childWatch_->cancel();
-    childWatch_.reset();
-    if (pid_ > 0) {
-      kill(pid_, SIGKILL);
-      waitpid(pid_, nullptr, 0);
-    }
-    if (pidfd_ >= 0) close(pidfd_);
-    pid_ = 0;
-    pidfd_ = -1;
+    endTool(true);
     return BVError::withDescription(BVBelvaneErrorDomain, 5602, reason);
   };
 
@@ -91,12 +84,12 @@ BVErrorRef BVToolConnection::connect() {
 
   std::string input = pipeDirectory() + "/bpt_input_" + std::to_string(pid_);
   std::string output = pipeDirectory() + "/bpt_output_" + std::to_string(pid_);
-  // No time-out while the tool lives: it makes its pipes when it is ready.
-  do {
-    std::this_thread::sleep_for(std::chrono::milliseconds(250));
-    if (belvane::detail::processHasExited(pid_, pidfd_))
-      return fail("The player tool ended before it opened its pipes.");
-  } while (!exists(input) || !exists(output));
+  // The tool makes its pipes when it is ready; wait for them to appear, for
+  // the tool's end, or for the time-out.
+  if (!belvane::detail::waitForPaths(pipeDirectory(), {input, output}, {pid_, pidfd_, timeout_})) {
+    if (belvane::detail::processHasExited(pid_, pidfd_)) return fail("The player tool ended before it opened its pipes.");
+    return fail("The player tool did not open its pipes in time.");
+  }
 
   serverInputFd_ = open(input.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
   serverOutputFd_ = open(output.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
@@ -106,6 +99,7 @@ BVErrorRef BVToolConnection::connect() {
       if (*fd >= 0) close(*fd), *fd = -1;
     return fail(reason);
   }
+  terminationError_.reset();
   return nullptr;
 }
 
@@ -113,22 +107,22 @@ void BVToolConnection::disconnect() {
   if (pid_ > 0 && !belvane::detail::processHasExited(pid_, pidfd_)) {
     invokeOnServer(BVDictionary{{kBVPlayerToolMsgSelector, BVValue("disconnect")}}, nullptr, nullptr);
   }
+  endTool(false);
+}
+
+void BVToolConnection::endTool(bool kill) {
   if (childWatch_) childWatch_->cancel();
   childWatch_.reset();
   if (pid_ > 0) {
-    // Give the tool a moment to end by itself, then make sure it does.
-    int status = 0;
-    bool reaped = false;
-    for (int i = 0; i < 50 && !reaped; ++i) {
-      pid_t r = waitpid(pid_, &status, WNOHANG);
-      if (r == pid_ || (r < 0 && errno == ECHILD)) reaped = true;
-      else std::this_thread::sleep_for(std::chrono::milliseconds(i < 10 ? 2 : 20));
-      if (i == 10 && !reaped) kill(pid_, SIGTERM);
+    // A tool asked to disconnect ends by itself; one that does not (or that
+    // no longer answers) is killed. Either way it is reaped here.
+    const double grace = timeout_ < 0 ? 2.0 : std::min(timeout_, 2.0);
+    if (kill || !belvane::detail::waitForExit(pid_, pidfd_, grace)) {
+      ::kill(pid_, SIGKILL);
+      belvane::detail::waitForExit(pid_, pidfd_, -1);
     }
-    if (!reaped) {
-      kill(pid_, SIGKILL);
-      waitpid(pid_, &status, 0);
-    }
+    // A tool that ended normally removed its pipes; one that was killed could not.
+    removePipes(pid_);
   }
   if (pidfd_ >= 0) close(pidfd_);
   pidfd_ = -1;
@@ -139,7 +133,10 @@ void BVToolConnection::disconnect() {
   }
 }
 
-void BVToolConnection::_taskDidTerminate() { disconnect(); }
+void BVToolConnection::_taskDidTerminate() {
+  terminationError_ = BVError::withDescription(BVBelvaneErrorDomain, 5602, "The player tool ended unexpectedly.");
+  disconnect();
+}
 
 bool BVToolConnection::invokeOnServer(const BVDictionary& message, bv_player_tool_msg_header_s* replyHeader,
                                       BVValue* reply) {
@@ -161,29 +158,39 @@ bool BVToolConnection::exchange(std::span<const uint8_t> payload, bv_player_tool
   if (pid_ <= 0 || serverInputFd_ < 0) return false;
 
   auto lost = [&](const char* what) {
-    BVLog("Exception in %s: %s", kInvokeName, what);
-    // The pipes are out of step or dead: close them first so disconnect()
-    // sends nothing more, then end the tool.
+    // The pipes are out of step, or the tool is dead or does not answer in
+    // time: either way it is of no more use. Close the pipes first so that
+    // nothing more is sent, then end and reap the tool.
+    const bool died = belvane::detail::processHasExited(pid_, pidfd_);
+    BVLog("Exception in %s: %s%s", kInvokeName, what, died ? "" : " (the player tool is ended)");
+    terminationError_ = BVError::withDescription(
+        BVBelvaneErrorDomain, 5602,
+        died ? "The player tool ended unexpectedly." : "The player tool stopped answering and was ended.");
     for (int* fd : {&serverInputFd_, &serverOutputFd_}) {
       if (*fd >= 0) close(*fd);
       *fd = -1;
     }
-    disconnect();
+    endTool(true);
     return false;
   };
-  const belvane::detail::PipeWait wait{pid_, pidfd_, -1};
+  // One deadline for the whole exchange: writing, the reply's header, its payload.
+  const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(timeout_);
+  auto wait = [&] {
+    double left = timeout_ < 0 ? -1 : std::max(0.0, std::chrono::duration<double>(end - std::chrono::steady_clock::now()).count());
+    return belvane::detail::PipeWait{pid_, pidfd_, left};
+  };
   bv_player_tool_msg_header_s header{};
   header.length = int32_t(payload.size());
   if (!belvane::detail::writeMessage(serverInputFd_, std::span(reinterpret_cast<const uint8_t*>(&header), sizeof header),
-                                     payload, wait))
-    return lost("the player tool is gone (the request could not be written)");
+                                     payload, wait()))
+    return lost("the request could not be written");
   if (serverOutputFd_ < 0) return true;
 
   // The reply cannot be there before the tool has run the request, so wait
   // first; its payload usually arrives with the header in the same read.
   uint8_t buffer[4096];
-  ssize_t got = belvane::detail::readAtLeast(serverOutputFd_, buffer, sizeof header, true, wait);
-  if (got < 0) return lost("the player tool is gone (no reply came)");
+  ssize_t got = belvane::detail::readAtLeast(serverOutputFd_, buffer, sizeof header, true, wait());
+  if (got < 0) return lost("no reply came");
   bv_player_tool_msg_header_s in;
   std::memcpy(&in, buffer, sizeof in);
   if (in.length < 0 || in.length > belvane::detail::kMaxToolPayloadBytes)
@@ -200,8 +207,8 @@ bool BVToolConnection::exchange(std::span<const uint8_t> payload, bv_player_tool
     if (have < length) {
       large.resize(length);
       std::memcpy(large.data(), buffer + sizeof in, have);
-      if (belvane::detail::readAtLeast(serverOutputFd_, std::span(large).subspan(have), length - have, false, wait) < 0)
-        return lost("the player tool is gone (the reply was cut short)");
+      if (belvane::detail::readAtLeast(serverOutputFd_, std::span(large).subspan(have), length - have, false, wait()) < 0)
+        return lost("the reply was cut short");
       bytes = large;
     }
     auto decoded = belvane::BVUnarchive(bytes, archivableClasses());

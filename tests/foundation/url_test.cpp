@@ -1,5 +1,10 @@
 // BVURL: parsing as written, refusal, components and resolution.
+#include <belvane/BVError.h>
+#include <belvane/BVKitOwner.h>
 #include <belvane/BVURL.h>
+
+#include "foundation/url_redaction.h"
+#include "support/log_capture.h"
 
 #include <gtest/gtest.h>
 
@@ -45,4 +50,21 @@ TEST(URL, ResolvesRelativeReferences) {
   EXPECT_EQ(BVURL::URLWithStringRelativeTo("../x.mp3?q", base)->absoluteString(), "http://h/x.mp3?q");
   EXPECT_EQ(BVURL::URLWithStringRelativeTo("http://other/y", base)->absoluteString(), "http://other/y");
   EXPECT_FALSE(BVURL::URLWithStringRelativeTo("a b", base));
+}
+
+TEST(URL, PasswordsAreTakenOutOfEveryTextShownOrLogged) {
+  using belvane::detail::withoutURLPasswords;
+  EXPECT_EQ(withoutURLPasswords("Failed: http://ann:s3cr:et@radio.example:8000/live?x=1 and "
+                                "mms://bob:pw@h/a, \"rtsp://c:d@e\""),
+            "Failed: http://ann@radio.example:8000/live?x=1 and mms://bob@h/a, \"rtsp://c@e\"");
+  EXPECT_EQ(withoutURLPasswords("http://user@host/x:y@z http://host/a:b@c no URL: a:b@c"),
+            "http://user@host/x:y@z http://host/a:b@c no URL: a:b@c");
+
+  belvane::test::LogCapture log;
+  BVLog("Exception in %s", "http://ann:secret@h/");
+  EXPECT_TRUE(log.contains("Exception in http://ann@h/"));
+  auto error = BVError::create("X", 1, {{BVLocalizedDescriptionKey, BVValue("at http://ann:secret@h/")},
+                                        {"NSErrorFailingURLStringKey", BVValue("http://ann:secret@h/")}});
+  EXPECT_EQ(error->description().find("secret"), std::string::npos);
+  EXPECT_EQ(error->localizedDescription(), "at http://ann@h/");
 }

@@ -63,11 +63,23 @@ TEST(PlayerToolClient, ForwardsPlayerOperationsToTheToolsPlayer) {
   EXPECT_EQ(client.state(), 0) << "calls after disconnect give zero";
 }
 
-TEST(PlayerToolClient, TheHostSurvivesTheToolsDeath) {
+TEST(PlayerToolClient, ADeadOrFrozenToolIsReportedAsThePlayersError) {
   BVPlayerToolClient client;
   client.setServerToolPath(playerTool());
-  ASSERT_EQ(client.connect(), nullptr);
-  kill(client.serverProcessID(), SIGKILL);
-  EXPECT_FLOAT_EQ(client.volume(), 0.0f);
-  EXPECT_FALSE(client.isConnected());
+  client.setTimeout(1.0);
+  for (int signal : {SIGKILL, SIGSTOP}) {
+    ASSERT_EQ(client.connect(), nullptr);
+    EXPECT_EQ(client.state(), 0);
+    kill(client.serverProcessID(), signal);
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_FLOAT_EQ(client.volume(), 0.0f);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2500));
+    EXPECT_FALSE(client.isConnected());
+    EXPECT_EQ(client.state(), 4);
+    auto error = client.lastError();
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code(), 5602);
+    EXPECT_EQ(error->localizedDescription(), signal == SIGKILL ? "The player tool ended unexpectedly."
+                                                               : "The player tool stopped answering and was ended.");
+  }
 }

@@ -83,4 +83,9 @@ TEST(ASXReader, RecoverableXMLErrorsAreLoggedAndEntityBombsRefused) {
   if (!tracks.empty()) {
     EXPECT_LT(str(tracks[0], kPlaylistAttributeTrackURL).size(), 1000u);
   }
+
+  // An external entity is never read.
+  tracks = parseWith<BVASXWebPlaylist>(
+      "<!DOCTYPE asx [<!ENTITY x SYSTEM \"file:///proc/self/environ\">]><asx><entry><ref href=\"&x;\"/></entry></asx>");
+  for (auto& track : tracks) EXPECT_EQ(str(track, kPlaylistAttributeTrackURL).find('='), std::string::npos);
 }

@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+
 using namespace belvane::test;
 using Strings = std::vector<std::string>;
 using belvane::detail::bytesOf;
@@ -193,4 +195,32 @@ TEST(WebPlaylistLoading, SynchronousLoadAndConnectionFailures) {
   EXPECT_EQ(recorder.events, Strings{"failed"});
   EXPECT_EQ(recorder.errors.at(0)->domain(), BVURLErrorDomain);
   EXPECT_FALSE(failing->loadSucceeded());
+}
+
+TEST(WebPlaylistLoading, ATricklingServerFailsAtTheDeadlineBothWays) {
+  TestHTTPServer server;
+  server.route("/slow.m3u", Response::ok("audio/x-mpegurl").generate([](ResponseWriter& w) {
+    for (int i = 0; i < 100 && w.write("http://127.0.0.1/" + std::to_string(i) + "\n"); ++i)
+      if (!w.pause(0.2)) return;
+  }));
+  for (bool synchronous : {true, false}) {
+    auto playlist = BVWebPlaylist::initWithURL(url(server.url("/slow.m3u")));
+    EXPECT_EQ(playlist->downloadDeadline(), BVWebPlaylistDownloadDeadline);
+    playlist->setDownloadDeadline(1.0);
+    Recorder recorder;
+    auto start = std::chrono::steady_clock::now();
+    if (synchronous) {
+      playlist->setDelegate(&recorder);
+      playlist->load();
+    } else {
+      loadOnRunLoop(*playlist, recorder, true);
+      BVRunLoop::current().runFor(0.3);  // nothing more arrives
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3)) << synchronous;
+    EXPECT_FALSE(playlist->loadSucceeded());
+    ASSERT_EQ(recorder.errors.size(), 1u) << synchronous;
+    EXPECT_EQ(recorder.errors[0]->domain(), BVURLErrorDomain);
+    EXPECT_EQ(recorder.errors[0]->code(), BVURLErrorTimedOut);
+    EXPECT_EQ(recorder.errors[0]->localizedDescription(), "The playlist did not arrive within 1 seconds.");
+  }
 }

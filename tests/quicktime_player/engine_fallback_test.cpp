@@ -10,6 +10,8 @@
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
+#include <glib.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <functional>
@@ -57,27 +59,58 @@ TEST(WindowsMediaWorkAround, OnlyFullVersionsFromTwoPointTwoCountAsFixed) {
   BVQuickTimePlayer::resetFlip4MacVersionCheck();
 }
 
-TEST(WindowsMediaWorkAround, MMSAndASXLinksBecomeReferenceMovies) {
-  TempDir home;
+TEST(WindowsMediaWorkAround, MMSAndASXLinksBecomePrivateReferenceMoviesThatGo) {
+  TempDir home, runtime;
   ScopedXDGDataHome xdg(home.path());
+  ScopedEnv runtimeDir("XDG_RUNTIME_DIR", runtime.path());
+  const std::string folder = runtime.path() + "/com.brambleside.ettd";
   BVQuickTimePlayer::resetFlip4MacVersionCheck();
   auto player = BVQuickTimePlayer::create();
   const std::string url = "mms://media.example.net/live/station-with-a-rather-long-name";
   auto safe = player->makeLinkSafeFromASXBug(linkTo(url));
   ASSERT_TRUE(safe->url().isFileURL());
   EXPECT_TRUE(player->employedFlip4MacWorkAround());
-  std::string bytes = readWholeFile(safe->url().fileSystemPath());
+  std::string path = safe->url().fileSystemPath();
+  EXPECT_EQ(path.rfind(folder + "/", 0), 0u) << path;
+  struct stat st {};
+  ASSERT_EQ(stat(path.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0600u);
+  std::string bytes = readWholeFile(path);
   EXPECT_EQ(bigEndian(bytes, 615), url.size());
   EXPECT_EQ(bytes.substr(770, url.size()), url);
   auto named = belvane::detail::referenceMovieURL(
       std::span(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()));
   EXPECT_EQ(named.value_or(""), url);
-  std::remove(safe->url().fileSystemPath().c_str());
 
   // wsx is rewritten too; other links pass unchanged.
   auto wsx = player->makeLinkSafeFromASXBug(linkTo("http://h/a.WSX"));
   EXPECT_TRUE(wsx->url().isFileURL());
-  std::remove(wsx->url().fileSystemPath().c_str());
+  BVRunLoop::main().runFor(0.05);
+  EXPECT_FALSE(g_file_test(path.c_str(), G_FILE_TEST_EXISTS)) << "gone once the turn that made it is over";
+  EXPECT_FALSE(g_file_test(wsx->url().fileSystemPath().c_str(), G_FILE_TEST_EXISTS));
+
+  // Played, the link's errors name the link, and nothing is left behind
+  // once the player is gone.
+  RecordingOwner owner;
+  auto playing = BVQuickTimePlayer::create();
+  playing->setOwner(&owner);
+  const std::string refused = "mms://127.0.0.1:" + std::to_string(TestHTTPServer::refusedPort()) + "/live";
+  playing->playLink(linkTo(refused));
+  auto folderIsEmpty = [&] {
+    GDir* dir = g_dir_open(folder.c_str(), 0, nullptr);
+    bool empty = dir && !g_dir_read_name(dir);
+    if (dir) g_dir_close(dir);
+    return empty;
+  };
+  EXPECT_TRUE(folderIsEmpty()) << "the movie has been opened: its reference movie is gone";
+  runUntilEnded(owner, 10);
+  playing->setOwner(nullptr);
+  playing.reset();
+  ASSERT_TRUE(owner.reached(BVPlayerStateError));
+  std::string details = owner.states.back().error ? owner.states.back().error->description() : "";
+  EXPECT_NE(details.find("MediaLink URL:\n" + refused), std::string::npos) << details;
+  EXPECT_EQ(details.find(".mov"), std::string::npos) << details;
+
   auto plain = linkTo("http://h/a.m4a");
   EXPECT_EQ(player->makeLinkSafeFromASXBug(plain), plain);
 

@@ -68,15 +68,21 @@ TEST(IcyReply, ReadsStatusAndFieldsWhateverTheChunksAndLineEnds) {
 
 TEST(IcyDemuxer, SplitsMetadataAtEveryIntervalAcrossChunkBoundaries) {
   std::string audio1(100, 'a'), audio2(100, 'b'), audio3(40, 'c');
-  std::string stream = audio1 + metaBlock("StreamTitle='One';") + audio2 + std::string(1, '\0') + audio3;
+  // After audio2 an empty block; after audio3 a length byte of 255 with no
+  // block: what follows is audio, and the next interval counts from there.
+  std::string audio4 = "\xFF\xFB" + std::string(98, 'd');
+  std::string stream = audio1 + metaBlock("StreamTitle='One';") + audio2 + std::string(1, '\0') + audio1 + "\xFF" +
+                       audio4 + metaBlock("StreamTitle='Two';") + audio3;
   for (size_t chunk : {size_t(1), size_t(7), size_t(101), stream.size()}) {
     IcyDemuxer demuxer(100);
     RecordingDemux handler;
     for (size_t at = 0; at < stream.size(); at += chunk) demuxer.feed(bytes(stream.substr(at, chunk)), handler);
-    EXPECT_EQ(handler.audioBytes, audio1 + audio2 + audio3) << chunk;
-    ASSERT_EQ(handler.blocks.size(), 1u);  // the empty block is no metadata
+    EXPECT_EQ(handler.audioBytes, audio1 + audio2 + audio1 + audio4 + audio3) << chunk;
+    ASSERT_EQ(handler.blocks.size(), 2u);  // the empty block is no metadata
     EXPECT_EQ(handler.blocks[0].second, 100u);
     EXPECT_EQ(streamTitleFromMetadata(bytes(handler.blocks[0].first)), "One");
+    EXPECT_EQ(handler.blocks[1].second, 400u);
+    EXPECT_EQ(streamTitleFromMetadata(bytes(handler.blocks[1].first)), "Two");
   }
   IcyDemuxer none(0);
   RecordingDemux handler;

@@ -1,6 +1,6 @@
 // Forwarded calls between two real processes: every argument and return
 // type code, unknown selectors, server exceptions, unarchivable returns, a
-// tool killed mid-call, two tools at once, and a foreign pipe folder.
+// tool killed mid-call, two tools at once, pipe folders of our own.
 #include <belvane/BVKitOwner.h>
 #include <belvane/BVToolConnection.h>
 
@@ -13,6 +13,8 @@
 #include <glib.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cmath>
@@ -141,6 +143,45 @@ TEST_F(ToolConnection, AToolKilledMidCallFailsTheCallAndDisconnects) {
   EXPECT_FALSE(connection.isConnected());
   EXPECT_TRUE(log.contains("Exception in"));
   EXPECT_EQ(connection.forwardInvocation("pid", {}).integerValue(), 0) << "later calls give zero";
+  std::string pipe = BVToolConnection::pipeDirectory() + "/bpt_input_" + std::to_string(pid);
+  EXPECT_FALSE(g_file_test(pipe.c_str(), G_FILE_TEST_EXISTS)) << "the host removed the killed tool's pipes";
+}
+
+TEST_F(ToolConnection, AToolThatDoesNotAnswerInTimeIsEndedLikeOneThatDied) {
+  connection.setTimeout(1.0);
+  auto bounded = [&](const char* selector) {
+    int pid = connection.serverProcessID();
+    auto start = std::chrono::steady_clock::now();
+    BVValue result = connection.forwardInvocation(selector, {});
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2500)) << selector;
+    EXPECT_EQ(result.integerValue(), 0);
+    EXPECT_FALSE(connection.isConnected());
+    EXPECT_TRUE(connection.terminationError() &&
+                connection.terminationError()->localizedDescription().find("stopped answering") != std::string::npos);
+    EXPECT_NE(kill(pid, 0), 0) << "the tool was killed and reaped";
+    std::string pipe = BVToolConnection::pipeDirectory() + "/bpt_output_" + std::to_string(pid);
+    EXPECT_FALSE(g_file_test(pipe.c_str(), G_FILE_TEST_EXISTS));
+  };
+  bounded("headerOnly");  // a reply header whose payload never arrives
+  ASSERT_EQ(connection.connect(), nullptr);
+  EXPECT_FALSE(connection.terminationError());
+  kill(connection.serverProcessID(), SIGSTOP);  // a frozen tool
+  bounded("pid");
+}
+
+TEST(ToolConnectionSetup, ConnectGivesUpOnAToolThatNeverMakesItsPipes) {
+  belvane::test::TempDir tmp;
+  std::string tool = tmp.write("silent-tool", "#!/bin/sh\nexec sleep 60\n");
+  chmod(tool.c_str(), 0755);
+  BVToolConnection connection;
+  connection.setServerToolPath(tool);
+  connection.setTimeout(0.5);
+  auto start = std::chrono::steady_clock::now();
+  auto error = connection.connect();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code(), 5602);
+  EXPECT_EQ(connection.serverProcessID(), 0);
 }
 
 TEST(ToolConnectionSetup, RefusesBadToolPathsAndForeignPipeFolders) {
@@ -160,8 +201,8 @@ TEST(ToolConnectionSetup, RefusesBadToolPathsAndForeignPipeFolders) {
   EXPECT_EQ(connection.serverProcessID(), 0);
 
   // A pipe folder that others can enter, or a symbolic link, is refused.
-  belvane::test::ScopedEnv tmpdir("TMPDIR", tmp.path());
-  std::string folder = tmp.path() + "/com.brambleside.ettd";
+  belvane::test::ScopedEnv tmpdir("TMPDIR", tmp.path()), runtime("XDG_RUNTIME_DIR", "");
+  std::string folder = tmp.path() + "/com.brambleside.ettd-" + std::to_string(geteuid());
   ASSERT_EQ(BVToolConnection::pipeDirectory(), folder);
   mkdir(folder.c_str(), 0700);
   chmod(folder.c_str(), 0777);
@@ -182,4 +223,43 @@ TEST(ToolConnectionSetup, RefusesBadToolPathsAndForeignPipeFolders) {
   EXPECT_FALSE(BVToolConnection::preparePipeDirectory(&folderError));
   ASSERT_TRUE(folderError);
   EXPECT_NE(folderError->localizedDescription().find("symbolic link"), std::string::npos);
+}
+
+TEST(ToolConnectionSetup, EachUserHasAPipeFolderOfItsOwnAndStalePipesGo) {
+  belvane::test::TempDir tmp;
+  {
+    belvane::test::ScopedEnv runtime("XDG_RUNTIME_DIR", tmp.path());
+    EXPECT_EQ(BVToolConnection::pipeDirectory(), tmp.path() + "/com.brambleside.ettd");
+  }
+  belvane::test::ScopedEnv tmpdir("TMPDIR", tmp.path()), noRuntime("XDG_RUNTIME_DIR", "");
+  std::string ours = tmp.path() + "/com.brambleside.ettd-" + std::to_string(geteuid());
+  Signatures signatures;
+  BVToolConnection connection;
+  connection.setVendedObject(&signatures);
+  connection.setServerToolPath(echoTool());
+
+  // A killed host left the pipes of a tool that is gone.
+  ASSERT_EQ(mkdir(ours.c_str(), 0700), 0);
+  pid_t gone = fork();
+  if (gone == 0) _exit(0);
+  waitpid(gone, nullptr, 0);
+  std::string stale = ours + "/bpt_output_" + std::to_string(gone);
+  ASSERT_EQ(mkfifo(stale.c_str(), 0660), 0);
+  ASSERT_EQ(connection.connect(), nullptr);
+  EXPECT_FALSE(g_file_test(stale.c_str(), G_FILE_TEST_EXISTS)) << "stale pipes are removed";
+  connection.disconnect();
+
+  // Another user made the shared folder name: it does not stop ours. Our
+  // own folder given to someone else is refused.
+  std::string shared = tmp.path() + "/com.brambleside.ettd";
+  mkdir(shared.c_str(), 0700);
+  if (chown(shared.c_str(), geteuid() + 4242, getegid()) != 0)
+    GTEST_SKIP() << "giving a folder to another user needs root";
+  ASSERT_EQ(connection.connect(), nullptr);
+  EXPECT_EQ(connection.forwardInvocation("pid", {}).integerValue(), connection.serverProcessID());
+  connection.disconnect();
+  ASSERT_EQ(chown(ours.c_str(), geteuid() + 4242, getegid()), 0);
+  auto error = connection.connect();
+  ASSERT_TRUE(error);
+  EXPECT_NE(error->localizedDescription().find("belongs to another user"), std::string::npos);
 }

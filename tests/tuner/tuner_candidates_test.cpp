@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+
 using namespace belvane::test;
 
 namespace {
@@ -224,6 +226,11 @@ TEST(StreamTuner, FailuresComeAsReadableErrors) {
   BVErrorRef huge = failure(server.url("/huge.m3u"));
   EXPECT_EQ(huge->code(), QLStreamTunerErrorPlaylistTooLarge);
 
+  server.route("/loop", Response::redirect(server.url("/loop")));
+  BVErrorRef loop = failure(server.url("/loop"));
+  EXPECT_EQ(loop->domain(), BVURLErrorDomain);
+  EXPECT_EQ(loop->code(), BVURLErrorHTTPTooManyRedirects);
+
   // Every candidate declined.
   BVErrorRef declined;
   EXPECT_EQ(offersOf(server.url("/station.pls"), &declined).size(), 1u);
@@ -231,4 +238,24 @@ TEST(StreamTuner, FailuresComeAsReadableErrors) {
   EXPECT_EQ(declined->domain(), QLStreamTunerErrorDomain);
   EXPECT_EQ(declined->code(), QLStreamTunerErrorNoPlayableStream);
   EXPECT_EQ(declined->localizedDescription(), "The station offers no stream this player can play.");
+}
+
+TEST(StreamTuner, TheWholeSearchIsBoundedHoweverManyEntriesStall) {
+  TestHTTPServer server;
+  for (const char* path : {"/a", "/b", "/c"}) server.route(path, Response::hang());
+  server.route("/stalling.pls", Response::ok("audio/x-scpls", "[playlist]\nFile1=/a\nFile2=/b\nFile3=/c\n"));
+  RecordingTunerDelegate delegate;
+  auto tuner = QLStreamTuner::create(&delegate);
+  tuner->setSearchTimeout(1.0);
+  tuner->setSourceURL(*BVURL::URLWithString(server.url("/stalling.pls")));
+  auto start = std::chrono::steady_clock::now();
+  tuner->start();
+  EXPECT_TRUE(runUntil([&] { return delegate.ended(); }));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
+  BVRunLoop::current().runFor(0.3);
+  EXPECT_EQ(delegate.calls, 1) << "one error and nothing else";
+  ASSERT_TRUE(delegate.error);
+  EXPECT_EQ(delegate.error->domain(), QLStreamTunerErrorDomain);
+  EXPECT_EQ(delegate.error->code(), QLStreamTunerErrorTimedOut);
+  EXPECT_EQ(delegate.error->localizedDescription(), "The station did not offer a stream within 1 seconds.");
 }

@@ -1,21 +1,28 @@
 // BVQuickTimePlayer: the Windows Media component's looping fault. Older
 // components loop on ASX and MMS links, so such links are played from a
 // small reference movie (made from the "asx_template" resource) that names
-// the stream instead. The component's version is read from its Info.plist
+// the stream instead; it is written 0600 to the user's private folder and
+// removed once the movie has read it. The component's version is read from its Info.plist
 // under "QuickTime/Flip4Mac WMV Advanced.component" in each XDG data folder.
 #include <belvane/BVKitOwner.h>
 #include <belvane/BVMediaLink.h>
 #include <belvane/BVPropertyList.h>
 #include <belvane/BVQuickTimePlayer.h>
 #include <belvane/BVResources.h>
+#include <belvane/BVRunLoop.h>
 
 #include "engines/xdg_data_dirs.h"
 #include "foundation/text_encoding.h"
+#include "foundation/user_folder.h"
 #include "movie/reference_movie.h"
 
+#include <fcntl.h>
 #include <glib.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 
@@ -92,24 +99,36 @@ std::shared_ptr<BVMediaLink> BVQuickTimePlayer::mediaLinkForMMSURL(const BVURL& 
   std::ifstream in(*templatePath, std::ios::binary);
   std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   if (bytes.size() < kReferenceTemplateURLOffset + kReferenceTemplateURLFieldSize) return nullptr;
-
-  gchar* uuid = g_uuid_string_random();
-  std::string name = uuid ? uuid : "";
-  g_free(uuid);
-
   const std::string& text = url.absoluteString();
   auto length = uint32_t(text.size());
   bytes.replace(kReferenceTemplateURLOffset, kReferenceTemplateURLFieldSize, text);
   const char lengthBytes[4] = {char(length >> 24), char(length >> 16), char(length >> 8), char(length)};
   bytes.replace(kReferenceTemplateLengthOffset, 4, lengthBytes, 4);
 
-  std::string path = std::string(g_get_tmp_dir()) + "/" + name + ".mov";
-  GError* error = nullptr;
-  if (!g_file_set_contents(path.c_str(), bytes.data(), gssize(bytes.size()), &error)) {
-    BVLog("Could not write the reference movie %s: %s", path.c_str(), error ? error->message : "");
-    g_clear_error(&error);
+  // The file names the stream, so only the user may read it: it goes to the
+  // user's private folder, made 0600 and never through a link.
+  std::string why;
+  std::string folder = prepareUserFolder(&why);
+  if (folder.empty()) {
+    BVLog("Could not write the reference movie for %s: the folder %s cannot be used: %s", text.c_str(),
+          userFolderPath().c_str(), why.c_str());
     return nullptr;
   }
+  gchar* uuid = g_uuid_string_random();
+  std::string path = folder + "/" + (uuid ? uuid : "reference") + ".mov";
+  g_free(uuid);
+  int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+  bool written = fd >= 0 && write(fd, bytes.data(), bytes.size()) == ssize_t(bytes.size());
+  int failure = errno;
+  if (fd >= 0) close(fd);
+  if (!written) {
+    if (fd >= 0) unlink(path.c_str());
+    BVLog("Could not write the reference movie for %s: %s", text.c_str(), std::strerror(failure));
+    return nullptr;
+  }
+  // The player removes the file once its movie has been opened from it; for
+  // a caller that never opens one, it goes on the next turn of the run loop.
+  BVRunLoop::current().perform([path] { unlink(path.c_str()); });
   _employedFlip4MacWorkAround = true;
   return BVMediaLink::linkWithURL(BVURL::fileURLWithPath(path));
 }

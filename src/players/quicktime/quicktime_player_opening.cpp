@@ -13,6 +13,8 @@
 #include "movie/QTMovie.h"
 #include "players/quicktime/movie_audio_adapter.h"
 
+#include <unistd.h>
+
 #include <typeinfo>
 
 using belvane::detail::asciiLower;
@@ -72,7 +74,9 @@ void BVQuickTimePlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
 
 void BVQuickTimePlayer::playWithMovie(const std::shared_ptr<BVMediaLink>& link) {
   auto safeLink = makeLinkSafeFromASXBug(link);
-  BVBasePlayer::playLink(safeLink);
+  // The link stays the player's (its errors name it); only the movie opens
+  // the reference movie made for it.
+  BVBasePlayer::playLink(link);
   // A sub-player left from an earlier link stays and keeps answering.
   _releaseMovie();
   if (int code = startMovieAudio()) {
@@ -85,6 +89,9 @@ void BVQuickTimePlayer::playWithMovie(const std::shared_ptr<BVMediaLink>& link) 
   }
   BVErrorRef error;
   auto movie = QTMovie::movieWithURL(safeLink->url(), &error, movieAudio_);
+  // The movie has read the reference movie made for the link (or failed):
+  // the file is not needed any more.
+  if (safeLink != link) unlink(safeLink->url().fileSystemPath().c_str());
   if (!movie || error) {
     _movie = nullptr;
     changeStateTo(BVPlayerStateError, error);
