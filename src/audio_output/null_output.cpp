@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <utility>
 
 namespace belvane::detail {
 namespace {
@@ -39,6 +40,7 @@ class NullOutput final : public OutputBackend {
     // The device starts playing at the first write, and after an underrun
     // (everything written has been played) it starts again from now.
     if (!clockRunning_ || now >= timeOf(written_)) {
+      if (clockRunning_) ++underruns_;
       origin_ = now - toDuration(static_cast<double>(written_) / rate_);
       clockRunning_ = true;
     }
@@ -60,6 +62,7 @@ class NullOutput final : public OutputBackend {
   }
 
   int changeRate(unsigned rate) override { return open(rate); }
+  uint64_t takeUnderruns() override { return std::exchange(underruns_, 0); }
 
  private:
   static Clock::duration toDuration(double seconds) {
@@ -75,6 +78,7 @@ class NullOutput final : public OutputBackend {
   Clock::time_point origin_;  // when frame 0 started playing
   uint64_t written_ = 0;      // frames handed over since the last (re)start at this rate
   bool clockRunning_ = false;
+  uint64_t underruns_ = 0;
 };
 
 }  // namespace

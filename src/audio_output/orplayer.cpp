@@ -139,6 +139,7 @@ void writeDirect(orplayer* player, uint64_t id, unsigned rate, float** channels,
   }
   if (backend->write(chunk.data(), frames)) {
     core.framesWritten.fetch_add(frames, std::memory_order_relaxed);
+    if (uint64_t gaps = backend->takeUnderruns()) core.underruns.fetch_add(gaps, std::memory_order_relaxed);
     std::lock_guard coreLock(core.mutex);
     core.directPlayedOutAt = backend->playedOutAt();
   } else if (!player->session->stopRequested()) {
@@ -368,6 +369,8 @@ void orplayer_destroy(orplayer_t player) {
 const char* orplayer_output_name(orplayer_t player) { return player ? player->core->outputName.load() : "none"; }
 
 int orplayer_is_real_time(orplayer_t player) { return player ? player->core->realTime.load() : 0; }
+
+uint64_t orplayer_underruns(orplayer_t player) { return player ? player->core->underruns.load() : 0; }
 
 uint64_t orplayer_frames_written(orplayer_t player) { return player ? player->core->framesWritten.load() : 0; }
 

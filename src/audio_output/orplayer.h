@@ -88,6 +88,9 @@ const char* orplayer_output_name(orplayer_t player);
 // Whether the output opened plays in real time (a device, or "null"), as
 // opposed to taking frames as fast as they come ("null:fast", "wav:PATH").
 int orplayer_is_real_time(orplayer_t player);
+// Times the output ran dry while it was being written to, over all starts
+// (gaps the listener heard); counted by the outputs that can tell (null).
+uint64_t orplayer_underruns(orplayer_t player);
 // Frames handed to the output device or file so far, over all starts.
 uint64_t orplayer_frames_written(orplayer_t player);
 // A listener-readable text for an error code (static; never NULL).

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -63,6 +64,9 @@ class OutputBackend {
   virtual void discard() {}
   // Follows a change of sample rate; called after drain(). 0 or an error code.
   virtual int changeRate(unsigned rate) = 0;
+  // Times the device ran dry while being written to since the last call
+  // (an underrun: the listener heard a gap), as far as the backend knows.
+  virtual uint64_t takeUnderruns() { return 0; }
   // After a failed write: try to get going again (for example after the
   // sound server restarted). False when the backend cannot.
   virtual bool recover() { return false; }

@@ -53,7 +53,8 @@ struct PlayerCore {
   std::atomic<float> gain{1.0f};
   std::atomic<uint64_t> framesWritten{0};
   std::atomic<const char*> outputName{"none"};
-  std::atomic<bool> realTime{false};  // the backend takes as long as playing
+  std::atomic<bool> realTime{false};
+  std::atomic<uint64_t> underruns{0};  // the backend takes as long as playing
 };
 
 // Replaces a failed backend: first by reopening it, then by a null output

@@ -66,6 +66,7 @@ std::string AudioDelivery::outputSetting() const {
 
 const char* AudioDelivery::outputName() const { return orplayer_output_name(output_); }
 uint64_t AudioDelivery::framesWritten() const { return orplayer_frames_written(output_); }
+uint64_t AudioDelivery::underruns() const { return orplayer_underruns(output_); }
 
 int AudioDelivery::start() {
   interrupted_ = false;

@@ -58,6 +58,8 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   // before the first start) and the frames handed to it over all starts.
   const char* outputName() const;
   uint64_t framesWritten() const;
+  // Times the output ran dry while being written (see orplayer_underruns).
+  uint64_t underruns() const;
 
   // Opens the output (0, or an orplayer error code); a started output stays
   // open. stop() drops what is queued and releases a blocked writer.

@@ -3,6 +3,9 @@
 // the test thread as the library's delivery thread would.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 #include <belvane/BVMP3StreamPlayer.h>
 
 #include "players/mp3_stream/shoutstreamer_delegate.h"
@@ -96,4 +99,48 @@ TEST(ShoutstreamerDelegateVolume, MuteRemembersVolumeSetWhileMuted) {
   EXPECT_TRUE(h.delegate->isMuted());
   h.delegate->setMuted(false);
   EXPECT_FLOAT_EQ(h.delegate->volume(), 0.0f);
+}
+
+// The decoding thread never waits long for the run loop: a run loop blocked
+// for half a second every two seconds makes titles late, never the audio,
+// and titles that fall due while it is free still land on their frame.
+TEST(TitleBuffering, ABusyRunLoopDelaysTitlesNotAudio) {
+  Harness h;
+  h.delegate->stopAudioPlayerNow();
+  ASSERT_EQ(h.delegate->audio()->setOutput("null"), 0);
+  ASSERT_EQ(h.delegate->startAudioPlayer(), 0);
+  h.owner.frames = [d = h.delegate.get()] { return d->audio()->framesWritten(); };
+  constexpr int kBlock = 1024, kRate = 44100, kTitleEvery = kRate * 7 / 10;
+  constexpr int kBlocks = kRate * 6 / kBlock;
+  std::vector<uint64_t> dueAt;  // the frame each title's audio starts at
+  std::atomic<bool> done{false};
+  std::thread decoder([&] {
+    std::vector<float> tone(kBlock, 0.25f);
+    float* channels[2] = {tone.data(), tone.data()};
+    uint64_t queued = 0;
+    for (int i = 0; i < kBlocks; ++i) {
+      if (queued % kTitleEvery < kBlock && queued > 0) {
+        int ahead = kBlock / 2;
+        dueAt.push_back(queued + uint64_t(ahead));
+        h.delegate->shoutstreamerDidProvideTitle("Song " + std::to_string(dueAt.size()), ahead);
+      }
+      h.delegate->shoutstreamerDidProvideAudio(float(kRate), channels, kBlock);
+      queued += kBlock;
+    }
+    done = true;
+  });
+  while (!done) {
+    BVRunLoop::main().runUntil([&] { return done.load(); }, 1.5);
+    if (!done) std::this_thread::sleep_for(std::chrono::milliseconds(500));  // the host is busy
+  }
+  decoder.join();
+  BVRunLoop::main().runUntil([] { return false; }, 0.2);
+  EXPECT_EQ(h.delegate->audio()->underruns(), 0u) << "the audio waited for the run loop";
+  ASSERT_EQ(h.owner.titles.size(), dueAt.size());
+  size_t exact = 0;
+  for (size_t i = 0; i < dueAt.size(); ++i) {
+    EXPECT_GE(h.owner.titleFrames[i], dueAt[i]) << h.owner.titles[i] << " before its audio";
+    if (h.owner.titleFrames[i] == dueAt[i]) ++exact;
+  }
+  EXPECT_GE(exact, dueAt.size() / 2) << "titles that fell due while the run loop was free";
 }
