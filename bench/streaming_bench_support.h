@@ -1,6 +1,7 @@
 // Helpers shared by the streaming and player benchmarks: process CPU time,
-// resident memory, descriptor and thread counts, the load average, MP3
-// programme material made with sox and lame, and loopback servers run in a
+// resident memory, descriptor and thread counts, the load average, MP3 and
+// AAC programme material made with sox and lame or GStreamer's AAC encoder,
+// and loopback servers run in a
 // child process so that their CPU time is not charged to the code measured.
 //
 // The machine running these is usually shared, so the figures that matter
@@ -123,14 +124,18 @@ inline double childCPUSeconds(const std::vector<std::string>& argv) {
 // sweeping tone (sox), encoded by lame without a tag frame, so that every
 // frame is audio and the decoder works on a full spectrum as with music.
 // Falls back to a sine tone when sox is missing; empty without lame.
+inline std::string programmeSoxCommand(const std::string& wav, double secs) {
+  std::string length = std::to_string(secs);
+  return "sox -n -r 44100 -c 2 -b 16 " + wav + " synth " + length + " pinknoise synth " + length +
+         " sine mix 100-4000 vol 0.4 2>/dev/null";
+}
+
 inline test::Mp3Data programmeMp3(double secs) {
   if (!test::lameAvailable()) return {};
   gchar* dir = g_dir_make_tmp("belvane-bench-XXXXXX", nullptr);
   if (!dir) return {};
   std::string wav = std::string(dir) + "/programme.wav", mp3 = std::string(dir) + "/programme.mp3";
-  std::string length = std::to_string(secs);
-  std::string sox = "sox -n -r 44100 -c 2 -b 16 " + wav + " synth " + length + " pinknoise synth " + length +
-                    " sine mix 100-4000 vol 0.4 2>/dev/null";
+  std::string sox = programmeSoxCommand(wav, secs);
   test::Mp3Data data;
   if (std::system(sox.c_str()) == 0 &&
       std::system(("lame --quiet -t --cbr -b 128 -m j " + wav + " " + mp3).c_str()) == 0) {
@@ -146,6 +151,28 @@ inline test::Mp3Data programmeMp3(double secs) {
   return data;
 }
 
+// The same programme as AAC-LC in ADTS frames at about `kbps` (GStreamer's
+// avenc_aac, as the stations of the tests are made), split into its frames of
+// 1024 samples. Empty when sox or gst-launch-1.0 is missing or fails.
+inline test::Mp3Data programmeAac(double secs, int kbps = 96) {
+  gchar* dir = g_dir_make_tmp("belvane-bench-XXXXXX", nullptr);
+  if (!dir) return {};
+  std::string wav = std::string(dir) + "/programme.wav", aac = std::string(dir) + "/programme.aac";
+  test::Mp3Data data;
+  std::string encode = "gst-launch-1.0 -q filesrc location=" + wav +
+                       " ! wavparse ! audioconvert ! avenc_aac bitrate=" + std::to_string(kbps * 1000) +
+                       " ! aacparse ! audio/mpeg,stream-format=adts ! filesink location=" + aac + " >/dev/null 2>&1";
+  if (std::system(programmeSoxCommand(wav, secs).c_str()) == 0 && std::system(encode.c_str()) == 0) {
+    std::ifstream in(aac, std::ios::binary);
+    data = test::splitAdtsFrames(std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()));
+  }
+  std::remove(wav.c_str());
+  std::remove(aac.c_str());
+  g_rmdir(dir);
+  g_free(dir);
+  return data;
+}
+
 // One ICY metadata block carrying title (a single zero byte when empty).
 inline std::string icyMetadataBlock(const std::string& title) {
   if (title.empty()) return std::string(1, '\0');
@@ -154,12 +181,13 @@ inline std::string icyMetadataBlock(const std::string& title) {
   return char(text.size() / 16) + text;
 }
 
-// An "ICY 200 OK" stream of mp3 frames, round and round, with a metadata
+// An "ICY 200 OK" stream of mp3 (or ADTS) frames, round and round, with a metadata
 // block every metaint audio bytes (title "Song n" in every titleEvery-th
 // block, empty blocks between). bytesPerSecond 0 sends as fast as the client
 // reads; otherwise a burst of burstSeconds, then the data rate. Ends after
 // totalBytes of audio (0: never) by closing the connection.
 struct IcyStreamShape {
+  std::string contentType = "audio/mpeg";  // "audio/aacp" for an AAC+ station
   uint32_t metaint = 16000;
   int titleEvery = 0;  // 0: no titles
   int bytesPerSecond = 0;
@@ -169,7 +197,8 @@ struct IcyStreamShape {
 
 inline test::BodyGenerator icyStream(std::shared_ptr<const test::Mp3Data> mp3, IcyStreamShape shape) {
   return [mp3, shape](test::ResponseWriter& writer) {
-    std::string head = "ICY 200 OK\r\ncontent-type: audio/mpeg\r\nicy-name:Belvane Bench\r\nicy-metaint:" +
+    std::string head = "ICY 200 OK\r\ncontent-type: " + shape.contentType +
+                       "\r\nicy-name:Belvane Bench\r\nicy-metaint:" +
                        std::to_string(shape.metaint) + "\r\n\r\n";
     if (!writer.write(head)) return;
     const std::string& bytes = mp3->bytes;

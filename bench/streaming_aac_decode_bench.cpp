@@ -1,0 +1,267 @@
+// CPU cost of playing an hour of 96 kbit/s stereo AAC from a bare-URL AAC+
+// station ("ICY 200 OK", content-type audio/aacp, ICY titles): the master
+// player, whose MP3 player declines the stream by its type and hands it to
+// the general engine (playbin, our appsink tap, AudioDelivery), writing into
+// the unpaced "null:fast" output, fed as fast as it takes the bytes by a
+// loopback server in a child process. Measured in the same run against
+// `gst-launch-1.0 filesrc ! aacparse ! avdec_aac ! fakesink` on the same
+// ADTS bytes in a file (its CPU is that of the child process). The programme
+// is a minute of pink noise under a sweeping tone, encoded once by avenc_aac
+// and looped to the length wanted.
+//
+//   bench_streaming_aac_decode --benchmark_repetitions=5 --benchmark_enable_random_interleaving=true
+//   (interleaved, a drift of the machine's speed does not favour either side)
+//   BELVANE_BENCH_STREAM_SECONDS=600 bench_streaming_aac_decode   (shorter run)
+#include "streaming_bench_support.h"
+
+#include <belvane/BVMasterPlayer.h>
+#include <belvane/BVMediaLink.h>
+#include <belvane/BVQuickTimePlayer.h>
+#include <belvane/BVRunLoop.h>
+#include <belvane/BVURL.h>
+
+#include <benchmark/benchmark.h>
+#include <gst/gst.h>
+
+#include "movie/movie_audio_sink.h"
+#include "movie/movie_audio_tap.h"
+#include "players/audio_delivery.h"
+
+#include <cstdio>
+#include <fstream>
+#include <memory>
+
+using namespace belvane::bench;
+
+namespace {
+
+constexpr double kProgrammeSeconds = 60;
+
+struct Setup {
+  std::shared_ptr<const belvane::test::Mp3Data> programme;
+  double streamSeconds = 3600;
+  uint64_t loops = 0;   // programme loops in the stream
+  uint64_t frames = 0;  // decoded frames in the stream
+  std::string file;     // the same bytes for gst-launch
+  std::unique_ptr<ServerProcess> server;
+  std::vector<double> ours, peer, playbin, uridecodebin, uridecodebinTap;
+  bool generalEngine = true;
+};
+Setup* setup = nullptr;
+
+void BM_MasterPlayerAACNullFast(benchmark::State& state) {
+  for (auto _ : state) {
+    auto master = BVMasterPlayer::create();
+    master->setAudioOutput("null:fast");
+    double cpu0 = processCPUSeconds(), wall0 = wallSeconds();
+    master->playLink(BVMediaLink::linkWithURL(*BVURL::URLWithString(setup->server->url("/"))));
+    bool done = BVRunLoop::main().runUntil(
+        [&] {
+          return master->outputFramesWritten() >= setup->frames || master->state() >= BVPlayerStateStopped;
+        },
+        setup->streamSeconds);
+    double cpu = processCPUSeconds() - cpu0, wall = wallSeconds() - wall0;
+    uint64_t frames = master->outputFramesWritten();
+    if (!dynamic_cast<BVQuickTimePlayer*>(master->subPlayer().get())) setup->generalEngine = false;
+    master.reset();
+    if (!done || frames < setup->frames) {
+      state.SkipWithError("the stream did not play to its end");
+      return;
+    }
+    state.SetIterationTime(cpu);
+    state.counters["cpu_s"] = cpu;
+    state.counters["wall_s"] = wall;
+    state.counters["x_realtime_cpu"] = setup->streamSeconds / cpu;
+    setup->ours.push_back(cpu);
+    BVRunLoop::main().runFor(0.5);  // let the released pipeline's threads go
+  }
+}
+
+void BM_GstLaunchAvdecAac(benchmark::State& state) {
+  for (auto _ : state) {
+    double cpu = childCPUSeconds({"gst-launch-1.0", "-q", "filesrc", "location=" + setup->file, "!", "aacparse", "!",
+                                  "avdec_aac", "!", "fakesink"});
+    if (cpu < 0) {
+      state.SkipWithError("gst-launch-1.0 failed");
+      return;
+    }
+    state.SetIterationTime(cpu);
+    state.counters["cpu_s"] = cpu;
+    setup->peer.push_back(cpu);
+  }
+}
+
+// Where the time goes: GStreamer alone (gst-launch-1.0, a child process) on
+// the same station, sent once to its end so that the pipeline ends: playbin
+// with the audio sink bin the engine gives it (conversion to planar float,
+// then a fakesink in place of our appsink), and the same decoding chain
+// without playbin's sink half (uridecodebin straight into that bin), which
+// leaves out the queue that playbin puts in front of every audio sink.
+constexpr const char* kTapLikeSink =
+    "audioconvert ! audio/x-raw,format=F32LE,layout=non-interleaved,channels=[1,2] ! fakesink sync=false";
+
+void gstLaunchPeer(benchmark::State& state, std::vector<double>& into, const std::string& pipeline) {
+  for (auto _ : state) {
+    std::vector<std::string> argv = {"gst-launch-1.0", "-q"};
+    gchar** words = nullptr;
+    if (!g_shell_parse_argv(pipeline.c_str(), nullptr, &words, nullptr)) {
+      state.SkipWithError("bad pipeline");
+      return;
+    }
+    for (gchar** w = words; *w; ++w) argv.push_back(*w);
+    g_strfreev(words);
+    double cpu = childCPUSeconds(argv);
+    if (cpu < 0) {
+      state.SkipWithError("gst-launch-1.0 failed");
+      return;
+    }
+    state.SetIterationTime(cpu);
+    state.counters["cpu_s"] = cpu;
+    into.push_back(cpu);
+  }
+}
+
+void BM_GstLaunchPlaybinStation(benchmark::State& state) {
+  gstLaunchPeer(state, setup->playbin,
+                "playbin uri=" + setup->server->url("/once") + " audio-sink=\"" + kTapLikeSink +
+                    "\" video-sink=fakesink");
+}
+
+void BM_GstLaunchUridecodebinStation(benchmark::State& state) {
+  gstLaunchPeer(state, setup->uridecodebin, "uridecodebin uri=" + setup->server->url("/once") + " ! " + kTapLikeSink);
+}
+
+// The engine's own tap and audio path without playbin's sink half:
+// uridecodebin on the station straight into the tap bin the engine gives
+// playbin, its audio written by an AudioDelivery into "null:fast", as the
+// general engine's player does. It shows what a pipeline without playsink's
+// queue (one thread hand-over per decoded AAC frame) would cost.
+class DeliverySink final : public belvane::detail::MovieAudioSink {
+ public:
+  explicit DeliverySink(std::shared_ptr<belvane::detail::AudioDelivery> audio) : audio_(std::move(audio)) {}
+  void movieAudio(float sampleRate, float** channels, int32_t frames) override {
+    audio_->write(sampleRate, channels, frames);
+  }
+  void movieStreamTitle(const std::string& title) override { audio_->title(title, 0); }
+  void movieAudioDiscontinuity() override { audio_->forgetPendingTitles(); }
+  void movieAudioEnded() override { audio_->playOut(); }
+
+ private:
+  std::shared_ptr<belvane::detail::AudioDelivery> audio_;
+};
+
+void linkAudioPad(GstElement*, GstPad* pad, gpointer data) {
+  GstPad* sinkPad = gst_element_get_static_pad(GST_ELEMENT(data), "sink");
+  GstCaps* caps = gst_pad_get_current_caps(pad);
+  if (!caps) caps = gst_pad_query_caps(pad, nullptr);
+  const char* name = gst_structure_get_name(gst_caps_get_structure(caps, 0));
+  if (g_str_has_prefix(name, "audio/") && !gst_pad_is_linked(sinkPad)) gst_pad_link(pad, sinkPad);
+  gst_caps_unref(caps);
+  gst_object_unref(sinkPad);
+}
+
+void BM_UridecodebinTapNullFast(benchmark::State& state) {
+  for (auto _ : state) {
+    double cpu0 = processCPUSeconds();
+    auto audio = belvane::detail::AudioDelivery::create();
+    audio->setOutput("null:fast");
+    audio->start();
+    auto tap = std::make_unique<belvane::detail::MovieAudioTap>(std::make_shared<DeliverySink>(audio));
+    GstElement* pipeline = gst_pipeline_new(nullptr);
+    GstElement* source = gst_element_factory_make("uridecodebin", nullptr);
+    GstElement* sinkBin = tap->makeSinkBin();
+    g_object_set(source, "uri", setup->server->url("/").c_str(), nullptr);
+    gst_bin_add_many(GST_BIN(pipeline), source, sinkBin, nullptr);
+    g_signal_connect(source, "pad-added", G_CALLBACK(linkAudioPad), sinkBin);
+    gst_element_set_state(pipeline, GST_STATE_PLAYING);
+    // The run loop announces the titles the delivery hands it (it waits for that).
+    BVRunLoop::main().runUntil([&] { return audio->framesWritten() >= setup->frames; }, setup->streamSeconds);
+    uint64_t frames = audio->framesWritten();
+    audio->interrupt();
+    gst_element_set_state(pipeline, GST_STATE_NULL);
+    gst_object_unref(pipeline);
+    tap.reset();
+    double cpu = processCPUSeconds() - cpu0;
+    if (frames < setup->frames) {
+      state.SkipWithError("the stream did not play to its end");
+      return;
+    }
+    state.SetIterationTime(cpu);
+    state.counters["cpu_s"] = cpu;
+    setup->uridecodebinTap.push_back(cpu);
+  }
+}
+
+BENCHMARK(BM_MasterPlayerAACNullFast)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_GstLaunchAvdecAac)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_GstLaunchPlaybinStation)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_GstLaunchUridecodebinStation)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_UridecodebinTapNullFast)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Setup s;
+  setup = &s;
+  if (const char* v = std::getenv("BELVANE_BENCH_STREAM_SECONDS")) s.streamSeconds = std::max(60.0, std::atof(v));
+  auto programme = programmeAac(kProgrammeSeconds, 96);
+  if (programme.frames.empty()) {
+    std::fprintf(stderr, "sox and gst-launch-1.0 (avenc_aac) are needed for this benchmark\n");
+    return 1;
+  }
+  s.programme = std::make_shared<const belvane::test::Mp3Data>(std::move(programme));
+  s.loops = uint64_t(s.streamSeconds / kProgrammeSeconds + 0.5);
+  s.frames = s.loops * s.programme->totalSamples();
+  // gst-launch reads the same stream, without the metadata blocks, from a file.
+  gchar* dir = g_dir_make_tmp("belvane-bench-XXXXXX", nullptr);
+  s.file = std::string(dir) + "/stream.aac";
+  {
+    std::ofstream out(s.file, std::ios::binary);
+    for (uint64_t i = 0; i < s.loops; ++i) out << s.programme->bytes;
+  }
+  // The stream runs on past the frames measured; the player is destroyed then.
+  s.server = std::make_unique<ServerProcess>([p = s.programme, loops = s.loops](belvane::test::TestHTTPServer& http) {
+    IcyStreamShape shape;
+    shape.contentType = "audio/aacp";
+    shape.metaint = 16000;
+    shape.titleEvery = 60;
+    http.route("/", belvane::test::Response::rawStream(icyStream(p, shape)));
+    shape.totalBytes = loops * p->bytes.size();
+    http.route("/once", belvane::test::Response::rawStream(icyStream(p, shape)));
+  });
+  if (!s.server->running()) return 1;
+
+  gst_init(nullptr, nullptr);
+  benchmark::Initialize(&argc, argv);
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+
+  auto ours = spread(s.ours), peer = spread(s.peer);
+  double kbps = 8.0 * double(s.programme->bytes.size()) / kProgrammeSeconds / 1000.0;
+  std::printf("\n%.0f s of %.1f kbit/s stereo AAC (%llu frames), CPU seconds (min / median / max):\n",
+              s.streamSeconds, kbps, (unsigned long long)s.frames);
+  std::printf("  master player (general engine%s) + null:fast  %.2f / %.2f / %.2f  (%zu runs)\n",
+              s.generalEngine ? "" : ": NOT ALWAYS", ours.min, ours.median, ours.max, ours.count);
+  std::printf("  gst-launch-1.0 ... avdec_aac ! fakesink         %.2f / %.2f / %.2f  (%zu runs)\n", peer.min,
+              peer.median, peer.max, peer.count);
+  if (ours.count && peer.count && peer.median > 0)
+    std::printf("  ratio of medians %.2f, of minima %.2f (goal <= 1.15)\n", ours.median / peer.median,
+                ours.min / peer.min);
+  auto playbin = spread(s.playbin), uridecodebin = spread(s.uridecodebin);
+  std::printf("GStreamer alone on the station (gst-launch-1.0, the stream sent once):\n");
+  std::printf("  playbin, audio-sink as the engine's          %.2f / %.2f / %.2f  (%zu runs)\n", playbin.min,
+              playbin.median, playbin.max, playbin.count);
+  std::printf("  uridecodebin ! the same sink bin             %.2f / %.2f / %.2f  (%zu runs)\n", uridecodebin.min,
+              uridecodebin.median, uridecodebin.max, uridecodebin.count);
+  auto tap = spread(s.uridecodebinTap);
+  std::printf("  uridecodebin ! the engine's tap -> null:fast %.2f / %.2f / %.2f  (%zu runs; in this process)\n", tap.min,
+              tap.median, tap.max, tap.count);
+  if (tap.count && peer.count && peer.median > 0)
+    std::printf("    its ratio of medians to gst-launch ... avdec_aac: %.2f\n", tap.median / peer.median);
+  std::printf("  load average at the end: %s\n", loadAverage().c_str());
+  s.server.reset();
+  std::remove(s.file.c_str());
+  g_rmdir(dir);
+  g_free(dir);
+  return 0;
+}
