@@ -1,0 +1,239 @@
+// Start of a bare-URL AAC+ station ("ICY 200 OK", content-type audio/aacp,
+// ICY titles, 96 kbit/s) on loopback: the master player from playLink to the
+// state Playing and to the first frame written to a paced "null" output (the
+// tuner's request, the MP3 player declining the type, the general engine
+// opening the stream again), against a bare playbin in the same process on
+// the same URL, brought to PLAYING as gst-play-1.0 does it (PLAYING at once,
+// PAUSED while buffering below 100 %, PLAYING again at 100 %), timed until
+// the pipeline is PLAYING with buffering complete and until the first buffer
+// reaches its synchronised fakesink. Running the gst-play-1.0 binary itself
+// would add process start and registry loading to the peer's time, in our
+// favour. The server sends a burst as Icecast does (64 KiB by default), then
+// the stream's rate.
+//
+//   bench_player_aac_start --benchmark_repetitions=15 --benchmark_enable_random_interleaving=true
+//   (each repetition is one start; interleaved, the two sides share the machine's moods)
+//   BELVANE_BENCH_BURST_BYTES=12000 bench_player_aac_start ...   (a one-second burst)
+#include "streaming_bench_support.h"
+
+#include <belvane/BVMasterPlayer.h>
+#include <belvane/BVMediaLink.h>
+#include <belvane/BVQuickTimePlayer.h>
+#include <belvane/BVRunLoop.h>
+#include <belvane/BVURL.h>
+#include <belvane/BVURLAdditions.h>
+
+#include <benchmark/benchmark.h>
+#include <gst/gst.h>
+
+#include <atomic>
+#include <cstdio>
+#include <thread>
+
+using namespace belvane::bench;
+
+namespace {
+
+struct Setup {
+  std::unique_ptr<ServerProcess> server;
+  std::string url;
+  int burstBytes = 65536;
+  int bytesPerSecond = 0;
+  std::vector<double> oursPlaying, oursFrame, gstPlaying, gstBuffer, mimeRequest;
+  bool generalEngine = true;
+};
+Setup* setup = nullptr;
+
+struct StartOwner : BVPlayerOwner {
+  double playingAt = 0;
+  bool failed = false;
+  void playerStateChanged(BVBasePlayer&, BVPlayerState, BVPlayerState to, const BVErrorRef&) override {
+    if (to == BVPlayerStatePlaying && playingAt == 0) playingAt = wallSeconds();
+    if (to == BVPlayerStateError || to == BVPlayerStateStopped) failed = true;
+  }
+};
+
+// One start of the master player: ms to Playing and to the first frame
+// written, or false.
+bool masterStart(double& playingMs, double& frameMs) {
+  StartOwner owner;
+  auto master = BVMasterPlayer::create();
+  master->setOwner(&owner);
+  master->setAudioOutput("null");
+  double frameAt = 0;
+  // Polls the output every millisecond for its first frame.
+  auto poll = BVTimer::scheduledTimer(0.001, true, [&](BVTimer&) {
+    if (frameAt == 0 && master->outputFramesWritten() > 0) frameAt = wallSeconds();
+  });
+  double t0 = wallSeconds();
+  master->playLink(BVMediaLink::linkWithURL(*BVURL::URLWithString(setup->url)));
+  BVRunLoop::main().runUntil([&] { return owner.failed || (owner.playingAt > 0 && frameAt > 0); }, 20);
+  poll->invalidate();
+  if (!dynamic_cast<BVQuickTimePlayer*>(master->subPlayer().get())) setup->generalEngine = false;
+  master->setOwner(nullptr);
+  master.reset();
+  BVRunLoop::main().runFor(0.2);  // the released pipeline winds down
+  if (owner.playingAt == 0 || frameAt == 0) return false;
+  playingMs = 1000 * (owner.playingAt - t0);
+  frameMs = 1000 * (frameAt - t0);
+  return true;
+}
+
+// One start of a playbin handled as gst-play-1.0 handles it.
+bool playbinStart(double& playingMs, double& bufferMs) {
+  GstElement* playbin = gst_element_factory_make("playbin", nullptr);
+  GstElement* sink = gst_element_factory_make("fakesink", nullptr);
+  if (!playbin || !sink) return false;
+  std::atomic<double> bufferAt{0};
+  g_object_set(sink, "sync", TRUE, "signal-handoffs", TRUE, nullptr);
+  g_signal_connect(sink, "handoff", G_CALLBACK(+[](GstElement*, GstBuffer*, GstPad*, gpointer d) {
+                     auto* at = static_cast<std::atomic<double>*>(d);
+                     if (*at == 0) *at = wallSeconds();
+                   }),
+                   &bufferAt);
+  g_object_set(playbin, "uri", setup->url.c_str(), "audio-sink", sink, "video-sink",
+               gst_element_factory_make("fakesink", nullptr), nullptr);
+  GstBus* bus = gst_element_get_bus(playbin);
+  double t0 = wallSeconds(), playingAt = 0;
+  gst_element_set_state(playbin, GST_STATE_PLAYING);
+  bool buffering = false, playing = false;
+  while (wallSeconds() - t0 < 20 && (playingAt == 0 || bufferAt == 0)) {
+    GstMessage* m = gst_bus_timed_pop(bus, 1 * GST_MSECOND);
+    if (!m) continue;
+    bool stop = false;
+    switch (GST_MESSAGE_TYPE(m)) {
+      case GST_MESSAGE_BUFFERING: {
+        gint percent = 0;
+        gst_message_parse_buffering(m, &percent);
+        buffering = percent < 100;
+        gst_element_set_state(playbin, buffering ? GST_STATE_PAUSED : GST_STATE_PLAYING);
+        break;
+      }
+      case GST_MESSAGE_STATE_CHANGED:
+        if (GST_MESSAGE_SRC(m) == GST_OBJECT(playbin)) {
+          GstState now;
+          gst_message_parse_state_changed(m, nullptr, &now, nullptr);
+          playing = now == GST_STATE_PLAYING;
+        }
+        break;
+      case GST_MESSAGE_ERROR:
+      case GST_MESSAGE_EOS:
+        stop = true;
+        break;
+      default:
+        break;
+    }
+    gst_message_unref(m);
+    if (playing && !buffering && playingAt == 0) playingAt = wallSeconds();
+    if (stop) break;
+  }
+  gst_element_set_state(playbin, GST_STATE_NULL);
+  gst_object_unref(bus);
+  gst_object_unref(playbin);
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  if (playingAt == 0 || bufferAt == 0) return false;
+  playingMs = 1000 * (playingAt - t0);
+  bufferMs = 1000 * (bufferAt - t0);
+  return true;
+}
+
+void BM_MasterPlayerAACStationStart(benchmark::State& state) {
+  for (auto _ : state) {
+    double playing = 0, frame = 0;
+    if (!masterStart(playing, frame)) {
+      state.SkipWithError("the player did not start");
+      return;
+    }
+    setup->oursPlaying.push_back(playing);
+    setup->oursFrame.push_back(frame);
+    state.SetIterationTime(playing / 1000);
+    state.counters["first_frame_ms"] = frame;
+  }
+}
+
+void BM_PlaybinAACStationStart(benchmark::State& state) {
+  for (auto _ : state) {
+    double playing = 0, buffer = 0;
+    if (!playbinStart(playing, buffer)) {
+      state.SkipWithError("playbin did not start");
+      return;
+    }
+    setup->gstPlaying.push_back(playing);
+    setup->gstBuffer.push_back(buffer);
+    state.SetIterationTime(playing / 1000);
+    state.counters["first_buffer_ms"] = buffer;
+  }
+}
+
+// One request for the station's MIME type (a HEAD request on a worker
+// thread while the caller waits), as the media format makes it whenever its
+// type is read and not yet known. An ICY server answers a HEAD request with
+// "ICY 200 OK", which libcurl refuses, so the type stays unknown and the next
+// read asks again.
+void BM_StationMIMETypeRequest(benchmark::State& state) {
+  auto url = *BVURL::URLWithString(setup->url);
+  int answered = 0;
+  for (auto _ : state) {
+    double t0 = wallSeconds();
+    auto type = bvRequestMIMETypeWithTimeout(url, 10.0);
+    double ms = 1000 * (wallSeconds() - t0);
+    if (type) ++answered;
+    setup->mimeRequest.push_back(ms);
+    state.SetIterationTime(ms / 1000);
+  }
+  state.counters["answered"] = answered;
+}
+
+BENCHMARK(BM_MasterPlayerAACStationStart)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PlaybinAACStationStart)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_StationMIMETypeRequest)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Setup s;
+  setup = &s;
+  if (const char* v = std::getenv("BELVANE_BENCH_BURST_BYTES")) s.burstBytes = std::max(0, std::atoi(v));
+  auto programme = programmeAac(20, 96);
+  if (programme.frames.empty()) {
+    std::fprintf(stderr, "sox and gst-launch-1.0 (avenc_aac) are needed for this benchmark\n");
+    return 1;
+  }
+  auto shared = std::make_shared<const belvane::test::Mp3Data>(std::move(programme));
+  s.bytesPerSecond = int(double(shared->bytes.size()) / (double(shared->totalSamples()) / shared->sampleRate));
+  IcyStreamShape shape;
+  shape.contentType = "audio/aacp";
+  shape.metaint = 16000;
+  shape.titleEvery = 4;
+  shape.bytesPerSecond = s.bytesPerSecond;
+  shape.burstSeconds = double(s.burstBytes) / s.bytesPerSecond;
+  s.server = std::make_unique<ServerProcess>([shared, shape](belvane::test::TestHTTPServer& http) {
+    http.route("/", belvane::test::Response::rawStream(icyStream(shared, shape)));
+  });
+  if (!s.server->running()) return 1;
+  s.url = s.server->url("/");
+  gst_init(&argc, &argv);
+  // One start of each, not counted: GStreamer's registry and plugins, the
+  // player's libraries.
+  {
+    double a, b;
+    masterStart(a, b);
+    playbinStart(a, b);
+  }
+  benchmark::Initialize(&argc, argv);
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  std::printf("\nStart of a bare-URL AAC+ station, %d B/s, %d-byte burst (ms, min / median / max):\n",
+              s.bytesPerSecond, s.burstBytes);
+  printSpread(s.generalEngine ? "master player: playLink -> Playing" : "master (NOT ALWAYS general engine)",
+              s.oursPlaying);
+  printSpread("master player: playLink -> first frame", s.oursFrame);
+  printSpread("playbin as gst-play: -> PLAYING, buffered", s.gstPlaying);
+  printSpread("playbin as gst-play: -> first buffer", s.gstBuffer);
+  printSpread("one MIME type request (HEAD) to the station", s.mimeRequest);
+  auto ours = spread(s.oursPlaying), peer = spread(s.gstPlaying);
+  if (ours.count && peer.count && peer.median > 0)
+    std::printf("  to Playing, ratio of medians %.2f (goal <= 1.00)\n", ours.median / peer.median);
+  std::printf("  load average: %s\n", loadAverage().c_str());
+  return 0;
+}
