@@ -44,7 +44,7 @@ struct Setup {
   uint64_t frames = 0;  // decoded frames in the stream
   std::string file;     // the same bytes for gst-launch
   std::unique_ptr<ServerProcess> server;
-  std::vector<double> ours, peer, playbin, uridecodebin, uridecodebinTap;
+  std::vector<double> ours, peer, playbin, uridecodebin, uridecodebinTap, playbinTap;
   bool generalEngine = true;
 };
 Setup* setup = nullptr;
@@ -131,11 +131,15 @@ void BM_GstLaunchUridecodebinStation(benchmark::State& state) {
   gstLaunchPeer(state, setup->uridecodebin, "uridecodebin uri=" + setup->server->url("/once") + " ! " + kTapLikeSink);
 }
 
-// The engine's own tap and audio path without playbin's sink half:
-// uridecodebin on the station straight into the tap bin the engine gives
-// playbin, its audio written by an AudioDelivery into "null:fast", as the
-// general engine's player does. It shows what a pipeline without playsink's
-// queue (one thread hand-over per decoded AAC frame) would cost.
+// The engine's own tap and audio path in two other pipelines, in this
+// process: the tap bin the engine gives playbin, its audio written by an
+// AudioDelivery into "null:fast" as the general engine's player does, fed
+// (a) by uridecodebin on the station straight into the tap bin, without
+// playbin's sink half and the queue it puts before every audio sink (one
+// thread hand-over per decoded AAC frame), and (b) by playbin without its
+// soft-volume flag: the volume element it adds for that flag takes only
+// interleaved samples, so the decoder's planar float is interleaved before
+// it and made planar again in the tap. Our output applies the gain itself.
 class DeliverySink final : public belvane::detail::MovieAudioSink {
  public:
   explicit DeliverySink(std::shared_ptr<belvane::detail::AudioDelivery> audio) : audio_(std::move(audio)) {}
@@ -160,19 +164,35 @@ void linkAudioPad(GstElement*, GstPad* pad, gpointer data) {
   gst_object_unref(sinkPad);
 }
 
-void BM_UridecodebinTapNullFast(benchmark::State& state) {
+enum class TapFeed { Uridecodebin, PlaybinWithoutSoftVolume };
+
+GstElement* tapPipeline(TapFeed feed, GstElement* sinkBin) {
+  const std::string uri = setup->server->url("/");
+  if (feed == TapFeed::PlaybinWithoutSoftVolume) {
+    GstElement* playbin = gst_element_factory_make("playbin", nullptr);
+    guint flags = 0;
+    g_object_get(playbin, "flags", &flags, nullptr);
+    flags &= ~guint(0x10);  // GST_PLAY_FLAG_SOFT_VOLUME
+    g_object_set(playbin, "uri", uri.c_str(), "flags", flags, "audio-sink", sinkBin, "video-sink",
+                 gst_element_factory_make("fakesink", nullptr), nullptr);
+    return playbin;
+  }
+  GstElement* pipeline = gst_pipeline_new(nullptr);
+  GstElement* source = gst_element_factory_make("uridecodebin", nullptr);
+  g_object_set(source, "uri", uri.c_str(), nullptr);
+  gst_bin_add_many(GST_BIN(pipeline), source, sinkBin, nullptr);
+  g_signal_connect(source, "pad-added", G_CALLBACK(linkAudioPad), sinkBin);
+  return pipeline;
+}
+
+void tapRun(benchmark::State& state, TapFeed feed, std::vector<double>& into) {
   for (auto _ : state) {
     double cpu0 = processCPUSeconds();
     auto audio = belvane::detail::AudioDelivery::create();
     audio->setOutput("null:fast");
     audio->start();
     auto tap = std::make_unique<belvane::detail::MovieAudioTap>(std::make_shared<DeliverySink>(audio));
-    GstElement* pipeline = gst_pipeline_new(nullptr);
-    GstElement* source = gst_element_factory_make("uridecodebin", nullptr);
-    GstElement* sinkBin = tap->makeSinkBin();
-    g_object_set(source, "uri", setup->server->url("/").c_str(), nullptr);
-    gst_bin_add_many(GST_BIN(pipeline), source, sinkBin, nullptr);
-    g_signal_connect(source, "pad-added", G_CALLBACK(linkAudioPad), sinkBin);
+    GstElement* pipeline = tapPipeline(feed, tap->makeSinkBin());
     gst_element_set_state(pipeline, GST_STATE_PLAYING);
     // The run loop announces the titles the delivery hands it (it waits for that).
     BVRunLoop::main().runUntil([&] { return audio->framesWritten() >= setup->frames; }, setup->streamSeconds);
@@ -188,8 +208,15 @@ void BM_UridecodebinTapNullFast(benchmark::State& state) {
     }
     state.SetIterationTime(cpu);
     state.counters["cpu_s"] = cpu;
-    setup->uridecodebinTap.push_back(cpu);
+    into.push_back(cpu);
   }
+}
+
+void BM_UridecodebinTapNullFast(benchmark::State& state) {
+  tapRun(state, TapFeed::Uridecodebin, setup->uridecodebinTap);
+}
+void BM_PlaybinNoSoftVolumeTapNullFast(benchmark::State& state) {
+  tapRun(state, TapFeed::PlaybinWithoutSoftVolume, setup->playbinTap);
 }
 
 BENCHMARK(BM_MasterPlayerAACNullFast)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
@@ -197,6 +224,7 @@ BENCHMARK(BM_GstLaunchAvdecAac)->UseManualTime()->Iterations(1)->Unit(benchmark:
 BENCHMARK(BM_GstLaunchPlaybinStation)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_GstLaunchUridecodebinStation)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_UridecodebinTapNullFast)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PlaybinNoSoftVolumeTapNullFast)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
@@ -258,6 +286,11 @@ int main(int argc, char** argv) {
               tap.median, tap.max, tap.count);
   if (tap.count && peer.count && peer.median > 0)
     std::printf("    its ratio of medians to gst-launch ... avdec_aac: %.2f\n", tap.median / peer.median);
+  auto playbinTap = spread(s.playbinTap);
+  std::printf("  playbin without soft-volume, the engine's tap %.2f / %.2f / %.2f  (%zu runs; in this process)\n",
+              playbinTap.min, playbinTap.median, playbinTap.max, playbinTap.count);
+  if (playbinTap.count && peer.count && peer.median > 0)
+    std::printf("    its ratio of medians to gst-launch ... avdec_aac: %.2f\n", playbinTap.median / peer.median);
   std::printf("  load average at the end: %s\n", loadAverage().c_str());
   s.server.reset();
   std::remove(s.file.c_str());
