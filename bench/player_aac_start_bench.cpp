@@ -14,6 +14,8 @@
 //   bench_player_aac_start --benchmark_repetitions=15 --benchmark_enable_random_interleaving=true
 //   (each repetition is one start; interleaved, the two sides share the machine's moods)
 //   BELVANE_BENCH_BURST_BYTES=12000 bench_player_aac_start ...   (a one-second burst)
+//   BELVANE_BENCH_HEAD_ANSWERED=1 bench_player_aac_start ...  (HEAD answered over HTTP with the
+//   type, as a server other than an ICY one would: what the start costs once the type is known)
 #include "streaming_bench_support.h"
 
 #include <belvane/BVMasterPlayer.h>
@@ -207,8 +209,11 @@ int main(int argc, char** argv) {
   shape.titleEvery = 4;
   shape.bytesPerSecond = s.bytesPerSecond;
   shape.burstSeconds = double(s.burstBytes) / s.bytesPerSecond;
-  s.server = std::make_unique<ServerProcess>([shared, shape](belvane::test::TestHTTPServer& http) {
+  const bool headAnswered = std::getenv("BELVANE_BENCH_HEAD_ANSWERED") != nullptr;
+  s.server = std::make_unique<ServerProcess>([shared, shape, headAnswered](belvane::test::TestHTTPServer& http) {
     http.route("/", belvane::test::Response::rawStream(icyStream(shared, shape)));
+    if (headAnswered)
+      http.route("HEAD", "/", belvane::test::Response("HTTP/1.0 200 OK").header("Content-Type", "audio/aacp"));
   });
   if (!s.server->running()) return 1;
   s.url = s.server->url("/");
@@ -223,8 +228,8 @@ int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
-  std::printf("\nStart of a bare-URL AAC+ station, %d B/s, %d-byte burst (ms, min / median / max):\n",
-              s.bytesPerSecond, s.burstBytes);
+  std::printf("\nStart of a bare-URL AAC+ station, %d B/s, %d-byte burst%s (ms, min / median / max):\n",
+              s.bytesPerSecond, s.burstBytes, headAnswered ? ", HEAD answered over HTTP" : "");
   printSpread(s.generalEngine ? "master player: playLink -> Playing" : "master (NOT ALWAYS general engine)",
               s.oursPlaying);
   printSpread("master player: playLink -> first frame", s.oursFrame);
