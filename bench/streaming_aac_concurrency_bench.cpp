@@ -10,6 +10,10 @@
 //
 //   bench_streaming_aac_concurrency            (20 streams, 20 s window)
 //   BELVANE_BENCH_STREAMS=5 BELVANE_BENCH_WINDOW=10 bench_streaming_aac_concurrency
+//   BELVANE_BENCH_FEED=uridecodebin bench_streaming_aac_concurrency
+//     (the engine's tap and AudioDelivery fed by uridecodebin, or by
+//     "playbin-no-soft-volume", instead of master players: engine_tap_support.h)
+#include "engine_tap_support.h"
 #include "streaming_bench_support.h"
 
 #include <belvane/BVMasterPlayer.h>
@@ -21,7 +25,9 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
+#include <cstring>
 #include <memory>
+#include <optional>
 
 using namespace belvane::bench;
 
@@ -32,6 +38,7 @@ struct Setup {
   double window = 20;
   int sampleRate = 44100;
   std::unique_ptr<ServerProcess> server;
+  std::optional<TapFeed> feed;  // unset: master players
   std::string summary;
 };
 Setup* setup = nullptr;
@@ -44,30 +51,51 @@ struct StallCounter : BVPlayerOwner {
   }
 };
 
+// One station played by a master player or, with BELVANE_BENCH_FEED set, by
+// the engine's tap and audio path fed by another pipeline.
 struct Station {
-  std::shared_ptr<BVMasterPlayer> master = BVMasterPlayer::create();
+  std::shared_ptr<BVMasterPlayer> master;
+  std::unique_ptr<EngineTap> tap;
   StallCounter owner;
   uint64_t lastFrames = 0;
   double lastProgress = 0, longestWithoutProgress = 0;
   Station() {
+    const std::string url = setup->server->url("/");
+    if (setup->feed) {
+      tap = std::make_unique<EngineTap>(*setup->feed, url, "null");
+      return;
+    }
+    master = BVMasterPlayer::create();
     master->setOwner(&owner);
     master->setAudioOutput("null");
-    master->playLink(BVMediaLink::linkWithURL(*BVURL::URLWithString(setup->server->url("/"))));
+    master->playLink(BVMediaLink::linkWithURL(*BVURL::URLWithString(url)));
   }
-  ~Station() { master->setOwner(nullptr); }
+  ~Station() {
+    if (master) master->setOwner(nullptr);
+  }
+  uint64_t frames() const { return master ? master->outputFramesWritten() : tap->framesWritten(); }
+  // A tap has no player state: it plays once it has written audio.
+  bool playing() const { return master ? master->state() == BVPlayerStatePlaying : tap->framesWritten() > 0; }
+  bool onGeneralEngine() const { return !master || dynamic_cast<BVQuickTimePlayer*>(master->subPlayer().get()); }
   void sample(double now) {
-    uint64_t frames = master->outputFramesWritten();
-    if (frames != lastFrames || lastProgress == 0) {
-      lastFrames = frames;
+    uint64_t written = frames();
+    if (written != lastFrames || lastProgress == 0) {
+      lastFrames = written;
       lastProgress = now;
     }
     longestWithoutProgress = std::max(longestWithoutProgress, now - lastProgress);
   }
 };
 
+const char* feedName() {
+  if (!setup->feed) return "";
+  return *setup->feed == TapFeed::Uridecodebin ? "'s tap fed by uridecodebin"
+                                               : "'s tap fed by playbin without soft-volume";
+}
+
 bool allPlaying(const std::vector<std::unique_ptr<Station>>& stations) {
   for (auto& s : stations)
-    if (s->master->state() != BVPlayerStatePlaying) return false;
+    if (!s->playing()) return false;
   return true;
 }
 
@@ -95,9 +123,9 @@ void BM_ConcurrentAACStations(benchmark::State& state) {
     int general = 0;
     std::vector<uint64_t> frames0;
     for (auto& s : stations) {
-      frames0.push_back(s->master->outputFramesWritten());
+      frames0.push_back(s->frames());
       s->owner.leftPlaying = 0;
-      if (dynamic_cast<BVQuickTimePlayer*>(s->master->subPlayer().get())) ++general;
+      if (s->onGeneralEngine()) ++general;
     }
     auto sampler = BVTimer::scheduledTimer(0.01, true, [&](BVTimer&) {
       double now = wallSeconds();
@@ -112,7 +140,7 @@ void BM_ConcurrentAACStations(benchmark::State& state) {
     int stalls = 0;
     for (size_t i = 0; i < stations.size(); ++i) {
       auto& s = stations[i];
-      rates.push_back(double(s->master->outputFramesWritten() - frames0[i]) / setup->sampleRate / wall);
+      rates.push_back(double(s->frames() - frames0[i]) / setup->sampleRate / wall);
       longestGap = std::max(longestGap, s->longestWithoutProgress);
       stalls += s->owner.leftPlaying;
     }
@@ -132,13 +160,13 @@ void BM_ConcurrentAACStations(benchmark::State& state) {
     state.counters["realtime_x_min"] = r.min;
     char line[768];
     std::snprintf(line, sizeof line,
-                  "%d AAC stations (%d on the general engine) over %.1f s: CPU %.2f s = %.1f%% of one core, "
+                  "%d AAC stations (%d on the general engine%s) over %.1f s: CPU %.2f s = %.1f%% of one core, "
                   "%.2f%% per stream\n"
                   "  RSS %ld -> %ld KiB: %.2f MiB per stream; threads %d -> %d (%.1f per stream)\n"
                   "  audio written per stream, x real time: min %.3f / median %.3f / max %.3f\n"
                   "  longest time an output took no frame: %.0f ms; left Playing: %d times; all still playing: %s\n"
                   "  load average: %s\n",
-                  setup->streams, general, wall, cpu, core, core / setup->streams, rss0, rss, rssPerStream, threads0,
+                  setup->streams, general, feedName(), wall, cpu, core, core / setup->streams, rss0, rss, rssPerStream, threads0,
                   threads, double(threads - threads0) / setup->streams, r.min, r.median, r.max, 1000 * longestGap,
                   stalls, playing ? "yes" : "no", loadAverage().c_str());
     setup->summary += line;
@@ -154,6 +182,16 @@ int main(int argc, char** argv) {
   setup = &s;
   if (const char* v = std::getenv("BELVANE_BENCH_STREAMS")) s.streams = std::max(1, std::atoi(v));
   if (const char* v = std::getenv("BELVANE_BENCH_WINDOW")) s.window = std::max(1.0, std::atof(v));
+  if (const char* v = std::getenv("BELVANE_BENCH_FEED")) {
+    if (std::strcmp(v, "uridecodebin") == 0) {
+      s.feed = TapFeed::Uridecodebin;
+    } else if (std::strcmp(v, "playbin-no-soft-volume") == 0) {
+      s.feed = TapFeed::PlaybinWithoutSoftVolume;
+    } else {
+      std::fprintf(stderr, "BELVANE_BENCH_FEED: uridecodebin or playbin-no-soft-volume\n");
+      return 1;
+    }
+  }
   auto programme = programmeAac(30, 96);
   if (programme.frames.empty()) {
     std::fprintf(stderr, "sox and gst-launch-1.0 (avenc_aac) are needed for this benchmark\n");
@@ -170,6 +208,7 @@ int main(int argc, char** argv) {
     http.route("/", belvane::test::Response::rawStream(icyStream(shared, shape)));
   });
   if (!s.server->running()) return 1;
+  gst_init(nullptr, nullptr);
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();

@@ -7,11 +7,14 @@
 // `gst-launch-1.0 filesrc ! aacparse ! avdec_aac ! fakesink` on the same
 // ADTS bytes in a file (its CPU is that of the child process). The programme
 // is a minute of pink noise under a sweeping tone, encoded once by avenc_aac
-// and looped to the length wanted.
+// and looped to the length wanted. Beside them, to show where the time goes:
+// GStreamer alone on the station (playbin, uridecodebin) and the engine's own
+// tap and AudioDelivery fed by pipelines other than the engine's.
 //
 //   bench_streaming_aac_decode --benchmark_repetitions=5 --benchmark_enable_random_interleaving=true
 //   (interleaved, a drift of the machine's speed does not favour either side)
 //   BELVANE_BENCH_STREAM_SECONDS=600 bench_streaming_aac_decode   (shorter run)
+#include "engine_tap_support.h"
 #include "streaming_bench_support.h"
 
 #include <belvane/BVMasterPlayer.h>
@@ -22,10 +25,6 @@
 
 #include <benchmark/benchmark.h>
 #include <gst/gst.h>
-
-#include "movie/movie_audio_sink.h"
-#include "movie/movie_audio_tap.h"
-#include "players/audio_delivery.h"
 
 #include <cstdio>
 #include <fstream>
@@ -131,76 +130,18 @@ void BM_GstLaunchUridecodebinStation(benchmark::State& state) {
   gstLaunchPeer(state, setup->uridecodebin, "uridecodebin uri=" + setup->server->url("/once") + " ! " + kTapLikeSink);
 }
 
-// The engine's own tap and audio path in two other pipelines, in this
-// process: the tap bin the engine gives playbin, its audio written by an
-// AudioDelivery into "null:fast" as the general engine's player does, fed
-// (a) by uridecodebin on the station straight into the tap bin, without
-// playbin's sink half and the queue it puts before every audio sink (one
-// thread hand-over per decoded AAC frame), and (b) by playbin without its
-// soft-volume flag: the volume element it adds for that flag takes only
-// interleaved samples, so the decoder's planar float is interleaved before
-// it and made planar again in the tap. Our output applies the gain itself.
-class DeliverySink final : public belvane::detail::MovieAudioSink {
- public:
-  explicit DeliverySink(std::shared_ptr<belvane::detail::AudioDelivery> audio) : audio_(std::move(audio)) {}
-  void movieAudio(float sampleRate, float** channels, int32_t frames) override {
-    audio_->write(sampleRate, channels, frames);
-  }
-  void movieStreamTitle(const std::string& title) override { audio_->title(title, 0); }
-  void movieAudioDiscontinuity() override { audio_->forgetPendingTitles(); }
-  void movieAudioEnded() override { audio_->playOut(); }
-
- private:
-  std::shared_ptr<belvane::detail::AudioDelivery> audio_;
-};
-
-void linkAudioPad(GstElement*, GstPad* pad, gpointer data) {
-  GstPad* sinkPad = gst_element_get_static_pad(GST_ELEMENT(data), "sink");
-  GstCaps* caps = gst_pad_get_current_caps(pad);
-  if (!caps) caps = gst_pad_query_caps(pad, nullptr);
-  const char* name = gst_structure_get_name(gst_caps_get_structure(caps, 0));
-  if (g_str_has_prefix(name, "audio/") && !gst_pad_is_linked(sinkPad)) gst_pad_link(pad, sinkPad);
-  gst_caps_unref(caps);
-  gst_object_unref(sinkPad);
-}
-
-enum class TapFeed { Uridecodebin, PlaybinWithoutSoftVolume };
-
-GstElement* tapPipeline(TapFeed feed, GstElement* sinkBin) {
-  const std::string uri = setup->server->url("/");
-  if (feed == TapFeed::PlaybinWithoutSoftVolume) {
-    GstElement* playbin = gst_element_factory_make("playbin", nullptr);
-    guint flags = 0;
-    g_object_get(playbin, "flags", &flags, nullptr);
-    flags &= ~guint(0x10);  // GST_PLAY_FLAG_SOFT_VOLUME
-    g_object_set(playbin, "uri", uri.c_str(), "flags", flags, "audio-sink", sinkBin, "video-sink",
-                 gst_element_factory_make("fakesink", nullptr), nullptr);
-    return playbin;
-  }
-  GstElement* pipeline = gst_pipeline_new(nullptr);
-  GstElement* source = gst_element_factory_make("uridecodebin", nullptr);
-  g_object_set(source, "uri", uri.c_str(), nullptr);
-  gst_bin_add_many(GST_BIN(pipeline), source, sinkBin, nullptr);
-  g_signal_connect(source, "pad-added", G_CALLBACK(linkAudioPad), sinkBin);
-  return pipeline;
-}
-
+// The engine's own tap and audio path fed by uridecodebin and by a playbin
+// without its soft-volume flag (see engine_tap_support.h), in this process.
 void tapRun(benchmark::State& state, TapFeed feed, std::vector<double>& into) {
   for (auto _ : state) {
     double cpu0 = processCPUSeconds();
-    auto audio = belvane::detail::AudioDelivery::create();
-    audio->setOutput("null:fast");
-    audio->start();
-    auto tap = std::make_unique<belvane::detail::MovieAudioTap>(std::make_shared<DeliverySink>(audio));
-    GstElement* pipeline = tapPipeline(feed, tap->makeSinkBin());
-    gst_element_set_state(pipeline, GST_STATE_PLAYING);
-    // The run loop announces the titles the delivery hands it (it waits for that).
-    BVRunLoop::main().runUntil([&] { return audio->framesWritten() >= setup->frames; }, setup->streamSeconds);
-    uint64_t frames = audio->framesWritten();
-    audio->interrupt();
-    gst_element_set_state(pipeline, GST_STATE_NULL);
-    gst_object_unref(pipeline);
-    tap.reset();
+    uint64_t frames = 0;
+    {
+      EngineTap tap(feed, setup->server->url("/"), "null:fast");
+      // The run loop announces the titles the delivery hands it (it waits for that).
+      BVRunLoop::main().runUntil([&] { return tap.framesWritten() >= setup->frames; }, setup->streamSeconds);
+      frames = tap.framesWritten();
+    }
     double cpu = processCPUSeconds() - cpu0;
     if (frames < setup->frames) {
       state.SkipWithError("the stream did not play to its end");
