@@ -1,8 +1,11 @@
-// The playbin behind a movie (see movie_pipeline.h).
+// The GStreamer pipeline behind a movie (see movie_pipeline.h).
 #include "movie/movie_pipeline.h"
 
 #include <gst/gst.h>
 
+#include <algorithm>
+#include <cstring>
+#include <utility>
 
 #include "movie/movie_audio_tap.h"
 
@@ -18,6 +21,42 @@ GstElement* makeSilentSink() {
   GstElement* sink = gst_element_factory_make("fakesink", nullptr);
   if (sink) g_object_set(sink, "sync", TRUE, nullptr);
   return sink;
+}
+
+// The kind of stream a decoded pad carries, by its caps' media type.
+std::string streamKind(GstPad* pad) {
+  GstCaps* caps = gst_pad_get_current_caps(pad);
+  if (!caps) caps = gst_pad_query_caps(pad, nullptr);
+  std::string kind = "text";
+  if (caps && !gst_caps_is_empty(caps)) {
+    const char* name = gst_structure_get_name(gst_caps_get_structure(caps, 0));
+    if (g_str_has_prefix(name, "audio/"))
+      kind = "audio";
+    else if (g_str_has_prefix(name, "video/") || g_str_has_prefix(name, "image/"))
+      kind = "video";
+  }
+  if (caps) gst_caps_unref(caps);
+  return kind;
+}
+
+bool isRawAudio(GstPad* pad) {
+  GstCaps* caps = gst_pad_get_current_caps(pad);
+  if (!caps) caps = gst_pad_query_caps(pad, nullptr);
+  bool raw = caps && !gst_caps_is_empty(caps) &&
+             gst_structure_has_name(gst_caps_get_structure(caps, 0), "audio/x-raw");
+  if (caps) gst_caps_unref(caps);
+  return raw;
+}
+
+// Video, image and subtitle streams are exposed before their parser or
+// decoder would be plugged: nobody sees them, so they are dropped undecoded.
+// Containers (demuxers) are still plugged, whatever their media type says.
+int selectFactory(GstElement*, GstPad*, GstCaps*, GstElementFactory* factory, gpointer) {
+  constexpr int kTry = 0, kExpose = 1;  // GstAutoplugSelectResult
+  const char* klass = gst_element_factory_get_metadata(factory, GST_ELEMENT_METADATA_KLASS);
+  if (!klass || std::strstr(klass, "Demux")) return kTry;
+  bool unseen = std::strstr(klass, "Video") || std::strstr(klass, "Image") || std::strstr(klass, "Subtitle");
+  return unseen ? kExpose : kTry;
 }
 
 struct HTTPFacts {
@@ -67,34 +106,119 @@ std::unique_ptr<MoviePipeline> MoviePipeline::create(const std::string& uri, GMa
                                                      MoviePipelineListener* listener,
                                                      std::shared_ptr<MovieAudioSink> audio) {
   std::unique_ptr<MoviePipeline> pipeline(new MoviePipeline(context, listener));
-  GstElement* playbin = gst_element_factory_make("playbin", nullptr);
-  if (!playbin) return nullptr;
-  pipeline->playbin_ = GST_ELEMENT(gst_object_ref_sink(playbin));
-  GstElement* audioSink = nullptr;
+  bool built = false;
   if (audio) {
     pipeline->tap_ = std::make_unique<MovieAudioTap>(std::move(audio));
-    audioSink = pipeline->tap_->makeSinkBin();
+    if (GstElement* tapBin = pipeline->tap_->makeSinkBin()) built = pipeline->buildDecoding(uri, tapBin);
   }
-  if (!audioSink) audioSink = makeSilentSink();
-  g_object_set(playbin, "uri", uri.c_str(), "audio-sink", audioSink, "video-sink", makeSilentSink(),
-               "text-sink", makeSilentSink(), nullptr);
-  g_signal_connect(playbin, "source-setup", G_CALLBACK(onSourceSetup), pipeline.get());
+  if (!built && !pipeline->buildPlaybin(uri)) return nullptr;
 
-  GstBus* bus = gst_element_get_bus(playbin);
+  GstBus* bus = gst_element_get_bus(pipeline->pipeline_);
   pipeline->busWatch_ = gst_bus_create_watch(bus);
   gst_object_unref(bus);
   g_source_set_callback(pipeline->busWatch_, G_SOURCE_FUNC(busWatchCallback), pipeline.get(), nullptr);
   g_source_attach(pipeline->busWatch_, context);
 
-  GstStateChangeReturn result = gst_element_set_state(playbin, GST_STATE_PAUSED);
+  GstElement* top = pipeline->pipeline_;
+  GstStateChangeReturn result = gst_element_set_state(top, GST_STATE_PAUSED);
   if (result == GST_STATE_CHANGE_NO_PREROLL) {
     // A live source never prerolls: it counts as loaded once the bus says so.
     pipeline->live_ = true;
-    gst_element_post_message(playbin, gst_message_new_application(GST_OBJECT(playbin),
-                                                                  gst_structure_new_empty(kLiveReadyMessage)));
+    gst_element_post_message(top, gst_message_new_application(GST_OBJECT(top),
+                                                              gst_structure_new_empty(kLiveReadyMessage)));
   }
   // A failure here also posts an error on the bus, which reports it.
   return pipeline;
+}
+
+// A playbin rendering the audio silently in real time.
+bool MoviePipeline::buildPlaybin(const std::string& uri) {
+  GstElement* playbin = gst_element_factory_make("playbin", nullptr);
+  if (!playbin) return false;
+  pipeline_ = GST_ELEMENT(gst_object_ref_sink(playbin));
+  g_object_set(playbin, "uri", uri.c_str(), "audio-sink", makeSilentSink(), "video-sink", makeSilentSink(),
+               "text-sink", makeSilentSink(), nullptr);
+  g_signal_connect(playbin, "source-setup", G_CALLBACK(onSourceSetup), this);
+  return true;
+}
+
+// uridecodebin (the source, network buffering and decoding half of playbin)
+// linked straight to the tap's bin. Takes the floating tap bin.
+bool MoviePipeline::buildDecoding(const std::string& uri, GstElement* tapBin) {
+  GstElement* decoder = gst_element_factory_make("uridecodebin", nullptr);
+  if (!decoder) {
+    gst_object_unref(gst_object_ref_sink(tapBin));
+    return false;
+  }
+  pipeline_ = GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr)));
+  gst_bin_add_many(GST_BIN(pipeline_), decoder, tapBin, nullptr);
+  decoder_ = decoder;
+  tapBin_ = tapBin;
+  // Buffering as playbin asks for it: queue2 after a network source posts
+  // the buffering messages the movie pauses and resumes on.
+  g_object_set(decoder, "uri", uri.c_str(), "use-buffering", TRUE, nullptr);
+  g_signal_connect(decoder, "source-setup", G_CALLBACK(onSourceSetup), this);
+  g_signal_connect(decoder, "autoplug-select", G_CALLBACK(selectFactory), nullptr);
+  g_signal_connect(decoder, "pad-added", G_CALLBACK(onPadAdded), this);
+  g_signal_connect(decoder, "pad-removed", G_CALLBACK(onPadRemoved), this);
+  g_signal_connect(decoder, "no-more-pads", G_CALLBACK(onNoMorePads), this);
+  return true;
+}
+
+// On a streaming thread: the first raw audio stream goes to the tap (again
+// after a chained stream's switch, when the last one's pad has gone); every
+// other stream to a fakesink of its own.
+void MoviePipeline::onPadAdded(GstElement*, GstPad* pad, void* data) {
+  auto* self = static_cast<MoviePipeline*>(data);
+  std::string kind = streamKind(pad);
+  bool linked = false;
+  {
+    std::lock_guard lock(self->mutex_);
+    self->streams_.push_back({kind, GST_PAD(gst_object_ref(pad))});
+    if (self->tapBin_ && kind == "audio" && isRawAudio(pad)) {
+      GstPad* tapPad = gst_element_get_static_pad(self->tapBin_, "sink");
+      linked = tapPad && !gst_pad_is_linked(tapPad) && GST_PAD_LINK_SUCCESSFUL(gst_pad_link(pad, tapPad));
+      if (tapPad) gst_object_unref(tapPad);
+    }
+  }
+  if (linked) return;
+  GstElement* sink = gst_element_factory_make("fakesink", nullptr);
+  if (!sink) return;
+  g_object_set(sink, "sync", FALSE, "async", FALSE, nullptr);
+  gst_bin_add(GST_BIN(self->pipeline_), sink);
+  GstPad* sinkPad = gst_element_get_static_pad(sink, "sink");
+  gst_pad_link(pad, sinkPad);
+  gst_object_unref(sinkPad);
+  gst_element_sync_state_with_parent(sink);
+}
+
+void MoviePipeline::onPadRemoved(GstElement*, GstPad* pad, void* data) {
+  auto* self = static_cast<MoviePipeline*>(data);
+  std::lock_guard lock(self->mutex_);
+  auto& streams = self->streams_;
+  auto found = std::find_if(streams.begin(), streams.end(), [pad](const auto& s) { return s.pad == pad; });
+  if (found == streams.end()) return;
+  gst_object_unref(found->pad);
+  streams.erase(found);
+}
+
+// A movie without audio: the tap would wait for its first buffer for ever
+// and hold the preroll, so it leaves the pipeline.
+void MoviePipeline::onNoMorePads(GstElement*, void* data) {
+  auto* self = static_cast<MoviePipeline*>(data);
+  GstElement* tapBin = nullptr;
+  {
+    std::lock_guard lock(self->mutex_);
+    if (!self->tapBin_) return;
+    GstPad* tapPad = gst_element_get_static_pad(self->tapBin_, "sink");
+    bool linked = tapPad && gst_pad_is_linked(tapPad);
+    if (tapPad) gst_object_unref(tapPad);
+    if (linked) return;
+    tapBin = std::exchange(self->tapBin_, nullptr);
+  }
+  gst_element_set_locked_state(tapBin, TRUE);
+  gst_element_set_state(tapBin, GST_STATE_NULL);
+  gst_bin_remove(GST_BIN(self->pipeline_), tapBin);
 }
 
 MoviePipeline::~MoviePipeline() {
@@ -103,15 +227,17 @@ MoviePipeline::~MoviePipeline() {
     g_source_destroy(busWatch_);
     g_source_unref(busWatch_);
   }
-  if (playbin_) {
-    gst_element_set_state(playbin_, GST_STATE_NULL);
-    g_signal_handlers_disconnect_by_data(playbin_, this);
-    gst_object_unref(playbin_);
+  if (pipeline_) {
+    gst_element_set_state(pipeline_, GST_STATE_NULL);
+    g_signal_handlers_disconnect_by_data(decoder_ ? decoder_ : pipeline_, this);
+    gst_object_unref(pipeline_);
   }
   {
     std::lock_guard lock(mutex_);
     if (source_) gst_object_unref(source_);
     source_ = nullptr;
+    for (auto& stream : streams_) gst_object_unref(stream.pad);
+    streams_.clear();
   }
   if (tags_) gst_tag_list_unref(tags_);
   g_main_context_unref(context_);
@@ -154,7 +280,7 @@ void MoviePipeline::handle(GstMessage* message) {
       return;
     }
     case GST_MESSAGE_ASYNC_DONE:
-      if (GST_MESSAGE_SRC(message) != GST_OBJECT(playbin_) || failed_) return;
+      if (GST_MESSAGE_SRC(message) != GST_OBJECT(pipeline_) || failed_) return;
       if (!prerolled_) {
         prerolled_ = true;
         seeking_ = false;
@@ -165,7 +291,7 @@ void MoviePipeline::handle(GstMessage* message) {
       }
       return;
     case GST_MESSAGE_STATE_CHANGED: {
-      if (GST_MESSAGE_SRC(message) != GST_OBJECT(playbin_) || failed_) return;
+      if (GST_MESSAGE_SRC(message) != GST_OBJECT(pipeline_) || failed_) return;
       GstState oldState, newState;
       gst_message_parse_state_changed(message, &oldState, &newState, nullptr);
       // A flushing seek takes a playing pipeline through PAUSED and back:
@@ -202,8 +328,8 @@ void MoviePipeline::handle(GstMessage* message) {
     case GST_MESSAGE_CLOCK_LOST:
       // The usual recovery: a new clock is chosen on the way back to PLAYING.
       if (playing_) {
-        gst_element_set_state(playbin_, GST_STATE_PAUSED);
-        gst_element_set_state(playbin_, GST_STATE_PLAYING);
+        gst_element_set_state(pipeline_, GST_STATE_PAUSED);
+        gst_element_set_state(pipeline_, GST_STATE_PLAYING);
       }
       return;
     default:
@@ -231,23 +357,23 @@ void MoviePipeline::handleError(GstMessage* message) {
   auto alive = alive_;
   listener_->pipelineFailed(facts);
   g_error_free(error);
-  if (*alive) gst_element_set_state(playbin_, GST_STATE_NULL);
+  if (*alive) gst_element_set_state(pipeline_, GST_STATE_NULL);
 }
 
 void MoviePipeline::setPlaying(bool playing) {
   if (failed_) return;
-  gst_element_set_state(playbin_, playing ? GST_STATE_PLAYING : GST_STATE_PAUSED);
+  gst_element_set_state(pipeline_, playing ? GST_STATE_PLAYING : GST_STATE_PAUSED);
 }
 
 std::optional<int64_t> MoviePipeline::position() const {
   gint64 value = 0;
-  if (!gst_element_query_position(playbin_, GST_FORMAT_TIME, &value) || value < 0) return std::nullopt;
+  if (!gst_element_query_position(pipeline_, GST_FORMAT_TIME, &value) || value < 0) return std::nullopt;
   return value;
 }
 
 std::optional<int64_t> MoviePipeline::duration() const {
   gint64 value = 0;
-  if (!gst_element_query_duration(playbin_, GST_FORMAT_TIME, &value) || value <= 0) return std::nullopt;
+  if (!gst_element_query_duration(pipeline_, GST_FORMAT_TIME, &value) || value <= 0) return std::nullopt;
   return value;
 }
 
@@ -255,7 +381,7 @@ bool MoviePipeline::isSeekable() const {
   if (live_) return false;
   GstQuery* query = gst_query_new_seeking(GST_FORMAT_TIME);
   gboolean seekable = FALSE;
-  if (gst_element_query(playbin_, query)) gst_query_parse_seeking(query, nullptr, &seekable, nullptr, nullptr);
+  if (gst_element_query(pipeline_, query)) gst_query_parse_seeking(query, nullptr, &seekable, nullptr, nullptr);
   gst_query_unref(query);
   return seekable;
 }
@@ -263,28 +389,63 @@ bool MoviePipeline::isSeekable() const {
 bool MoviePipeline::seek(int64_t nanoseconds, bool accurate) {
   if (failed_ || !prerolled_) return false;
   auto flags = GstSeekFlags(GST_SEEK_FLAG_FLUSH | (accurate ? GST_SEEK_FLAG_ACCURATE : GST_SEEK_FLAG_KEY_UNIT));
-  if (!gst_element_seek_simple(playbin_, GST_FORMAT_TIME, flags, nanoseconds)) return false;
+  if (!gst_element_seek_simple(pipeline_, GST_FORMAT_TIME, flags, nanoseconds)) return false;
   seeking_ = true;
   return true;
 }
 
-void MoviePipeline::setVolume(double volume) { g_object_set(playbin_, "volume", volume, nullptr); }
+void MoviePipeline::setVolume(double volume) {
+  if (!decoder_) g_object_set(pipeline_, "volume", volume, nullptr);
+}
 
-void MoviePipeline::setMuted(bool muted) { g_object_set(playbin_, "mute", gboolean(muted), nullptr); }
+void MoviePipeline::setMuted(bool muted) {
+  if (!decoder_) g_object_set(pipeline_, "mute", gboolean(muted), nullptr);
+}
 
 GstTagList* MoviePipeline::copyTags() const { return tags_ ? gst_tag_list_ref(tags_) : nullptr; }
 
+namespace {
+// Every tag event stuck to a pad (global and stream scope), merged.
+GstTagList* stickyTags(GstPad* pad) {
+  GstTagList* merged = nullptr;
+  gst_pad_sticky_events_foreach(
+      pad,
+      [](GstPad*, GstEvent** event, gpointer data) -> gboolean {
+        if (GST_EVENT_TYPE(*event) != GST_EVENT_TAG) return TRUE;
+        GstTagList* tags = nullptr;
+        gst_event_parse_tag(*event, &tags);
+        auto** into = static_cast<GstTagList**>(data);
+        GstTagList* next = gst_tag_list_merge(*into, tags, GST_TAG_MERGE_APPEND);
+        if (*into) gst_tag_list_unref(*into);
+        *into = next;
+        return TRUE;
+      },
+      &merged);
+  return merged;
+}
+}  // namespace
+
 int MoviePipeline::streamCount(const char* kind) const {
+  if (decoder_) {
+    std::lock_guard lock(mutex_);
+    return int(std::count_if(streams_.begin(), streams_.end(), [kind](const auto& s) { return s.kind == kind; }));
+  }
   gint count = 0;
   std::string property = std::string("n-") + kind;
-  g_object_get(playbin_, property.c_str(), &count, nullptr);
+  g_object_get(pipeline_, property.c_str(), &count, nullptr);
   return count;
 }
 
 GstTagList* MoviePipeline::copyStreamTags(const char* kind, int index) const {
+  if (decoder_) {
+    std::lock_guard lock(mutex_);
+    for (const auto& stream : streams_)
+      if (stream.kind == kind && index-- == 0) return stickyTags(stream.pad);
+    return nullptr;
+  }
   GstTagList* tags = nullptr;
   std::string signal = std::string("get-") + kind + "-tags";
-  g_signal_emit_by_name(playbin_, signal.c_str(), index, &tags);
+  g_signal_emit_by_name(pipeline_, signal.c_str(), index, &tags);
   return tags;
 }
 

@@ -1,8 +1,13 @@
-// MoviePipeline: one GStreamer playbin playing one URI for a movie.
+// MoviePipeline: one GStreamer pipeline playing one URI for a movie.
 //
-// Its decoded audio goes to the movie's audio sink (our own audio output,
-// through an appsink, with stream titles in-band); without one it is
-// rendered silently in real time. It never opens a video or subtitle window. Its bus is watched on the run loop
+// With an audio sink (our own audio output), it is a uridecodebin whose
+// decoded audio goes through an appsink to that sink, with stream titles
+// in-band; video and subtitle streams are left undecoded and dropped. There
+// is no playsink between the decoder and our output: no second queue
+// thread, no volume element (our output applies the gain) and no
+// conversions beyond the one to the output's format. Without an audio sink
+// it is a playbin that renders the audio silently in real time. It never
+// opens a video or subtitle window. Its bus is watched on the run loop
 // (GMainContext) given at creation, so every listener call arrives on that
 // loop's thread. It remembers what the source element told it (the HTTP
 // response's content type) and collects tags. Destroying it stops the
@@ -15,9 +20,11 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 typedef struct _GMainContext GMainContext;
 typedef struct _GstElement GstElement;
+typedef struct _GstPad GstPad;
 typedef struct _GstMessage GstMessage;
 typedef struct _GstBus GstBus;
 typedef struct _GstTagList GstTagList;
@@ -50,7 +57,7 @@ class MoviePipelineListener {
 
 class MoviePipeline {
  public:
-  // Builds the playbin and starts prerolling; nullptr when GStreamer cannot
+  // Builds the pipeline and starts prerolling; nullptr when GStreamer cannot
   // build it.
   static std::unique_ptr<MoviePipeline> create(const std::string& uri, GMainContext* context,
                                                MoviePipelineListener* listener,
@@ -73,6 +80,8 @@ class MoviePipeline {
   // A flushing seek; done when pipelineSeekDone() arrives.
   bool seek(int64_t nanoseconds, bool accurate);
 
+  // Only for the silent playbin: with an audio sink, the sink's owner
+  // applies volume and mute itself.
   void setVolume(double volume);
   void setMuted(bool muted);
 
@@ -88,16 +97,29 @@ class MoviePipeline {
   bool httpDeclaredLength() const;
 
  private:
+  struct DecodedStream {
+    std::string kind;  // "audio", "video", "text"
+    GstPad* pad;       // uridecodebin's source pad (reference)
+  };
+
   MoviePipeline(GMainContext* context, MoviePipelineListener* listener);
+  bool buildPlaybin(const std::string& uri);
+  bool buildDecoding(const std::string& uri, GstElement* tapBin);
   static int busWatchCallback(GstBus* bus, GstMessage* message, void* data);
-  static void onSourceSetup(GstElement* playbin, GstElement* source, void* data);
+  static void onSourceSetup(GstElement* element, GstElement* source, void* data);
+  static void onPadAdded(GstElement* decoder, GstPad* pad, void* data);
+  static void onPadRemoved(GstElement* decoder, GstPad* pad, void* data);
+  static void onNoMorePads(GstElement* decoder, void* data);
   void handle(GstMessage* message);
   void handleError(GstMessage* message);
 
   GMainContext* context_;
   MoviePipelineListener* listener_;
-  GstElement* playbin_ = nullptr;
-  GstElement* source_ = nullptr;  // the source element playbin made (reference), guarded by mutex_
+  GstElement* pipeline_ = nullptr;  // playbin, or the pipeline holding decoder_ and tapBin_
+  GstElement* decoder_ = nullptr;   // uridecodebin (owned by pipeline_), or null
+  GstElement* tapBin_ = nullptr;    // the tap's bin (owned by pipeline_), or null; guarded by mutex_
+  std::vector<DecodedStream> streams_;  // decoder_'s exposed streams, guarded by mutex_
+  GstElement* source_ = nullptr;  // the source element the pipeline made (reference), guarded by mutex_
   GSource* busWatch_ = nullptr;
   GstTagList* tags_ = nullptr;
   std::unique_ptr<MovieAudioTap> tap_;

@@ -54,6 +54,24 @@ TEST(QuickTimePlayback, LocalFilePlaysToTheEndWithPositionsAndClampedSeeks) {
   EXPECT_EQ(p.owner.states.back().error, nullptr);
 }
 
+// Pictures are dropped undecoded: a movie's sound still reaches our output,
+// and a movie without sound still plays to its end.
+TEST(QuickTimePlayback, MoviesWithPicturesPlayTheirSoundAndSilentOnesEnd) {
+  TempDir dir;
+  for (auto kind : {MediaKind::MP4Video, MediaKind::VideoOnly}) {
+    auto path = writeMediaFile(dir.path() + (kind == MediaKind::VideoOnly ? "/silent.mp4" : "/clip.mp4"), kind, 1.5);
+    Playing p;
+    p.player->playLink(BVMediaLink::linkWithURL(BVURL::fileURLWithPath(path)));
+    ASSERT_TRUE(p.owner.runUntil(BVPlayerStateStopped, 15.0)) << path;
+    EXPECT_EQ(p.owner.sequence(),
+              (std::vector<BVPlayerState>{BVPlayerStateConnecting, BVPlayerStatePlaying, BVPlayerStateStopped}));
+    if (kind == MediaKind::MP4Video)
+      EXPECT_NEAR(double(p.player->outputFramesWritten()), 1.5 * 44100, 0.1 * 44100);
+    else
+      EXPECT_EQ(p.player->outputFramesWritten(), 0u);
+  }
+}
+
 TEST(QuickTimePlayback, LiveStreamHasNoPosition) {
   TempDir dir;
   auto adts = readWholeFile(writeMediaFile(dir.path() + "/live.aac", MediaKind::ADTS, 3.0));

@@ -62,6 +62,8 @@ std::string encoderAndMuxer(MediaKind kind, const std::string& path) {
     case MediaKind::ADTS: return "avenc_aac ! aacparse ! audio/mpeg,stream-format=adts ! filesink name=sink";
     case MediaKind::HLS:
       return "avenc_aac ! aacparse ! hlssink2 name=sink target-duration=1 max-files=0 playlist-length=0";
+    case MediaKind::MP4Video: return "avenc_aac ! mp4mux name=mux ! filesink name=sink";
+    case MediaKind::VideoOnly: return "fakesink";
   }
   return {};
 }
@@ -80,6 +82,8 @@ const char* mediaKindExtension(MediaKind kind) {
     case MediaKind::WMA: return "wma";
     case MediaKind::ADTS: return "aac";
     case MediaKind::HLS: return "m3u8";
+    case MediaKind::MP4Video:
+    case MediaKind::VideoOnly: return "mp4";
   }
   return "";
 }
@@ -93,6 +97,13 @@ std::string writeMediaFile(const std::string& path, MediaKind kind, double secon
               << " ! audio/x-raw,rate=" << kSampleRate << ",channels=2 ! audioconvert";
   if (!tags.empty()) description << " ! taginject name=tags";
   description << " ! " << encoderAndMuxer(kind, path);
+  if (kind == MediaKind::MP4Video || kind == MediaKind::VideoOnly) {
+    // Ten small pictures a second; the picture goes to the sound's muxer, or
+    // to a muxer of its own when there is no sound.
+    description << " videotestsrc num-buffers=" << std::max(1, int(seconds * 10))
+                << " ! video/x-raw,width=160,height=120,framerate=10/1 ! x264enc ! "
+                << (kind == MediaKind::MP4Video ? "mux." : "mp4mux ! filesink name=sink");
+  }
 
   std::string result = path;
   std::error_code ignored;

@@ -22,6 +22,8 @@ enum class MediaKind {
   WMA,         // WMA v2 in ASF
   ADTS,        // raw AAC frames with ADTS headers
   HLS,         // path is a folder: playlist.m3u8 and segmentNNNNN.ts in it
+  MP4Video,    // AAC and an H.264 test picture in MP4
+  VideoOnly,   // an H.264 test picture in MP4, no sound
 };
 
 // Writes `seconds` of a tone to path and returns the path of the file to
@@ -31,7 +33,7 @@ std::string writeMediaFile(const std::string& path, MediaKind kind, double secon
                            const std::map<std::string, std::string>& tags = {});
 
 // The usual file extension of a kind ("m4a", "mov", "ogg", "opus", "flac", "wav",
-// "mp3", "wma", "aac", "m3u8").
+// "mp3", "wma", "aac", "m3u8", "mp4").
 const char* mediaKindExtension(MediaKind kind);
 
 // The whole contents of a file ("" when unreadable).
