@@ -175,6 +175,14 @@ CurlTransfer::CurlTransfer(const BVURLRequest& request) : impl_(std::make_unique
   curl_easy_setopt(e, CURLOPT_PROTOCOLS_STR, "http,https,file");
   curl_easy_setopt(e, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
   curl_easy_setopt(e, CURLOPT_HTTP09_ALLOWED, request.allowNonHTTPReplies ? 1L : 0L);
+  if (!request.allowNonHTTPReplies) {
+    // A Shoutcast server answers every request, HEAD included, with
+    // "ICY 200 OK" and HTTP header lines: read it as HTTP/1.0 200, so that
+    // its Content-Type is known (those that read raw replies see them as
+    // they are). One list for the process, never freed.
+    static curl_slist* const icyStatusLine = curl_slist_append(nullptr, "ICY 200 OK");
+    curl_easy_setopt(e, CURLOPT_HTTP200ALIASES, icyStatusLine);
+  }
   curl_easy_setopt(e, CURLOPT_ACCEPT_ENCODING, "");
   curl_easy_setopt(e, CURLOPT_USERAGENT, "Belvane/0.1");
   long connectMs = request.timeoutInterval > 0 ? long(request.timeoutInterval * 1000) : 0L;

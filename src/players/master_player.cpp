@@ -97,6 +97,23 @@ std::optional<std::string> declinedStreamType(const BVMP3StreamPlayer& player, c
   if (error->domain() == BVShoutstreamerErrorDomain && error->code() == SHOUTSTREAMER_ERROR_AAC) return "audio/aac";
   return std::nullopt;
 }
+
+// The link retyped with the type its stream was served with. The format is
+// built afresh rather than copied: a copy reads the link's MIME type, which
+// for a format that has none asks the server again (a HEAD request that an
+// ICY or Icecast station does not answer usefully).
+std::shared_ptr<BVMediaLink> linkRetyped(const BVMediaLink& link, const std::string& type) {
+  const auto& original = *link.format();
+  auto format = BVMediaMutableFormat::emptyFormat();
+  format->setMimeType(type);
+  format->setURLScheme(original.urlScheme());
+  format->setFileExtension(original.fileExtension());
+  format->setEngineID(original.engineID());
+  format->setRadioTimeMediaType(original.radioTimeMediaType());
+  auto retyped = link.mutableCopy();
+  retyped->setFormat(format->copy());
+  return retyped->copy();
+}
 }  // namespace
 
 // The player of another engine for the link the MP3 player declined, with the
@@ -105,26 +122,23 @@ std::pair<std::shared_ptr<BVBasePlayer>, std::shared_ptr<BVMediaLink>> BVMasterP
     const BVMP3StreamPlayer& failed, const BVErrorRef& error) {
   auto link = this->link();
   if (!link || !link->format()) return {};
+  // The type the stream itself was served with chooses first: it is what the
+  // stream is, whatever the link's URL or its server's answer to a HEAD
+  // request say (a bare station URL that Icecast calls a web page, say). The
+  // next player is given the link with that type, so that it makes the same
+  // choice.
+  if (auto type = declinedStreamType(failed, error)) {
+    auto retyped = linkRetyped(*link, *type);
+    for (const auto& engine : enginesOtherThanMP3(*retyped->format()))
+      if (engine->isAvailable())
+        if (auto player = engine->createPlayer()) return {player, retyped};
+  }
   if (!failed.fallbackStreams().empty()) {
     auto candidates = enginesOtherThanMP3(*link->format());
     if (!candidates.empty()) {
       auto engine = link->defaultEngineFromEngines(candidates);
       return {engine ? engine->createPlayer() : nullptr, link};
     }
-  }
-  // No other engine claims the link's own format (a bare station URL whose
-  // server calls it a web page, say): the type the stream itself was served
-  // with chooses, and the next player is given the link with that type, so
-  // that it makes the same choice.
-  auto type = declinedStreamType(failed, error);
-  if (!type) return {};
-  auto format = link->format()->mutableCopy();
-  format->setMimeType(*type);
-  for (const auto& engine : enginesOtherThanMP3(*format)) {
-    if (!engine->isAvailable()) continue;
-    auto retyped = link->mutableCopy();
-    retyped->setFormat(format->copy());
-    return {engine->createPlayer(), retyped->copy()};
   }
   return {};
 }
