@@ -6,10 +6,11 @@
 // the same URL, brought to PLAYING as gst-play-1.0 does it (PLAYING at once,
 // PAUSED while buffering below 100 %, PLAYING again at 100 %), timed until
 // the pipeline is PLAYING with buffering complete and until the first buffer
-// reaches its synchronised fakesink. Running the gst-play-1.0 binary itself
-// would add process start and registry loading to the peer's time, in our
-// favour. The server sends a burst as Icecast does (64 KiB by default), then
-// the stream's rate.
+// reaches its synchronised fakesink; and against the gst-play-1.0 program
+// itself on the same URL, from its launch to the first audio byte it writes
+// (its audio sink a filesink into a FIFO we read), which includes its
+// process start and registry loading. The server sends a burst as Icecast
+// does (64 KiB by default), then the stream's rate.
 //
 //   bench_player_aac_start --benchmark_repetitions=15 --benchmark_enable_random_interleaving=true
 //   (each repetition is one start; interleaved, the two sides share the machine's moods)
@@ -29,8 +30,14 @@
 #include <gst/gst.h>
 
 #include <atomic>
+#include <csignal>
 #include <cstdio>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
 using namespace belvane::bench;
 
@@ -41,7 +48,8 @@ struct Setup {
   std::string url;
   int burstBytes = 65536;
   int bytesPerSecond = 0;
-  std::vector<double> oursPlaying, oursFrame, gstPlaying, gstBuffer, mimeRequest;
+  std::vector<double> oursPlaying, oursFrame, gstPlaying, gstBuffer, gstPlayProgram, mimeRequest;
+  std::string fifo;
   bool generalEngine = true;
 };
 Setup* setup = nullptr;
@@ -139,6 +147,35 @@ bool playbinStart(double& playingMs, double& bufferMs) {
   return true;
 }
 
+// One start of the gst-play-1.0 program: ms from its launch to the first
+// audio byte its sink writes.
+bool gstPlayProgramStart(double& firstByteMs) {
+  std::string sink = "--audiosink=filesink location=" + setup->fifo;
+  const char* argv[] = {"gst-play-1.0", "-q", sink.c_str(), "--videosink=fakesink", setup->url.c_str(), nullptr};
+  // Read and write, so that opening never waits for the other side and the
+  // program's open for writing does not either.
+  int fd = open(setup->fifo.c_str(), O_RDWR | O_NONBLOCK);
+  if (fd < 0) return false;
+  GPid pid = 0;
+  double t0 = wallSeconds();
+  bool spawned = g_spawn_async(nullptr, const_cast<char**>(argv), nullptr,
+                               GSpawnFlags(G_SPAWN_SEARCH_PATH | G_SPAWN_DO_NOT_REAP_CHILD |
+                                           G_SPAWN_STDOUT_TO_DEV_NULL | G_SPAWN_STDERR_TO_DEV_NULL),
+                               nullptr, nullptr, &pid, nullptr);
+  bool got = false;
+  if (spawned) {
+    pollfd p{fd, POLLIN, 0};
+    char byte;
+    got = poll(&p, 1, 20000) == 1 && read(fd, &byte, 1) == 1;
+    firstByteMs = 1000 * (wallSeconds() - t0);
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+  }
+  close(fd);
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  return got;
+}
+
 void BM_MasterPlayerAACStationStart(benchmark::State& state) {
   for (auto _ : state) {
     double playing = 0, frame = 0;
@@ -167,11 +204,22 @@ void BM_PlaybinAACStationStart(benchmark::State& state) {
   }
 }
 
+void BM_GstPlayProgramAACStationStart(benchmark::State& state) {
+  for (auto _ : state) {
+    double firstByte = 0;
+    if (!gstPlayProgramStart(firstByte)) {
+      state.SkipWithError("gst-play-1.0 wrote no audio");
+      return;
+    }
+    setup->gstPlayProgram.push_back(firstByte);
+    state.SetIterationTime(firstByte / 1000);
+  }
+}
+
 // One request for the station's MIME type (a HEAD request on a worker
-// thread while the caller waits), as the media format makes it whenever its
-// type is read and not yet known. An ICY server answers a HEAD request with
-// "ICY 200 OK", which libcurl refuses, so the type stays unknown and the next
-// read asks again.
+// thread while the caller waits), as the media format makes it when its type
+// is read and not yet known. The ICY server's "ICY 200 OK" is read as HTTP
+// 200 with its Content-Type.
 void BM_StationMIMETypeRequest(benchmark::State& state) {
   auto url = *BVURL::URLWithString(setup->url);
   int answered = 0;
@@ -188,6 +236,7 @@ void BM_StationMIMETypeRequest(benchmark::State& state) {
 
 BENCHMARK(BM_MasterPlayerAACStationStart)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_PlaybinAACStationStart)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_GstPlayProgramAACStationStart)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_StationMIMETypeRequest)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
 
 }  // namespace
@@ -218,12 +267,15 @@ int main(int argc, char** argv) {
   if (!s.server->running()) return 1;
   s.url = s.server->url("/");
   gst_init(&argc, &argv);
+  s.fifo = std::string(g_get_tmp_dir()) + "/belvane-bench-gst-play-" + std::to_string(getpid());
+  if (mkfifo(s.fifo.c_str(), 0600) != 0) return 1;
   // One start of each, not counted: GStreamer's registry and plugins, the
   // player's libraries.
   {
     double a, b;
     masterStart(a, b);
     playbinStart(a, b);
+    gstPlayProgramStart(a);
   }
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();
@@ -235,10 +287,16 @@ int main(int argc, char** argv) {
   printSpread("master player: playLink -> first frame", s.oursFrame);
   printSpread("playbin as gst-play: -> PLAYING, buffered", s.gstPlaying);
   printSpread("playbin as gst-play: -> first buffer", s.gstBuffer);
+  printSpread("gst-play-1.0 program: launch -> first audio byte", s.gstPlayProgram);
   printSpread("one MIME type request (HEAD) to the station", s.mimeRequest);
+  unlink(s.fifo.c_str());
   auto ours = spread(s.oursPlaying), peer = spread(s.gstPlaying);
   if (ours.count && peer.count && peer.median > 0)
-    std::printf("  to Playing, ratio of medians %.2f (goal <= 1.00)\n", ours.median / peer.median);
+    std::printf("  to Playing, ratio of medians to playbin %.2f (goal <= 1.00)\n", ours.median / peer.median);
+  auto frame = spread(s.oursFrame), program = spread(s.gstPlayProgram);
+  if (frame.count && program.count && program.median > 0)
+    std::printf("  to first audio, ratio of medians to gst-play-1.0 %.2f (goal <= 1.00)\n",
+                frame.median / program.median);
   std::printf("  load average: %s\n", loadAverage().c_str());
   return 0;
 }
