@@ -98,7 +98,8 @@ struct CurlTransfer::Impl {
     }
     std::string line(data, n);
     while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.pop_back();
-    if (line.rfind("HTTP/", 0) == 0) {
+    // A status line; "ICY 200 OK" reaches here only where it is read as HTTP.
+    if (line.rfind("HTTP/", 0) == 0 || line.rfind("ICY ", 0) == 0) {
       self->inBlock = true;
       self->fields.clear();
       self->rawFields.clear();
@@ -175,11 +176,12 @@ CurlTransfer::CurlTransfer(const BVURLRequest& request) : impl_(std::make_unique
   curl_easy_setopt(e, CURLOPT_PROTOCOLS_STR, "http,https,file");
   curl_easy_setopt(e, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
   curl_easy_setopt(e, CURLOPT_HTTP09_ALLOWED, request.allowNonHTTPReplies ? 1L : 0L);
-  if (!request.allowNonHTTPReplies) {
+  if (!request.allowNonHTTPReplies || request.httpMethod == "HEAD") {
     // A Shoutcast server answers every request, HEAD included, with
-    // "ICY 200 OK" and HTTP header lines: read it as HTTP/1.0 200, so that
-    // its Content-Type is known (those that read raw replies see them as
-    // they are). One list for the process, never freed.
+    // "ICY 200 OK" and HTTP header lines: where no body follows, or where
+    // only HTTP replies are wanted, read it as HTTP/1.0 200 so that its
+    // Content-Type is known (a GET that takes raw replies sees it as it is).
+    // One list for the process, never freed.
     static curl_slist* const icyStatusLine = curl_slist_append(nullptr, "ICY 200 OK");
     curl_easy_setopt(e, CURLOPT_HTTP200ALIASES, icyStatusLine);
   }

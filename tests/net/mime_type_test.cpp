@@ -35,6 +35,10 @@ TEST(MIMETypeRequest, ReportsTheFinalResponseWhateverItsStatus) {
   EXPECT_EQ(mimeType(server.url("/missing")), "text/html");
   for (const auto& request : server.requests()) EXPECT_EQ(request.method, "HEAD") << request.path;
 
+  // A Shoutcast server answers HEAD as it answers GET.
+  server.route("/icy", Response("ICY 200 OK").header("content-type", "audio/aacp"));
+  EXPECT_EQ(mimeType(server.url("/icy")), "audio/aacp");
+
   // A reply without a Content-Type has no MIME type.
   server.route("/untyped", Response());
   EXPECT_EQ(mimeType(server.url("/untyped")), std::nullopt);
