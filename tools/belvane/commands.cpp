@@ -1,12 +1,15 @@
 // Dispatch, argument parsing and JSON helpers of the belvane tool.
 #include "commands.h"
 
+#include "log_sink.h"
+
 #include <belvane/BVURL.h>
 #include <belvane/BVURLAdditions.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <string_view>
 
 namespace belvane::tool {
 
@@ -113,12 +116,30 @@ namespace {
 void printUsage(FILE* out) {
   std::fprintf(out, "usage: belvane COMMAND [ARGS...]\n\nCommands:\n");
   for (auto& c : allCommands()) std::fprintf(out, "  %-10s %s\n", c.name, c.synopsis);
-  std::fprintf(out, "\nRun 'belvane COMMAND --help' for a command's options.\n");
+  std::fprintf(out,
+               "\nOptions for every command:\n"
+               "  --verbose  show the library's log lines and GLib/GStreamer warnings on stderr\n"
+               "             (G_MESSAGES_DEBUG set does the same)\n"
+               "\nRun 'belvane COMMAND --help' for a command's options.\n");
 }
 
 }  // namespace
 
 int dispatch(int argc, char** argv) {
+  // Lines reach a pipe in the order they were written, stdout beside stderr.
+  std::setvbuf(stdout, nullptr, _IOLBF, 0);
+  // --verbose may stand anywhere; every command takes it.
+  bool verbose = false;
+  std::vector<char*> kept;
+  for (int i = 0; i < argc; ++i) {
+    if (i > 0 && std::string_view(argv[i]) == "--verbose") verbose = true;
+    else kept.push_back(argv[i]);
+  }
+  argc = int(kept.size());
+  kept.push_back(nullptr);
+  argv = kept.data();
+  LogSink::shared().install(verbose);
+
   if (argc < 2) {
     printUsage(stderr);
     return 2;
