@@ -2,6 +2,7 @@
 #include "commands.h"
 
 #include "log_sink.h"
+#include "url_argument.h"
 
 #include <belvane/BVURL.h>
 #include <belvane/BVURLAdditions.h>
@@ -64,8 +65,8 @@ double Arguments::number(const std::string& name, double fallback) const {
 }
 
 BVURL requireURL(const std::string& text) {
-  auto url = bvURLFromString(text);
-  if (!url) throw UsageError("'" + text + "' is not a URL");
+  auto url = urlForArgument(text);
+  if (!url) throw UsageError("'" + text + "' is neither a URL nor a file path");
   return *url;
 }
 
@@ -117,6 +118,7 @@ void printUsage(FILE* out) {
   std::fprintf(out, "usage: belvane COMMAND [ARGS...]\n\nCommands:\n");
   for (auto& c : allCommands()) std::fprintf(out, "  %-10s %s\n", c.name, c.synopsis);
   std::fprintf(out,
+               "\nWherever a command takes a URL, a file path will do: it becomes a file: URL.\n"
                "\nOptions for every command:\n"
                "  --verbose  show the library's log lines and GLib/GStreamer warnings on stderr\n"
                "             (G_MESSAGES_DEBUG set does the same)\n"
@@ -155,6 +157,8 @@ int dispatch(int argc, char** argv) {
     for (auto& a : rest) {
       if (a == "--help" || a == "-h") {
         std::printf("usage: belvane %s %s\n\n%s\n", c.name, c.synopsis, c.help);
+        if (std::string_view(c.synopsis).find("URL") != std::string_view::npos && name != "url")
+          std::printf("A file path may stand for URL (it becomes a file: URL).\n");
         return 0;
       }
     }

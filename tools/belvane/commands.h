@@ -54,7 +54,8 @@ struct Command {
 
 const std::vector<Command>& allCommands();
 
-// The URL made of a command-line argument; a usage error when refused.
+// The URL made of a command-line argument (a file path becomes a file URL);
+// a usage error when refused.
 BVURL requireURL(const std::string& text);
 
 nlohmann::ordered_json valueToJSON(const BVValue& value);
