@@ -7,6 +7,7 @@
 #include <belvane/BVURL.h>
 #include <belvane/BVURLAdditions.h>
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -60,7 +61,14 @@ double Arguments::number(const std::string& name, double fallback) const {
   if (!v) return fallback;
   char* end = nullptr;
   double d = std::strtod(v->c_str(), &end);
-  if (v->empty() || *end) throw UsageError("option --" + name + " needs a number, not '" + *v + "'");
+  if (v->empty() || *end || std::isnan(d)) throw UsageError("option --" + name + " needs a number, not '" + *v + "'");
+  return d;
+}
+
+double Arguments::positiveNumber(const std::string& name, double fallback) const {
+  double d = number(name, fallback);
+  if (option(name) && !(d > 0 && std::isfinite(d)))
+    throw UsageError("option --" + name + " needs a number above 0, not '" + *option(name) + "'");
   return d;
 }
 

@@ -36,6 +36,8 @@ class Arguments {
   // The single positional argument; a usage error when missing or extra.
   const std::string& onePositional(const char* what) const;
   double number(const std::string& name, double fallback) const;
+  // A number above 0 (and finite) when given; a usage error otherwise.
+  double positiveNumber(const std::string& name, double fallback) const;
 
  private:
   std::map<std::string, std::string> options_;
