@@ -6,8 +6,32 @@
 #include "audio_output/output_backend.h"
 #include "audio_output/output_log.h"
 
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
+
 namespace belvane::detail {
 namespace {
+
+// ALSA's library writes its own diagnostics to stderr ("ALSA lib pcm.c:...
+// Unknown PCM default" on a machine without a card), where they would reach
+// the listener's terminal. They go to the output log, at the debug level,
+// instead; the failure itself is logged and returned as an error code.
+void alsaLibraryMessage(const char* file, int line, const char* function, int error, const char* format, ...) {
+  if (QLDebugLogLevel() < QL_LOG_DEBUG) return;
+  char message[512];
+  va_list args;
+  va_start(args, format);
+  vsnprintf(message, sizeof message, format, args);
+  va_end(args);
+  outputLog(QL_LOG_DEBUG, "ALSA lib %s:%d:(%s) %s%s%s", file, line, function, message, error ? ": " : "",
+            error ? snd_strerror(error) : "");
+}
+
+void routeALSAMessagesToLog() {
+  static std::once_flag once;
+  std::call_once(once, [] { snd_lib_error_set_handler(alsaLibraryMessage); });
+}
 
 class AlsaOutput final : public OutputBackend {
  public:
@@ -20,6 +44,7 @@ class AlsaOutput final : public OutputBackend {
   int open(unsigned rate) override {
     close();
     rate_ = rate;
+    routeALSAMessagesToLog();
     int error = snd_pcm_open(&pcm_, "default", SND_PCM_STREAM_PLAYBACK, 0);
     if (error < 0) {
       pcm_ = nullptr;
@@ -82,6 +107,7 @@ class AlsaOutput final : public OutputBackend {
 }  // namespace
 
 bool alsaCardPresent() {
+  routeALSAMessagesToLog();
   int card = -1;
   return snd_card_next(&card) == 0 && card >= 0;
 }

@@ -12,7 +12,19 @@
 
 namespace {
 std::atomic<BVKitOwnerDelegate*> gDelegate{nullptr};
+
+// With BELVANE_QUIET_LOG set, a process whose host listens to nothing (a
+// helper process such as the player tool, started by a command-line host
+// that keeps its terminal clear) logs at GLib's "info" level, which is
+// written only when G_MESSAGES_DEBUG asks for it. Read once.
+GLogLevelFlags undelegatedLevel() {
+  static const GLogLevelFlags level = [] {
+    const char* quiet = g_getenv("BELVANE_QUIET_LOG");
+    return quiet && *quiet ? G_LOG_LEVEL_INFO : G_LOG_LEVEL_MESSAGE;
+  }();
+  return level;
 }
+}  // namespace
 
 BVKitOwner& BVKitOwner::sharedOwner() {
   static BVKitOwner* owner = new BVKitOwner();  // lives for the rest of the process
@@ -30,7 +42,7 @@ void BVKitOwner::logMessage(const std::string& text) {
     return;
   }
   // The message is an argument, never a format.
-  g_log_structured(G_LOG_DOMAIN, G_LOG_LEVEL_MESSAGE, "MESSAGE", "%s", message.c_str());
+  g_log_structured(G_LOG_DOMAIN, undelegatedLevel(), "MESSAGE", "%s", message.c_str());
 }
 
 void BVLog(const char* format, ...) {

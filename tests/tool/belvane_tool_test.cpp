@@ -4,7 +4,14 @@
 
 #include <gtest/gtest.h>
 #include <glib.h>
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -18,7 +25,8 @@ struct Run {
   std::string out, err;
 };
 
-Run runTool(std::vector<std::string> args) {
+// Runs the built belvane with args (in the folder cwd when given).
+Run runTool(std::vector<std::string> args, const char* cwd = nullptr) {
   std::vector<char*> argv;
   std::string tool = std::string(BELVANE_BUILD_DIR) + "/bin/belvane";
   argv.push_back(tool.data());
@@ -28,7 +36,7 @@ Run runTool(std::vector<std::string> args) {
   gchar *out = nullptr, *err = nullptr;
   gint wait = 0;
   GError* error = nullptr;
-  if (!g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err, &wait, &error)) {
+  if (!g_spawn_sync(cwd, argv.data(), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err, &wait, &error)) {
     ADD_FAILURE() << error->message;
     g_clear_error(&error);
     return run;
@@ -41,6 +49,17 @@ Run runTool(std::vector<std::string> args) {
   return run;
 }
 
+size_t lines(const std::string& text) { return size_t(std::count(text.begin(), text.end(), '\n')); }
+
+bool has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+// A failure: exit status 1 and one line on stderr that contains `why`.
+void expectFailure(const Run& r, const std::string& why) {
+  EXPECT_EQ(r.status, 1) << r.out << r.err;
+  EXPECT_EQ(lines(r.err), 1u) << r.err;
+  EXPECT_TRUE(has(r.err, why)) << r.err;
+}
+
 }  // namespace
 
 TEST(BelvaneTool, URLAndUsageErrors) {
@@ -49,13 +68,23 @@ TEST(BelvaneTool, URLAndUsageErrors) {
   EXPECT_EQ(r.out, "http://h/dir/a.pls\n");
 
   r = runTool({"url", "mailto:someone@example.net"});
-  EXPECT_EQ(r.status, 1);
+  expectFailure(r, "mailto:someone@example.net");
   EXPECT_EQ(r.out, "");
 
-  r = runTool({"head"});
-  EXPECT_EQ(r.status, 2);
-  EXPECT_NE(r.err.find("missing URL"), std::string::npos);
-  EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << "one line";
+  // Bad arguments: exit status 2 and one line, before anything is played.
+  for (std::vector<std::string> args : {std::vector<std::string>{"head"},
+                                        {"play", "--volume", "5"},
+                                        {"play", "--volume", "-1"},
+                                        {"play", "--volume", "nan"},
+                                        {"play", "--duration", "0"},
+                                        {"play", "--duration", "-5"},
+                                        {"mime", "/x", "--timeout", "0"},
+                                        {"playlist", "--file", "/x/list.txt"}}) {
+    r = runTool(args);
+    EXPECT_EQ(r.status, 2) << args[0] << " " << (args.size() > 1 ? args[1] : "") << ": " << r.err;
+    EXPECT_EQ(lines(r.err), 1u) << r.err;
+    EXPECT_EQ(r.out, "");
+  }
 
   r = runTool({"probe", "--help"});
   EXPECT_EQ(r.status, 0);
@@ -76,10 +105,39 @@ TEST(BelvaneTool, NetworkCommandsAgainstTheLoopbackServer) {
   r = runTool({"probe", server.url("/icy")});
   EXPECT_EQ(r.out, "audio/aacp\n");
 
-  r = runTool({"head", "http://127.0.0.1:" + std::to_string(TestHTTPServer::refusedPort()) + "/"});
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(r.out.substr(0, 2), "0\n");
-  EXPECT_NE(r.out.find("error: NSURLErrorDomain -1004 "), std::string::npos) << r.out;
+  // Every refusal says why, on stderr, with exit status 1.
+  std::string refused = "http://127.0.0.1:" + std::to_string(TestHTTPServer::refusedPort()) + "/";
+  r = runTool({"head", refused});
+  EXPECT_EQ(r.out, "0\n");
+  expectFailure(r, "NSURLErrorDomain -1004");
+  expectFailure(runTool({"mime", refused + "x.pls"}), "-1004");
+  expectFailure(runTool({"probe", refused + "live"}), "-1004");
+}
+
+TEST(BelvaneTool, FilePathsStandForFileURLs) {
+  belvane::test::TempDir dir;
+  std::string list = dir.write("my list.pls", "[playlist]\nFile1=http://a.example/live\n");
+  std::string uri = "file://" + dir.path() + "/my%20list.pls";
+
+  auto r = runTool({"mime", list});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "audio/x-scpls\n");
+  r = runTool({"mime", "./my list.pls"}, dir.path().c_str());
+  EXPECT_EQ(r.out, "audio/x-scpls\n") << r.err;
+  r = runTool({"link", "my list.pls"}, dir.path().c_str());
+  EXPECT_TRUE(has(r.out, "<BVMediaLink: " + uri + ",")) << r.out << r.err;
+  r = runTool({"playlist", "my list.pls", "--json"}, dir.path().c_str());
+  EXPECT_TRUE(has(r.out, "http://a.example/live")) << r.out << r.err;
+  r = runTool({"engines", list});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_TRUE(has(r.out, "candidates:")) << r.out;
+
+  // The reader comes from the extension when --as is not given.
+  r = runTool({"playlist", "--file", list});
+  EXPECT_TRUE(has(r.out, "class: BVPLSWebPlaylist")) << r.out << r.err;
+
+  r = runTool({"mime", dir.path() + "/absent.mp3"});
+  expectFailure(r, "No such file");
 }
 
 TEST(BelvaneTool, LinkPropertyListRoundTrip) {
@@ -118,9 +176,124 @@ TEST(BelvaneTool, PlaylistReportsReaderEventsAndTracks) {
   ASSERT_NE(finish, std::string::npos) << r.out;
   EXPECT_LT(failure, finish);
   EXPECT_NE(r.out.find("\"NSLocalizedDescription\":\"404 not found\""), std::string::npos) << r.out;
+  // ...and the command failed.
+  expectFailure(r, "404 not found");
+  r = runTool({"playlist", "http://127.0.0.1:" + std::to_string(TestHTTPServer::refusedPort()) + "/a.pls"});
+  expectFailure(r, "-1004");
 
   belvane::test::TempDir dir;
   std::string path = dir.write("list.m3u", "#comment\nhttp://b.example/x.mp3\n");
   r = runTool({"playlist", "--file", path, "--as", "m3u"});
   EXPECT_NE(r.out.find("kPlaylistAttributeTrackURL=#comment"), std::string::npos) << r.out;
+}
+
+TEST(BelvaneTool, PlayFailuresSayWhatWentWrong) {
+  belvane::test::TempDir dir;
+  std::string empty = dir.write("empty.mp3", "");
+  std::string damaged = dir.write("damaged.mp3", std::string(4096, '\x5a'));
+  auto play = [](std::vector<std::string> args) {
+    for (const char* a : {"--output", "null:fast", "--duration", "20"}) args.push_back(a);
+    args.insert(args.begin(), "play");
+    return runTool(args);
+  };
+
+  expectFailure(play({dir.path()}), dir.path() + " is a folder");
+  expectFailure(play({empty}), empty + " is empty");
+  expectFailure(play({damaged}), damaged + " is damaged or is not a sound file");
+  // The same through the player tool, whose log lines stay off the terminal too.
+  expectFailure(play({"--tool", damaged}), damaged + " is damaged or is not a sound file");
+  expectFailure(play({"htp://127.0.0.1:9/live"}), "'htp:' are not supported");
+
+  // The output that failed, and why, beside the library's own text.
+  auto r = runTool({"play", "--output", "wav:" + dir.path() + "/no/such/folder/out.wav", "--duration", "20"});
+  expectFailure(r, "failed to start with error code");
+  EXPECT_TRUE(has(r.err, "the WAV file " + dir.path() + "/no/such/folder/out.wav cannot be written")) << r.err;
+  EXPECT_TRUE(has(r.err, "No such file or directory")) << r.err;
+  EXPECT_FALSE(has(r.err, "Belvane-Message")) << "library log lines stay off the terminal";
+
+  // A player tool that cannot start: its error, and no "Playing" before it.
+  r = runTool({"play", "--tool", "--tool-path", dir.path() + "/nonexistent", "--output", "null:fast"});
+  expectFailure(r, dir.path() + "/nonexistent");
+  EXPECT_FALSE(has(r.out, "Playing")) << r.out;
+}
+
+namespace {
+
+// What `belvane play` (the demo station, silent) writes to a terminal of
+// `columns` columns that is narrowed to `narrower` after two seconds. The
+// output is split where the status line is redrawn; `narrowedAt` gets the
+// index of the first piece written well after the narrowing.
+std::vector<std::string> playOnTerminal(unsigned short columns, unsigned short narrower, size_t* narrowedAt) {
+  std::string tool = std::string(BELVANE_BUILD_DIR) + "/bin/belvane";
+  winsize size{24, columns, 0, 0};
+  int terminal = -1;
+  pid_t pid = forkpty(&terminal, nullptr, nullptr, &size);
+  if (pid == 0) {
+    execl(tool.c_str(), tool.c_str(), "play", "--output", "null", "--duration", "4", static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  std::string out;
+  size_t mark = std::string::npos;
+  auto start = std::chrono::steady_clock::now();
+  bool narrowed = false;
+  for (;;) {
+    double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    if (!narrowed && elapsed > 2) {
+      winsize smaller{24, narrower, 0, 0};
+      ioctl(terminal, TIOCSWINSZ, &smaller);
+      narrowed = true;
+    }
+    // Redraws already under way when the window changed may still arrive.
+    if (narrowed && mark == std::string::npos && elapsed > 2.7) mark = out.size();
+    if (elapsed > 30) {
+      kill(pid, SIGKILL);
+      break;
+    }
+    pollfd p{terminal, POLLIN, 0};
+    if (poll(&p, 1, 100) <= 0) continue;
+    char buf[4096];
+    ssize_t n = read(terminal, buf, sizeof buf);
+    if (n <= 0) break;  // the tool has ended
+    out.append(buf, size_t(n));
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  close(terminal);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << out;
+
+  std::vector<std::string> pieces;
+  std::string piece;
+  *narrowedAt = 0;
+  for (size_t i = 0; i <= out.size(); ++i) {
+    if (i == mark) *narrowedAt = pieces.size() + 1;
+    if (i == out.size() || out[i] == '\r' || out[i] == '\n') {
+      if (piece.rfind("\033[K", 0) == 0) piece.erase(0, 3);
+      if (!piece.empty()) pieces.push_back(piece);
+      piece.clear();
+    } else {
+      piece += out[i];
+    }
+  }
+  return pieces;
+}
+
+size_t columnsOf(const std::string& text) { return size_t(g_utf8_strlen(text.c_str(), -1)); }
+
+}  // namespace
+
+TEST(BelvaneTool, PlayStatusLineFitsTheTerminalAndFollowsItsWidth) {
+  size_t narrowedAt = 0;
+  auto pieces = playOnTerminal(80, 40, &narrowedAt);
+  size_t wide = 0, narrow = 0;
+  bool shortenedTitle = false;
+  for (size_t i = 0; i < pieces.size(); ++i) {
+    if (pieces[i][0] != '[') continue;  // not a status line
+    bool afterResize = narrowedAt > 0 && i >= narrowedAt;
+    EXPECT_LT(columnsOf(pieces[i]), afterResize ? 40u : 80u) << pieces[i];
+    (afterResize ? narrow : wide)++;
+    if (afterResize && has(pieces[i], "Belvane Demo") && has(pieces[i], "\u2026")) shortenedTitle = true;
+  }
+  EXPECT_GT(wide, 2u);
+  EXPECT_GT(narrow, 1u);
+  EXPECT_TRUE(shortenedTitle) << "the title gives way first";
 }

@@ -5,6 +5,9 @@
 #include "cmd_play_tool.h"
 #include "commands.h"
 #include "demo_station.h"
+#include "log_sink.h"
+#include "play_failure.h"
+#include "url_problems.h"
 
 #include <belvane/BVConstants.h>
 #include <belvane/BVMP3StreamPlayer.h>
@@ -42,6 +45,7 @@ class PlayReporter : public BVPlayerOwner {
   void begin() { start_ = std::chrono::steady_clock::now(); }
   void setTerminal(PlayTerminal* terminal) { terminal_ = terminal; }
   BVPlayerState finalState() const { return master_.state(); }
+  BVErrorRef lastError() const { return lastError_; }
 
   // The engine whose player class the current sub-player is. Windows Media
   // plays through the general engine's player class, so where several engines
@@ -78,12 +82,9 @@ class PlayReporter : public BVPlayerOwner {
     } else {
       static const char* names[] = {"Idle", "Connecting", "Playing", "Stopped", "Error"};
       say(std::string("State: ") + names[std::clamp(int(to), 0, 4)]);
-      if (error) {
-        say("Error: " + error->localizedDescription());
-        auto it = error->userInfo().find(BVBasePlayerErrorKey);
-        if (it != error->userInfo().end() && it->second.string()) say(*it->second.string());
-      }
     }
+    // The error is said once, on stderr, when playback has ended.
+    if (error) lastError_ = error;
     if (to == BVPlayerStateStopped || to == BVPlayerStateError) BVRunLoop::current().stop();
   }
 
@@ -142,6 +143,7 @@ class PlayReporter : public BVPlayerOwner {
   mutable std::string engineName_;
   bool json_;
   PlayTerminal* terminal_ = nullptr;
+  BVErrorRef lastError_;
   std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
@@ -167,29 +169,37 @@ int runPlay(const Arguments& args) {
   if (args.positional().size() > 1) throw UsageError("play takes at most one URL");
   std::string output = args.option("output").value_or("auto");
   if (!validOutput(output)) throw UsageError("unknown output '" + output + "'");
-  double duration = args.number("duration", 0);
+  double duration = args.positiveNumber("duration", 0);
   double volume = args.number("volume", -1);
+  if (args.option("volume") && !(volume >= 0 && volume <= 1))
+    throw UsageError("option --volume takes a gain from 0 to 1, not '" + *args.option("volume") + "'");
   bool json = args.flag("json");
 
   std::unique_ptr<DemoStation> demo;
-  std::string urlText;
+  std::optional<BVURL> url;
+  std::string announcement;
   if (args.positional().empty()) {
     demo = std::make_unique<DemoStation>();
     if (!demo->start()) {
       std::fprintf(stderr, "belvane play: %s\n", demo->error().c_str());
       return 1;
     }
-    urlText = demo->url();
-    if (!json) std::fprintf(stdout, "Playing the built-in demo station (%s) on output '%s'.\n", urlText.c_str(), output.c_str());
+    url = bvURLFromString(std::string_view(demo->url()));
+    if (!json)
+      announcement = "Playing the built-in demo station (" + demo->url() + ") on output '" + output + "'.";
   } else {
-    urlText = args.positional()[0];
+    url = requireURL(args.positional()[0]);
+    // A folder, an empty or a missing file: say so rather than let the
+    // player find no audio in it.
+    if (auto problem = fileProblem(*url); !problem.empty()) {
+      std::fprintf(stderr, "belvane play: %s\n", problem.c_str());
+      return 1;
+    }
   }
-  auto url = bvURLFromString(std::string_view(urlText));
-  if (!url) throw UsageError("not a URL: '" + urlText + "'");
 
   if (args.flag("tool") || args.option("tool-path")) {
     int status = playThroughTool(args.option("tool-path").value_or(defaultPlayerToolPath()), *url, output, duration,
-                                 volume, args.flag("mute"), json);
+                                 volume, args.flag("mute"), json, announcement);
     demo.reset();
     return status;
   }
@@ -200,6 +210,7 @@ int runPlay(const Arguments& args) {
   master->setOwner(&reporter);
   if (volume >= 0) master->setVolume(float(volume));
   if (args.flag("mute")) master->setMuted(true);
+  if (!announcement.empty()) std::fprintf(stdout, "%s\n", announcement.c_str());
 
   std::unique_ptr<PlayTerminal> terminal;
   if (!json && isatty(STDIN_FILENO) && isatty(STDOUT_FILENO)) {
@@ -213,7 +224,7 @@ int runPlay(const Arguments& args) {
 
   reporter.begin();
   master->playLink(BVMediaLink::linkWithURL(*url));
-  if (!json) {
+  if (!json && master->state() != BVPlayerStateError) {
     std::string note = "Audio output: " + master->audioOutputName();
     if (terminal) terminal->print(note); else std::fprintf(stdout, "%s\n", note.c_str());
   }
@@ -226,12 +237,16 @@ int runPlay(const Arguments& args) {
   reporter.setTerminal(nullptr);
   terminal.reset();
   state = master->state();
+  BVErrorRef error = reporter.lastError();
   reporter.end();
   master->setOwner(nullptr);
   master.reset();
   demo.reset();
   if (!json) std::fprintf(stdout, "\n");
-  return state == BVPlayerStateError ? 1 : 0;
+  if (state != BVPlayerStateError) return 0;
+  std::fprintf(stderr, "belvane play: %s\n", playbackFailureLine(error, *url, output).c_str());
+  if (LogSink::shared().verbose()) std::fprintf(stderr, "%s\n", playbackFailureDetails(error).c_str());
+  return 1;
 }
 
 }  // namespace
@@ -242,13 +257,14 @@ std::vector<Command> playCommands() {
            "Without a URL it plays the built-in demo station, a loopback Shoutcast server with a\n"
            "synthesised clip whose titles change with each piece.\n"
            "  --output auto|pulse|alsa|null|null:fast|wav:PATH   where the audio goes (default auto)\n"
-           "  --duration S   stop after S seconds\n"
-           "  --volume V     linear gain 0..1\n"
+           "  --duration S   stop after S seconds (S above 0)\n"
+           "  --volume V     linear gain from 0 to 1\n"
            "  --mute         start muted\n"
            "  --json         one JSON object a line for every player callback, then {\"event\":\"end\"}\n"
            "  --tool         play in a separate player-tool process (state followed by polling)\n"
            "  --tool-path P  the player-tool executable (default: belvane-player-tool beside belvane)\n"
-           "Exit status 0 when playback stopped or the duration passed, 1 when it ended in an error.",
+           "Exit status 0 when playback stopped or the duration passed, 1 when it ended in an error\n"
+           "(said in one line on stderr), 2 for bad arguments.",
            runPlay,
            {"output", "duration", "volume", "tool-path"},
            {"mute", "json", "tool"}}};

@@ -1,9 +1,13 @@
 // PlayTerminal: raw-mode keys and the redrawn status line.
 #include "cmd_play_terminal.h"
 
+#include "status_line.h"
+
 #include <belvane/BVConstants.h>
 
+#include <glib-unix.h>
 #include <glib.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -22,6 +26,14 @@ const char* stateName(BVPlayerState s) {
     case BVPlayerStateError: return "Error";
   }
   return "?";
+}
+
+// The columns the status line may take: one less than the window, since a
+// character in the last column leaves some terminals waiting to wrap.
+size_t usableColumns() {
+  winsize size{};
+  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return 79;
+  return size_t(size.ws_col) - 1;
 }
 
 std::string clock(float seconds) {
@@ -44,11 +56,14 @@ PlayTerminal::PlayTerminal(BVBasePlayer* player, std::function<std::string()> en
   }
   input_ = BVRunLoop::current().watchFD(STDIN_FILENO, G_IO_IN | G_IO_HUP, [this](int) { return onInput(); });
   tick_ = BVTimer::scheduledTimer(0.5, true, [this](BVTimer&) { redraw(); });
+  columns_ = usableColumns();
+  resize_ = g_unix_signal_add(SIGWINCH, onWindowChange, this);
   std::fputs("keys: space/m mute, +/- volume, left/right seek, q quit\n", stdout);
   redraw();
 }
 
 PlayTerminal::~PlayTerminal() {
+  if (resize_) g_source_remove(resize_);
   if (tick_) tick_->invalidate();
   if (input_) input_->cancel();
   if (raw_) tcsetattr(STDIN_FILENO, TCSANOW, &saved_);
@@ -61,23 +76,31 @@ void PlayTerminal::print(const std::string& line) {
   redraw();
 }
 
+gboolean PlayTerminal::onWindowChange(gpointer self) {
+  auto* terminal = static_cast<PlayTerminal*>(self);
+  terminal->columns_ = usableColumns();
+  terminal->redraw();
+  return G_SOURCE_CONTINUE;
+}
+
 void PlayTerminal::redraw() {
-  std::string line = std::string("[") + stateName(player_->state()) + "] " + engineName_();
+  StatusParts parts;
+  parts.state = stateName(player_->state());
+  parts.engine = engineName_();
   auto attributes = player_->attributes();
-  for (const char* key : {BVPlayerAttributeStreamTitleKey, BVPlayerAttributeArtistKey}) {
+  auto text = [&](const char* key) {
     auto it = attributes.find(key);
-    if (it != attributes.end() && it->second.string()) line += " | " + *it->second.string();
-  }
-  line += " | " + clock(player_->elapsedTime());
-  if (player_->hasPosition()) {
-    float p = std::clamp(player_->position(), 0.0f, 1.0f);
-    int filled = int(std::lround(p * 20));
-    line += " [" + std::string(size_t(filled), '=') + std::string(size_t(20 - filled), ' ') + "]";
-  }
+    return it != attributes.end() && it->second.string() ? *it->second.string() : std::string();
+  };
+  parts.title = text(BVPlayerAttributeStreamTitleKey);
+  parts.artist = text(BVPlayerAttributeArtistKey);
+  parts.clock = clock(player_->elapsedTime());
+  if (player_->hasPosition()) parts.position = player_->position();
   float volume = player_->volume();
-  if (volume >= 0) line += " | vol " + std::to_string(int(std::lround(volume * 100))) + "%";
-  if (player_->isMuted()) line += " (muted)";
-  std::fprintf(stdout, "\r\033[K%s", line.c_str());
+  if (volume >= 0) parts.volumePercent = int(std::lround(volume * 100));
+  parts.muted = player_->isMuted();
+  // Back to the start of the row and clear it: the line is redrawn in place.
+  std::fprintf(stdout, "\r\033[K%s", fitStatusLine(parts, columns_).c_str());
   std::fflush(stdout);
 }
 

@@ -1,12 +1,16 @@
 // PlayTerminal: the live status line and keys of `belvane play` on a
 // terminal. Puts the terminal in raw mode (restored on destruction), reads
 // keys through a run-loop watch on stdin, and redraws one status line with
-// titles and messages scrolling above it.
+// titles and messages scrolling above it. The status line is fitted to the
+// window's width, read again whenever the window changes size (SIGWINCH).
 #pragma once
 
 #include <belvane/BVBasePlayer.h>
 #include <belvane/BVRunLoop.h>
 
+#include <glib.h>
+
+#include <cstddef>
 #include <functional>
 #include <string>
 
@@ -28,6 +32,7 @@ class PlayTerminal {
 
  private:
   bool onInput();
+  static gboolean onWindowChange(gpointer self);
   void handleKey(const std::string& key);
 
   BVBasePlayer* player_;
@@ -38,6 +43,8 @@ class PlayTerminal {
   BVRunLoopSourceRef input_;
   std::shared_ptr<BVTimer> tick_;
   std::string pending_;  // bytes of an escape sequence not complete yet
+  size_t columns_ = 79;  // the status line's room
+  guint resize_ = 0;     // the SIGWINCH source
 };
 
 }  // namespace belvane::tool

@@ -3,6 +3,9 @@
 // the same form as in-process playback.
 #include "cmd_play_tool.h"
 
+#include "log_sink.h"
+#include "play_failure.h"
+
 #include <belvane/BVBasePlayer.h>
 #include <belvane/BVConstants.h>
 #include <belvane/BVMediaLink.h>
@@ -26,8 +29,8 @@ class ToolPlayback {
   // Polls once; false when playback has ended.
   bool poll() {
     if (!client_.isConnected()) {
-      report(state_, BVPlayerStateError,
-             BVError::withDescription(BVBelvaneErrorDomain, 5602, "The player tool ended unexpectedly."));
+      error_ = BVError::withDescription(BVBelvaneErrorDomain, 5602, "The player tool ended unexpectedly.");
+      report(state_, BVPlayerStateError, error_);
       state_ = BVPlayerStateError;
       return false;
     }
@@ -39,6 +42,7 @@ class ToolPlayback {
     }
     if (state != state_) {
       BVErrorRef error = state == BVPlayerStateError ? client_.lastError() : nullptr;
+      if (error) error_ = error;
       report(state_, state, error);
       state_ = state;
     }
@@ -46,6 +50,7 @@ class ToolPlayback {
   }
 
   BVPlayerState state() const { return state_; }
+  const BVErrorRef& lastError() const { return error_; }
   void end() {
     if (json_) print({{"t", seconds()}, {"event", "end"}, {"state", int(state_)}});
   }
@@ -72,11 +77,8 @@ class ToolPlayback {
       return;
     }
     static const char* names[] = {"Idle", "Connecting", "Playing", "Stopped", "Error"};
+    // The error itself is said once, on stderr, when playback has ended.
     std::printf("State: %s\n", names[std::clamp(int(to), 0, 4)]);
-    if (error) {
-      std::printf("Error: %s\n", error->localizedDescription().c_str());
-      if (auto text = BVDictionaryString(error->userInfo(), BVBasePlayerErrorKey)) std::printf("%s\n", text->c_str());
-    }
     std::fflush(stdout);
   }
 
@@ -99,6 +101,7 @@ class ToolPlayback {
   BVPlayerToolClient& client_;
   bool json_;
   BVPlayerState state_ = BVPlayerStateIdle;
+  BVErrorRef error_;
   BVDictionary attributes_;
   std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
@@ -106,7 +109,7 @@ class ToolPlayback {
 }  // namespace
 
 int playThroughTool(const std::string& toolPath, const BVURL& url, const std::string& output, double duration,
-                    double volume, bool mute, bool json) {
+                    double volume, bool mute, bool json, const std::string& announcement) {
   BVPlayerToolClient client;
   client.setServerToolPath(toolPath);
   if (auto error = client.connect()) {
@@ -120,6 +123,7 @@ int playThroughTool(const std::string& toolPath, const BVURL& url, const std::st
   }
   if (volume >= 0) client.setVolume(float(volume));
   if (mute) client.setMuted(true);
+  if (!announcement.empty()) std::printf("%s\n", announcement.c_str());
   ToolPlayback playback(client, json);
   client.playMediaLink(BVMediaLink::linkWithURL(url));
   BVRunLoop loop = BVRunLoop::main();
@@ -134,7 +138,10 @@ int playThroughTool(const std::string& toolPath, const BVURL& url, const std::st
   timer->invalidate();
   playback.end();
   client.disconnect();
-  return playback.state() == BVPlayerStateError ? 1 : 0;
+  if (playback.state() != BVPlayerStateError) return 0;
+  std::fprintf(stderr, "belvane play: %s\n", playbackFailureLine(playback.lastError(), url, output).c_str());
+  if (LogSink::shared().verbose()) std::fprintf(stderr, "%s\n", playbackFailureDetails(playback.lastError()).c_str());
+  return 1;
 }
 
 }  // namespace belvane::tool

@@ -1,12 +1,17 @@
 // Dispatch, argument parsing and JSON helpers of the belvane tool.
 #include "commands.h"
 
+#include "log_sink.h"
+#include "url_argument.h"
+
 #include <belvane/BVURL.h>
 #include <belvane/BVURLAdditions.h>
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <string_view>
 
 namespace belvane::tool {
 
@@ -56,13 +61,20 @@ double Arguments::number(const std::string& name, double fallback) const {
   if (!v) return fallback;
   char* end = nullptr;
   double d = std::strtod(v->c_str(), &end);
-  if (v->empty() || *end) throw UsageError("option --" + name + " needs a number, not '" + *v + "'");
+  if (v->empty() || *end || std::isnan(d)) throw UsageError("option --" + name + " needs a number, not '" + *v + "'");
+  return d;
+}
+
+double Arguments::positiveNumber(const std::string& name, double fallback) const {
+  double d = number(name, fallback);
+  if (option(name) && !(d > 0 && std::isfinite(d)))
+    throw UsageError("option --" + name + " needs a number above 0, not '" + *option(name) + "'");
   return d;
 }
 
 BVURL requireURL(const std::string& text) {
-  auto url = bvURLFromString(text);
-  if (!url) throw UsageError("'" + text + "' is not a URL");
+  auto url = urlForArgument(text);
+  if (!url) throw UsageError("'" + text + "' is neither a URL nor a file path");
   return *url;
 }
 
@@ -113,12 +125,31 @@ namespace {
 void printUsage(FILE* out) {
   std::fprintf(out, "usage: belvane COMMAND [ARGS...]\n\nCommands:\n");
   for (auto& c : allCommands()) std::fprintf(out, "  %-10s %s\n", c.name, c.synopsis);
-  std::fprintf(out, "\nRun 'belvane COMMAND --help' for a command's options.\n");
+  std::fprintf(out,
+               "\nWherever a command takes a URL, a file path will do: it becomes a file: URL.\n"
+               "\nOptions for every command:\n"
+               "  --verbose  show the library's log lines and GLib/GStreamer warnings on stderr\n"
+               "             (G_MESSAGES_DEBUG set does the same)\n"
+               "\nRun 'belvane COMMAND --help' for a command's options.\n");
 }
 
 }  // namespace
 
 int dispatch(int argc, char** argv) {
+  // Lines reach a pipe in the order they were written, stdout beside stderr.
+  std::setvbuf(stdout, nullptr, _IOLBF, 0);
+  // --verbose may stand anywhere; every command takes it.
+  bool verbose = false;
+  std::vector<char*> kept;
+  for (int i = 0; i < argc; ++i) {
+    if (i > 0 && std::string_view(argv[i]) == "--verbose") verbose = true;
+    else kept.push_back(argv[i]);
+  }
+  argc = int(kept.size());
+  kept.push_back(nullptr);
+  argv = kept.data();
+  LogSink::shared().install(verbose);
+
   if (argc < 2) {
     printUsage(stderr);
     return 2;
@@ -134,6 +165,8 @@ int dispatch(int argc, char** argv) {
     for (auto& a : rest) {
       if (a == "--help" || a == "-h") {
         std::printf("usage: belvane %s %s\n\n%s\n", c.name, c.synopsis, c.help);
+        if (std::string_view(c.synopsis).find("URL") != std::string_view::npos && name != "url")
+          std::printf("A file path may stand for URL (it becomes a file: URL).\n");
         return 0;
       }
     }

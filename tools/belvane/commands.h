@@ -36,6 +36,8 @@ class Arguments {
   // The single positional argument; a usage error when missing or extra.
   const std::string& onePositional(const char* what) const;
   double number(const std::string& name, double fallback) const;
+  // A number above 0 (and finite) when given; a usage error otherwise.
+  double positiveNumber(const std::string& name, double fallback) const;
 
  private:
   std::map<std::string, std::string> options_;
@@ -54,7 +56,8 @@ struct Command {
 
 const std::vector<Command>& allCommands();
 
-// The URL made of a command-line argument; a usage error when refused.
+// The URL made of a command-line argument (a file path becomes a file URL);
+// a usage error when refused.
 BVURL requireURL(const std::string& text);
 
 nlohmann::ordered_json valueToJSON(const BVValue& value);
