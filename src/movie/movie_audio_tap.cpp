@@ -68,7 +68,9 @@ std::string streamTitleFromTags(const GstTagList* tags) {
 
 MovieAudioTap::MovieAudioTap(std::shared_ptr<MovieAudioSink> sink) : sink_(std::move(sink)) {}
 
-MovieAudioTap::~MovieAudioTap() = default;
+MovieAudioTap::~MovieAudioTap() {
+  if (infoCaps_) gst_caps_unref(infoCaps_);
+}
 
 GstElement* MovieAudioTap::makeSinkBin() {
   GError* error = nullptr;
@@ -93,16 +95,20 @@ GstElement* MovieAudioTap::makeSinkBin() {
 void MovieAudioTap::handleSample(GstElement* appsink) {
   GstSample* sample = gst_app_sink_pull_sample(GST_APP_SINK(appsink));
   if (!sample) return;
-  GstAudioInfo info;
   GstBuffer* buffer = gst_sample_get_buffer(sample);
   GstCaps* caps = gst_sample_get_caps(sample);
+  // The caps change only with the stream's format: their audio info is read
+  // again only then, not for every buffer.
+  if (caps && caps != infoCaps_) {
+    infoValid_ = gst_audio_info_from_caps(&info_, caps);
+    gst_caps_replace(&infoCaps_, caps);
+  }
   GstAudioBuffer audio;
-  if (buffer && caps && gst_audio_info_from_caps(&info, caps) &&
-      gst_audio_buffer_map(&audio, &info, buffer, GST_MAP_READ)) {
+  if (buffer && caps && infoValid_ && gst_audio_buffer_map(&audio, &info_, buffer, GST_MAP_READ)) {
     float* channels[2] = {static_cast<float*>(audio.planes[0]),
                           audio.n_planes > 1 ? static_cast<float*>(audio.planes[1]) : nullptr};
     if (audio.n_samples > 0) {
-      sink_->movieAudio(float(GST_AUDIO_INFO_RATE(&info)), channels, int32_t(audio.n_samples));
+      sink_->movieAudio(float(GST_AUDIO_INFO_RATE(&info_)), channels, int32_t(audio.n_samples));
       audioSinceStreamStart_ = true;
       if (!heldTitle_.empty()) sink_->movieStreamTitle(std::exchange(heldTitle_, {}));
     }

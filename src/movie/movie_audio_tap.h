@@ -20,6 +20,8 @@
 #include <mutex>
 #include <string>
 
+#include <gst/audio/audio-info.h>
+
 typedef struct _GstElement GstElement;
 typedef struct _GstTagList GstTagList;
 
@@ -51,6 +53,9 @@ class MovieAudioTap {
   std::string lastTitle_;
   std::string heldTitle_;  // waits for the next decoded buffer
   bool audioSinceStreamStart_ = false;
+  GstCaps* infoCaps_ = nullptr;  // the caps info_ was read from (reference)
+  GstAudioInfo info_{};
+  bool infoValid_ = false;
 };
 
 // The stream title a tag list carries: "Artist - Title" when it names both,

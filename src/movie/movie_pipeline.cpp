@@ -16,6 +16,15 @@ constexpr const char* kLiveReadyMessage = "belvane-live-ready";
 // Seconds a network source may go without data before its read fails (a live
 // stream is then opened again by the movie).
 constexpr unsigned kNetworkReadTimeoutSeconds = 8;
+// The network queue's size, and so how much must have arrived before a
+// stream counts as buffered: 2 s at 128 kbit/s. Left to itself, uridecodebin
+// sizes the queue from the bitrate the parser reports, which it only does
+// after some frames have passed the sink; a sink that holds the first frame
+// while prerolling keeps it from ever learning it, and the queue then fills
+// only at the stream's real rate, however large the server's burst. The
+// buffering level also counts time by the rate data arrives at, so a station
+// without a burst is buffered within about 2 s all the same.
+constexpr int kNetworkQueueBytes = 32 * 1024;
 
 GstElement* makeSilentSink() {
   GstElement* sink = gst_element_factory_make("fakesink", nullptr);
@@ -156,7 +165,7 @@ bool MoviePipeline::buildDecoding(const std::string& uri, GstElement* tapBin) {
   tapBin_ = tapBin;
   // Buffering as playbin asks for it: queue2 after a network source posts
   // the buffering messages the movie pauses and resumes on.
-  g_object_set(decoder, "uri", uri.c_str(), "use-buffering", TRUE, nullptr);
+  g_object_set(decoder, "uri", uri.c_str(), "use-buffering", TRUE, "buffer-size", kNetworkQueueBytes, nullptr);
   g_signal_connect(decoder, "source-setup", G_CALLBACK(onSourceSetup), this);
   g_signal_connect(decoder, "autoplug-select", G_CALLBACK(selectFactory), nullptr);
   g_signal_connect(decoder, "pad-added", G_CALLBACK(onPadAdded), this);

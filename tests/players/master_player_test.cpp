@@ -59,7 +59,13 @@ TEST(MasterPlayer, FailureWithFallbackStreamsButNoOtherPlayerIsRelayed) {
   text.contentType = "text/plain";
   text.payload = IcyStreamScript::Payload::Noise;
   server.serve("/aac", {text});
-  auto link = linkTo(server.url("/aac"));
+  // A link the host gave to the MP3 stream engine by its identifier: no
+  // other engine claims it, nor the type its stream is served with.
+  auto format = BVMediaMutableFormat::formatByInferringFromURL(*BVURL::URLWithString(server.url("/aac")));
+  format->setEngineID(BVMP3StreamPlayerEngine::sharedEngine()->engineID());
+  auto editable = linkTo(server.url("/aac"))->mutableCopy();
+  editable->setFormat(format->copy());
+  auto link = editable->copy();
 
   // The candidates are the link's engines without the MP3 stream engine.
   auto engines = BVPlayerEngineCenter::sharedCenter()->preferedEnginesForFormat(*link->format());

@@ -49,8 +49,9 @@ class PlayReporter : public BVPlayerOwner {
 
   // The engine whose player class the current sub-player is. Windows Media
   // plays through the general engine's player class, so where several engines
-  // share a class, the one that claims the link's format is named. Worked out
-  // once per sub-player.
+  // share a class, the one that claims the sub-player's link is named (after
+  // a fallback, that link carries the type the stream was served with).
+  // Worked out once per sub-player.
   std::string engineID() const {
     auto sub = master_.subPlayer();
     if (!sub) return {};
@@ -59,7 +60,7 @@ class PlayReporter : public BVPlayerOwner {
     for (auto& engine : BVPlayerEngineCenter::sharedCenter()->allEngines())
       if (engine->playerClass() == sub->className()) sharing.push_back(engine);
     std::shared_ptr<BVBasePlayerEngine> chosen = sharing.empty() ? nullptr : sharing.front();
-    auto link = master_.link();
+    auto link = sub->link() ? sub->link() : master_.link();
     if (sharing.size() > 1 && link && link->format()) {
       for (auto& engine : sharing)
         if (engine->canPlayFormat(*link->format())) {
