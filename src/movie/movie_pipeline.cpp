@@ -307,6 +307,10 @@ void MoviePipeline::handle(GstMessage* message) {
       // that is no change of rate.
       if (seeking_) return;
       bool playing = newState == GST_STATE_PLAYING;
+      // A pipeline that loses its state (a sink flushed when the HTTP source
+      // reopens a dropped connection by itself) passes through PAUSED while
+      // it still aims at PLAYING: that is no change of rate either.
+      if (!playing && GST_STATE_TARGET(pipeline_) == GST_STATE_PLAYING) return;
       if (playing != playing_) {
         playing_ = playing;
         listener_->pipelinePlayingChanged(playing);

@@ -77,11 +77,17 @@ std::string basicAuth(const std::string& user, const std::string& password) {
 
 IcecastServer::IcecastServer() = default;
 
-IcecastServer::~IcecastServer() {
+void IcecastServer::stopSource() {
   stopping_ = true;
   if (sourceFd_ >= 0) shutdown(sourceFd_, SHUT_RDWR);
   if (source_.joinable()) source_.join();
   if (sourceFd_ >= 0) close(sourceFd_);
+  sourceFd_ = -1;
+  stopping_ = false;
+}
+
+IcecastServer::~IcecastServer() {
+  stopSource();
   if (pid_ > 0) {
     kill(pid_, SIGTERM);
     waitpid(pid_, nullptr, 0);

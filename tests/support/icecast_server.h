@@ -37,6 +37,9 @@ class IcecastServer {
   // Other data (AAC) is sent with its own content type.
   bool startSource(const std::string& mount, const std::string& mp3, int bytesPerSecond,
                    const std::string& contentType = "audio/mpeg");
+  // Ends the source connection, as a DJ who hands over does; the mount goes
+  // and its listeners are dropped. startSource may follow.
+  void stopSource();
   // Sets the mount's stream title; true when Icecast answered 200.
   bool setTitle(const std::string& mount, const std::string& title);
 
