@@ -1,5 +1,6 @@
-// The audio output: what reaches a WAV file, draining, pacing, prompt
-// teardown with a blocked writer, and choosing the output.
+// The audio output: what reaches a WAV file, draining, pacing, the hand-off
+// of a few frames on an unpaced output, prompt teardown with a blocked
+// writer, and choosing the output.
 #include "audio_output/orplayer.h"
 
 #include <gtest/gtest.h>
@@ -75,6 +76,15 @@ void playRamp(orplayer_t player, float rate, int frames, int block = 1152) {
     float* channels[2] = {left.data(), right.data()};
     orplayer_play_wait(player, rate, channels, n);
   }
+}
+
+bool waitForWritten(orplayer_t player, uint64_t frames) {
+  auto deadline = Clock::now() + 10s;
+  while (orplayer_frames_written(player) < frames) {
+    if (Clock::now() > deadline) return false;
+    std::this_thread::sleep_for(2ms);
+  }
+  return true;
 }
 
 bool waitUntilSilent(orplayer_t player, std::chrono::seconds limit = 10s) {
@@ -180,6 +190,21 @@ TEST(OrplayerTest, NullOutputIsPacedAndDrainsBeforeItStopsPlaying) {
   orplayer_play_done(player);
   ASSERT_TRUE(waitUntilSilent(player, 30s));
   EXPECT_EQ(48000u * 120, orplayer_frames_written(player));
+  orplayer_destroy(player);
+}
+
+// On an unpaced output frames gather for a short while but are never held
+// back waiting for more.
+TEST(OrplayerTest, FewFramesAreWrittenWithoutMoreComing) {
+  orplayer_t player = makePlayer("null:fast");
+  ASSERT_EQ(0, orplayer_start(player));
+  // Far less than the output gathers, with no end announced.
+  playRamp(player, 44100, 100);
+  EXPECT_TRUE(waitForWritten(player, 100));
+  // Again once the output thread has gone idle.
+  std::this_thread::sleep_for(100ms);
+  playRamp(player, 44100, 7);
+  EXPECT_TRUE(waitForWritten(player, 107));
   orplayer_destroy(player);
 }
 

@@ -4,19 +4,17 @@
 #include "movie/iso_box_reader.h"
 #include "players/quicktime/QTMetaData.h"
 #include "support/gst_media_files.h"
+#include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
-
-#include <filesystem>
 
 using namespace belvane::detail;
 using namespace belvane::test;
 
 TEST(MuxedFiles, TagsReadAsITunesItemsOfTheTrack) {
-  auto dir = std::filesystem::temp_directory_path() / ("belvane-metadata-" + std::to_string(::getpid()));
-  std::filesystem::create_directories(dir);
+  TempDir dir;
   for (MediaKind kind : {MediaKind::M4A, MediaKind::QuickTime}) {
-    std::string path = writeMediaFile((dir / (std::string("tagged.") + mediaKindExtension(kind))).string(), kind, 0.5,
+    std::string path = writeMediaFile(dir.path() + "/tagged." + mediaKindExtension(kind), kind, 0.5,
                                       {{"title", "Morning Tone"}, {"album", "Sine Works"}, {"genre", "Ambient"},
                                        {"comment", "made by a test"}, {"copyright", "(c) 2024 Us"}});
     ASSERT_FALSE(path.empty());
@@ -37,8 +35,7 @@ TEST(MuxedFiles, TagsReadAsITunesItemsOfTheTrack) {
     EXPECT_EQ(QTMakeMetaData(path, 1, nullptr), nullptr);
   }
   // A file that is no movie, and a missing one, give nothing.
-  std::string mp3 = writeMediaFile((dir / "tone.mp3").string(), MediaKind::MP3, 0.2, {{"title", "x"}});
+  std::string mp3 = writeMediaFile(dir.path() + "/tone.mp3", MediaKind::MP3, 0.2, {{"title", "x"}});
   EXPECT_FALSE(isoReadMovieBox(mp3).has_value());
-  EXPECT_EQ(QTMakeMetaData((dir / "missing.m4a").string(), std::nullopt, nullptr), nullptr);
-  std::filesystem::remove_all(dir);
+  EXPECT_EQ(QTMakeMetaData(dir.path() + "/missing.m4a", std::nullopt, nullptr), nullptr);
 }

@@ -1,4 +1,4 @@
-// Movies on local files: load states, duration, playing to the end, seeking,
+// Movies on local files: load states, duration, seeking and playing to the end,
 // tags, failures, reference movies and the duration helper.
 #include <belvane/BVURLAdditions.h>
 #include <gst/gst.h>
@@ -46,25 +46,7 @@ TEST(MovieFile, EveryKindLoadsToCompleteWithItsDuration) {
   }
 }
 
-TEST(MovieFile, PlaysToTheEndWithRateChanges) {
-  TempDir dir;
-  auto movie = openFile(writeMediaFile(dir.path() + "/a.ogg", MediaKind::OggVorbis, 1.0));
-  ASSERT_TRUE(movie);
-  MovieEvents events;
-  events.watch(*movie);
-  ASSERT_TRUE(runUntil([&] { return loadState(*movie) == QTMovieLoadStateComplete; }));
-  movie->play();
-  EXPECT_EQ(movie->rate(), 1.0f);
-  ASSERT_TRUE(runUntil([&] { return events.ends > 0; }));
-  EXPECT_EQ(events.ends, 1);
-  ASSERT_GE(events.rates.size(), 2u);
-  EXPECT_EQ(events.rates.front(), 1.0);
-  EXPECT_EQ(events.rates.back(), 0.0);
-  EXPECT_EQ(movie->rate(), 0.0f);
-  EXPECT_NEAR(seconds(movie->currentTime()), seconds(movie->duration()), 0.1);
-}
-
-TEST(MovieFile, SeeksBeforeAndAfterLoading) {
+TEST(MovieFile, SeeksBeforeAndAfterLoadingAndPlaysToTheEnd) {
   TempDir dir;
   std::string path = writeMediaFile(dir.path() + "/a.m4a", MediaKind::M4A, 4.0);
   auto movie = openFile(path);
@@ -80,7 +62,14 @@ TEST(MovieFile, SeeksBeforeAndAfterLoading) {
   ASSERT_TRUE(runUntil([&] { return events.timeChanges > 1; }));
   EXPECT_NEAR(seconds(movie->currentTime()), 3.0, 0.1);
   movie->play();
+  EXPECT_EQ(movie->rate(), 1.0f);
   ASSERT_TRUE(runUntil([&] { return events.ends > 0; }));
+  EXPECT_EQ(events.ends, 1);
+  ASSERT_GE(events.rates.size(), 2u);
+  EXPECT_EQ(events.rates.front(), 1.0);
+  EXPECT_EQ(events.rates.back(), 0.0);
+  EXPECT_EQ(movie->rate(), 0.0f);
+  EXPECT_NEAR(seconds(movie->currentTime()), seconds(movie->duration()), 0.1);
   // A seek after the end makes the movie playable again.
   movie->setCurrentTime(QTTime{0, kQTMovieTimeScale, 0});
   ASSERT_TRUE(runUntil([&] { return events.timeChanges > 2; }));

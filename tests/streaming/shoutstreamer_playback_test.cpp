@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 
 using belvane::test::IcyStreamScript;
 using belvane::test::IcyTestServer;
@@ -19,21 +18,6 @@ using belvane::test::StreamRecorder;
 namespace {
 
 constexpr uint64_t kMpegFrame = 1152;
-
-// Each title reported matches a title the server sent on the first
-// connection, at the server's position to one MPEG frame.
-void expectTitlesInPlace(const StreamRecorder& recorder, const IcyTestServer& server, size_t atLeast) {
-  auto reported = recorder.titles();
-  auto sent = server.titles();
-  ASSERT_GE(reported.size(), atLeast);
-  for (size_t i = 0; i < reported.size(); ++i) {
-    ASSERT_LT(i, sent.size());
-    EXPECT_EQ(reported[i].text, sent[i].title);
-    EXPECT_EQ(sent[i].connection, 0);
-    auto diff = int64_t(reported[i].position) - int64_t(sent[i].samplesBefore);
-    EXPECT_LE(std::llabs(diff), int64_t(kMpegFrame)) << sent[i].title;
-  }
-}
 
 }  // namespace
 

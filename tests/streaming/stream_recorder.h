@@ -6,8 +6,12 @@
 
 #include "streaming/shoutstreamer.h"
 #include "streaming/shoutstreamer_tuning.h"
+#include "support/icy_test_server.h"
+
+#include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -196,5 +200,20 @@ class StreamRecorder {
   bool audioBlockedNow_ = false;
   bool interrupted_ = false;
 };
+
+// Each title reported matches a title the server sent on its first
+// connection, at the server's position to one MPEG frame (1152 samples).
+inline void expectTitlesInPlace(const StreamRecorder& recorder, const IcyTestServer& server, size_t atLeast) {
+  auto reported = recorder.titles();
+  auto sent = server.titles();
+  ASSERT_GE(reported.size(), atLeast);
+  for (size_t i = 0; i < reported.size(); ++i) {
+    ASSERT_LT(i, sent.size());
+    EXPECT_EQ(reported[i].text, sent[i].title);
+    EXPECT_EQ(sent[i].connection, 0);
+    auto diff = int64_t(reported[i].position) - int64_t(sent[i].samplesBefore);
+    EXPECT_LE(std::llabs(diff), 1152) << sent[i].title;
+  }
+}
 
 }  // namespace belvane::test

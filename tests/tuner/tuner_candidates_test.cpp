@@ -15,15 +15,8 @@ using namespace belvane::test;
 
 namespace {
 
-// A few bytes that look like MPEG audio and never like text.
-const std::string kAudio = std::string("\xff\xfb\x90\x64\x00\x00\x00\x00", 8);
-
 std::vector<TunerOffer> only(std::string url, std::optional<std::string> mimeType) {
   return {TunerOffer{std::move(url), std::move(mimeType)}};
-}
-
-Response stream(const std::string& contentType, std::shared_ptr<StreamStats> stats = nullptr) {
-  return Response::ok(contentType).generate(repeatBytes(kAudio, 200'000'000, std::move(stats)));
 }
 
 }  // namespace

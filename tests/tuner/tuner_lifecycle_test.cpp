@@ -9,11 +9,9 @@ using namespace belvane::test;
 
 namespace {
 
-const std::string kAudio = std::string("\xff\xfb\x90\x64\x00\x00\x00\x00", 8);
-
 void serveStation(TestHTTPServer& server) {
-  server.route("/a", Response::ok("audio/mpeg").generate(repeatBytes(kAudio, 100'000'000)));
-  server.route("/b", Response::ok("audio/mpeg").generate(repeatBytes(kAudio, 100'000'000)));
+  server.route("/a", stream("audio/mpeg"));
+  server.route("/b", stream("audio/mpeg"));
   server.route("/station.pls", Response::ok("audio/x-scpls", "[playlist]\nFile1=/a\nFile2=/b\n"));
 }
 

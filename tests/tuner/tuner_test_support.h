@@ -2,6 +2,7 @@
 #pragma once
 
 #include "streaming/QLStreamTuner.h"
+#include "support/test_http_server.h"
 
 #include <belvane/BVRunLoop.h>
 
@@ -61,6 +62,14 @@ class RecordingTunerDelegate : public QLStreamTunerDelegate {
 
   bool ended() const { return failures + completions > 0; }
 };
+
+// A few bytes that look like MPEG audio and never like text.
+inline const std::string kAudio = std::string("\xff\xfb\x90\x64\x00\x00\x00\x00", 8);
+
+// An endless audio stream of that type.
+inline Response stream(const std::string& contentType, std::shared_ptr<StreamStats> stats = nullptr) {
+  return Response::ok(contentType).generate(repeatBytes(kAudio, 200'000'000, std::move(stats)));
+}
 
 // Runs the main loop until condition holds (20 s at most).
 inline bool runUntil(const std::function<bool()>& condition) {
