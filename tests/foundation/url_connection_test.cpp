@@ -72,6 +72,12 @@ TEST(URLConnection, FollowsRedirectsAndCallsBackOnTheStartingThread) {
   EXPECT_EQ(r.thread, std::this_thread::get_id());
   EXPECT_EQ(r.body, "[playlist]\n");
   EXPECT_EQ(r.responses[0]->mimeType(), "audio/x-scpls");
+  // Header names come in canonical form, whatever case the server wrote.
+  server.route("/python", Response().header("Content-type", "audio/mpeg").header("icy-NAME", "X"));
+  std::shared_ptr<BVURLResponse> response;
+  ASSERT_TRUE(BVURLConnection::sendSynchronousRequest(BVURLRequest(url(server.url("/python"))), &response, nullptr));
+  EXPECT_EQ(response->allHeaderFields().at("Content-Type"), "audio/mpeg");
+  EXPECT_EQ(response->allHeaderFields().at("Icy-Name"), "X");
   EXPECT_EQ(r.responses[0]->url().absoluteString(), server.url("/final"));
   EXPECT_FALSE(connection) << "the delegate released the connection in its callback";
 }
