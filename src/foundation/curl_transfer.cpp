@@ -26,6 +26,12 @@ void ensureCurlInitialised() {
   std::call_once(once, [] { curl_global_init(CURL_GLOBAL_ALL); });
 }
 
+// libcurl's global set-up (OpenSSL's among it) runs when the library is
+// loaded, on the loading thread, rather than on whichever short-lived worker
+// thread happens to make the first transfer: state that set-up keeps for its
+// thread then lives as long as the process.
+[[gnu::constructor]] void initialiseCurlAtLoad() { ensureCurlInitialised(); }
+
 using Clock = std::chrono::steady_clock;
 
 bool isRedirectStatus(int code) { return code == 301 || code == 302 || code == 303 || code == 307 || code == 308; }
