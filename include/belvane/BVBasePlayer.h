@@ -28,15 +28,25 @@ enum BVPlayerState : int32_t {
 
 // What the host (or a master player) hears from a player. Every call does
 // nothing by default. The player keeps itself alive for the call, so the
-// owner may drop it inside.
+// owner may drop it inside. Calls arrive on the thread whose run loop plays.
 class BVPlayerOwner {
  public:
   virtual ~BVPlayerOwner() = default;
-  virtual void playerStateChanged(BVBasePlayer& player, BVPlayerState from, BVPlayerState to, const BVErrorRef& error) {}
-  virtual void playerPositionChanged(BVBasePlayer& player, float position) {}
-  virtual void playerAttributeChanged(BVBasePlayer& player, const BVDictionary& attributes) {}
+  // A real change of state; error is set only on a change to
+  // BVPlayerStateError and its localized description is worded for a listener.
+  virtual void playerStateChanged(BVBasePlayer& /*player*/, BVPlayerState /*from*/, BVPlayerState /*to*/,
+                                  const BVErrorRef& /*error*/) {}
+  // position: the playback fraction, as position() returns it.
+  virtual void playerPositionChanged(BVBasePlayer& /*player*/, float /*position*/) {}
+  // The current attributes (stream title, track title, artist, ...) under
+  // the BVPlayerAttribute...Key constants.
+  virtual void playerAttributeChanged(BVBasePlayer& /*player*/, const BVDictionary& /*attributes*/) {}
 };
 
+// Playing and stopping: playLink starts a link (again on the same player to
+// switch stations). There is no stop call: a host stops playback by clearing
+// the owner and releasing the player, and its audio stops at once. Hosts
+// normally hold a BVMasterPlayer, which picks the engine for each link.
 class BVBasePlayer : public BVObject {
  public:
   static std::shared_ptr<BVBasePlayer> create();
@@ -51,13 +61,22 @@ class BVBasePlayer : public BVObject {
 
   // Keeps the link; subclasses play it (and call the base first).
   virtual void playLink(const std::shared_ptr<BVMediaLink>& link);
+  // Whether the playback has a position: false for live streams, which have
+  // no end.
   virtual bool hasPosition() const { return false; }
-  virtual float position() const { return -1.0f; }  // -1: not known
-  virtual void setPosition(float position) {}
+  // The playback position as a fraction of the whole, 0.0 (start) to 1.0
+  // (end); -1 when not known (nothing playing, or a live stream). Not a time:
+  // elapsedTime() gives the seconds.
+  virtual float position() const { return -1.0f; }
+  // Seeks to a fraction of the whole; ignored without a position.
+  virtual void setPosition(float /*position*/) {}
+  // Volume as a gain: 0.0 silent, 1.0 full (the default); -1 when the
+  // player has none.
   virtual float volume() const { return -1.0f; }
-  virtual void setVolume(float volume) {}
+  virtual void setVolume(float /*volume*/) {}
   virtual bool isMuted() const { return false; }
-  virtual void setMuted(bool muted) {}
+  virtual void setMuted(bool /*muted*/) {}
+  // Seconds played since the start (live streams too); -1 when not known.
   virtual float elapsedTime() const { return -1.0f; }
   // Keys are the BVPlayerAttribute...Key constants.
   virtual BVDictionary attributes() const { return {}; }

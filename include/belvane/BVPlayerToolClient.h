@@ -67,7 +67,9 @@ class BVPlayerToolClient : public BVVendable {
   BVToolConnection& send() { return connection_->send(); }
 
   std::unique_ptr<BVToolConnection> connection_;
-  void* sharedMemory = nullptr;
-  int sharedMemFileDescriptor = -1;
-  bv_comms_s* comms = nullptr;
+  // A shared-memory comms record, declared for layout's sake and never used:
+  // every call goes through the pipes.
+  [[maybe_unused]] void* sharedMemory = nullptr;
+  [[maybe_unused]] int sharedMemFileDescriptor = -1;
+  [[maybe_unused]] bv_comms_s* comms = nullptr;
 };

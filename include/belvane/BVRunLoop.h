@@ -102,7 +102,6 @@ class BVTimer : public std::enable_shared_from_this<BVTimer> {
   double interval_;
   bool repeats_;
   Callback fn_;
-  unsigned sourceId_ = 0;
   GMainContext* context_ = nullptr;
   struct Guard;
   std::shared_ptr<Guard> guard_;

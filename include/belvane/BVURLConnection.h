@@ -47,8 +47,11 @@ class BVURLResponse {
   const BVURL& url() const { return url_; }
   // The HTTP status; 0 when the reply had no HTTP status line.
   int statusCode() const { return statusCode_; }
-  // Header fields exactly as the server sent them (later duplicates win);
-  // lookups through find() ignore case, allHeaderFields() keeps the spelling.
+  // Header fields as the server sent them (later duplicates win). Lookups
+  // through headerFields().find() ignore case; allHeaderFields() gives each
+  // name in canonical form (each dash-separated word capitalised: a server's
+  // "content-type" or "Content-type" is "Content-Type"), so an exact lookup
+  // by the usual spelling finds it.
   const BVHTTPHeaderFields& headerFields() const { return fields_; }
   const std::map<std::string, std::string>& allHeaderFields() const { return rawFields_; }
   // The Content-Type without parameters, lower-cased; empty when none.

@@ -54,9 +54,9 @@ class BVWebPlaylistDelegate {
  public:
   virtual ~BVWebPlaylistDelegate() = default;
   // The tracks are ready.
-  virtual void playlistDidFinishLoading(BVWebPlaylist& playlist) {}
+  virtual void playlistDidFinishLoading(BVWebPlaylist& /*playlist*/) {}
   // The download failed, or the server answered other than 200.
-  virtual void playlistDidFailWithError(BVWebPlaylist& playlist, const BVErrorRef& error) {}
+  virtual void playlistDidFailWithError(BVWebPlaylist& /*playlist*/, const BVErrorRef& /*error*/) {}
 };
 
 // Follows the playlist's observable properties: key is "finishedLoading" or
@@ -64,8 +64,8 @@ class BVWebPlaylistDelegate {
 class BVWebPlaylistObserver {
  public:
   virtual ~BVWebPlaylistObserver() = default;
-  virtual void playlistWillChangeValueForKey(BVWebPlaylist& playlist, const std::string& key) {}
-  virtual void playlistDidChangeValueForKey(BVWebPlaylist& playlist, const std::string& key) {}
+  virtual void playlistWillChangeValueForKey(BVWebPlaylist& /*playlist*/, const std::string& /*key*/) {}
+  virtual void playlistDidChangeValueForKey(BVWebPlaylist& /*playlist*/, const std::string& /*key*/) {}
 };
 
 class BVWebPlaylist : public BVObject, protected BVURLConnectionDelegate {

@@ -26,6 +26,12 @@ void ensureCurlInitialised() {
   std::call_once(once, [] { curl_global_init(CURL_GLOBAL_ALL); });
 }
 
+// libcurl's global set-up (OpenSSL's among it) runs when the library is
+// loaded, on the loading thread, rather than on whichever short-lived worker
+// thread happens to make the first transfer: state that set-up keeps for its
+// thread then lives as long as the process.
+[[gnu::constructor]] void initialiseCurlAtLoad() { ensureCurlInitialised(); }
+
 using Clock = std::chrono::steady_clock;
 
 bool isRedirectStatus(int code) { return code == 301 || code == 302 || code == 303 || code == 307 || code == 308; }
@@ -41,6 +47,25 @@ BVHTTPHeaderFields fileResponseFields(const BVURL& url) {
   GStatBuf st;
   if (g_stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode)) fields["Content-Length"] = std::to_string(st.st_size);
   return fields;
+}
+
+// A connection error with the failing URL and libcurl's own code.
+BVErrorRef transferError(int code, int curlCode, const std::string& url, const std::string& description) {
+  BVDictionary info{{BVLocalizedDescriptionKey, BVValue(description)},
+                    {"NSErrorFailingURLStringKey", BVValue(url)},
+                    {BVURLErrorCurlCodeKey, BVValue(curlCode)}};
+  return BVError::create(BVURLErrorDomain, code, std::move(info));
+}
+
+// What a listener reads when the server's certificate was refused, by
+// OpenSSL's verification result.
+std::string certificateFault(long verifyResult, const std::string& host) {
+  // X509_V_ERR_CERT_NOT_YET_VALID and X509_V_ERR_CERT_HAS_EXPIRED.
+  constexpr long kNotYetValid = 9, kExpired = 10;
+  const char* why = verifyResult == kExpired       ? "has expired"
+                    : verifyResult == kNotYetValid ? "is not valid yet"
+                                                   : "is not trusted";
+  return "A secure connection to " + host + " could not be made: the server's certificate " + why + ".";
 }
 
 }  // namespace
@@ -267,7 +292,19 @@ BVErrorRef CurlTransfer::run(TransferSink& sink) {
   if (timedOut) return errorForCurlCode(CURLE_OPERATION_TIMEDOUT, s.request.url.absoluteString(), nullptr);
   if (s.headerOverflow)
     return BVError::withDescription(BVURLErrorDomain, BVURLErrorBadServerResponse,
-                                    "The server sent a header block that is too large.");
+                                    "The server's reply was malformed: its header block is too large.");
+  if (result == CURLE_OUT_OF_MEMORY && !responseSeen_) {
+    // libcurl refuses a header line longer than it will buffer with its
+    // out-of-memory code; the fault is the server's, not this machine's.
+    return transferError(BVURLErrorBadServerResponse, result, s.request.url.absoluteString(),
+                         "The server's reply was malformed: one of its header lines is too long.");
+  }
+  if (result == CURLE_PEER_FAILED_VERIFICATION) {
+    long verifyResult = 0;
+    curl_easy_getinfo(s.easy, CURLINFO_SSL_VERIFYRESULT, &verifyResult);
+    std::string host = BVURL::URLWithString(s.currentURL).value_or(s.request.url).host();
+    return errorForCurlCode(result, s.request.url.absoluteString(), certificateFault(verifyResult, host).c_str());
+  }
   if (result != CURLE_OK) return errorForCurlCode(result, s.request.url.absoluteString(), nullptr);
   if (!responseSeen_) {
     // A body-less reply that ended without a header block we recognised.
@@ -310,10 +347,7 @@ BVErrorRef errorForCurlCode(int curlCode, const std::string& url, const char* de
       code = BVURLErrorSecureConnectionFailed; text = "A secure connection to the server could not be made."; break;
     default: text = curl_easy_strerror(CURLcode(curlCode)); break;
   }
-  BVDictionary info{{BVLocalizedDescriptionKey, BVValue(std::string(detail ? detail : text))},
-                    {"NSErrorFailingURLStringKey", BVValue(url)},
-                    {BVURLErrorCurlCodeKey, BVValue(curlCode)}};
-  return BVError::create(BVURLErrorDomain, code, std::move(info));
+  return transferError(code, curlCode, url, detail ? detail : text);
 }
 
 }  // namespace belvane::detail

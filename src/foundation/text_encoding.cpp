@@ -9,11 +9,17 @@ bool isValidUTF8(std::span<const uint8_t> bytes) {
   return g_utf8_validate(reinterpret_cast<const char*>(bytes.data()), gssize(bytes.size()), nullptr);
 }
 
+void dropByteOrderMark(std::string& text) {
+  if (hasPrefix(text, "\xEF\xBB\xBF")) text.erase(0, 3);
+}
+
 std::optional<std::string> decodeText(std::span<const uint8_t> bytes, const char* charset) {
   if (bytes.empty()) return std::string();
   if (g_ascii_strcasecmp(charset, "UTF-8") == 0) {
     if (!isValidUTF8(bytes)) return std::nullopt;
-    return std::string(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    std::string text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    dropByteOrderMark(text);
+    return text;
   }
   gsize written = 0;
   GError* error = nullptr;
@@ -25,6 +31,9 @@ std::optional<std::string> decodeText(std::span<const uint8_t> bytes, const char
   }
   std::string result(out, written);
   g_free(out);
+  // A UTF-16 mark converts to U+FEFF; in 8-bit charsets the same bytes are
+  // ordinary characters and never decode to it.
+  dropByteOrderMark(result);
   return result;
 }
 

@@ -12,8 +12,13 @@ namespace belvane::detail {
 
 bool isValidUTF8(std::span<const uint8_t> bytes);
 // The bytes converted from charset ("UTF-8", "WINDOWS-1252", "MACINTOSH",
-// "UTF-16BE", "ISO-8859-1") to UTF-8; nothing when they are not valid in it.
+// "UTF-16BE", "ISO-8859-1") to UTF-8, without a leading byte-order mark;
+// nothing when they are not valid in it.
 std::optional<std::string> decodeText(std::span<const uint8_t> bytes, const char* charset);
+// Removes a byte-order mark (U+FEFF in UTF-8) from the start of decoded
+// text: it marks the encoding and is no part of the text. Every decoding of
+// bytes into text goes through it.
+void dropByteOrderMark(std::string& text);
 // Every byte as its Latin-1 character.
 std::string latin1ToUTF8(std::span<const uint8_t> bytes);
 std::string asciiLower(std::string_view s);

@@ -20,9 +20,27 @@ bool BVCaseInsensitiveLess::operator()(const std::string& a, const std::string& 
   return g_ascii_strcasecmp(a.c_str(), b.c_str()) < 0;
 }
 
+namespace {
+
+// A header name in its canonical form: each dash-separated word capitalised,
+// the rest lower-case ("content-type" and "CONTENT-TYPE" give "Content-Type").
+// Names are case-insensitive in HTTP, so a lookup by the usual spelling
+// finds the field whatever case the server wrote.
+std::string canonicalHeaderName(const std::string& name) {
+  std::string out(name);
+  bool wordStart = true;
+  for (auto& c : out) {
+    c = wordStart ? g_ascii_toupper(c) : g_ascii_tolower(c);
+    wordStart = c == '-';
+  }
+  return out;
+}
+
+}  // namespace
+
 BVURLResponse::BVURLResponse(BVURL url, int statusCode, BVHTTPHeaderFields fields)
     : url_(std::move(url)), statusCode_(statusCode), fields_(std::move(fields)) {
-  for (auto& [k, v] : fields_) rawFields_[k] = v;
+  for (auto& [k, v] : fields_) rawFields_[canonicalHeaderName(k)] = v;
 }
 
 std::string BVURLResponse::mimeType() const {

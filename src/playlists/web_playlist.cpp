@@ -52,7 +52,13 @@ BVWebPlaylistRef BVWebPlaylist::playlistWithContentsOfURL(const BVURL& url) {
 }
 
 std::optional<std::string> BVWebPlaylist::stringFromData(std::span<const uint8_t> data) {
-  if (isUTF8(data)) return std::string(data.begin(), data.end());
+  if (isUTF8(data)) {
+    // A file saved with a byte-order mark must still start with its
+    // "#EXTM3U" or "[playlist]" line.
+    std::string text(data.begin(), data.end());
+    belvane::detail::dropByteOrderMark(text);
+    return text;
+  }
   return belvane::detail::decodeText(data, "WINDOWS-1252");
 }
 

@@ -1,11 +1,16 @@
 // BVURLConnection against the loopback server: delegate call order on the
-// starting thread, redirects, Shoutcast replies as body bytes, time-outs,
-// refused ports, back-pressure and cancellation.
+// starting thread, redirects, header names, Shoutcast replies as body bytes,
+// time-outs, refused ports, malformed replies, untrusted certificates,
+// back-pressure and cancellation.
 #include <belvane/BVURLConnection.h>
 
+#include "support/temp_dir.h"
 #include "support/test_http_server.h"
 
+#include <glib.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
 
 #include <chrono>
 #include <thread>
@@ -54,6 +59,48 @@ struct Recorder : BVURLConnectionDelegate {
 
 BVURL url(const std::string& s) { return *BVURL::URLWithString(s); }
 
+// A TLS server on loopback with a freshly made self-signed certificate
+// (openssl and Python), answering every handshake and then closing.
+class SelfSignedTLSServer {
+ public:
+  explicit SelfSignedTLSServer(const std::string& dir) {
+    std::string cert = dir + "/cert.pem", key = dir + "/key.pem";
+    std::string make = "openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=127.0.0.1 -keyout " + key +
+                       " -out " + cert + " 2>/dev/null";
+    if (std::system(make.c_str()) != 0) return;
+    std::string script =
+        "import socket, ssl\n"
+        "ctx = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)\n"
+        "ctx.load_cert_chain('" + cert + "', '" + key + "')\n"
+        "s = socket.socket(); s.bind(('127.0.0.1', 0)); s.listen()\n"
+        "print(s.getsockname()[1], flush=True)\n"
+        "while True:\n"
+        "  c, _ = s.accept()\n"
+        "  try: ctx.wrap_socket(c, server_side=True).close()\n"
+        "  except Exception: c.close()\n";
+    const char* argv[] = {"python3", "-c", script.c_str(), nullptr};
+    int out = -1;
+    if (!g_spawn_async_with_pipes(nullptr, const_cast<char**>(argv), nullptr, GSpawnFlags(G_SPAWN_SEARCH_PATH | G_SPAWN_DO_NOT_REAP_CHILD), nullptr, nullptr,
+                                  &pid_, nullptr, &out, nullptr, nullptr))
+      return;
+    char line[32] = {};
+    FILE* f = fdopen(out, "r");
+    if (fgets(line, sizeof line, f)) port_ = std::atoi(line);
+    fclose(f);
+  }
+  ~SelfSignedTLSServer() {
+    if (pid_ <= 0) return;
+    kill(pid_, SIGTERM);
+    waitpid(pid_, nullptr, 0);
+    g_spawn_close_pid(pid_);
+  }
+  int port() const { return port_; }
+
+ private:
+  GPid pid_ = 0;
+  int port_ = 0;
+};
+
 bool runUntilDone(Recorder& r, double timeout = 10) {
   return BVRunLoop::current().runUntil([&] { return r.done; }, timeout);
 }
@@ -72,6 +119,12 @@ TEST(URLConnection, FollowsRedirectsAndCallsBackOnTheStartingThread) {
   EXPECT_EQ(r.thread, std::this_thread::get_id());
   EXPECT_EQ(r.body, "[playlist]\n");
   EXPECT_EQ(r.responses[0]->mimeType(), "audio/x-scpls");
+  // Header names come in canonical form, whatever case the server wrote.
+  server.route("/python", Response().header("Content-type", "audio/mpeg").header("icy-NAME", "X"));
+  std::shared_ptr<BVURLResponse> response;
+  ASSERT_TRUE(BVURLConnection::sendSynchronousRequest(BVURLRequest(url(server.url("/python"))), &response, nullptr));
+  EXPECT_EQ(response->allHeaderFields().at("Content-Type"), "audio/mpeg");
+  EXPECT_EQ(response->allHeaderFields().at("Icy-Name"), "X");
   EXPECT_EQ(r.responses[0]->url().absoluteString(), server.url("/final"));
   EXPECT_FALSE(connection) << "the delegate released the connection in its callback";
 }
@@ -110,6 +163,23 @@ TEST(URLConnection, FailuresAreReportedWithReadableErrors) {
     EXPECT_EQ(r.error->domain(), BVURLErrorDomain);
     EXPECT_EQ(r.error->code(), BVURLErrorCannotConnectToHost);
   }
+  // A header line too long for libcurl: the server's fault, not memory.
+  server.route("/long-line", Response::raw("HTTP/1.1 200 OK\r\nX-Long: " + std::string(200'000, 'a') + "\r\n\r\n"));
+  BVErrorRef error;
+  EXPECT_FALSE(BVURLConnection::sendSynchronousRequest(BVURLRequest(url(server.url("/long-line"))), nullptr, &error));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code(), BVURLErrorBadServerResponse);
+  EXPECT_EQ(error->localizedDescription(), "The server's reply was malformed: one of its header lines is too long.");
+
+  belvane::test::TempDir dir;
+  SelfSignedTLSServer tls(dir.path());
+  ASSERT_GT(tls.port(), 0) << "openssl and python3 make the TLS server";
+  std::string https = "https://127.0.0.1:" + std::to_string(tls.port()) + "/";
+  EXPECT_FALSE(BVURLConnection::sendSynchronousRequest(BVURLRequest(url(https)), nullptr, &error));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code(), BVURLErrorSecureConnectionFailed);
+  EXPECT_EQ(error->localizedDescription(),
+            "A secure connection to 127.0.0.1 could not be made: the server's certificate is not trusted.");
 }
 
 TEST(URLConnection, HugeBodiesDoNotPileUpAndCancelStopsDelivery) {

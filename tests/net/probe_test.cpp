@@ -47,6 +47,12 @@ TEST(URLProbe, HTTPHeaderFieldsWinOverTheBody) {
   EXPECT_EQ(probe(server.url("/moved")), "audio/x-scpls");
   EXPECT_EQ(probe(server.url("/bare")), "video/x-ms-asf");
   EXPECT_EQ(probe(server.url("/nothing")), std::nullopt);
+  // Header names are case-insensitive: Python's http.server writes
+  // "Content-type".
+  server.route("/python.mp3", Response().header("Content-type", "audio/mpeg").chunk("ID3"));
+  server.route("/shouting", Response().header("CONTENT-TYPE", "audio/aacp").chunk("x"));
+  EXPECT_EQ(probe(server.url("/python.mp3")), "audio/mpeg");
+  EXPECT_EQ(probe(server.url("/shouting")), "audio/aacp");
   // An empty body finishes the load without data.
   server.route("/empty", Response::status(204, "text/plain"));
   EXPECT_EQ(probe(server.url("/empty")), "text/plain");

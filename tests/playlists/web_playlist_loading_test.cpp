@@ -118,6 +118,10 @@ TEST(WebPlaylistLoading, AsynchronousLoadFollowsRedirectsAndDecodesWindows1252) 
   EXPECT_EQ(BVWebPlaylist::stringFromData(bytesOf("Caf\xC3\xA9")), "Caf\xC3\xA9");
   EXPECT_EQ(BVWebPlaylist::stringFromData(bytesOf(std::string_view("a\0\xC3\xA9", 4))), std::string("a\0\xC3\xA9", 4));
   EXPECT_EQ(BVWebPlaylist::stringFromData(bytesOf("\x81\x8D")), std::nullopt);
+  // A leading byte-order mark is dropped, whatever the encoding; elsewhere
+  // U+FEFF is text.
+  EXPECT_EQ(BVWebPlaylist::stringFromData(bytesOf("\xEF\xBB\xBF[playlist]\xEF\xBB\xBF")), "[playlist]\xEF\xBB\xBF");
+  EXPECT_EQ(belvane::detail::decodeText(bytesOf(std::string_view("\xFE\xFF\0a", 4)), "UTF-16BE"), "a");
 }
 
 TEST(WebPlaylistLoading, ErrorStatusReportsFailureThenParsesThePage) {
@@ -181,11 +185,15 @@ TEST(WebPlaylistLoading, DownloadsStopAtTheSizeLimit) {
 
 TEST(WebPlaylistLoading, SynchronousLoadAndConnectionFailures) {
   TestHTTPServer server;
-  server.route("/list.m3u", Response::ok("audio/x-mpegurl", "http://a/1\nhttp://a/2\n"));
+  // Saved by a Windows editor: a byte-order mark before "#EXTM3U".
+  server.route("/list.m3u",
+               Response::ok("audio/x-mpegurl", "\xEF\xBB\xBF#EXTM3U\r\n#EXTINF:-1,One\r\nhttp://a/1\r\nhttp://a/2\r\n"));
   auto playlist = BVWebPlaylist::playlistWithContentsOfURL(url(server.url("/list.m3u")));
   ASSERT_TRUE(playlist);
   EXPECT_TRUE(playlist->isFinishedLoading());
-  EXPECT_EQ(playlist->countOfTracks(), 2u);
+  ASSERT_EQ(playlist->countOfTracks(), 2u);
+  EXPECT_EQ(*BVDictionaryString(playlist->objectInTracksAtIndex(0), kPlaylistAttributeTrackTitle), "One");
+  EXPECT_EQ(*BVDictionaryString(playlist->objectInTracksAtIndex(0), kPlaylistAttributeTrackURL), "http://a/1");
 
   std::string refused = "http://127.0.0.1:" + std::to_string(TestHTTPServer::refusedPort()) + "/list.m3u";
   EXPECT_EQ(BVWebPlaylist::playlistWithContentsOfURL(url(refused)), nullptr);

@@ -1,0 +1,84 @@
+// A first Belvane player: plays one link, prints each change of state and
+// each stream or track title, and stops after a given time or when the
+// playback ends.
+//
+//   first-player URL [SECONDS]
+#include <belvane/BVConstants.h>
+#include <belvane/BVMasterPlayer.h>
+#include <belvane/BVMediaLink.h>
+#include <belvane/BVRunLoop.h>
+#include <belvane/BVURLAdditions.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+const char* stateName(BVPlayerState state) {
+  switch (state) {
+    case BVPlayerStateIdle: return "idle";
+    case BVPlayerStateConnecting: return "connecting";
+    case BVPlayerStatePlaying: return "playing";
+    case BVPlayerStateStopped: return "stopped";
+    case BVPlayerStateError: return "error";
+  }
+  return "?";
+}
+
+// The owner hears the player on the main run loop.
+class Listener : public BVPlayerOwner {
+ public:
+  void playerStateChanged(BVBasePlayer&, BVPlayerState from, BVPlayerState to, const BVErrorRef& error) override {
+    std::printf("state: %s -> %s\n", stateName(from), stateName(to));
+    if (error) std::printf("error: %s\n", error->localizedDescription().c_str());
+    // The playback came to its end: leave the run loop.
+    if (to == BVPlayerStateStopped || to == BVPlayerStateError) BVRunLoop::main().stop();
+  }
+
+  void playerPositionChanged(BVBasePlayer& player, float position) override {
+    // A fraction of the whole (0.0 to 1.0); elapsedTime() has the seconds.
+    std::printf("position: %.0f %% (%.1f s)\n", position * 100.0, player.elapsedTime());
+  }
+
+  void playerAttributeChanged(BVBasePlayer&, const BVDictionary& attributes) override {
+    for (const char* key : {BVPlayerAttributeStreamTitleKey, BVPlayerAttributeTrackTitleKey}) {
+      if (const std::string* title = BVDictionaryString(attributes, key); title && !title->empty())
+        std::printf("title: %s\n", title->c_str());
+    }
+  }
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) {
+    std::fprintf(stderr, "usage: first-player URL [SECONDS]\n");
+    return 2;
+  }
+  auto url = bvURLFromString(std::string_view(argv[1]));
+  if (!url) {
+    std::fprintf(stderr, "first-player: not a URL: %s\n", argv[1]);
+    return 2;
+  }
+  double seconds = argc > 2 ? std::atof(argv[2]) : 10.0;
+
+  // The master player chooses the engine for each link.
+  Listener listener;
+  auto player = BVMasterPlayer::create();
+  player->setOwner(&listener);
+  player->playLink(BVMediaLink::linkWithURL(*url));
+
+  // Everything happens on the main run loop (GLib's default context; a GTK
+  // or Qt application already runs it).
+  BVRunLoop::main().performAfterDelay(seconds, &listener, [] { BVRunLoop::main().stop(); });
+  BVRunLoop::main().run();
+  BVRunLoop::cancelPerforms(&listener);
+
+  // Stopping: clear the owner, then release the player; its audio stops at
+  // once.
+  bool failed = player->state() == BVPlayerStateError;
+  player->setOwner(nullptr);
+  player.reset();
+  std::printf("stopped\n");
+  return failed ? 1 : 0;
+}
