@@ -13,6 +13,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <atomic>
 #include <thread>
 #include <vector>
 
@@ -214,12 +215,17 @@ TEST(OrplayerTest, StopAndDestroyReleaseABlockedWriter) {
     ASSERT_EQ(0, orplayer_start(player));
     // A short block that is taken at once, then one call with a minute of
     // audio: it blocks until the player lets it go.
-    std::thread writer([player] {
+    std::atomic<bool> longCall{false};
+    std::thread writer([player, &longCall] {
       playRamp(player, 8000, 400);
+      longCall = true;
       playRamp(player, 8000, 8000 * 60, 8000 * 60);
     });
-    while (orplayer_frames_written(player) == 0) std::this_thread::sleep_for(5ms);
-    std::this_thread::sleep_for(50ms);
+    // Wait until the writer is about to make the long call, and then a
+    // little: it is blocked inside it (destroying between its two calls
+    // would leave it calling a freed player, which no caller may do).
+    while (!longCall) std::this_thread::sleep_for(5ms);
+    std::this_thread::sleep_for(100ms);
     auto start = Clock::now();
     if (destroy) {
       orplayer_destroy(player);
