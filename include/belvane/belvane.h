@@ -1,0 +1,223 @@
+/*
+ * belvane.h: the C interface to Belvane.
+ *
+ * A player plays one link at a time (an http(s) stream, a file URL or a file
+ * path) through Belvane's master player, which picks the engine for each
+ * link. The host hears about it through plain C callbacks.
+ *
+ * Threading
+ *   Every function here must be called on the thread that runs GLib's
+ *   default main context (g_main_context_default(): the thread of a GTK or
+ *   Qt application's main loop, or of a plain g_main_loop_run()). Callbacks
+ *   are delivered on that same thread, from that context, while the host
+ *   iterates it; never on another thread. Nothing plays unless the host
+ *   runs the default main context. The exceptions are bv_version(),
+ *   bv_error_string() and bv_free(), which may be called from any thread.
+ *
+ * Strings
+ *   Strings passed in are copied when needed; the caller keeps ownership and
+ *   may free them as soon as the call returns. Strings returned as `char *`
+ *   are newly allocated and the caller frees them with bv_free(). Strings
+ *   returned as `const char *` are static and never freed. Strings handed to
+ *   a callback (error text, attribute keys and values) belong to the library
+ *   and are valid only during that callback: copy what you keep.
+ *
+ * Lifetime
+ *   bv_player_create() makes a player; bv_player_destroy() stops its audio
+ *   at once and frees it. No callback arrives after bv_player_destroy()
+ *   returns. Destroying the player from inside one of its own callbacks is
+ *   allowed: no further callback of that player is made, and the handle is
+ *   freed once the callback returns, so the callback must not use it after
+ *   the destroy call. Every other function may be called from a callback too.
+ *
+ * All text is UTF-8.
+ */
+#ifndef BELVANE_BELVANE_H
+#define BELVANE_BELVANE_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Version ----------------------------------------------------------- */
+
+/* The version of the headers the host is compiled against. */
+#define BELVANE_VERSION_MAJOR 0
+#define BELVANE_VERSION_MINOR 1
+#define BELVANE_VERSION_PATCH 0
+
+/* One number for a version: (major << 16) | (minor << 8) | patch. */
+#define BELVANE_MAKE_VERSION(major, minor, patch) \
+  ((unsigned long)(((major) << 16) | ((minor) << 8) | (patch)))
+#define BELVANE_VERSION \
+  BELVANE_MAKE_VERSION(BELVANE_VERSION_MAJOR, BELVANE_VERSION_MINOR, BELVANE_VERSION_PATCH)
+
+/* The version of the library loaded at run time, as BELVANE_MAKE_VERSION
+ * makes it. A host may compare it with BELVANE_VERSION. */
+unsigned long bv_version(void);
+
+/* ---- Errors ------------------------------------------------------------ */
+
+/* What the functions returning int report: 0 for success, else one of
+ * these negative codes. */
+typedef enum bv_error_code {
+  BV_OK = 0,
+  /* An argument is NULL where it may not be, or out of range. */
+  BV_ERROR_INVALID_PARAMETER = -1,
+  /* The URL (or path) cannot be made into a URL. */
+  BV_ERROR_INVALID_URL = -2,
+  /* The audio output setting is not understood; the setting is unchanged. */
+  BV_ERROR_INVALID_AUDIO_OUTPUT = -3,
+  /* Memory ran out. */
+  BV_ERROR_NOMEM = -4
+} bv_error_code;
+
+/* A short English description of a bv_error_code (static string). */
+const char *bv_error_string(int code);
+
+/* Frees a string this library returned (NULL is fine). */
+void bv_free(void *data);
+
+/* ---- Player ------------------------------------------------------------ */
+
+/* The playback state; the values never change. */
+typedef enum bv_state {
+  BV_STATE_IDLE = 0,       /* nothing played yet */
+  BV_STATE_CONNECTING = 1, /* opening the link, buffering */
+  BV_STATE_PLAYING = 2,
+  BV_STATE_STOPPED = 3,    /* stopped by the host, or the playback ended */
+  BV_STATE_ERROR = 4       /* the playback failed; see the state callback */
+} bv_state;
+
+/* The player: an opaque handle. */
+typedef struct bv_player bv_player;
+
+/* A new idle player, or NULL when memory ran out. */
+bv_player *bv_player_create(void);
+
+/* Stops the audio at once and frees the player (NULL is fine). No callback
+ * arrives afterwards. Allowed inside the player's own callbacks (see
+ * Lifetime above). */
+void bv_player_destroy(bv_player *player);
+
+/* Optional clues to the link's format. Zero-initialise the struct (or use
+ * BV_PLAY_OPTIONS_INIT) and set what is known; NULL members are unknown. */
+typedef struct bv_play_options {
+  /* The title the host shows for the link (a station's name). */
+  const char *title;
+  /* The MIME type the stream is served with ("audio/mpeg", "audio/aacp"). */
+  const char *mime_type;
+  /* The identifier of the engine that must play the link. */
+  const char *engine_id;
+} bv_play_options;
+
+#define BV_PLAY_OPTIONS_INIT {NULL, NULL, NULL}
+
+/* Plays a link, stopping what was playing. url is an absolute URL
+ * ("http://host/stream", "file:///music/a.mp3") or a file path (absolute,
+ * or relative to the working directory). title may be NULL. Returns 0 when
+ * the playback starts (its progress arrives through the state callback,
+ * beginning with BV_STATE_CONNECTING), else an error code and nothing
+ * changes. */
+int bv_player_play(bv_player *player, const char *url, const char *title);
+
+/* As bv_player_play, with format clues; options may be NULL. */
+int bv_player_play_with_options(bv_player *player, const char *url, const bv_play_options *options);
+
+/* Stops the playback: its audio stops at once and, when something was
+ * connecting, playing or had failed, the state callback reports the change
+ * to BV_STATE_STOPPED before this returns. A later play starts afresh. */
+int bv_player_stop(bv_player *player);
+
+/* The current state. */
+bv_state bv_player_get_state(const bv_player *player);
+
+/* The playback position as a fraction of the whole, 0.0 to 1.0; -1 for a
+ * live stream or when nothing plays. */
+double bv_player_get_position(const bv_player *player);
+
+/* Seconds played since the start (live streams too); -1 when not known. */
+double bv_player_get_elapsed_time(const bv_player *player);
+
+/* Audio frames handed to the output since the playback started: what the
+ * listener hears now, to within the device's buffer. 0 when nothing plays. */
+uint64_t bv_player_get_frames_written(const bv_player *player);
+
+/* The volume as a gain, 0.0 (silent) to 1.0 (full, the default). It holds
+ * for every later playback. BV_ERROR_INVALID_PARAMETER outside 0..1. */
+int bv_player_set_volume(bv_player *player, double volume);
+double bv_player_get_volume(const bv_player *player);
+
+/* Mutes (non-zero) or unmutes (0) without changing the volume. */
+int bv_player_set_mute(bv_player *player, int muted);
+int bv_player_get_mute(const bv_player *player);
+
+/* The audio output for the next playback (not the current one):
+ *   "auto"       PulseAudio or PipeWire, then ALSA, then silence
+ *   "pulse", "alsa"
+ *   "null"       silent, in real time
+ *   "null:fast"  silent, as fast as decoded
+ *   "wav:PATH"   a 32-bit float WAV file at PATH
+ *   "" or NULL   the default: $BELVANE_AUDIO_OUTPUT, else "auto"
+ * BV_ERROR_INVALID_AUDIO_OUTPUT for anything else, and the previous
+ * setting stays. */
+int bv_player_set_audio_output(bv_player *player, const char *setting);
+
+/* The output actually opened ("pulse", "alsa", "null", "null:fast", "wav",
+ * or "null (no sound output found)" when "auto" found nothing), "none"
+ * before playing. Free it with bv_free(); NULL only when memory ran out. */
+char *bv_player_get_audio_output_name(const bv_player *player);
+
+/* The attribute keys: the names Belvane exports. */
+#define BV_ATTRIBUTE_STREAM_TITLE "BVPlayerAttributeStreamTitleKey"
+#define BV_ATTRIBUTE_TRACK_TITLE "BVPlayerAttributeTrackTitleKey"
+#define BV_ATTRIBUTE_ARTIST "BVPlayerAttributeArtistKey"
+#define BV_ATTRIBUTE_ALBUM "BVPlayerAttributeAlbumKey"
+#define BV_ATTRIBUTE_DURATION "BVPlayerAttributeDurationKey" /* seconds */
+#define BV_ATTRIBUTE_GENRE "BVPlayerAttributeGenreKey"
+#define BV_ATTRIBUTE_YEAR "BVPlayerAttributeYearKey"
+
+/* The current value of an attribute as text (numbers in decimal, e.g. a
+ * duration "215.5"), or NULL when the player has none under that key.
+ * Free it with bv_free(). */
+char *bv_player_get_attribute(const bv_player *player, const char *key);
+
+/* ---- Callbacks --------------------------------------------------------- */
+
+/* An error that ended a playback. The strings are valid only during the
+ * callback. */
+typedef struct bv_player_error {
+  int64_t code;
+  const char *domain;      /* e.g. "BVBelvaneErrorDomain" */
+  const char *description; /* worded for a listener */
+} bv_player_error;
+
+/* A real change of state. error is non-NULL only for a change to
+ * BV_STATE_ERROR. */
+typedef void (*bv_state_callback)(bv_player *player, bv_state from, bv_state to, const bv_player_error *error,
+                                  void *userdata);
+
+/* The attributes changed: keys[i] has values[i], for count pairs, every
+ * current attribute (not only the changed ones) as text, as
+ * bv_player_get_attribute gives it. The arrays and strings are valid only
+ * during the callback. */
+typedef void (*bv_attribute_callback)(bv_player *player, const char *const *keys, const char *const *values,
+                                      size_t count, void *userdata);
+
+/* The position (a fraction, as bv_player_get_position gives it) moved. */
+typedef void (*bv_position_callback)(bv_player *player, double position, void *userdata);
+
+/* Each replaces the previous callback of its kind; NULL removes it.
+ * userdata is handed back to the callback untouched. */
+void bv_player_set_state_callback(bv_player *player, bv_state_callback callback, void *userdata);
+void bv_player_set_attribute_callback(bv_player *player, bv_attribute_callback callback, void *userdata);
+void bv_player_set_position_callback(bv_player *player, bv_position_callback callback, void *userdata);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* BELVANE_BELVANE_H */

@@ -1,0 +1,320 @@
+// The C interface (include/belvane/belvane.h) over the master player.
+//
+// A bv_player is the owner of one master player at a time: stop releases the
+// master (the C++ players have no stop call) and the next play makes a fresh
+// one, with the volume, mute and audio output the host chose. Callbacks are
+// relayed from the master's owner calls, which arrive on the thread whose run
+// loop plays: the host calls from the default main context's thread, so they
+// arrive there.
+//
+// Destroying inside a callback: the handle counts the callbacks it is inside
+// of; a destroy there releases the master and silences the handle at once,
+// and the outermost callback frees it as it unwinds.
+#include <belvane/belvane.h>
+
+#include <belvane/BVConstants.h>
+#include <belvane/BVMasterPlayer.h>
+#include <belvane/BVMediaFormat.h>
+#include <belvane/BVMediaLink.h>
+#include <belvane/BVURL.h>
+#include <belvane/BVURLAdditions.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <new>
+#include <optional>
+#include <string>
+#include <vector>
+
+static_assert(BELVANE_VERSION_MAJOR == BELVANE_BUILD_VERSION_MAJOR &&
+                  BELVANE_VERSION_MINOR == BELVANE_BUILD_VERSION_MINOR &&
+                  BELVANE_VERSION_PATCH == BELVANE_BUILD_VERSION_PATCH,
+              "belvane.h's version macros must match the project version");
+
+namespace belvane::detail {
+namespace {
+
+// A newly malloc'ed copy (the host frees it with bv_free), NULL when memory ran out.
+char* duplicate(const std::string& s) {
+  char* copy = static_cast<char*>(std::malloc(s.size() + 1));
+  if (copy) std::memcpy(copy, s.c_str(), s.size() + 1);
+  return copy;
+}
+
+// An attribute value as the C interface shows it; nothing for an absent or
+// null value (a removed attribute).
+std::optional<std::string> attributeText(const BVValue& value) {
+  char number[64];
+  switch (value.kind()) {
+    case BVValue::Kind::None:
+    case BVValue::Kind::Null: return std::nullopt;
+    case BVValue::Kind::String: return *value.string();
+    case BVValue::Kind::Integer:
+      std::snprintf(number, sizeof number, "%lld", static_cast<long long>(value.integerValue()));
+      return std::string(number);
+    case BVValue::Kind::Real:
+      std::snprintf(number, sizeof number, "%.15g", value.doubleValue());
+      return std::string(number);
+    case BVValue::Kind::Boolean: return std::string(value.boolValue() ? "1" : "0");
+    default: return value.description();
+  }
+}
+
+// A URL string, or a file path made absolute, as a URL.
+std::optional<BVURL> urlFromHostString(const char* text) {
+  std::string_view s(text);
+  if (s.empty()) return std::nullopt;
+  if (s.find("://") != std::string_view::npos) {
+    auto url = bvURLFromString(s);
+    if (url && bvIsAbsoluteURL(*url)) return url;
+    return std::nullopt;
+  }
+  std::error_code error;
+  auto path = std::filesystem::absolute(std::filesystem::path(s), error);
+  if (error) return std::nullopt;
+  return BVURL::fileURLWithPath(path.lexically_normal().string());
+}
+
+}  // namespace
+}  // namespace belvane::detail
+
+using namespace belvane::detail;
+
+struct bv_player final : BVPlayerOwner {
+  std::shared_ptr<BVMasterPlayer> master;
+  // The state reported without a master: Idle at first, Stopped after stop.
+  bv_state stateWithoutMaster = BV_STATE_IDLE;
+  double volume = 1.0;
+  bool muted = false;
+  std::string audioOutput;  // empty: the library's default
+  bool destroyed = false;
+  int callbackDepth = 0;
+
+  bv_state_callback stateCallback = nullptr;
+  void* stateUserdata = nullptr;
+  bv_attribute_callback attributeCallback = nullptr;
+  void* attributeUserdata = nullptr;
+  bv_position_callback positionCallback = nullptr;
+  void* positionUserdata = nullptr;
+
+  ~bv_player() override { releaseMaster(); }
+
+  bv_state state() const { return master ? static_cast<bv_state>(master->state()) : stateWithoutMaster; }
+
+  void applySettings() {
+    master->setVolume(static_cast<float>(volume));
+    master->setMuted(muted);
+  }
+
+  void releaseMaster() {
+    if (!master) return;
+    // The owner goes first, so the released player says nothing more.
+    master->setOwner(nullptr);
+    master.reset();
+  }
+
+  // Keeps the handle alive across a callback; the outermost one frees a
+  // handle destroyed inside it. Returns false when the handle must be freed.
+  struct CallbackScope {
+    bv_player* p;
+    explicit CallbackScope(bv_player* player) : p(player) { ++p->callbackDepth; }
+    ~CallbackScope() {
+      if (--p->callbackDepth == 0 && p->destroyed) delete p;
+    }
+  };
+
+  void reportState(bv_state from, bv_state to, const BVErrorRef& error) {
+    if (destroyed || !stateCallback) return;
+    CallbackScope scope(this);
+    if (!error) {
+      stateCallback(this, from, to, nullptr, stateUserdata);
+      return;
+    }
+    std::string description = error->localizedDescription();
+    bv_player_error info{error->code(), error->domain().c_str(), description.c_str()};
+    stateCallback(this, from, to, &info, stateUserdata);
+  }
+
+  void playerStateChanged(BVBasePlayer&, BVPlayerState from, BVPlayerState to, const BVErrorRef& error) override {
+    reportState(static_cast<bv_state>(from), static_cast<bv_state>(to), error);
+  }
+
+  void playerPositionChanged(BVBasePlayer&, float position) override {
+    if (destroyed || !positionCallback) return;
+    CallbackScope scope(this);
+    positionCallback(this, position, positionUserdata);
+  }
+
+  void playerAttributeChanged(BVBasePlayer&, const BVDictionary& attributes) override {
+    if (destroyed || !attributeCallback) return;
+    std::vector<std::string> texts;
+    std::vector<const char*> keys, values;
+    texts.reserve(attributes.size());
+    for (const auto& [key, value] : attributes) {
+      auto text = attributeText(value);
+      if (!text) continue;
+      texts.push_back(std::move(*text));
+      keys.push_back(key.c_str());
+    }
+    for (const auto& text : texts) values.push_back(text.c_str());
+    CallbackScope scope(this);
+    attributeCallback(this, keys.data(), values.data(), keys.size(), attributeUserdata);
+  }
+};
+
+extern "C" {
+
+unsigned long bv_version(void) { return BELVANE_VERSION; }
+
+const char* bv_error_string(int code) {
+  switch (code) {
+    case BV_OK: return "success";
+    case BV_ERROR_INVALID_PARAMETER: return "invalid parameter";
+    case BV_ERROR_INVALID_URL: return "invalid URL";
+    case BV_ERROR_INVALID_AUDIO_OUTPUT: return "unknown audio output setting";
+    case BV_ERROR_NOMEM: return "out of memory";
+  }
+  return "unknown error";
+}
+
+void bv_free(void* data) { std::free(data); }
+
+bv_player* bv_player_create(void) { return new (std::nothrow) bv_player(); }
+
+void bv_player_destroy(bv_player* player) {
+  if (!player || player->destroyed) return;
+  player->destroyed = true;
+  player->releaseMaster();
+  if (player->callbackDepth == 0) delete player;
+}
+
+int bv_player_play(bv_player* player, const char* url, const char* title) {
+  bv_play_options options = BV_PLAY_OPTIONS_INIT;
+  options.title = title;
+  return bv_player_play_with_options(player, url, &options);
+}
+
+int bv_player_play_with_options(bv_player* player, const char* url, const bv_play_options* options) {
+  if (!player || player->destroyed || !url) return BV_ERROR_INVALID_PARAMETER;
+  auto parsed = urlFromHostString(url);
+  if (!parsed) return BV_ERROR_INVALID_URL;
+  try {
+    std::shared_ptr<BVMediaLink> link;
+    const bool hasClues = options && (options->mime_type || options->engine_id);
+    std::optional<std::string> title;
+    if (options && options->title) title = options->title;
+    if (hasClues || title) {
+      auto format = BVMediaMutableFormat::formatByInferringFromURL(
+          *parsed, options->mime_type ? std::optional<std::string>(options->mime_type) : std::nullopt);
+      if (options->engine_id) format->setEngineID(std::string(options->engine_id));
+      link = BVMediaLink::create(parsed, title, format, nullptr);
+    } else {
+      link = BVMediaLink::linkWithURL(*parsed);
+    }
+    // After a stop the master is gone: a fresh one plays.
+    if (!player->master) {
+      auto master = BVMasterPlayer::create();
+      if (!player->audioOutput.empty() && master->setAudioOutput(player->audioOutput) != 0)
+        return BV_ERROR_INVALID_AUDIO_OUTPUT;
+      master->setOwner(player);
+      player->master = std::move(master);
+    }
+    auto master = player->master;  // the callbacks below may stop or destroy
+    player->applySettings();
+    master->playLink(link);
+    // Engines may make a new sub-player for the link: settings again.
+    if (player->master == master) player->applySettings();
+  } catch (const std::bad_alloc&) {
+    return BV_ERROR_NOMEM;
+  }
+  return BV_OK;
+}
+
+int bv_player_stop(bv_player* player) {
+  if (!player || player->destroyed) return BV_ERROR_INVALID_PARAMETER;
+  bv_state from = player->state();
+  player->releaseMaster();
+  player->stateWithoutMaster = BV_STATE_STOPPED;
+  if (from != BV_STATE_IDLE && from != BV_STATE_STOPPED) player->reportState(from, BV_STATE_STOPPED, nullptr);
+  return BV_OK;
+}
+
+bv_state bv_player_get_state(const bv_player* player) { return player ? player->state() : BV_STATE_IDLE; }
+
+double bv_player_get_position(const bv_player* player) {
+  return player && player->master ? player->master->position() : -1.0;
+}
+
+double bv_player_get_elapsed_time(const bv_player* player) {
+  return player && player->master ? player->master->elapsedTime() : -1.0;
+}
+
+uint64_t bv_player_get_frames_written(const bv_player* player) {
+  return player && player->master ? player->master->outputFramesWritten() : 0;
+}
+
+int bv_player_set_volume(bv_player* player, double volume) {
+  if (!player || !(volume >= 0.0 && volume <= 1.0)) return BV_ERROR_INVALID_PARAMETER;
+  player->volume = volume;
+  if (player->master) player->master->setVolume(static_cast<float>(volume));
+  return BV_OK;
+}
+
+double bv_player_get_volume(const bv_player* player) { return player ? player->volume : -1.0; }
+
+int bv_player_set_mute(bv_player* player, int muted) {
+  if (!player) return BV_ERROR_INVALID_PARAMETER;
+  player->muted = muted != 0;
+  if (player->master) player->master->setMuted(player->muted);
+  return BV_OK;
+}
+
+int bv_player_get_mute(const bv_player* player) { return player && player->muted ? 1 : 0; }
+
+int bv_player_set_audio_output(bv_player* player, const char* setting) {
+  if (!player) return BV_ERROR_INVALID_PARAMETER;
+  std::string text = setting ? setting : "";
+  // Without a master, a plain player judges the setting.
+  auto judge = player->master ? std::shared_ptr<BVBasePlayer>(player->master) : BVBasePlayer::create();
+  if (judge->setAudioOutput(text) != 0) return BV_ERROR_INVALID_AUDIO_OUTPUT;
+  player->audioOutput = text;
+  return BV_OK;
+}
+
+char* bv_player_get_audio_output_name(const bv_player* player) {
+  if (!player) return nullptr;
+  return duplicate(player->master ? player->master->audioOutputName() : std::string("none"));
+}
+
+char* bv_player_get_attribute(const bv_player* player, const char* key) {
+  if (!player || !key || !player->master) return nullptr;
+  BVDictionary attributes = player->master->attributes();
+  auto it = attributes.find(std::string_view(key));
+  if (it == attributes.end()) return nullptr;
+  auto text = attributeText(it->second);
+  return text ? duplicate(*text) : nullptr;
+}
+
+void bv_player_set_state_callback(bv_player* player, bv_state_callback callback, void* userdata) {
+  if (!player) return;
+  player->stateCallback = callback;
+  player->stateUserdata = userdata;
+}
+
+void bv_player_set_attribute_callback(bv_player* player, bv_attribute_callback callback, void* userdata) {
+  if (!player) return;
+  player->attributeCallback = callback;
+  player->attributeUserdata = userdata;
+}
+
+void bv_player_set_position_callback(bv_player* player, bv_position_callback callback, void* userdata) {
+  if (!player) return;
+  player->positionCallback = callback;
+  player->positionUserdata = userdata;
+}
+
+}  // extern "C"
