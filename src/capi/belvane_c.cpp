@@ -103,7 +103,14 @@ struct bv_player final : BVPlayerOwner {
 
   ~bv_player() override { releaseMaster(); }
 
-  bv_state state() const { return master ? static_cast<bv_state>(master->state()) : stateWithoutMaster; }
+  // The last state the host was told of: a fresh master after a stop starts
+  // from Idle, but the host heard Stopped, so changes are relayed from this.
+  bv_state reportedState = BV_STATE_IDLE;
+
+  bv_state state() const {
+    auto s = master ? static_cast<bv_state>(master->state()) : BV_STATE_IDLE;
+    return s == BV_STATE_IDLE ? stateWithoutMaster : s;
+  }
 
   void applySettings() {
     master->setVolume(static_cast<float>(volume));
@@ -127,8 +134,10 @@ struct bv_player final : BVPlayerOwner {
     }
   };
 
-  void reportState(bv_state from, bv_state to, const BVErrorRef& error) {
-    if (destroyed || !stateCallback) return;
+  void reportState(bv_state to, const BVErrorRef& error) {
+    bv_state from = reportedState;
+    reportedState = to;
+    if (destroyed || !stateCallback || from == to) return;
     CallbackScope scope(this);
     if (!error) {
       stateCallback(this, from, to, nullptr, stateUserdata);
@@ -139,8 +148,8 @@ struct bv_player final : BVPlayerOwner {
     stateCallback(this, from, to, &info, stateUserdata);
   }
 
-  void playerStateChanged(BVBasePlayer&, BVPlayerState from, BVPlayerState to, const BVErrorRef& error) override {
-    reportState(static_cast<bv_state>(from), static_cast<bv_state>(to), error);
+  void playerStateChanged(BVBasePlayer&, BVPlayerState, BVPlayerState to, const BVErrorRef& error) override {
+    reportState(static_cast<bv_state>(to), error);
   }
 
   void playerPositionChanged(BVBasePlayer&, float position) override {
@@ -236,10 +245,12 @@ int bv_player_play_with_options(bv_player* player, const char* url, const bv_pla
 
 int bv_player_stop(bv_player* player) {
   if (!player || player->destroyed) return BV_ERROR_INVALID_PARAMETER;
-  bv_state from = player->state();
+  // A player that never played stays Idle.
+  const bool played = player->state() != BV_STATE_IDLE;
   player->releaseMaster();
+  if (!played) return BV_OK;
   player->stateWithoutMaster = BV_STATE_STOPPED;
-  if (from != BV_STATE_IDLE && from != BV_STATE_STOPPED) player->reportState(from, BV_STATE_STOPPED, nullptr);
+  player->reportState(BV_STATE_STOPPED, nullptr);
   return BV_OK;
 }
 
