@@ -120,8 +120,8 @@ typedef struct bv_play_options {
  * ("http://host/stream", "file:///music/a.mp3") or a file path (absolute,
  * or relative to the working directory). title may be NULL. Returns 0 when
  * the playback starts (its progress arrives through the state callback,
- * beginning with BV_STATE_CONNECTING), else an error code and nothing
- * changes. */
+ * beginning with BV_STATE_CONNECTING, which may come before this returns),
+ * else an error code and nothing changes. */
 int bv_player_play(bv_player *player, const char *url, const char *title);
 
 /* As bv_player_play, with format clues; options may be NULL. */
