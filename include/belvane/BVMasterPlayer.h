@@ -11,7 +11,8 @@
 // the new link starts afresh, on whichever engine it needs; the callbacks
 // that follow are the new link's, starting with Connecting. A host stops
 // playback by releasing the master player (clear its owner first): its audio
-// stops at once. All of it on the thread whose run loop plays.
+// stops at once; or by calling stop(), which keeps the player for a later
+// playLink. All of it on the thread whose run loop plays.
 #pragma once
 
 #include <belvane/BVBasePlayer.h>
@@ -26,6 +27,11 @@ class BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
   ~BVMasterPlayer() override;
 
   void playLink(const std::shared_ptr<BVMediaLink>& link) override;
+  // Stops what plays at once (the sub-player is replaced by a fresh one of
+  // the same engine) and announces Stopped to the owner; the state stays
+  // Stopped until the next playLink. Nothing happens when the playback has
+  // already ended (Idle, Stopped or Error).
+  void stop();
   // Forwarded to the sub-player.
   BVPlayerState state() const override;
   bool hasPosition() const override;
@@ -62,4 +68,5 @@ class BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
 
   std::shared_ptr<BVBasePlayer> _subPlayer;
   bool subPlayerUsed_ = false;  // the sub-player has been given a link
+  bool stopped_ = false;        // stop() ended the playback; no playLink since
 };

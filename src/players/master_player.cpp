@@ -41,6 +41,7 @@ std::shared_ptr<BVBasePlayer> freshPlayerLike(const BVBasePlayer& current) {
 
 void BVMasterPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   BVBasePlayer::playLink(link);
+  stopped_ = false;
   if (subPlayerUsed_) {
     // The sub-player has played before: what it played stops now, and the
     // new link starts afresh on the same engine, with nothing of the last
@@ -56,6 +57,19 @@ void BVMasterPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   sub->playLink(link);
 }
 
+void BVMasterPlayer::stop() {
+  auto from = state();
+  if (from == BVPlayerStateIdle || from == BVPlayerStateStopped || from == BVPlayerStateError) return;
+  auto self = shared_from_this();
+  auto fresh = freshPlayerLike(*_subPlayer);
+  fresh->setAudioOutput(audioOutput());
+  fresh->setVolume(volume());
+  fresh->setMuted(isMuted());
+  replaceSubPlayer(std::move(fresh));
+  stopped_ = true;
+  if (auto* o = owner()) o->playerStateChanged(*this, from, BVPlayerStateStopped, nullptr);
+}
+
 // The old sub-player hears nothing more from here on; it goes once the call
 // that may be running inside it has returned, and its audio stops with it.
 void BVMasterPlayer::replaceSubPlayer(std::shared_ptr<BVBasePlayer> next) {
@@ -67,7 +81,7 @@ void BVMasterPlayer::replaceSubPlayer(std::shared_ptr<BVBasePlayer> next) {
   BVRunLoop::current().perform([old] {});
 }
 
-BVPlayerState BVMasterPlayer::state() const { return _subPlayer->state(); }
+BVPlayerState BVMasterPlayer::state() const { return stopped_ ? BVPlayerStateStopped : _subPlayer->state(); }
 bool BVMasterPlayer::hasPosition() const { return _subPlayer->hasPosition(); }
 float BVMasterPlayer::position() const { return _subPlayer->position(); }
 void BVMasterPlayer::setPosition(float position) { _subPlayer->setPosition(position); }
