@@ -1,0 +1,369 @@
+// BVMPRISPublisher: the org.mpris.MediaPlayer2 and
+// org.mpris.MediaPlayer2.Player interfaces over a master player, on a
+// connection of its own to the session bus.
+#include <belvane/BVConstants.h>
+#include <belvane/BVMPRISPublisher.h>
+#include <belvane/BVMasterPlayer.h>
+#include <belvane/BVMediaLink.h>
+#include <belvane/BVURL.h>
+
+#include <gio/gio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <vector>
+
+namespace {
+
+const char* const kObjectPath = "/org/mpris/MediaPlayer2";
+const char* const kRootInterface = "org.mpris.MediaPlayer2";
+const char* const kPlayerInterface = "org.mpris.MediaPlayer2.Player";
+const char* const kBaseName = "org.mpris.MediaPlayer2.belvane";
+const char* const kNoTrack = "/org/mpris/MediaPlayer2/TrackList/NoTrack";
+
+const char* const kIntrospection = R"(<node>
+  <interface name="org.mpris.MediaPlayer2">
+    <method name="Raise"/>
+    <method name="Quit"/>
+    <property name="CanQuit" type="b" access="read"/>
+    <property name="CanRaise" type="b" access="read"/>
+    <property name="HasTrackList" type="b" access="read"/>
+    <property name="Identity" type="s" access="read"/>
+    <property name="SupportedUriSchemes" type="as" access="read"/>
+    <property name="SupportedMimeTypes" type="as" access="read"/>
+  </interface>
+  <interface name="org.mpris.MediaPlayer2.Player">
+    <method name="Next"/>
+    <method name="Previous"/>
+    <method name="Pause"/>
+    <method name="PlayPause"/>
+    <method name="Stop"/>
+    <method name="Play"/>
+    <method name="Seek"><arg direction="in" name="Offset" type="x"/></method>
+    <method name="SetPosition">
+      <arg direction="in" name="TrackId" type="o"/>
+      <arg direction="in" name="Position" type="x"/>
+    </method>
+    <method name="OpenUri"><arg direction="in" name="Uri" type="s"/></method>
+    <signal name="Seeked"><arg name="Position" type="x"/></signal>
+    <property name="PlaybackStatus" type="s" access="read"/>
+    <property name="Rate" type="d" access="readwrite"/>
+    <property name="Metadata" type="a{sv}" access="read"/>
+    <property name="Volume" type="d" access="readwrite"/>
+    <property name="Position" type="x" access="read"/>
+    <property name="MinimumRate" type="d" access="read"/>
+    <property name="MaximumRate" type="d" access="read"/>
+    <property name="CanGoNext" type="b" access="read"/>
+    <property name="CanGoPrevious" type="b" access="read"/>
+    <property name="CanPlay" type="b" access="read"/>
+    <property name="CanPause" type="b" access="read"/>
+    <property name="CanSeek" type="b" access="read"/>
+    <property name="CanControl" type="b" access="read"/>
+  </interface>
+</node>)";
+
+std::string attributeString(const BVDictionary& attributes, const char* key) {
+  auto it = attributes.find(key);
+  return it == attributes.end() ? std::string() : it->second.stringOr();
+}
+
+}  // namespace
+
+namespace belvane::detail {
+
+// The bus side of a publisher: its connection, registrations and the
+// translation between D-Bus calls and the player.
+struct MPRISConnection {
+  explicit MPRISConnection(BVMPRISPublisher& publisher) : publisher(publisher) {}
+  ~MPRISConnection();
+
+  bool open();
+  bool requestName(const std::string& name);
+  void emitChanged(std::initializer_list<const char*> names);
+
+  std::shared_ptr<BVMasterPlayer> player() const { return publisher.player_.lock(); }
+  std::string trackID() const;
+  GVariant* property(const char* interface, const char* name);
+  bool setProperty(const char* name, GVariant* value);
+  void call(const char* interface, const char* method, GVariant* parameters);
+  double lengthSeconds(const BVMasterPlayer& player) const;
+  void play();
+  void stop();
+  void seekTo(double seconds);
+
+  BVMPRISPublisher& publisher;
+  GDBusConnection* connection = nullptr;
+  GDBusNodeInfo* node = nullptr;
+  std::vector<guint> registrations;
+};
+
+MPRISConnection::~MPRISConnection() {
+  if (connection) {
+    for (guint id : registrations) g_dbus_connection_unregister_object(connection, id);
+    g_dbus_connection_close_sync(connection, nullptr, nullptr);
+    g_object_unref(connection);
+  }
+  if (node) g_dbus_node_info_unref(node);
+}
+
+namespace {
+void onMethodCall(GDBusConnection*, const char*, const char*, const char* interface, const char* method,
+                  GVariant* parameters, GDBusMethodInvocation* invocation, gpointer data) {
+  static_cast<MPRISConnection*>(data)->call(interface, method, parameters);
+  g_dbus_method_invocation_return_value(invocation, nullptr);
+}
+
+GVariant* onGetProperty(GDBusConnection*, const char*, const char*, const char* interface, const char* name,
+                        GError** error, gpointer data) {
+  GVariant* value = static_cast<MPRISConnection*>(data)->property(interface, name);
+  if (!value) g_set_error(error, G_DBUS_ERROR, G_DBUS_ERROR_UNKNOWN_PROPERTY, "No property %s", name);
+  return value;
+}
+
+gboolean onSetProperty(GDBusConnection*, const char*, const char*, const char*, const char* name, GVariant* value,
+                       GError** error, gpointer data) {
+  if (static_cast<MPRISConnection*>(data)->setProperty(name, value)) return TRUE;
+  g_set_error(error, G_DBUS_ERROR, G_DBUS_ERROR_PROPERTY_READ_ONLY, "Property %s cannot be set", name);
+  return FALSE;
+}
+
+const GDBusInterfaceVTable kVTable = {onMethodCall, onGetProperty, onSetProperty, {}};
+}  // namespace
+
+// A private connection rather than GIO's shared one: the host's own use of
+// the session bus is left alone, and the connection closes with the
+// publisher (the shared one would end the process if the bus went away).
+bool MPRISConnection::open() {
+  gchar* address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
+  if (!address) return false;
+  connection = g_dbus_connection_new_for_address_sync(
+      address,
+      GDBusConnectionFlags(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                           G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+      nullptr, nullptr, nullptr);
+  g_free(address);
+  if (!connection) return false;
+  g_dbus_connection_set_exit_on_close(connection, FALSE);
+  node = g_dbus_node_info_new_for_xml(kIntrospection, nullptr);
+  if (!node) return false;
+  for (auto* interface : {kRootInterface, kPlayerInterface}) {
+    guint id = g_dbus_connection_register_object(connection, kObjectPath,
+                                                 g_dbus_node_info_lookup_interface(node, interface), &kVTable, this,
+                                                 nullptr, nullptr);
+    if (!id) return false;
+    registrations.push_back(id);
+  }
+  if (requestName(kBaseName)) return true;
+  return requestName(std::string(kBaseName) + ".instance" + std::to_string(getpid()));
+}
+
+bool MPRISConnection::requestName(const std::string& name) {
+  const guint32 doNotQueue = 4;
+  GVariant* reply = g_dbus_connection_call_sync(
+      connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
+      g_variant_new("(su)", name.c_str(), doNotQueue), G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr,
+      nullptr);
+  if (!reply) return false;
+  guint32 result = 0;
+  g_variant_get(reply, "(u)", &result);
+  g_variant_unref(reply);
+  const guint32 primaryOwner = 1, alreadyOwner = 4;
+  if (result != primaryOwner && result != alreadyOwner) return false;
+  publisher.busName_ = name;
+  return true;
+}
+
+void MPRISConnection::emitChanged(std::initializer_list<const char*> names) {
+  if (!connection) return;
+  GVariantBuilder changed;
+  g_variant_builder_init(&changed, G_VARIANT_TYPE("a{sv}"));
+  for (const char* name : names)
+    if (GVariant* value = property(kPlayerInterface, name)) g_variant_builder_add(&changed, "{sv}", name, value);
+  g_dbus_connection_emit_signal(connection, nullptr, kObjectPath, "org.freedesktop.DBus.Properties",
+                                "PropertiesChanged",
+                                g_variant_new("(sa{sv}as)", kPlayerInterface, &changed, nullptr), nullptr);
+}
+
+std::string MPRISConnection::trackID() const {
+  if (publisher.track_ == 0) return kNoTrack;
+  return "/org/belvane/Track/" + std::to_string(publisher.track_);
+}
+
+// The length of what plays: the duration the player reports, else worked out
+// from the time played and the fraction it is of the whole; 0 when unknown.
+double MPRISConnection::lengthSeconds(const BVMasterPlayer& player) const {
+  if (!player.hasPosition()) return 0;
+  auto it = publisher.attributes_.find(BVPlayerAttributeDurationKey);
+  if (it != publisher.attributes_.end() && it->second.isNumber() && it->second.doubleValue() > 0)
+    return it->second.doubleValue();
+  float fraction = player.position();
+  float elapsed = player.elapsedTime();
+  if (fraction > 0.001f && elapsed > 0) return elapsed / fraction;
+  return 0;
+}
+
+GVariant* MPRISConnection::property(const char* interface, const char* name) {
+  const std::string n = name;
+  if (std::string(interface) == kRootInterface) {
+    if (n == "CanQuit" || n == "CanRaise" || n == "HasTrackList") return g_variant_new_boolean(FALSE);
+    if (n == "Identity") return g_variant_new_string("Belvane");
+    if (n == "SupportedUriSchemes" || n == "SupportedMimeTypes") return g_variant_new_strv(nullptr, 0);
+    return nullptr;
+  }
+  auto player = this->player();
+  if (n == "PlaybackStatus") {
+    auto state = player ? player->state() : BVPlayerStateIdle;
+    bool playing = state == BVPlayerStateConnecting || state == BVPlayerStatePlaying;
+    return g_variant_new_string(playing ? "Playing" : "Stopped");
+  }
+  if (n == "Rate" || n == "MinimumRate" || n == "MaximumRate") return g_variant_new_double(1.0);
+  if (n == "Volume") {
+    double volume = player && !player->isMuted() ? std::max(0.0f, player->volume()) : 0.0;
+    return g_variant_new_double(volume);
+  }
+  if (n == "Position") {
+    double elapsed = player && player->hasPosition() ? player->elapsedTime() : 0;
+    return g_variant_new_int64(gint64(std::max(0.0, elapsed) * 1e6));
+  }
+  if (n == "CanGoNext" || n == "CanGoPrevious") return g_variant_new_boolean(FALSE);
+  if (n == "CanPlay" || n == "CanPause" || n == "CanControl") return g_variant_new_boolean(TRUE);
+  if (n == "CanSeek") return g_variant_new_boolean(player && player->hasPosition());
+  if (n == "Metadata") {
+    GVariantBuilder metadata;
+    g_variant_builder_init(&metadata, G_VARIANT_TYPE("a{sv}"));
+    g_variant_builder_add(&metadata, "{sv}", "mpris:trackid", g_variant_new_object_path(trackID().c_str()));
+    auto link = player ? player->link() : nullptr;
+    if (link && publisher.track_ > 0) {
+      std::string title = attributeString(publisher.attributes_, BVPlayerAttributeStreamTitleKey);
+      if (title.empty()) title = attributeString(publisher.attributes_, BVPlayerAttributeTrackTitleKey);
+      std::string artist;
+      if (auto dash = title.find(" - "); dash != std::string::npos && dash > 0 && dash + 3 < title.size()) {
+        artist = title.substr(0, dash);
+        title = title.substr(dash + 3);
+      }
+      if (artist.empty()) artist = attributeString(publisher.attributes_, BVPlayerAttributeArtistKey);
+      if (!title.empty()) g_variant_builder_add(&metadata, "{sv}", "xesam:title", g_variant_new_string(title.c_str()));
+      if (!artist.empty()) {
+        const char* artists[] = {artist.c_str()};
+        g_variant_builder_add(&metadata, "{sv}", "xesam:artist", g_variant_new_strv(artists, 1));
+      }
+      const std::string& url = link->url().absoluteString();
+      if (!url.empty()) g_variant_builder_add(&metadata, "{sv}", "xesam:url", g_variant_new_string(url.c_str()));
+      if (link->title() && !link->title()->empty())
+        g_variant_builder_add(&metadata, "{sv}", "xesam:album", g_variant_new_string(link->title()->c_str()));
+      if (double length = lengthSeconds(*player); length > 0)
+        g_variant_builder_add(&metadata, "{sv}", "mpris:length", g_variant_new_int64(gint64(length * 1e6)));
+    }
+    return g_variant_builder_end(&metadata);
+  }
+  return nullptr;
+}
+
+bool MPRISConnection::setProperty(const char* name, GVariant* value) {
+  const std::string n = name;
+  if (n == "Rate") return true;  // only 1.0 is played; other rates are ignored
+  if (n != "Volume") return false;
+  double volume = g_variant_get_double(value);
+  if (std::isnan(volume)) return true;
+  volume = std::clamp(volume, 0.0, 1.0);
+  if (auto player = this->player()) {
+    player->setVolume(float(volume));
+    if (volume > 0 && player->isMuted()) player->setMuted(false);
+  }
+  emitChanged({"Volume"});
+  return true;
+}
+
+void MPRISConnection::play() {
+  auto player = this->player();
+  if (!player) return;
+  auto state = player->state();
+  if (state == BVPlayerStateConnecting || state == BVPlayerStatePlaying) return;
+  if (auto link = player->link()) player->playLink(link);
+}
+
+void MPRISConnection::stop() {
+  if (auto player = this->player()) player->stop();
+}
+
+void MPRISConnection::seekTo(double seconds) {
+  auto player = this->player();
+  if (!player || !player->hasPosition()) return;
+  double length = lengthSeconds(*player);
+  if (length <= 0) return;
+  seconds = std::clamp(seconds, 0.0, length);
+  player->setPosition(float(seconds / length));
+  g_dbus_connection_emit_signal(connection, nullptr, kObjectPath, kPlayerInterface, "Seeked",
+                                g_variant_new("(x)", gint64(seconds * 1e6)), nullptr);
+}
+
+void MPRISConnection::call(const char* interface, const char* method, GVariant* parameters) {
+  if (std::string(interface) != kPlayerInterface) return;  // Raise and Quit: not supported
+  // The publisher may go inside a host callback that a call leads to.
+  auto keep = publisher.shared_from_this();
+  const std::string m = method;
+  auto player = this->player();
+  bool playing = player && (player->state() == BVPlayerStateConnecting || player->state() == BVPlayerStatePlaying);
+  if (m == "Play") {
+    play();
+  } else if (m == "Pause" || m == "Stop") {
+    stop();
+  } else if (m == "PlayPause") {
+    playing ? stop() : play();
+  } else if (m == "Seek") {
+    gint64 offset = 0;
+    g_variant_get(parameters, "(x)", &offset);
+    if (player && player->hasPosition()) seekTo(std::max(0.0f, player->elapsedTime()) + offset / 1e6);
+  } else if (m == "SetPosition") {
+    const char* track = nullptr;
+    gint64 position = 0;
+    g_variant_get(parameters, "(&ox)", &track, &position);
+    if (trackID() == track && position >= 0) seekTo(position / 1e6);
+  }
+}
+
+}  // namespace belvane::detail
+
+std::shared_ptr<BVMPRISPublisher> BVMPRISPublisher::create(const std::shared_ptr<BVMasterPlayer>& player) {
+  if (!player) return nullptr;
+  std::shared_ptr<BVMPRISPublisher> publisher(new BVMPRISPublisher());
+  publisher->connection_ = std::make_unique<belvane::detail::MPRISConnection>(*publisher);
+  if (!publisher->connection_->open()) return nullptr;
+  publisher->player_ = player;
+  publisher->hostOwner_ = player->owner();
+  if (player->link() && player->state() != BVPlayerStateIdle) publisher->track_ = 1;
+  publisher->attributes_ = player->attributes();
+  player->setOwner(publisher.get());
+  return publisher;
+}
+
+BVMPRISPublisher::~BVMPRISPublisher() {
+  if (auto player = player_.lock(); player && player->owner() == this) player->setOwner(hostOwner_);
+  connection_.reset();
+}
+
+void BVMPRISPublisher::volumeChanged() { connection_->emitChanged({"Volume"}); }
+
+void BVMPRISPublisher::playerStateChanged(BVBasePlayer& player, BVPlayerState from, BVPlayerState to,
+                                          const BVErrorRef& error) {
+  auto self = shared_from_this();
+  if (to == BVPlayerStateConnecting) {
+    ++track_;
+    attributes_.clear();
+  }
+  connection_->emitChanged({"PlaybackStatus", "Metadata", "CanSeek"});
+  if (hostOwner_) hostOwner_->playerStateChanged(player, from, to, error);
+}
+
+void BVMPRISPublisher::playerPositionChanged(BVBasePlayer& player, float position) {
+  if (hostOwner_) hostOwner_->playerPositionChanged(player, position);
+}
+
+void BVMPRISPublisher::playerAttributeChanged(BVBasePlayer& player, const BVDictionary& attributes) {
+  auto self = shared_from_this();
+  attributes_ = attributes;
+  connection_->emitChanged({"Metadata", "CanSeek"});
+  if (hostOwner_) hostOwner_->playerAttributeChanged(player, attributes);
+}
