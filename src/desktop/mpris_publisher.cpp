@@ -249,7 +249,7 @@ GVariant* MPRISConnection::property(const char* interface, const char* name) {
         const char* artists[] = {artist.c_str()};
         g_variant_builder_add(&metadata, "{sv}", "xesam:artist", g_variant_new_strv(artists, 1));
       }
-      const std::string& url = link->url().absoluteString();
+      const std::string url = link->url().absoluteString();
       if (!url.empty()) g_variant_builder_add(&metadata, "{sv}", "xesam:url", g_variant_new_string(url.c_str()));
       if (link->title() && !link->title()->empty())
         g_variant_builder_add(&metadata, "{sv}", "xesam:album", g_variant_new_string(link->title()->c_str()));

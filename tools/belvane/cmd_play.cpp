@@ -10,6 +10,7 @@
 #include "url_problems.h"
 
 #include <belvane/BVConstants.h>
+#include <belvane/BVMPRISPublisher.h>
 #include <belvane/BVMP3StreamPlayer.h>
 #include <belvane/BVMasterPlayer.h>
 #include <belvane/BVMediaLink.h>
@@ -209,6 +210,9 @@ int runPlay(const Arguments& args) {
   if (master->setAudioOutput(output) != 0) throw UsageError("unknown output '" + output + "'");
   PlayReporter reporter(*master, json);
   master->setOwner(&reporter);
+  // In the desktop's media controls when there is a session bus (quietly
+  // not otherwise); their Pause or Stop ends the play as q does.
+  auto mpris = BVMPRISPublisher::create(master);
   if (volume >= 0) master->setVolume(float(volume));
   if (args.flag("mute")) master->setMuted(true);
   if (!announcement.empty()) std::fprintf(stdout, "%s\n", announcement.c_str());
@@ -240,6 +244,7 @@ int runPlay(const Arguments& args) {
   state = master->state();
   BVErrorRef error = reporter.lastError();
   reporter.end();
+  mpris.reset();
   master->setOwner(nullptr);
   master.reset();
   demo.reset();
