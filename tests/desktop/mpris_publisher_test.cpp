@@ -1,0 +1,216 @@
+// The MPRIS publisher as a desktop sees it: playerctl, a real MPRIS client,
+// reads and drives a master player that plays a loopback station with ICY
+// titles, over a private session bus started for each test.
+#include <gtest/gtest.h>
+
+#include <belvane/BVMPRISPublisher.h>
+#include <belvane/BVMasterPlayer.h>
+
+#include <gio/gio.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <optional>
+
+#include "support/icy_test_server.h"
+#include "support/recording_owner.h"
+
+using namespace belvane::test;
+
+namespace {
+
+bool installed(const char* program) {
+  gchar* path = g_find_program_in_path(program);
+  g_free(path);
+  return path != nullptr;
+}
+
+#define SKIP_WITHOUT_BUS_TOOLS()                                                              \
+  do {                                                                                        \
+    if (!installed("dbus-daemon")) GTEST_SKIP() << "dbus-daemon is not installed";            \
+    if (!installed("playerctl")) GTEST_SKIP() << "playerctl is not installed (apt playerctl)"; \
+  } while (0)
+
+// A session bus of this test's own: a dbus-daemon whose address goes into
+// DBUS_SESSION_BUS_ADDRESS (for the publisher and for playerctl) until the
+// bus is stopped.
+class PrivateBus {
+ public:
+  PrivateBus() {
+    const char* argv[] = {"dbus-daemon", "--session", "--nofork", "--print-address", nullptr};
+    int out = -1;
+    if (!g_spawn_async_with_pipes(nullptr, const_cast<char**>(argv), nullptr,
+                                  GSpawnFlags(G_SPAWN_SEARCH_PATH | G_SPAWN_DO_NOT_REAP_CHILD |
+                                              G_SPAWN_STDERR_TO_DEV_NULL),
+                                  nullptr, nullptr, &pid_, nullptr, &out, nullptr, nullptr))
+      return;
+    std::string address;
+    char c;
+    while (read(out, &c, 1) == 1 && c != '\n') address += c;
+    close(out);
+    if (address.empty()) return;
+    if (const char* previous = getenv("DBUS_SESSION_BUS_ADDRESS")) previous_ = previous;
+    setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
+    started_ = true;
+  }
+  ~PrivateBus() {
+    if (previous_) setenv("DBUS_SESSION_BUS_ADDRESS", previous_->c_str(), 1);
+    else unsetenv("DBUS_SESSION_BUS_ADDRESS");
+    if (pid_ > 0) {
+      kill(pid_, SIGTERM);
+      waitpid(pid_, nullptr, 0);
+      g_spawn_close_pid(pid_);
+    }
+  }
+  bool started() const { return started_; }
+
+ private:
+  GPid pid_ = 0;
+  bool started_ = false;
+  std::optional<std::string> previous_;
+};
+
+// Runs playerctl with the arguments while the main run loop turns (the
+// publisher answers it from that loop) and returns what it printed, without
+// the final newline.
+std::string playerctl(std::vector<std::string> args) {
+  std::vector<const char*> argv{"playerctl"};
+  for (auto& a : args) argv.push_back(a.c_str());
+  argv.push_back(nullptr);
+  GSubprocess* process = g_subprocess_newv(
+      argv.data(), GSubprocessFlags(G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_SILENCE), nullptr);
+  if (!process) return "(playerctl did not start)";
+  struct Result {
+    bool done = false;
+    std::string out;
+  } result;
+  g_subprocess_communicate_utf8_async(
+      process, nullptr, nullptr,
+      [](GObject* source, GAsyncResult* res, gpointer data) {
+        auto* r = static_cast<Result*>(data);
+        gchar* out = nullptr;
+        if (g_subprocess_communicate_utf8_finish(G_SUBPROCESS(source), res, &out, nullptr, nullptr) && out)
+          r->out = out;
+        g_free(out);
+        r->done = true;
+      },
+      &result);
+  BVRunLoop::main().runUntil([&] { return result.done; }, 15.0);
+  g_object_unref(process);
+  while (!result.out.empty() && result.out.back() == '\n') result.out.pop_back();
+  return result.out;
+}
+
+std::string ofBelvane(std::vector<std::string> args) {
+  args.insert(args.begin(), {"-p", "belvane"});
+  return playerctl(std::move(args));
+}
+
+// Asks until playerctl prints the text (titles reach the publisher as the
+// audio plays them) or the time is up; the last answer.
+std::string belvaneUntil(const std::vector<std::string>& args, const std::string& text, double seconds = 20.0) {
+  std::string answer;
+  auto end = g_get_monotonic_time() + gint64(seconds * 1e6);
+  while (g_get_monotonic_time() < end) {
+    answer = ofBelvane(args);
+    if (answer == text) break;
+    BVRunLoop::main().runFor(0.2);
+  }
+  return answer;
+}
+
+std::shared_ptr<BVMediaLink> stationLink(const std::string& url) {
+  auto link = linkTo(url)->mutableCopy();
+  link->setTitle(std::string("Loopback FM"));
+  return link->copy();
+}
+
+}  // namespace
+
+TEST(MPRISPublisher, PlayerctlReadsAndDrivesALiveStation) {
+  SKIP_WITHOUT_BUS_TOOLS();
+  BELVANE_SKIP_WITHOUT_LAME();
+  PrivateBus bus;
+  ASSERT_TRUE(bus.started());
+  IcyTestServer server;
+  IcyStreamScript script;
+  script.audio = {stereoTone44k()};
+  script.titleForBlock = [](int block) {
+    return block < 6 ? "The Loopbacks - First Song" : "The Loopbacks - Second Song";
+  };
+  server.serve("/live", {script});
+
+  RecordingOwner host;
+  auto master = BVMasterPlayer::create();
+  ASSERT_EQ(master->setAudioOutput("null"), 0);
+  master->setOwner(&host);
+  auto publisher = BVMPRISPublisher::create(master);
+  ASSERT_TRUE(publisher);
+  EXPECT_EQ(publisher->busName(), "org.mpris.MediaPlayer2.belvane");
+  EXPECT_EQ(master->owner(), publisher.get());
+
+  master->playLink(stationLink(server.url("/live")));
+  ASSERT_TRUE(host.runUntil(BVPlayerStatePlaying));
+  EXPECT_EQ(ofBelvane({"status"}), "Playing");
+
+  // The title, split at " - ", and the station as the album; then the next title.
+  EXPECT_EQ(belvaneUntil({"metadata", "xesam:title"}, "First Song"), "First Song");
+  EXPECT_EQ(ofBelvane({"metadata", "xesam:artist"}), "The Loopbacks");
+  EXPECT_EQ(ofBelvane({"metadata", "xesam:album"}), "Loopback FM");
+  EXPECT_EQ(ofBelvane({"metadata", "xesam:url"}), server.url("/live"));
+  EXPECT_EQ(belvaneUntil({"metadata", "xesam:title"}, "Second Song"), "Second Song");
+  // The host's owner heard it all too.
+  EXPECT_FALSE(host.titles.empty());
+
+  ofBelvane({"volume", "0.5"});
+  EXPECT_FLOAT_EQ(master->volume(), 0.5f);
+  master->setMuted(true);
+  publisher->volumeChanged();
+  EXPECT_EQ(std::stod(ofBelvane({"volume"})), 0.0);
+  ofBelvane({"volume", "0.25"});  // a volume above 0 unmutes
+  EXPECT_FALSE(master->isMuted());
+  EXPECT_FLOAT_EQ(master->volume(), 0.25f);
+
+  // Pausing a live station stops it; play connects again.
+  ofBelvane({"pause"});
+  ASSERT_TRUE(host.runUntil(BVPlayerStateStopped));
+  EXPECT_EQ(master->state(), BVPlayerStateStopped);
+  EXPECT_EQ(ofBelvane({"status"}), "Stopped");
+  size_t statesBefore = host.states.size();
+  ofBelvane({"play"});
+  EXPECT_TRUE(BVRunLoop::main().runUntil(
+      [&] { return host.states.size() > statesBefore && host.states.back().to == BVPlayerStatePlaying; }, 20.0));
+  EXPECT_EQ(server.connections("/live"), 2);
+  EXPECT_EQ(ofBelvane({"status"}), "Playing");
+  EXPECT_FLOAT_EQ(master->volume(), 0.25f);  // kept over the new playback
+
+  // Gone from the bus with the publisher, and the host's owner is back.
+  publisher.reset();
+  EXPECT_EQ(master->owner(), &host);
+  EXPECT_EQ(playerctl({"-l"}).find("belvane"), std::string::npos);
+  master->setOwner(nullptr);
+}
+
+TEST(MPRISPublisher, NamesTheSecondPlayerByInstanceAndNeedsABus) {
+  SKIP_WITHOUT_BUS_TOOLS();
+  {
+    PrivateBus bus;
+    ASSERT_TRUE(bus.started());
+    auto first = BVMasterPlayer::create(), second = BVMasterPlayer::create();
+    auto a = BVMPRISPublisher::create(first), b = BVMPRISPublisher::create(second);
+    ASSERT_TRUE(a && b);
+    EXPECT_EQ(b->busName(), "org.mpris.MediaPlayer2.belvane.instance" + std::to_string(getpid()));
+    EXPECT_EQ(playerctl({"-p", b->busName().substr(23), "status"}), "Stopped");
+  }
+  // No bus at the address: no publisher, and the player keeps its owner.
+  setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
+  RecordingOwner host;
+  auto master = BVMasterPlayer::create();
+  master->setOwner(&host);
+  EXPECT_FALSE(BVMPRISPublisher::create(master));
+  EXPECT_EQ(master->owner(), &host);
+  master->setOwner(nullptr);
+  unsetenv("DBUS_SESSION_BUS_ADDRESS");
+}
