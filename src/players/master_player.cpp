@@ -46,11 +46,7 @@ void BVMasterPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
     // The sub-player has played before: what it played stops now, and the
     // new link starts afresh on the same engine, with nothing of the last
     // playback left over (its error, fallback streams, drain, title).
-    auto fresh = freshPlayerLike(*_subPlayer);
-    fresh->setAudioOutput(audioOutput());
-    fresh->setVolume(volume());
-    fresh->setMuted(isMuted());
-    replaceSubPlayer(std::move(fresh));
+    replaceSubPlayer(freshPlayerLike(*_subPlayer));
   }
   auto sub = _subPlayer;  // playing may replace the sub-player
   subPlayerUsed_ = true;
@@ -61,18 +57,18 @@ void BVMasterPlayer::stop() {
   auto from = state();
   if (from == BVPlayerStateIdle || from == BVPlayerStateStopped || from == BVPlayerStateError) return;
   auto self = shared_from_this();
-  auto fresh = freshPlayerLike(*_subPlayer);
-  fresh->setAudioOutput(audioOutput());
-  fresh->setVolume(volume());
-  fresh->setMuted(isMuted());
-  replaceSubPlayer(std::move(fresh));
+  replaceSubPlayer(freshPlayerLike(*_subPlayer));
   stopped_ = true;
   if (auto* o = owner()) o->playerStateChanged(*this, from, BVPlayerStateStopped, nullptr);
 }
 
-// The old sub-player hears nothing more from here on; it goes once the call
-// that may be running inside it has returned, and its audio stops with it.
+// The next sub-player takes over the output, volume and mute of the current
+// one. The old sub-player hears nothing more from here on; it goes once the
+// call that may be running inside it has returned, and its audio stops with it.
 void BVMasterPlayer::replaceSubPlayer(std::shared_ptr<BVBasePlayer> next) {
+  next->setAudioOutput(audioOutput());
+  next->setVolume(volume());
+  next->setMuted(isMuted());
   auto old = std::move(_subPlayer);
   old->setOwner(nullptr);
   _subPlayer = std::move(next);
@@ -168,9 +164,6 @@ void BVMasterPlayer::playerStateChanged(BVBasePlayer& player, BVPlayerState from
   if (error && mp3 && &player == _subPlayer.get()) {
     auto [next, link] = fallbackPlayer(*mp3, error);
     if (next) {
-      next->setAudioOutput(audioOutput());
-      next->setVolume(volume());
-      next->setMuted(isMuted());
       next->setPosition(position());
       replaceSubPlayer(next);
       subPlayerUsed_ = true;
