@@ -128,8 +128,9 @@ int bv_player_play(bv_player *player, const char *url, const char *title);
 int bv_player_play_with_options(bv_player *player, const char *url, const bv_play_options *options);
 
 /* Stops the playback: its audio stops at once and, when something was
- * connecting, playing or had failed, the state callback reports the change
- * to BV_STATE_STOPPED before this returns. A later play starts afresh. */
+ * connecting or playing, the state callback reports the change to
+ * BV_STATE_STOPPED before this returns (a playback that already ended or
+ * failed keeps its state). A later play starts afresh. */
 int bv_player_stop(bv_player *player);
 
 /* The current state. */

@@ -1,8 +1,8 @@
 // The C interface (include/belvane/belvane.h) over the master player.
 //
-// A bv_player is the owner of one master player at a time: stop releases the
-// master (the C++ players have no stop call) and the next play makes a fresh
-// one, with the volume, mute and audio output the host chose. Callbacks are
+// A bv_player is the owner of one master player for its whole life; stop is
+// the master's stop, and the master keeps the volume, mute and audio output
+// the host chose across stations and engines. Callbacks are
 // relayed from the master's owner calls, which arrive on the thread whose run
 // loop plays: the host calls from the default main context's thread, so they
 // arrive there.
@@ -85,12 +85,7 @@ std::optional<BVURL> urlFromHostString(const char* text) {
 using namespace belvane::detail;
 
 struct bv_player final : BVPlayerOwner {
-  std::shared_ptr<BVMasterPlayer> master;
-  // The state reported without a master: Idle at first, Stopped after stop.
-  bv_state stateWithoutMaster = BV_STATE_IDLE;
-  double volume = 1.0;
-  bool muted = false;
-  std::string audioOutput;  // empty: the library's default
+  std::shared_ptr<BVMasterPlayer> master = BVMasterPlayer::create();
   bool destroyed = false;
   int callbackDepth = 0;
 
@@ -101,21 +96,13 @@ struct bv_player final : BVPlayerOwner {
   bv_position_callback positionCallback = nullptr;
   void* positionUserdata = nullptr;
 
+  bv_player() { master->setOwner(this); }
   ~bv_player() override { releaseMaster(); }
 
-  // The last state the host was told of: a fresh master after a stop starts
-  // from Idle, but the host heard Stopped, so changes are relayed from this.
+  // The last state the host was told of: after a stop the next station's
+  // player starts from Idle, but the host heard Stopped, so changes are
+  // relayed from this.
   bv_state reportedState = BV_STATE_IDLE;
-
-  bv_state state() const {
-    auto s = master ? static_cast<bv_state>(master->state()) : BV_STATE_IDLE;
-    return s == BV_STATE_IDLE ? stateWithoutMaster : s;
-  }
-
-  void applySettings() {
-    master->setVolume(static_cast<float>(volume));
-    master->setMuted(muted);
-  }
 
   void releaseMaster() {
     if (!master) return;
@@ -224,19 +211,8 @@ int bv_player_play_with_options(bv_player* player, const char* url, const bv_pla
     } else {
       link = BVMediaLink::linkWithURL(*parsed);
     }
-    // After a stop the master is gone: a fresh one plays.
-    if (!player->master) {
-      auto master = BVMasterPlayer::create();
-      if (!player->audioOutput.empty() && master->setAudioOutput(player->audioOutput) != 0)
-        return BV_ERROR_INVALID_AUDIO_OUTPUT;
-      master->setOwner(player);
-      player->master = std::move(master);
-    }
-    auto master = player->master;  // the callbacks below may stop or destroy
-    player->applySettings();
+    auto master = player->master;  // the callbacks below may destroy the handle
     master->playLink(link);
-    // Engines may make a new sub-player for the link: settings again.
-    if (player->master == master) player->applySettings();
   } catch (const std::bad_alloc&) {
     return BV_ERROR_NOMEM;
   }
@@ -245,16 +221,14 @@ int bv_player_play_with_options(bv_player* player, const char* url, const bv_pla
 
 int bv_player_stop(bv_player* player) {
   if (!player || player->destroyed) return BV_ERROR_INVALID_PARAMETER;
-  // A player that never played stays Idle.
-  const bool played = player->state() != BV_STATE_IDLE;
-  player->releaseMaster();
-  if (!played) return BV_OK;
-  player->stateWithoutMaster = BV_STATE_STOPPED;
-  player->reportState(BV_STATE_STOPPED, nullptr);
+  auto master = player->master;  // the callback may destroy the handle
+  master->stop();
   return BV_OK;
 }
 
-bv_state bv_player_get_state(const bv_player* player) { return player ? player->state() : BV_STATE_IDLE; }
+bv_state bv_player_get_state(const bv_player* player) {
+  return player && player->master ? static_cast<bv_state>(player->master->state()) : BV_STATE_IDLE;
+}
 
 double bv_player_get_position(const bv_player* player) {
   return player && player->master ? player->master->position() : -1.0;
@@ -269,31 +243,26 @@ uint64_t bv_player_get_frames_written(const bv_player* player) {
 }
 
 int bv_player_set_volume(bv_player* player, double volume) {
-  if (!player || !(volume >= 0.0 && volume <= 1.0)) return BV_ERROR_INVALID_PARAMETER;
-  player->volume = volume;
-  if (player->master) player->master->setVolume(static_cast<float>(volume));
+  if (!player || !player->master || !(volume >= 0.0 && volume <= 1.0)) return BV_ERROR_INVALID_PARAMETER;
+  player->master->setVolume(static_cast<float>(volume));
   return BV_OK;
 }
 
-double bv_player_get_volume(const bv_player* player) { return player ? player->volume : -1.0; }
+double bv_player_get_volume(const bv_player* player) {
+  return player && player->master ? player->master->volume() : -1.0;
+}
 
 int bv_player_set_mute(bv_player* player, int muted) {
-  if (!player) return BV_ERROR_INVALID_PARAMETER;
-  player->muted = muted != 0;
-  if (player->master) player->master->setMuted(player->muted);
+  if (!player || !player->master) return BV_ERROR_INVALID_PARAMETER;
+  player->master->setMuted(muted != 0);
   return BV_OK;
 }
 
-int bv_player_get_mute(const bv_player* player) { return player && player->muted ? 1 : 0; }
+int bv_player_get_mute(const bv_player* player) { return player && player->master && player->master->isMuted() ? 1 : 0; }
 
 int bv_player_set_audio_output(bv_player* player, const char* setting) {
-  if (!player) return BV_ERROR_INVALID_PARAMETER;
-  std::string text = setting ? setting : "";
-  // Without a master, a plain player judges the setting.
-  auto judge = player->master ? std::shared_ptr<BVBasePlayer>(player->master) : BVBasePlayer::create();
-  if (judge->setAudioOutput(text) != 0) return BV_ERROR_INVALID_AUDIO_OUTPUT;
-  player->audioOutput = text;
-  return BV_OK;
+  if (!player || !player->master) return BV_ERROR_INVALID_PARAMETER;
+  return player->master->setAudioOutput(setting ? setting : "") == 0 ? BV_OK : BV_ERROR_INVALID_AUDIO_OUTPUT;
 }
 
 char* bv_player_get_audio_output_name(const bv_player* player) {
