@@ -19,11 +19,12 @@
 #include <belvane/BVURL.h>
 #include <belvane/BVURLAdditions.h>
 
+#include "foundation/path_or_url.h"
+
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <memory>
 #include <new>
 #include <optional>
@@ -62,21 +63,6 @@ std::optional<std::string> attributeText(const BVValue& value) {
     case BVValue::Kind::Boolean: return std::string(value.boolValue() ? "1" : "0");
     default: return value.description();
   }
-}
-
-// A URL string, or a file path made absolute, as a URL.
-std::optional<BVURL> urlFromHostString(const char* text) {
-  std::string_view s(text);
-  if (s.empty()) return std::nullopt;
-  if (s.find("://") != std::string_view::npos) {
-    auto url = bvURLFromString(s);
-    if (url && bvIsAbsoluteURL(*url)) return url;
-    return std::nullopt;
-  }
-  std::error_code error;
-  auto path = std::filesystem::absolute(std::filesystem::path(s), error);
-  if (error) return std::nullopt;
-  return BVURL::fileURLWithPath(path.lexically_normal().string());
 }
 
 }  // namespace
@@ -196,7 +182,7 @@ int bv_player_play(bv_player* player, const char* url, const char* title) {
 
 int bv_player_play_with_options(bv_player* player, const char* url, const bv_play_options* options) {
   if (!player || player->destroyed || !url) return BV_ERROR_INVALID_PARAMETER;
-  auto parsed = urlFromHostString(url);
+  auto parsed = urlForArgument(url);
   if (!parsed) return BV_ERROR_INVALID_URL;
   try {
     std::shared_ptr<BVMediaLink> link;

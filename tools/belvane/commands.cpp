@@ -2,7 +2,7 @@
 #include "commands.h"
 
 #include "log_sink.h"
-#include "url_argument.h"
+#include "foundation/path_or_url.h"
 
 #include <belvane/BVURL.h>
 #include <belvane/BVURLAdditions.h>
@@ -73,7 +73,7 @@ double Arguments::positiveNumber(const std::string& name, double fallback) const
 }
 
 BVURL requireURL(const std::string& text) {
-  auto url = urlForArgument(text);
+  auto url = belvane::detail::urlForArgument(text);
   if (!url) throw UsageError("'" + text + "' is neither a URL nor a file path");
   return *url;
 }

@@ -1,6 +1,7 @@
-// How a command-line argument becomes the URL a subcommand works on: a file
-// path (absolute or relative) becomes a file URL; anything else goes through
-// the library's own rules for user-typed addresses.
+// How what a person types (a command-line argument, a C host's string)
+// becomes a URL: a file path (absolute or relative) becomes a file URL;
+// anything else goes through the library's own rules for user-typed
+// addresses.
 #pragma once
 
 #include <belvane/BVURL.h>
@@ -8,7 +9,7 @@
 #include <optional>
 #include <string>
 
-namespace belvane::tool {
+namespace belvane::detail {
 
 // Whether the argument names a local file rather than an address: it starts
 // with '/', "./" or "../", or it has no scheme and something exists there.
@@ -22,4 +23,4 @@ std::optional<BVURL> fileURLForPath(const std::string& path);
 // leaves without a scheme), else the library's URL.
 std::optional<BVURL> urlForArgument(const std::string& text);
 
-}  // namespace belvane::tool
+}  // namespace belvane::detail

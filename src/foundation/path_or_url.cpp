@@ -1,11 +1,11 @@
-// File paths and addresses typed on the command line.
-#include "url_argument.h"
+// File paths and addresses typed by a person (see path_or_url.h).
+#include "foundation/path_or_url.h"
 
 #include <belvane/BVURLAdditions.h>
 
 #include <glib.h>
 
-namespace belvane::tool {
+namespace belvane::detail {
 
 namespace {
 
@@ -48,4 +48,4 @@ std::optional<BVURL> urlForArgument(const std::string& text) {
   return url;
 }
 
-}  // namespace belvane::tool
+}  // namespace belvane::detail
