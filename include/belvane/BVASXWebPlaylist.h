@@ -6,11 +6,13 @@
 // bare "http:" URL becomes a single track.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVWebPlaylist.h>
 
 struct _xmlNode;
 
-class BVASXWebPlaylist : public BVWebPlaylist {
+class BV_EXPORT BVASXWebPlaylist : public BVWebPlaylist {
  public:
   // An empty reader (no URL), e.g. to parse text read elsewhere.
   static std::shared_ptr<BVASXWebPlaylist> create();

@@ -10,6 +10,8 @@
 // bounds size, depth and element count; it never trusts the bytes.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVValue.h>
 
 #include <functional>
@@ -24,7 +26,7 @@ namespace belvane {
 
 class BVArchiveDecoder;
 
-class BVArchiveEncoder {
+class BV_EXPORT BVArchiveEncoder {
  public:
   void encodeObject(const BVValue& value) { items_.push_back(value); }
   const BVArray& items() const { return items_; }
@@ -33,7 +35,7 @@ class BVArchiveEncoder {
   BVArray items_;
 };
 
-class BVArchiveDecoder {
+class BV_EXPORT BVArchiveDecoder {
  public:
   explicit BVArchiveDecoder(const BVArray& items) : items_(items) {}
   // The next encoded value; absent once all are read.
@@ -53,9 +55,9 @@ using BVArchiveFactory = std::function<BVValue(BVArchiveDecoder&)>;
 // Registers how to rebuild objects of a class name (replacing an earlier
 // registration). Registering is process-wide; whether a decode may use a
 // class is the caller's choice. "NSError" is registered by the library.
-void BVArchiveRegisterClass(const std::string& className, BVArchiveFactory factory);
+BV_EXPORT void BVArchiveRegisterClass(const std::string& className, BVArchiveFactory factory);
 
-struct BVArchiveLimits {
+struct BV_EXPORT BVArchiveLimits {
   size_t maxBytes = 16 * 1024 * 1024;
   size_t maxDepth = 64;  // nesting of arrays, dictionaries and objects; the root counts 1
   size_t maxElements = 1 << 20;
@@ -63,10 +65,10 @@ struct BVArchiveLimits {
 
 // The archive of root; empty when it holds an object that is not archivable
 // (supportsCoding() false) or nests deeper than 256 levels.
-std::vector<uint8_t> BVArchivedData(const BVValue& root);
+BV_EXPORT std::vector<uint8_t> BVArchivedData(const BVValue& root);
 // Nothing when the bytes do not decode, exceed the limits, or name a class
 // not in allowedClasses.
-std::optional<BVValue> BVUnarchive(std::span<const uint8_t> bytes, const std::set<std::string, std::less<>>& allowedClasses,
+BV_EXPORT std::optional<BVValue> BVUnarchive(std::span<const uint8_t> bytes, const std::set<std::string, std::less<>>& allowedClasses,
                                    const BVArchiveLimits& limits = {});
 
 }  // namespace belvane

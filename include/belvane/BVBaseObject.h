@@ -6,6 +6,8 @@
 // conversion with what the walk cannot do (nested records, URLs, codes).
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVObject.h>
 #include <belvane/BVValue.h>
 
@@ -13,7 +15,7 @@
 #include <string_view>
 #include <vector>
 
-class BVBaseObject : public BVObject {
+class BV_EXPORT BVBaseObject : public BVObject {
  public:
   // The properties written to and read from a property list, in order. A
   // subclass returns its superclass's list with its own names appended.

@@ -6,6 +6,8 @@
 // the link (customizeError).
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVError.h>
 #include <belvane/BVObject.h>
 #include <belvane/BVValue.h>
@@ -29,7 +31,7 @@ enum BVPlayerState : int32_t {
 // What the host (or a master player) hears from a player. Every call does
 // nothing by default. The player keeps itself alive for the call, so the
 // owner may drop it inside. Calls arrive on the thread whose run loop plays.
-class BVPlayerOwner {
+class BV_EXPORT BVPlayerOwner {
  public:
   virtual ~BVPlayerOwner() = default;
   // A real change of state; error is set only on a change to
@@ -47,7 +49,7 @@ class BVPlayerOwner {
 // switch stations). There is no stop call: a host stops playback by clearing
 // the owner and releasing the player, and its audio stops at once. Hosts
 // normally hold a BVMasterPlayer, which picks the engine for each link.
-class BVBasePlayer : public BVObject {
+class BV_EXPORT BVBasePlayer : public BVObject {
  public:
   static std::shared_ptr<BVBasePlayer> create();
   ~BVBasePlayer() override;

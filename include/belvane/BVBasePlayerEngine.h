@@ -5,6 +5,8 @@
 // availability.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVMediaFormatsFile.h>
 #include <belvane/BVObject.h>
 #include <belvane/BVURL.h>
@@ -18,7 +20,7 @@ class BVImage;
 class BVMediaFormat;
 class BVMediaLink;
 
-class BVBasePlayerEngine : public BVObject {
+class BV_EXPORT BVBasePlayerEngine : public BVObject {
  public:
   // Whether the back-end is usable on this machine (default: no).
   virtual bool isAvailable();

@@ -2,22 +2,24 @@
 // key that carries Belvane's explanation, and the player attribute keys.
 #pragma once
 
-extern const char* const BVBelvaneErrorDomain;
-extern const char* const BVHelixErrorDomain;
-extern const char* const BVShoutstreamerErrorDomain;
-extern const char* const BVBasePlayerErrorKey;
+#include <belvane/BVExport.h>
 
-extern const char* const BVPlayerAttributeLastErrorKey;
-extern const char* const BVPlayerAttributeDurationKey;
-extern const char* const BVPlayerAttributeCopyrightKey;
-extern const char* const BVPlayerAttributeYearKey;
-extern const char* const BVPlayerAttributeGenreKey;
-extern const char* const BVPlayerAttributeCommentKey;
-extern const char* const BVPlayerAttributeTrackNumberKey;
-extern const char* const BVPlayerAttributeAlbumKey;
-extern const char* const BVPlayerAttributeArtistKey;
-extern const char* const BVPlayerAttributeStreamTitleKey;
-extern const char* const BVPlayerAttributeTrackTitleKey;
+BV_EXPORT extern const char* const BVBelvaneErrorDomain;
+BV_EXPORT extern const char* const BVHelixErrorDomain;
+BV_EXPORT extern const char* const BVShoutstreamerErrorDomain;
+BV_EXPORT extern const char* const BVBasePlayerErrorKey;
+
+BV_EXPORT extern const char* const BVPlayerAttributeLastErrorKey;
+BV_EXPORT extern const char* const BVPlayerAttributeDurationKey;
+BV_EXPORT extern const char* const BVPlayerAttributeCopyrightKey;
+BV_EXPORT extern const char* const BVPlayerAttributeYearKey;
+BV_EXPORT extern const char* const BVPlayerAttributeGenreKey;
+BV_EXPORT extern const char* const BVPlayerAttributeCommentKey;
+BV_EXPORT extern const char* const BVPlayerAttributeTrackNumberKey;
+BV_EXPORT extern const char* const BVPlayerAttributeAlbumKey;
+BV_EXPORT extern const char* const BVPlayerAttributeArtistKey;
+BV_EXPORT extern const char* const BVPlayerAttributeStreamTitleKey;
+BV_EXPORT extern const char* const BVPlayerAttributeTrackTitleKey;
 
 // Marks errors the host must not report to the RadioTime directory.
-extern const char* const BVDoNotReportToRadioTimeErrorKey;  // "RTDoNotReportToRadioTimeErrorKey"
+BV_EXPORT extern const char* const BVDoNotReportToRadioTimeErrorKey;  // "RTDoNotReportToRadioTimeErrorKey"

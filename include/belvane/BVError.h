@@ -3,6 +3,8 @@
 // dictionaries and archives, so they are objects.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVValue.h>
 
 #include <cstdint>
@@ -13,13 +15,13 @@ class BVError;
 using BVErrorRef = std::shared_ptr<const BVError>;
 
 // User-info keys and a domain hosts know from the original platform.
-extern const char* const BVLocalizedDescriptionKey;        // "NSLocalizedDescription"
-extern const char* const BVLocalizedFailureReasonErrorKey;  // "NSLocalizedFailureReason"
-extern const char* const BVFilePathErrorKey;                // "NSFilePath"
-extern const char* const BVUnderlyingErrorKey;              // "NSUnderlyingError"
-extern const char* const BVOSStatusErrorDomain;             // "NSOSStatusErrorDomain"
+BV_EXPORT extern const char* const BVLocalizedDescriptionKey;        // "NSLocalizedDescription"
+BV_EXPORT extern const char* const BVLocalizedFailureReasonErrorKey;  // "NSLocalizedFailureReason"
+BV_EXPORT extern const char* const BVFilePathErrorKey;                // "NSFilePath"
+BV_EXPORT extern const char* const BVUnderlyingErrorKey;              // "NSUnderlyingError"
+BV_EXPORT extern const char* const BVOSStatusErrorDomain;             // "NSOSStatusErrorDomain"
 
-class BVError final : public BVObject {
+class BV_EXPORT BVError final : public BVObject {
  public:
   static BVErrorRef create(std::string domain, int64_t code, BVDictionary userInfo = {});
   // An error whose user info holds only a localized description.

@@ -3,11 +3,13 @@
 // movie-loading failures (HTTP statuses passed through, or OS status codes).
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVError.h>
 
 // An error in "NetHTTPErrorDomain" whose description is "<code>/<message>",
 // or nullptr when the table has no message for the code (or cannot be read).
-BVErrorRef BVErrorForHTTPErrorCode(int code);
+BV_EXPORT BVErrorRef BVErrorForHTTPErrorCode(int code);
 // The HTTP error for a listed code, otherwise an NSOSStatusErrorDomain error
 // with the code and no user info. Never nullptr.
-BVErrorRef BVErrorForQuickTimeErrorCode(int code);
+BV_EXPORT BVErrorRef BVErrorForQuickTimeErrorCode(int code);

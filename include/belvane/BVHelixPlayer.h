@@ -6,6 +6,8 @@
 // drives the kit and the 1-second idle timer (the main thread).
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVBasePlayer.h>
 #include <belvane/BVRunLoop.h>
 #include <belvane/HXClientKitABI.h>
@@ -17,7 +19,7 @@
 #include <string_view>
 #include <vector>
 
-class BVHelixPlayer : public BVBasePlayer {
+class BV_EXPORT BVHelixPlayer : public BVBasePlayer {
  public:
   // A player on the kit's class tables. Without tables (or with a kit that
   // cannot make its objects) every playLink ends in the error state.

@@ -8,6 +8,8 @@
 // lookup looks again.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVObject.h>
 #include <belvane/BVValue.h>
 
@@ -17,15 +19,15 @@
 #include <string>
 
 // The icon names the framework exports for its host.
-extern const char* const BVIconShoutcastPlayer;     // "Icon-Shoutcast"
-extern const char* const BVIconShockwavePlayer;     // "Icon-Shockwave"
-extern const char* const BVIconWindowsMediaPlayer;  // "Icon-Flip4Mac"
-extern const char* const BVIconHelixPlayer;         // "Icon-Helix"
-extern const char* const BVIconQuickTimePlayer;     // "Icon-Quicktime"
-extern const char* const BVIconiTunes;              // "Icon-iTunes"
-extern const char* const BVIconSafari;              // "Icon-Safari"
+BV_EXPORT extern const char* const BVIconShoutcastPlayer;     // "Icon-Shoutcast"
+BV_EXPORT extern const char* const BVIconShockwavePlayer;     // "Icon-Shockwave"
+BV_EXPORT extern const char* const BVIconWindowsMediaPlayer;  // "Icon-Flip4Mac"
+BV_EXPORT extern const char* const BVIconHelixPlayer;         // "Icon-Helix"
+BV_EXPORT extern const char* const BVIconQuickTimePlayer;     // "Icon-Quicktime"
+BV_EXPORT extern const char* const BVIconiTunes;              // "Icon-iTunes"
+BV_EXPORT extern const char* const BVIconSafari;              // "Icon-Safari"
 
-class BVImage final : public BVObject {
+class BV_EXPORT BVImage final : public BVObject {
  public:
   // An image of the file at path; the file is not read until data() is asked.
   static std::shared_ptr<BVImage> imageWithContentsOfFile(std::string path, std::string name = {});
@@ -51,7 +53,7 @@ class BVImage final : public BVObject {
 
 using BVImageRef = std::shared_ptr<BVImage>;
 
-class BVIconCenter final : public BVObject {
+class BV_EXPORT BVIconCenter final : public BVObject {
  public:
   static std::shared_ptr<BVIconCenter> sharedCenter();
 

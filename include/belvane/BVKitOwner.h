@@ -5,16 +5,18 @@
 // system log (GLib's structured log: the journal, or stderr).
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <string>
 
-class BVKitOwnerDelegate {
+class BV_EXPORT BVKitOwnerDelegate {
  public:
   virtual ~BVKitOwnerDelegate() = default;
   // Called on the thread that logged; must be safe from any thread.
   virtual void belvaneOwnerDebugLog(const std::string& message) = 0;
 };
 
-class BVKitOwner {
+class BV_EXPORT BVKitOwner {
  public:
   static BVKitOwner& sharedOwner();
 
@@ -29,6 +31,6 @@ class BVKitOwner {
 };
 
 // printf-style; an empty or null format logs nothing.
-extern "C" void BVLog(const char* format, ...) __attribute__((format(printf, 1, 2)));
+extern "C" BV_EXPORT void BVLog(const char* format, ...) __attribute__((format(printf, 1, 2)));
 // The message as it stands (never used as a format).
-void BVLogString(const std::string& message);
+BV_EXPORT void BVLogString(const std::string& message);

@@ -6,9 +6,11 @@
 // URL whatever it holds.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVWebPlaylist.h>
 
-class BVM3UWebPlaylist : public BVWebPlaylist {
+class BV_EXPORT BVM3UWebPlaylist : public BVWebPlaylist {
  public:
   // An empty reader (no URL), e.g. to parse text read elsewhere.
   static std::shared_ptr<BVM3UWebPlaylist> create();

@@ -6,6 +6,8 @@
 // thread that called playLink, whose run loop must be running.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVBasePlayer.h>
 #include <belvane/BVURL.h>
 
@@ -20,7 +22,7 @@ class BVShoutstreamerDelegate;
 class QLStreamTuner;
 struct shoutstreamer;
 
-class BVMP3StreamPlayer : public BVBasePlayer {
+class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
  public:
   static std::shared_ptr<BVMP3StreamPlayer> create();
   ~BVMP3StreamPlayer() override;

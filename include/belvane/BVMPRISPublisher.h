@@ -32,6 +32,8 @@
 // All of it on the main run loop's thread.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVBasePlayer.h>
 
 #include <memory>
@@ -43,7 +45,7 @@ namespace belvane::detail {
 struct MPRISConnection;
 }
 
-class BVMPRISPublisher : public BVPlayerOwner, public std::enable_shared_from_this<BVMPRISPublisher> {
+class BV_EXPORT BVMPRISPublisher : public BVPlayerOwner, public std::enable_shared_from_this<BVMPRISPublisher> {
  public:
   // Publishes the player on the session bus; nothing (and no message) when
   // there is no session bus or the name cannot be had.

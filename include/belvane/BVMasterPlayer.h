@@ -15,13 +15,15 @@
 // playLink. All of it on the thread whose run loop plays.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVBasePlayer.h>
 
 #include <utility>
 
 class BVMP3StreamPlayer;
 
-class BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
+class BV_EXPORT BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
  public:
   static std::shared_ptr<BVMasterPlayer> create();
   ~BVMasterPlayer() override;

@@ -9,6 +9,8 @@
 // so a shared format may be read from any thread.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVBaseObject.h>
 #include <belvane/BVURL.h>
 
@@ -23,7 +25,7 @@ class BVArchiveDecoder;
 
 class BVMediaMutableFormat;
 
-class BVMediaFormat : public BVBaseObject {
+class BV_EXPORT BVMediaFormat : public BVBaseObject {
  public:
   // A format with no clues.
   static std::shared_ptr<BVMediaFormat> emptyFormat();
@@ -110,7 +112,7 @@ class BVMediaFormat : public BVBaseObject {
   std::optional<std::string> radioTimeMediaType_;
 };
 
-class BVMediaMutableFormat : public BVMediaFormat {
+class BV_EXPORT BVMediaMutableFormat : public BVMediaFormat {
  public:
   // The same constructors as BVMediaFormat, making mutable formats.
   static std::shared_ptr<BVMediaMutableFormat> emptyFormat();

@@ -10,6 +10,8 @@
 // Keys are compared exactly, so the file holds them in lower case.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVObject.h>
 #include <belvane/BVValue.h>
 
@@ -20,7 +22,7 @@
 
 class BVMediaFormat;
 
-class BVMediaFormatsFile final : public BVObject {
+class BV_EXPORT BVMediaFormatsFile final : public BVObject {
  public:
   // "<name>.plist" from the framework's resources, else from the host's
   // folder; nothing when neither has it or it does not read.

@@ -7,6 +7,8 @@
 // adds setters (which store what they are given, without copying).
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVBaseObject.h>
 #include <belvane/BVError.h>
 #include <belvane/BVMediaFormat.h>
@@ -25,7 +27,7 @@ class BVArchiveDecoder;
 class BVBasePlayerEngine;
 class BVMediaMutableLink;
 
-class BVMediaLink : public BVBaseObject {
+class BV_EXPORT BVMediaLink : public BVBaseObject {
  public:
   // A link with the URL and the format inferred from it; no title, the empty source.
   static std::shared_ptr<BVMediaLink> linkWithURL(const BVURL& url);
@@ -108,7 +110,7 @@ class BVMediaLink : public BVBaseObject {
   BVErrorRef lastError_;
 };
 
-class BVMediaMutableLink : public BVMediaLink {
+class BV_EXPORT BVMediaMutableLink : public BVMediaLink {
  public:
   static std::shared_ptr<BVMediaMutableLink> linkWithURL(const BVURL& url);
   static std::shared_ptr<BVMediaMutableLink> create(const std::optional<BVURL>& url,

@@ -4,6 +4,8 @@
 // link. Immutable and shared by copy(); BVMediaMutableLinkSource adds setters.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVBaseObject.h>
 #include <belvane/BVURL.h>
 
@@ -18,7 +20,7 @@ class BVArchiveDecoder;
 
 class BVMediaMutableLinkSource;
 
-class BVMediaLinkSource : public BVBaseObject {
+class BV_EXPORT BVMediaLinkSource : public BVBaseObject {
  public:
   // The kind of the empty source, "????".
   static constexpr uint32_t kUnknownKind = 0x3F3F3F3F;
@@ -82,7 +84,7 @@ class BVMediaLinkSource : public BVBaseObject {
   std::optional<std::string> elementHTML_;
 };
 
-class BVMediaMutableLinkSource : public BVMediaLinkSource {
+class BV_EXPORT BVMediaMutableLinkSource : public BVMediaLinkSource {
  public:
   static std::shared_ptr<BVMediaMutableLinkSource> emptySource();
   static std::shared_ptr<BVMediaMutableLinkSource> linkSourceWithKind(uint32_t kind, const std::optional<BVURL>& pageURL,

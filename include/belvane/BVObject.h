@@ -5,6 +5,8 @@
 // Records override className(), description() and isEqual().
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <memory>
 #include <string>
 
@@ -12,7 +14,7 @@ namespace belvane {
 class BVArchiveEncoder;
 }
 
-class BVObject : public std::enable_shared_from_this<BVObject> {
+class BV_EXPORT BVObject : public std::enable_shared_from_this<BVObject> {
  public:
   virtual ~BVObject() = default;
 

@@ -5,9 +5,11 @@
 // in ascending order of number.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVWebPlaylist.h>
 
-class BVPLSWebPlaylist : public BVWebPlaylist {
+class BV_EXPORT BVPLSWebPlaylist : public BVWebPlaylist {
  public:
   // An empty reader (no URL), e.g. to parse text read elsewhere.
   static std::shared_ptr<BVPLSWebPlaylist> create();

@@ -3,6 +3,8 @@
 // QuickTime), answering which engines can play a given format.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVBasePlayerEngine.h>
 #include <belvane/BVObject.h>
 
@@ -12,7 +14,7 @@
 
 class BVMediaFormat;
 
-class BVPlayerEngineCenter final : public BVObject {
+class BV_EXPORT BVPlayerEngineCenter final : public BVObject {
  public:
   // The one center, made with the four shared engines on first call.
   static std::shared_ptr<BVPlayerEngineCenter> sharedCenter();

@@ -7,6 +7,8 @@
 // and description, and says whether its back-end is usable here.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVBasePlayerEngine.h>
 #include <belvane/BVError.h>
 #include <belvane/HXClientKitABI.h>
@@ -18,7 +20,7 @@
 
 // The built-in MP3/Shoutcast streamer: always available; never plays local
 // files; takes a bare "http" link that carries no other clue.
-class BVMP3StreamPlayerEngine final : public BVBasePlayerEngine {
+class BV_EXPORT BVMP3StreamPlayerEngine final : public BVBasePlayerEngine {
  public:
   static constexpr const char* kEngineID = "com.brambleside.shoutcast";
   static constexpr const char* kFormatsFileName = "Formats-Shoutcast";
@@ -44,7 +46,7 @@ class BVMP3StreamPlayerEngine final : public BVBasePlayerEngine {
 // "com.RealNetworks.RealPlayer". The kit is loaded on the first availability
 // question and stays loaded; recheckAvailablity() lets an unavailable engine
 // try again (after the user installed the application).
-class BVHelixPlayerEngine final : public BVBasePlayerEngine {
+class BV_EXPORT BVHelixPlayerEngine final : public BVBasePlayerEngine {
  public:
   static constexpr const char* kEngineID = "com.realnetworks.helix";
   static constexpr const char* kFormatsFileName = "Formats-Helix";
@@ -91,7 +93,7 @@ class BVHelixPlayerEngine final : public BVBasePlayerEngine {
 
 // Windows Media, played by the general media engine's player; available when
 // the installed GStreamer can demux and decode "wmv".
-class BVWindowsMediaPlayerEngine final : public BVBasePlayerEngine {
+class BV_EXPORT BVWindowsMediaPlayerEngine final : public BVBasePlayerEngine {
  public:
   static constexpr const char* kEngineID = "com.microsoft.windowsmediaplayer";
   static constexpr const char* kFormatsFileName = "Formats-Flip4Mac";
@@ -114,7 +116,7 @@ class BVWindowsMediaPlayerEngine final : public BVBasePlayerEngine {
 
 // The general media engine, on GStreamer: always available; refuses PDF;
 // takes any link whose URL a GStreamer source can open.
-class BVQuicktimePlayerEngine : public BVBasePlayerEngine {
+class BV_EXPORT BVQuicktimePlayerEngine : public BVBasePlayerEngine {
  public:
   static constexpr const char* kEngineID = "com.apple.quicktime";
   static constexpr const char* kFormatsFileName = "Formats-QuickTime";

@@ -4,6 +4,8 @@
 // role and returns its result unchanged.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <stdbool.h>
 
 #ifdef __cplusplus
@@ -11,17 +13,17 @@ extern "C" {
 #endif
 
 // Levels: 0 none, 1 errors, 2 warnings, 3 information, 4 debugging.
-int BVQLDebugLogLevel(void);
+BV_EXPORT int BVQLDebugLogLevel(void);
 // Returns the previous level.
-int BVQLDebugSetLogLevel(int level);
+BV_EXPORT int BVQLDebugSetLogLevel(int level);
 // The open log file's path, or NULL when none is open. The text stays valid
 // on the calling thread until its next call.
-const char* BVQLDebugLogFilePath(void);
+BV_EXPORT const char* BVQLDebugLogFilePath(void);
 // Appends the streaming library's messages to the file at path (instead of
 // BVLog); true on success.
-bool BVQLDebugOpenLogFileAtPath(const char* path);
+BV_EXPORT bool BVQLDebugOpenLogFileAtPath(const char* path);
 // True when a log file was open and has been closed.
-bool BVQLDebugCloseLogFile(void);
+BV_EXPORT bool BVQLDebugCloseLogFile(void);
 
 #ifdef __cplusplus
 }

@@ -8,6 +8,8 @@
 // looping fault.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVBasePlayer.h>
 #include <belvane/BVURL.h>
 #include <belvane/BVWebPlaylist.h>
@@ -28,7 +30,7 @@ class QTMetaData;
 struct QTNotification;
 }  // namespace belvane::detail
 
-class BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, public BVWebPlaylistDelegate {
+class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, public BVWebPlaylistDelegate {
  public:
   using QTMovie = belvane::detail::QTMovie;
   using QTNotification = belvane::detail::QTNotification;
@@ -148,9 +150,3 @@ class BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, public BVWe
   std::shared_ptr<belvane::detail::MovieAudioAdapter> movieAudio_;
   std::shared_ptr<const std::string> streamTitle_;
 };
-
-namespace belvane::detail {
-// The movie controller's action filter: the idle action drives the player's
-// idle tick. Never handles an action itself (always false).
-bool mcActionFilter(QTMovieController* mc, int16_t action, void* params, intptr_t refCon);
-}  // namespace belvane::detail

@@ -6,19 +6,21 @@
 // overrides or adds, and a string table for localized texts.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <optional>
 #include <string>
 
 namespace BVResources {
-std::string frameworkResourceDirectory();
+BV_EXPORT std::string frameworkResourceDirectory();
 // "<dir>/<name>.<type>" in the framework folder, when that file exists.
-std::optional<std::string> frameworkPathForResource(const std::string& name, const std::string& type);
+BV_EXPORT std::optional<std::string> frameworkPathForResource(const std::string& name, const std::string& type);
 
-void setMainBundleDirectory(const std::string& directory);
-std::optional<std::string> mainBundleDirectory();
-std::optional<std::string> mainBundlePathForResource(const std::string& name, const std::string& type);
+BV_EXPORT void setMainBundleDirectory(const std::string& directory);
+BV_EXPORT std::optional<std::string> mainBundleDirectory();
+BV_EXPORT std::optional<std::string> mainBundlePathForResource(const std::string& name, const std::string& type);
 
 // The host's translation of key from "Localizable.strings.plist" (a
 // dictionary of key to text) in its folder; the key itself when none.
-std::string localizedString(const std::string& key);
+BV_EXPORT std::string localizedString(const std::string& key);
 }  // namespace BVResources

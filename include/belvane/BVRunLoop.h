@@ -6,6 +6,8 @@
 // perform(); delayed performs can be cancelled by the object they target.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <functional>
 #include <memory>
 
@@ -14,7 +16,7 @@ typedef struct _GMainContext GMainContext;
 class BVRunLoopSource;
 using BVRunLoopSourceRef = std::shared_ptr<BVRunLoopSource>;
 
-class BVRunLoop {
+class BV_EXPORT BVRunLoop {
  public:
   // The calling thread's loop: its thread-default context, or the main loop.
   static BVRunLoop current();
@@ -75,7 +77,7 @@ class BVRunLoop {
 };
 
 // A source attached to a run loop; cancel() detaches it (safe to repeat).
-class BVRunLoopSource {
+class BV_EXPORT BVRunLoopSource {
  public:
   virtual ~BVRunLoopSource() = default;
   virtual void cancel() = 0;
@@ -85,7 +87,7 @@ class BVRunLoopSource {
 // BVTimer: a timer scheduled on the loop that made it. The loop keeps the
 // timer (and its callback) alive until it is invalidated, as with a one-shot
 // timer after it fired.
-class BVTimer : public std::enable_shared_from_this<BVTimer> {
+class BV_EXPORT BVTimer : public std::enable_shared_from_this<BVTimer> {
  public:
   using Callback = std::function<void(BVTimer&)>;
   static std::shared_ptr<BVTimer> scheduledTimer(double interval, bool repeats, Callback fn);

@@ -5,12 +5,14 @@
 // URL made relative to a base); nothing is normalised. Copies are cheap.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
-class BVURL {
+class BV_EXPORT BVURL {
  public:
   // Parses the string as it stands (no trimming, escaping or default scheme).
   // Refuses strings that are no URL reference: characters outside the URL

@@ -9,6 +9,8 @@
 // block included, as body bytes.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVError.h>
 #include <belvane/BVRunLoop.h>
 #include <belvane/BVURL.h>
@@ -22,12 +24,12 @@
 #include <vector>
 
 // Case-insensitive header names, as HTTP has them.
-struct BVCaseInsensitiveLess {
+struct BV_EXPORT BVCaseInsensitiveLess {
   bool operator()(const std::string& a, const std::string& b) const;
 };
 using BVHTTPHeaderFields = std::map<std::string, std::string, BVCaseInsensitiveLess>;
 
-struct BVURLRequest {
+struct BV_EXPORT BVURLRequest {
   BVURL url;
   std::string httpMethod = "GET";
   double timeoutInterval = 60.0;
@@ -40,7 +42,7 @@ struct BVURLRequest {
   explicit BVURLRequest(BVURL u, double timeout = 60.0) : url(std::move(u)), timeoutInterval(timeout) {}
 };
 
-class BVURLResponse {
+class BV_EXPORT BVURLResponse {
  public:
   BVURLResponse(BVURL url, int statusCode, BVHTTPHeaderFields fields);
 
@@ -71,7 +73,7 @@ struct URLConnectionAccess;
 }
 using BVURLConnectionRef = std::shared_ptr<BVURLConnection>;
 
-class BVURLConnectionDelegate {
+class BV_EXPORT BVURLConnectionDelegate {
  public:
   virtual ~BVURLConnectionDelegate() = default;
   virtual void connectionWillSendRequest(BVURLConnection&, const BVURLRequest&, const BVURLResponse*) {}
@@ -81,7 +83,7 @@ class BVURLConnectionDelegate {
   virtual void connectionDidFailWithError(BVURLConnection&, const BVErrorRef&) {}
 };
 
-class BVURLConnection : public std::enable_shared_from_this<BVURLConnection> {
+class BV_EXPORT BVURLConnection : public std::enable_shared_from_this<BVURLConnection> {
  public:
   // Starts loading at once; delegate calls arrive on the calling thread's run
   // loop. The delegate is not owned; cancel() (or destroying the last
@@ -129,4 +131,4 @@ enum : int {
 
 // The English phrase for an HTTP status, lower-case ("not found"); a class
 // phrase ("client error") for unlisted codes of a known class, "" otherwise.
-std::string BVLocalizedStringForHTTPStatusCode(int statusCode);
+BV_EXPORT std::string BVLocalizedStringForHTTPStatusCode(int statusCode);

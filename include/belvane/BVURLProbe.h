@@ -8,6 +8,8 @@
 // it, then cuts the connection.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVError.h>
 #include <belvane/BVObject.h>
 #include <belvane/BVURL.h>
@@ -25,7 +27,7 @@
 // Header fields as the raw parser produces them.
 using BVHeaderDictionary = std::map<std::string, std::string>;
 
-class BVURLProbe final : public BVObject {
+class BV_EXPORT BVURLProbe final : public BVObject {
  public:
   static std::shared_ptr<BVURLProbe> create(BVURL url);
 
@@ -56,7 +58,7 @@ class BVURLProbe final : public BVObject {
   std::optional<BVData> _data;
 };
 
-class BVURLProbeThread final : public BVObject, public BVURLConnectionDelegate {
+class BV_EXPORT BVURLProbeThread final : public BVObject, public BVURLConnectionDelegate {
  public:
   struct Parameters {
     BVURL URL;

@@ -7,6 +7,8 @@
 // their keys sorted so output is deterministic.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVObject.h>
 
 #include <cstdint>
@@ -23,17 +25,17 @@ using BVDictionary = std::map<std::string, BVValue, std::less<>>;
 using BVData = std::vector<uint8_t>;
 
 // A point in time, seconds since 2001-01-01 00:00:00 UTC (the property-list epoch).
-struct BVDate {
+struct BV_EXPORT BVDate {
   double secondsSinceReferenceDate = 0;
   bool operator==(const BVDate&) const = default;
 };
 
 // The null object: a present value that means "nothing" (unlike an absent value).
-struct BVNull {
+struct BV_EXPORT BVNull {
   bool operator==(const BVNull&) const = default;
 };
 
-class BVValue {
+class BV_EXPORT BVValue {
  public:
   enum class Kind { None, Null, String, Integer, Real, Boolean, Date, Data, Array, Dictionary, Object };
 
@@ -110,4 +112,4 @@ class BVValue {
 };
 
 // Convenience: the string under key, or nullptr.
-const std::string* BVDictionaryString(const BVDictionary& d, std::string_view key);
+BV_EXPORT const std::string* BVDictionaryString(const BVDictionary& d, std::string_view key);

@@ -9,6 +9,8 @@
 // "finishedLoading" and "tracks" properties.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVError.h>
 #include <belvane/BVObject.h>
 #include <belvane/BVRunLoop.h>
@@ -26,14 +28,14 @@
 #include <vector>
 
 // Track dictionary keys; each constant's text is its own name.
-extern const char* const kPlaylistAttributeTrackURL;            // string, as written in the file
-extern const char* const kPlaylistAttributeTrackTitle;          // string
-extern const char* const kPlaylistAttributeTrackDuration;       // M3U: integer; PLS: string
-extern const char* const kPlaylistAttributeTrackNumber;         // integer (PLS)
-extern const char* const kPlaylistAttributeAlternateTrackURLs;  // list of strings (ASX)
+BV_EXPORT extern const char* const kPlaylistAttributeTrackURL;            // string, as written in the file
+BV_EXPORT extern const char* const kPlaylistAttributeTrackTitle;          // string
+BV_EXPORT extern const char* const kPlaylistAttributeTrackDuration;       // M3U: integer; PLS: string
+BV_EXPORT extern const char* const kPlaylistAttributeTrackNumber;         // integer (PLS)
+BV_EXPORT extern const char* const kPlaylistAttributeAlternateTrackURLs;  // list of strings (ASX)
 
 // Error domain of download failures: "BVWebPlaylist".
-extern const char* const BVWebPlaylistErrorDomain;
+BV_EXPORT extern const char* const BVWebPlaylistErrorDomain;
 enum : int {
   // The server answered with a status other than 200 ("404 not found").
   BVWebPlaylistErrorHTTPStatus = -1,
@@ -50,7 +52,7 @@ class BVWebPlaylist;
 using BVWebPlaylistRef = std::shared_ptr<BVWebPlaylist>;
 
 // The playlist's delegate; both calls are optional (default: nothing).
-class BVWebPlaylistDelegate {
+class BV_EXPORT BVWebPlaylistDelegate {
  public:
   virtual ~BVWebPlaylistDelegate() = default;
   // The tracks are ready.
@@ -61,14 +63,14 @@ class BVWebPlaylistDelegate {
 
 // Follows the playlist's observable properties: key is "finishedLoading" or
 // "tracks". Will-change comes before the change, did-change after it.
-class BVWebPlaylistObserver {
+class BV_EXPORT BVWebPlaylistObserver {
  public:
   virtual ~BVWebPlaylistObserver() = default;
   virtual void playlistWillChangeValueForKey(BVWebPlaylist& /*playlist*/, const std::string& /*key*/) {}
   virtual void playlistDidChangeValueForKey(BVWebPlaylist& /*playlist*/, const std::string& /*key*/) {}
 };
 
-class BVWebPlaylist : public BVObject, protected BVURLConnectionDelegate {
+class BV_EXPORT BVWebPlaylist : public BVObject, protected BVURLConnectionDelegate {
  public:
   // Class-level tests of the readers; the base accepts nothing. An absent
   // MIME type stands for a server that reported none.

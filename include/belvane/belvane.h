@@ -38,6 +38,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <belvane/BVExport.h>
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -57,7 +59,7 @@ extern "C" {
 
 /* The version of the library loaded at run time, as BELVANE_MAKE_VERSION
  * makes it. A host may compare it with BELVANE_VERSION. */
-unsigned long bv_version(void);
+BV_EXPORT unsigned long bv_version(void);
 
 /* ---- Errors ------------------------------------------------------------ */
 
@@ -76,10 +78,10 @@ typedef enum bv_error_code {
 } bv_error_code;
 
 /* A short English description of a bv_error_code (static string). */
-const char *bv_error_string(int code);
+BV_EXPORT const char *bv_error_string(int code);
 
 /* Frees a string this library returned (NULL is fine). */
-void bv_free(void *data);
+BV_EXPORT void bv_free(void *data);
 
 /* ---- Player ------------------------------------------------------------ */
 
@@ -96,12 +98,12 @@ typedef enum bv_state {
 typedef struct bv_player bv_player;
 
 /* A new idle player, or NULL when memory ran out. */
-bv_player *bv_player_create(void);
+BV_EXPORT bv_player *bv_player_create(void);
 
 /* Stops the audio at once and frees the player (NULL is fine). No callback
  * arrives afterwards. Allowed inside the player's own callbacks (see
  * Lifetime above). */
-void bv_player_destroy(bv_player *player);
+BV_EXPORT void bv_player_destroy(bv_player *player);
 
 /* Optional clues to the link's format. Zero-initialise the struct (or use
  * BV_PLAY_OPTIONS_INIT) and set what is known; NULL members are unknown. */
@@ -122,39 +124,39 @@ typedef struct bv_play_options {
  * the playback starts (its progress arrives through the state callback,
  * beginning with BV_STATE_CONNECTING, which may come before this returns),
  * else an error code and nothing changes. */
-int bv_player_play(bv_player *player, const char *url, const char *title);
+BV_EXPORT int bv_player_play(bv_player *player, const char *url, const char *title);
 
 /* As bv_player_play, with format clues; options may be NULL. */
-int bv_player_play_with_options(bv_player *player, const char *url, const bv_play_options *options);
+BV_EXPORT int bv_player_play_with_options(bv_player *player, const char *url, const bv_play_options *options);
 
 /* Stops the playback: its audio stops at once and, when something was
  * connecting or playing, the state callback reports the change to
  * BV_STATE_STOPPED before this returns (a playback that already ended or
  * failed keeps its state). A later play starts afresh. */
-int bv_player_stop(bv_player *player);
+BV_EXPORT int bv_player_stop(bv_player *player);
 
 /* The current state. */
-bv_state bv_player_get_state(const bv_player *player);
+BV_EXPORT bv_state bv_player_get_state(const bv_player *player);
 
 /* The playback position as a fraction of the whole, 0.0 to 1.0; -1 for a
  * live stream or when nothing plays. */
-double bv_player_get_position(const bv_player *player);
+BV_EXPORT double bv_player_get_position(const bv_player *player);
 
 /* Seconds played since the start (live streams too); -1 when not known. */
-double bv_player_get_elapsed_time(const bv_player *player);
+BV_EXPORT double bv_player_get_elapsed_time(const bv_player *player);
 
 /* Audio frames handed to the output since the playback started: what the
  * listener hears now, to within the device's buffer. 0 when nothing plays. */
-uint64_t bv_player_get_frames_written(const bv_player *player);
+BV_EXPORT uint64_t bv_player_get_frames_written(const bv_player *player);
 
 /* The volume as a gain, 0.0 (silent) to 1.0 (full, the default). It holds
  * for every later playback. BV_ERROR_INVALID_PARAMETER outside 0..1. */
-int bv_player_set_volume(bv_player *player, double volume);
-double bv_player_get_volume(const bv_player *player);
+BV_EXPORT int bv_player_set_volume(bv_player *player, double volume);
+BV_EXPORT double bv_player_get_volume(const bv_player *player);
 
 /* Mutes (non-zero) or unmutes (0) without changing the volume. */
-int bv_player_set_mute(bv_player *player, int muted);
-int bv_player_get_mute(const bv_player *player);
+BV_EXPORT int bv_player_set_mute(bv_player *player, int muted);
+BV_EXPORT int bv_player_get_mute(const bv_player *player);
 
 /* The audio output for the next playback (not the current one):
  *   "auto"       PulseAudio or PipeWire, then ALSA, then silence
@@ -165,12 +167,12 @@ int bv_player_get_mute(const bv_player *player);
  *   "" or NULL   the default: $BELVANE_AUDIO_OUTPUT, else "auto"
  * BV_ERROR_INVALID_AUDIO_OUTPUT for anything else, and the previous
  * setting stays. */
-int bv_player_set_audio_output(bv_player *player, const char *setting);
+BV_EXPORT int bv_player_set_audio_output(bv_player *player, const char *setting);
 
 /* The output actually opened ("pulse", "alsa", "null", "null:fast", "wav",
  * or "null (no sound output found)" when "auto" found nothing), "none"
  * before playing. Free it with bv_free(); NULL only when memory ran out. */
-char *bv_player_get_audio_output_name(const bv_player *player);
+BV_EXPORT char *bv_player_get_audio_output_name(const bv_player *player);
 
 /* The attribute keys: the names Belvane exports. */
 #define BV_ATTRIBUTE_STREAM_TITLE "BVPlayerAttributeStreamTitleKey"
@@ -184,7 +186,7 @@ char *bv_player_get_audio_output_name(const bv_player *player);
 /* The current value of an attribute as text (numbers in decimal, e.g. a
  * duration "215.5"), or NULL when the player has none under that key.
  * Free it with bv_free(). */
-char *bv_player_get_attribute(const bv_player *player, const char *key);
+BV_EXPORT char *bv_player_get_attribute(const bv_player *player, const char *key);
 
 /* ---- Callbacks --------------------------------------------------------- */
 
@@ -213,9 +215,9 @@ typedef void (*bv_position_callback)(bv_player *player, double position, void *u
 
 /* Each replaces the previous callback of its kind; NULL removes it.
  * userdata is handed back to the callback untouched. */
-void bv_player_set_state_callback(bv_player *player, bv_state_callback callback, void *userdata);
-void bv_player_set_attribute_callback(bv_player *player, bv_attribute_callback callback, void *userdata);
-void bv_player_set_position_callback(bv_player *player, bv_position_callback callback, void *userdata);
+BV_EXPORT void bv_player_set_state_callback(bv_player *player, bv_state_callback callback, void *userdata);
+BV_EXPORT void bv_player_set_attribute_callback(bv_player *player, bv_attribute_callback callback, void *userdata);
+BV_EXPORT void bv_player_set_position_callback(bv_player *player, bv_position_callback callback, void *userdata);
 
 #ifdef __cplusplus
 }

@@ -19,7 +19,6 @@
 #include <belvane/BVURL.h>
 #include <belvane/BVURLAdditions.h>
 
-#include "foundation/path_or_url.h"
 
 #include <cmath>
 #include <cstdio>
@@ -182,7 +181,7 @@ int bv_player_play(bv_player* player, const char* url, const char* title) {
 
 int bv_player_play_with_options(bv_player* player, const char* url, const bv_play_options* options) {
   if (!player || player->destroyed || !url) return BV_ERROR_INVALID_PARAMETER;
-  auto parsed = urlForArgument(url);
+  auto parsed = bvURLFromArgument(url);
   if (!parsed) return BV_ERROR_INVALID_URL;
   try {
     std::shared_ptr<BVMediaLink> link;

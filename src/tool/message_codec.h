@@ -3,7 +3,7 @@
 // the payload length bound both ends enforce.
 #pragma once
 
-#include <belvane/BVToolConnection.h>
+#include "tool/tool_connection.h"
 
 #include <cstdint>
 

@@ -3,7 +3,7 @@
 #include <belvane/BVArchive.h>
 #include <belvane/BVConstants.h>
 #include <belvane/BVKitOwner.h>
-#include <belvane/BVToolConnection.h>
+#include "tool/tool_connection.h"
 
 #include "tool/message_codec.h"
 #include "tool/pipe_io.h"

@@ -2,7 +2,7 @@
 // carried as the payload of a type-2 reply.
 #pragma once
 
-#include <belvane/BVToolConnection.h>
+#include "tool/tool_connection.h"
 
 namespace belvane::detail {
 

@@ -2,10 +2,9 @@
 #include "commands.h"
 
 #include "log_sink.h"
-#include "foundation/path_or_url.h"
+#include <belvane/BVURLAdditions.h>
 
 #include <belvane/BVURL.h>
-#include <belvane/BVURLAdditions.h>
 
 #include <cmath>
 #include <cstdio>
@@ -73,7 +72,7 @@ double Arguments::positiveNumber(const std::string& name, double fallback) const
 }
 
 BVURL requireURL(const std::string& text) {
-  auto url = belvane::detail::urlForArgument(text);
+  auto url = bvURLFromArgument(text);
   if (!url) throw UsageError("'" + text + "' is neither a URL nor a file path");
   return *url;
 }

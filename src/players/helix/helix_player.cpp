@@ -4,7 +4,7 @@
 #include <belvane/BVHelixPlayer.h>
 #include <belvane/BVMediaFormat.h>
 #include <belvane/BVMediaLink.h>
-#include <belvane/BVTimerForwarder.h>
+#include "model/timer_forwarder.h"
 
 #include "players/helix/helix_observer.h"
 

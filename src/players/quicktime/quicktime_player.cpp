@@ -139,12 +139,16 @@ void BVQuickTimePlayer::_noteMovieIdle() {
   });
 }
 
-bool belvane::detail::mcActionFilter(QTMovieController*, int16_t action, void*, intptr_t refCon) {
-  if (refCon && action == mcActionIdle) {
+namespace {
+// The movie controller's action filter: the idle action drives the player's
+// idle tick. Never handles an action itself (always false).
+bool mcActionFilter(belvane::detail::QTMovieController*, int16_t action, void*, intptr_t refCon) {
+  if (refCon && action == belvane::detail::mcActionIdle) {
     reinterpret_cast<BVQuickTimePlayer*>(refCon)->_noteMovieIdle();
   }
   return false;
 }
+}  // namespace
 
 void BVQuickTimePlayer::observeMovie() {
   using namespace belvane::detail;

@@ -1,11 +1,13 @@
-// File paths and addresses typed by a person (see path_or_url.h).
-#include "foundation/path_or_url.h"
-
+// How what a person types (a command-line argument, a C host's string)
+// becomes a URL: a file path (absolute or relative) becomes a file URL;
+// anything else goes through the library's own rules for user-typed
+// addresses.
 #include <belvane/BVURLAdditions.h>
 
-#include <glib.h>
+#include <optional>
+#include <string>
 
-namespace belvane::detail {
+#include <glib.h>
 
 namespace {
 
@@ -20,8 +22,8 @@ bool hasScheme(const std::string& text) {
   return true;
 }
 
-}  // namespace
-
+// Whether the argument names a local file rather than an address: it starts
+// with '/', "./" or "../", or it has no scheme and something exists there.
 bool looksLikeFilePath(const std::string& text) {
   if (text.empty()) return false;
   if (text[0] == '/' || text.rfind("./", 0) == 0 || text.rfind("../", 0) == 0 || text == "." || text == "..")
@@ -39,7 +41,10 @@ std::optional<BVURL> fileURLForPath(const std::string& path) {
   return url;
 }
 
-std::optional<BVURL> urlForArgument(const std::string& text) {
+}  // namespace
+
+std::optional<BVURL> bvURLFromArgument(std::string_view argument) {
+  const std::string text(argument);
   if (looksLikeFilePath(text)) return fileURLForPath(text);
   auto url = bvURLFromString(text);
   // What the library leaves without a scheme ("song.mp3" that is not
@@ -47,5 +52,3 @@ std::optional<BVURL> urlForArgument(const std::string& text) {
   if (url && url->scheme().empty()) return fileURLForPath(text);
   return url;
 }
-
-}  // namespace belvane::detail
