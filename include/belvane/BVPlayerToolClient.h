@@ -1,7 +1,7 @@
 // BVPlayerToolClient: the host's handle on a player running in the player
 // tool process. Every player operation is a call forwarded over the tool
-// connection (named pipes, private to the library), whose operation table
-// gives the calls' argument and return types.
+// connection; the client is the connection's vended object on this side, so
+// its operation table gives the calls' argument and return types.
 //
 // Calls never throw: a failure in the tool gives zero or nothing (logged).
 // A tool that dies, or does not answer within timeout() (5 s by default), is
@@ -13,16 +13,13 @@
 #include <belvane/BVExport.h>
 
 #include <belvane/BVError.h>
+#include <belvane/BVToolConnection.h>
 #include <belvane/BVValue.h>
 
 #include <memory>
 #include <string>
 
 class BVMediaLink;
-class BVToolConnection;
-namespace belvane::detail {
-class PlayerToolClientSide;
-}  // namespace belvane::detail
 
 // The shared-memory record declared for the comms block (unused here).
 struct BV_EXPORT bv_comms_s {
@@ -31,26 +28,19 @@ struct BV_EXPORT bv_comms_s {
   char c[2];
 };
 
-class BV_EXPORT BVPlayerToolClient {
+class BV_EXPORT BVPlayerToolClient : public BVVendable {
  public:
   BVPlayerToolClient();
-  ~BVPlayerToolClient();
+  ~BVPlayerToolClient() override;
 
-  BVPlayerToolClient(const BVPlayerToolClient&) = delete;
-  BVPlayerToolClient& operator=(const BVPlayerToolClient&) = delete;
-
-  // The tool executable that connect() starts (belvane-player-tool); it
-  // must be set before connecting.
-  void setServerToolPath(const std::string& path);
-  const std::string& serverToolPath() const;
-  BVErrorRef connect();
-  void disconnect();
-  int serverProcessID() const;
-  // How long a call waits for the tool, in seconds (5 by default; negative:
-  // for ever).
-  void setTimeout(double seconds);
-  double timeout() const;
-  bool isConnected() const;
+  void setServerToolPath(const std::string& path) { connection_->setServerToolPath(path); }
+  const std::string& serverToolPath() const { return connection_->serverToolPath(); }
+  BVErrorRef connect() { return connection_->connect(); }
+  void disconnect() { connection_->disconnect(); }
+  int serverProcessID() const { return connection_->serverProcessID(); }
+  void setTimeout(double seconds) { connection_->setTimeout(seconds); }
+  double timeout() const { return connection_->timeout(); }
+  bool isConnected() const { return connection_->isConnected(); }
 
   // Forwarded to the tool's player.
   BVValue loadPatchLibrary(const BVValue& library, const BVValue& principalClass);
@@ -71,10 +61,13 @@ class BV_EXPORT BVPlayerToolClient {
   std::string audioOutputName();
   uint64_t outputFramesWritten();
 
- private:
-  BVToolConnection& send();
+  // The operations the tool's player answers, with their type codes.
+  static const BVRemoteInterface& playerToolInterface();
+  const BVRemoteInterface& remoteInterface() override { return playerToolInterface(); }
 
-  std::unique_ptr<belvane::detail::PlayerToolClientSide> side_;  // the connection's vended object
+ private:
+  BVToolConnection& send() { return connection_->send(); }
+
   std::unique_ptr<BVToolConnection> connection_;
   // A shared-memory comms record, declared for layout's sake and never used:
   // every call goes through the pipes.

@@ -21,6 +21,7 @@
 class BVMediaLink;
 
 namespace belvane::detail {
+struct QuickTimePlayerAccess;
 class AudioDelivery;
 class MovieAudioAdapter;
 class QuickTimeTitleClient;
@@ -102,17 +103,14 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   // A live stream's title is due: its audio is what the listener hears next.
   void streamTitleDue(const std::shared_ptr<const std::string>& title);
 
-  // For tests and diagnostics.
-  const std::shared_ptr<QTMovie>& movie() const { return _movie; }
+  // The player a link was handed to (another engine's), and the error that
+  // ended the last playback.
   const std::shared_ptr<BVBasePlayer>& subPlayer() const { return _subPlayer; }
-  const BVWebPlaylistRef& playlist() const { return _playlist; }
   const BVErrorRef& lastError() const { return _lastError; }
-  bool employedFlip4MacWorkAround() const { return _employedFlip4MacWorkAround; }
-  // Forgets the cached version answer (tests install and remove components).
-  static void resetFlip4MacVersionCheck();
 
  protected:
   BVQuickTimePlayer() = default;
+  friend struct belvane::detail::QuickTimePlayerAccess;
 
   // Leaving for Stopped or Error stops observing the movie; OS status errors
   // -2048 and -19160 without a description get "The stream is not available

@@ -2,7 +2,7 @@
 // blocking MIME-type and HTTP status requests.
 #include <belvane/BVURLAdditions.h>
 #include <belvane/BVURLConnection.h>
-#include "net/url_mime_type_thread.h"
+#include <belvane/BVURLMIMETypeThread.h>
 
 #include "foundation/local_mime_type.h"
 

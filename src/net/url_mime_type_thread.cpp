@@ -1,6 +1,6 @@
 // BVURLMIMETypeThread: a HEAD request on a worker thread while the caller waits.
 #include <belvane/BVRunLoop.h>
-#include "net/url_mime_type_thread.h"
+#include <belvane/BVURLMIMETypeThread.h>
 
 #include <thread>
 

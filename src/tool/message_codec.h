@@ -3,7 +3,8 @@
 // the payload length bound both ends enforce.
 #pragma once
 
-#include "tool/tool_connection.h"
+#include <belvane/BVToolConnection.h>
+#include "tool/message_format.h"
 
 #include <cstdint>
 

@@ -3,12 +3,7 @@
 #include <belvane/BVMediaLink.h>
 #include <belvane/BVPlayerToolClient.h>
 
-#include "tool/player_tool_interface.h"
-#include "tool/tool_connection.h"
-
-namespace belvane::detail {
-
-const BVRemoteInterface& playerToolInterface() {
+const BVRemoteInterface& BVPlayerToolClient::playerToolInterface() {
   // The client only needs the signatures; the tool fills in what runs.
   static const BVRemoteInterface table({
       {"loadPatchLibrary:principalClass:", "@@", '@', nullptr},
@@ -28,32 +23,11 @@ const BVRemoteInterface& playerToolInterface() {
   return table;
 }
 
-// The client's side of the connection: it only lends the operation table,
-// by which the connection packs arguments and reads results.
-class PlayerToolClientSide final : public BVVendable {
- public:
-  const BVRemoteInterface& remoteInterface() override { return playerToolInterface(); }
-};
-
-}  // namespace belvane::detail
-
-BVPlayerToolClient::BVPlayerToolClient()
-    : side_(std::make_unique<belvane::detail::PlayerToolClientSide>()),
-      connection_(std::make_unique<BVToolConnection>()) {
-  connection_->setVendedObject(side_.get());
+BVPlayerToolClient::BVPlayerToolClient() : connection_(std::make_unique<BVToolConnection>()) {
+  connection_->setVendedObject(this);
 }
 
 BVPlayerToolClient::~BVPlayerToolClient() { connection_.reset(); }
-
-void BVPlayerToolClient::setServerToolPath(const std::string& path) { connection_->setServerToolPath(path); }
-const std::string& BVPlayerToolClient::serverToolPath() const { return connection_->serverToolPath(); }
-BVErrorRef BVPlayerToolClient::connect() { return connection_->connect(); }
-void BVPlayerToolClient::disconnect() { connection_->disconnect(); }
-int BVPlayerToolClient::serverProcessID() const { return connection_->serverProcessID(); }
-void BVPlayerToolClient::setTimeout(double seconds) { connection_->setTimeout(seconds); }
-double BVPlayerToolClient::timeout() const { return connection_->timeout(); }
-bool BVPlayerToolClient::isConnected() const { return connection_->isConnected(); }
-BVToolConnection& BVPlayerToolClient::send() { return connection_->send(); }
 
 BVValue BVPlayerToolClient::loadPatchLibrary(const BVValue& library, const BVValue& principalClass) {
   return send().forwardInvocation("loadPatchLibrary:principalClass:", {library, principalClass});

@@ -3,7 +3,7 @@
 #include <belvane/BVKitOwner.h>
 #include <belvane/BVMasterPlayer.h>
 #include <belvane/BVMediaLink.h>
-#include "tool/player_tool_interface.h"
+#include <belvane/BVPlayerToolClient.h>
 
 #include <dlfcn.h>
 
@@ -38,7 +38,7 @@ PlayerToolServer::PlayerToolServer(BVToolConnection& connection)
       {"audioOutputName", [this](const BVArray&) { return BVValue(player_->audioOutputName()); }},
       {"outputFramesWritten", [this](const BVArray&) { return BVValue(double(player_->outputFramesWritten())); }},
   };
-  for (const auto& op : playerToolInterface().operations()) {
+  for (const auto& op : BVPlayerToolClient::playerToolInterface().operations()) {
     BVRemoteOperation o = op;
     o.invoke = run.at(op.selector);
     interface_.add(std::move(o));

@@ -4,7 +4,7 @@
 #pragma once
 
 #include <belvane/BVBasePlayer.h>
-#include "tool/tool_connection.h"
+#include <belvane/BVToolConnection.h>
 
 #include <memory>
 #include <vector>

@@ -1,7 +1,8 @@
 // BVToolConnection: what both ends share (the pipe folder, archive classes,
 // the operation table, tear-down).
 #include <belvane/BVConstants.h>
-#include "tool/tool_connection.h"
+#include <belvane/BVToolConnection.h>
+#include "tool/message_format.h"
 
 #include "foundation/user_folder.h"
 #include "model/model_archiving.h"

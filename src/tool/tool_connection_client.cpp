@@ -3,7 +3,8 @@
 #include <belvane/BVArchive.h>
 #include <belvane/BVConstants.h>
 #include <belvane/BVKitOwner.h>
-#include "tool/tool_connection.h"
+#include <belvane/BVToolConnection.h>
+#include "tool/message_format.h"
 
 #include "tool/message_codec.h"
 #include "tool/pipe_io.h"

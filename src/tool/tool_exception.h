@@ -2,7 +2,7 @@
 // carried as the payload of a type-2 reply.
 #pragma once
 
-#include "tool/tool_connection.h"
+#include <belvane/BVToolConnection.h>
 
 namespace belvane::detail {
 

@@ -1,5 +1,5 @@
 // BVTimerForwarder: a repeating timer calls its target without owning it.
-#include "model/timer_forwarder.h"
+#include <belvane/BVTimerForwarder.h>
 
 #include <gtest/gtest.h>
 

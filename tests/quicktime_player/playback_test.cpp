@@ -2,6 +2,7 @@
 // errors, ASX playlists and the attributes it announces.
 #include <belvane/BVConstants.h>
 #include <belvane/BVQuickTimePlayer.h>
+#include "players/quicktime/quicktime_player_access.h"
 
 #include "quicktime_test_support.h"
 #include "support/temp_dir.h"
@@ -126,8 +127,8 @@ TEST(QuickTimePlayback, ASXPlaylistPlaysTrackByTrackThenStops) {
             (std::vector<BVPlayerState>{BVPlayerStateConnecting, BVPlayerStatePlaying, BVPlayerStateConnecting,
                                         BVPlayerStatePlaying, BVPlayerStateStopped}));
   EXPECT_EQ(server.requestCount("/two.m4a") > 0, true);
-  ASSERT_TRUE(p.player->playlist());
-  EXPECT_EQ(p.player->playlist()->countOfTracks(), 2u);
+  ASSERT_TRUE(belvane::detail::QuickTimePlayerAccess::playlist(*p.player));
+  EXPECT_EQ(belvane::detail::QuickTimePlayerAccess::playlist(*p.player)->countOfTracks(), 2u);
 
   // Past the end: stopped (already), false.
   EXPECT_FALSE(p.player->playTrackNumber(2));

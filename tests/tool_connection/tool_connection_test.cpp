@@ -2,7 +2,8 @@
 // type code, unknown selectors, server exceptions, unarchivable returns, a
 // tool killed mid-call, two tools at once, pipe folders of our own.
 #include <belvane/BVKitOwner.h>
-#include "tool/tool_connection.h"
+#include <belvane/BVToolConnection.h>
+#include "tool/message_format.h"
 
 #include "echo_interface.h"
 #include "support/log_capture.h"

@@ -3,7 +3,7 @@
 // disconnects (or goes away).
 #include <belvane/BVKitOwner.h>
 #include <belvane/BVRunLoop.h>
-#include "tool/tool_connection.h"
+#include <belvane/BVToolConnection.h>
 
 #include "tool/player_tool_server.h"
 

@@ -4,7 +4,7 @@
 #include <belvane/BVHelixPlayer.h>
 #include <belvane/BVMediaFormat.h>
 #include <belvane/BVMediaLink.h>
-#include "model/timer_forwarder.h"
+#include <belvane/BVTimerForwarder.h>
 
 #include "players/helix/helix_observer.h"
 

@@ -4,7 +4,7 @@
 
 #include <belvane/BVKitOwner.h>
 #include <belvane/BVMP3StreamPlayer.h>
-#include "model/timer_forwarder.h"
+#include <belvane/BVTimerForwarder.h>
 
 #include <algorithm>
 #include <chrono>

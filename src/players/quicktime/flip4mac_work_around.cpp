@@ -12,6 +12,7 @@
 #include <belvane/BVRunLoop.h>
 
 #include "engines/xdg_data_dirs.h"
+#include "players/quicktime/quicktime_player_access.h"
 #include "foundation/text_encoding.h"
 #include "foundation/user_folder.h"
 #include "movie/reference_movie.h"
@@ -72,7 +73,7 @@ bool BVQuickTimePlayer::flip4MacVersionHasFixedLoopingBug() {
   return gFlip4MacVersionIsFixed;
 }
 
-void BVQuickTimePlayer::resetFlip4MacVersionCheck() {
+void belvane::detail::QuickTimePlayerAccess::resetFlip4MacVersionCheck() {
   gFlip4MacVersionChecked = false;
   gFlip4MacVersionIsFixed = false;
 }

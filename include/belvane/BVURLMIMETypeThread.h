@@ -5,6 +5,8 @@
 // the worker reports a response, the end of the load or a failure. The request's time-out is the only bound on the wait.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVObject.h>
 #include <belvane/BVURL.h>
 #include <belvane/BVURLConnection.h>
@@ -16,7 +18,7 @@
 #include <optional>
 #include <string>
 
-class BVURLMIMETypeThread final : public BVObject, public BVURLConnectionDelegate {
+class BV_EXPORT BVURLMIMETypeThread final : public BVObject, public BVURLConnectionDelegate {
  public:
   // What the waiting thread hands to the worker.
   struct Parameters {

@@ -5,13 +5,16 @@
 // a request message written to the input pipe and answered by one reply on
 // the output pipe, while the calling thread waits (at most timeout()). In the tool (server) it
 // makes the pipes, serves requests on its run loop and invokes each on the
-// vended object. Messages are a fixed 44-byte header and an archived payload.
+// vended object. Messages are a fixed 44-byte header and an archived payload
+// (the wire format is private to the library: src/tool/message_format.h).
 //
 // Remote-callable operations are listed in a table per vended class
 // (BVRemoteInterface) with their argument and return type codes; both ends
 // use the table, the client to pack arguments and read results, the server
 // to unpack and invoke.
 #pragma once
+
+#include <belvane/BVExport.h>
 
 #include <belvane/BVError.h>
 #include <belvane/BVRunLoop.h>
@@ -27,32 +30,12 @@
 #include <string>
 #include <vector>
 
-// The message header, in the machine's byte order: value slots start at
-// byte 12, so the record is packed to 4-byte alignment.
-#pragma pack(push, 4)
-union bv_player_tool_value_slot {
-  double d;
-  float f;
-  int32_t i;
-  char c[2];
-  uint8_t bytes[8];
-};
-struct bv_player_tool_msg_header_s {
-  int32_t type;  // 0 normal; 2 in a reply: the payload is a server exception
-  char returnType;  // in a reply: the invoked method's return type code
-  char padding[3];
-  int32_t length;  // payload bytes that follow
-  bv_player_tool_value_slot values[4];
-};
-#pragma pack(pop)
-static_assert(sizeof(bv_player_tool_msg_header_s) == 44, "the message header is 44 bytes");
-
-extern const char* const kBVPlayerToolMsgSelector;  // "kBVPlayerToolMsgSelector"
-extern const char* const kBVPlayerToolMsgArgs;      // "kBVPlayerToolMsgArgs"
+// The message header of the wire format (private to the library).
+struct bv_player_tool_msg_header_s;
 
 // An exception raised by a vended object; it travels back to the client as
 // a type-2 reply and is logged there, never rethrown.
-class BVToolException : public std::runtime_error {
+class BV_EXPORT BVToolException : public std::runtime_error {
  public:
   BVToolException(std::string name, std::string reason)
       : std::runtime_error(reason), name_(std::move(name)), reason_(std::move(reason)) {}
@@ -67,14 +50,14 @@ class BVToolException : public std::runtime_error {
 // ("f", "d", "c", "C", "i", "I", "l", "L", "@", or another code whose
 // argument travels as the null object) and its return type code ('v' for
 // none). invoke runs it on the server; scalar results are numbers.
-struct BVRemoteOperation {
+struct BV_EXPORT BVRemoteOperation {
   std::string selector;
   std::string argumentTypes;
   char returnType;
   std::function<BVValue(const BVArray& arguments)> invoke;
 };
 
-class BVRemoteInterface {
+class BV_EXPORT BVRemoteInterface {
  public:
   BVRemoteInterface() = default;
   explicit BVRemoteInterface(std::vector<BVRemoteOperation> operations) : operations_(std::move(operations)) {}
@@ -87,7 +70,7 @@ class BVRemoteInterface {
 };
 
 // An object that a connection can vend (server) or take signatures from (client).
-class BVVendable {
+class BV_EXPORT BVVendable {
  public:
   virtual ~BVVendable() = default;
   virtual const BVRemoteInterface& remoteInterface() = 0;
@@ -96,7 +79,7 @@ class BVVendable {
 // How long the host waits for the player tool by default, in seconds.
 inline constexpr double kBVToolConnectionDefaultTimeout = 5.0;
 
-class BVToolConnection {
+class BV_EXPORT BVToolConnection {
  public:
   BVToolConnection();
   ~BVToolConnection();

@@ -5,6 +5,8 @@
 // because the forwarder would otherwise call a destroyed object.
 #pragma once
 
+#include <belvane/BVExport.h>
+
 #include <belvane/BVObject.h>
 #include <belvane/BVRunLoop.h>
 
@@ -12,7 +14,7 @@
 #include <memory>
 #include <string>
 
-class BVTimerForwarder : public BVObject {
+class BV_EXPORT BVTimerForwarder : public BVObject {
  public:
   template <class T>
   using Action = void (T::*)(BVTimer&);
