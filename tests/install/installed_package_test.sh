@@ -1,10 +1,16 @@
 #!/usr/bin/env bash
-# Installs a Belvane build into a temporary prefix, builds the first-player
-# example against it with pkg-config and with find_package, and plays a
-# file served on loopback with each; the installed tool probes the same file.
-#   installed_package_test.sh BUILD_DIR EXAMPLE_DIR CXX [EXTRA_FLAGS]
+# Installs a Belvane build into a temporary prefix and plays a loopback
+# station (tests/python/icy_station.py) with each example built or run
+# against that prefix alone: the C++ host (pkg-config and find_package), the
+# C host (pkg-config) and the Python script (the installed package). Each
+# must play and print the station's first title; the installed tool probes
+# the same station.
+#   installed_package_test.sh BUILD_DIR SOURCE_DIR CXX CC PYTHON PYTHON_DIR [EXTRA_FLAGS [PRELOAD]]
+# EXTRA_FLAGS build the hosts (a sanitizer build's library needs hosts with
+# the same runtime); PRELOAD is that runtime, for the Python interpreter.
 set -euo pipefail
-build=$1 example=$2 cxx=$3 flags=${4:-}
+build=$1 source=$2 cxx=$3 cc=$4 python=$5 python_dir=$6 flags=${7:-} preload=${8:-}
+example=$source/examples/cpp-host
 work=$(mktemp -d)
 server=""
 cleanup() {
@@ -36,31 +42,43 @@ cmake -S "$example" -B "$work/cmake-build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE
   cmake --build "$work/cmake-build" >>"$work/cmake.log" 2>&1 ||
   { tail -n 30 "$work/cmake.log"; fail "build with find_package"; }
 
-# A loopback server that spells the header "Content-type".
-mkdir "$work/www"
-cp "$prefix/share/belvane/demo-station.mp3" "$work/www/station.mp3"
-python3 -u -m http.server 0 --bind 127.0.0.1 --directory "$work/www" >"$work/server.log" 2>&1 &
+# A sanitized library brings C++ checks whose runtime a C link leaves out.
+cflags=$flags
+[ -n "$flags" ] && cflags="$flags -fsanitize-link-c++-runtime -lstdc++"
+# shellcheck disable=SC2046,SC2086
+"$cc" -std=c99 -Wall -Wextra -Werror $cflags "$source/examples/c-host/c_host.c" -o "$work/c-host" \
+  $(pkg-config --cflags --libs belvane-c glib-2.0) || fail "build the C host with pkg-config belvane-c"
+
+"$python" -u "$source/tests/python/icy_station.py" "$prefix/share/belvane/demo-station.mp3" >"$work/server.log" 2>&1 &
 server=$!
 port=""
 for _ in $(seq 100); do
-  port=$(sed -n 's/.* port \([0-9]*\).*/\1/p' "$work/server.log" | head -n 1)
+  port=$(head -n 1 "$work/server.log")
   [ -n "$port" ] && break
   sleep 0.1
 done
-[ -n "$port" ] || fail "the loopback server did not start"
-url="http://127.0.0.1:$port/station.mp3"
+[ -n "$port" ] || fail "the loopback station did not start"
+url="http://127.0.0.1:$port/stream"
 
 # The installed tool finds its library through its run path alone.
 type=$(env -u LD_LIBRARY_PATH "$prefix/bin/belvane" probe "$url") || fail "belvane probe from the prefix"
 [ "$type" = "audio/mpeg" ] || fail "belvane probe printed '$type'"
 
-# The example is checked for working, not for leaks: the leak checker's
-# suppressions for the media libraries it loads live in the unit tests.
-export BELVANE_AUDIO_OUTPUT=null:fast ASAN_OPTIONS=detect_leaks=0
-for player in "$work/first-player-pc" "$work/cmake-build/first-player"; do
-  out=$(LD_LIBRARY_PATH="$libdir" timeout 60 "$player" "$url" 20) || { echo "$out"; fail "$player failed"; }
+# The examples are checked for working, not for leaks: the leak checker's
+# suppressions for the media libraries they load live in the unit tests.
+export BELVANE_AUDIO_OUTPUT=null:fast ASAN_OPTIONS=detect_leaks=0:verify_asan_link_order=0
+for player in "$work/first-player-pc" "$work/cmake-build/first-player" "$work/c-host"; do
+  out=$(LD_LIBRARY_PATH="$libdir" timeout 60 "$player" "$url" 5) || { echo "$out"; fail "$player failed"; }
   echo "$out"
   grep -q "connecting -> playing" <<<"$out" || fail "$player never played"
-  grep -q "^stopped$" <<<"$out" || fail "$player did not stop"
+  grep -q "^title: Belvane Test - Song One" <<<"$out" || fail "$player printed no title"
 done
+
+# The Python script finds the package in the prefix and the library beside it.
+out=$(env -u BELVANE_LIBRARY -u LD_LIBRARY_PATH PYTHONPATH="$prefix/$python_dir" LD_PRELOAD="$preload" \
+  timeout 5 "$python" -u "$source/examples/python/play_station.py" "$url") || [ $? -eq 124 ] ||
+  { echo "$out"; fail "the Python script failed"; }
+echo "$out"
+grep -q "^state: playing" <<<"$out" || fail "the Python script never played"
+grep -q "^title: Belvane Test - Song One" <<<"$out" || fail "the Python script printed no title"
 echo "installed package: ok"

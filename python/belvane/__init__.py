@@ -1,0 +1,39 @@
+"""Belvane from Python: play stations and files, hear states and titles.
+
+A thin layer over Belvane's C interface (belvane.h) through ctypes. Events
+arrive on GLib's default main context, so a program runs a GLib main loop
+(PyGObject's ``GLib.MainLoop().run()``, or a GTK application's) and the
+callbacks are called from it, on the thread that runs the loop.
+
+    import belvane
+    from gi.repository import GLib
+
+    player = belvane.Player()
+    player.on_title = lambda player, title: print(title)
+    player.play("http://radio.example/stream")
+    GLib.MainLoop().run()
+
+The shared library is found through $BELVANE_LIBRARY, then beside an
+installed package (<prefix>/lib), then in a source checkout's Release build
+(build-release), then by the system's dynamic loader.
+"""
+from belvane._player import (
+    ATTRIBUTE_ALBUM,
+    ATTRIBUTE_ARTIST,
+    ATTRIBUTE_DURATION,
+    ATTRIBUTE_GENRE,
+    ATTRIBUTE_STREAM_TITLE,
+    ATTRIBUTE_TRACK_TITLE,
+    ATTRIBUTE_YEAR,
+    BelvaneError,
+    PlaybackError,
+    Player,
+    State,
+    version,
+)
+
+__all__ = [
+    "ATTRIBUTE_ALBUM", "ATTRIBUTE_ARTIST", "ATTRIBUTE_DURATION", "ATTRIBUTE_GENRE",
+    "ATTRIBUTE_STREAM_TITLE", "ATTRIBUTE_TRACK_TITLE", "ATTRIBUTE_YEAR",
+    "BelvaneError", "PlaybackError", "Player", "State", "version",
+]

@@ -1,0 +1,99 @@
+"""Loads libbelvane and declares the C interface's functions for ctypes."""
+import ctypes
+import ctypes.util
+import os
+import pathlib
+
+_SONAME = "libbelvane.so.0"
+
+
+def _candidates():
+    explicit = os.environ.get("BELVANE_LIBRARY")
+    if explicit:
+        yield explicit
+        return
+    here = pathlib.Path(__file__).resolve().parent
+    # Installed: <prefix>/lib[/<multiarch>]/python3.X/{site,dist}-packages/belvane.
+    for parent in list(here.parents)[:5]:
+        yield parent / _SONAME
+        for multiarch in ("", "x86_64-linux-gnu", "aarch64-linux-gnu"):
+            yield parent / "lib" / multiarch / _SONAME
+    # A source checkout: <checkout>/python/belvane with the Release build.
+    yield here.parent.parent / "build-release" / "lib" / _SONAME
+    found = ctypes.util.find_library("belvane")
+    yield found or _SONAME
+
+
+def _load():
+    errors = []
+    for candidate in _candidates():
+        path = str(candidate)
+        if os.sep in path and not os.path.exists(path):
+            continue
+        try:
+            return ctypes.CDLL(path)
+        except OSError as error:
+            errors.append(f"{path}: {error}")
+    raise ImportError("belvane: libbelvane.so.0 not found (set BELVANE_LIBRARY to its path); tried "
+                      + "; ".join(errors or ["the system's library path"]))
+
+
+lib = _load()
+
+c_player_p = ctypes.c_void_p
+
+
+class PlayOptions(ctypes.Structure):
+    _fields_ = [("title", ctypes.c_char_p), ("mime_type", ctypes.c_char_p), ("engine_id", ctypes.c_char_p)]
+
+
+class PlayerError(ctypes.Structure):
+    _fields_ = [("code", ctypes.c_int64), ("domain", ctypes.c_char_p), ("description", ctypes.c_char_p)]
+
+
+STATE_CALLBACK = ctypes.CFUNCTYPE(None, c_player_p, ctypes.c_int, ctypes.c_int, ctypes.POINTER(PlayerError),
+                                  ctypes.c_void_p)
+ATTRIBUTE_CALLBACK = ctypes.CFUNCTYPE(None, c_player_p, ctypes.POINTER(ctypes.c_char_p),
+                                      ctypes.POINTER(ctypes.c_char_p), ctypes.c_size_t, ctypes.c_void_p)
+POSITION_CALLBACK = ctypes.CFUNCTYPE(None, c_player_p, ctypes.c_double, ctypes.c_void_p)
+
+
+def _declare(name, restype, *argtypes):
+    function = getattr(lib, name)
+    function.restype = restype
+    function.argtypes = list(argtypes)
+
+
+# Strings the library allocates come back as raw pointers, read and then
+# released with bv_free.
+_declare("bv_version", ctypes.c_ulong)
+_declare("bv_error_string", ctypes.c_char_p, ctypes.c_int)
+_declare("bv_free", None, ctypes.c_void_p)
+_declare("bv_player_create", c_player_p)
+_declare("bv_player_destroy", None, c_player_p)
+_declare("bv_player_play_with_options", ctypes.c_int, c_player_p, ctypes.c_char_p, ctypes.POINTER(PlayOptions))
+_declare("bv_player_stop", ctypes.c_int, c_player_p)
+_declare("bv_player_get_state", ctypes.c_int, c_player_p)
+_declare("bv_player_get_position", ctypes.c_double, c_player_p)
+_declare("bv_player_get_elapsed_time", ctypes.c_double, c_player_p)
+_declare("bv_player_get_frames_written", ctypes.c_uint64, c_player_p)
+_declare("bv_player_set_volume", ctypes.c_int, c_player_p, ctypes.c_double)
+_declare("bv_player_get_volume", ctypes.c_double, c_player_p)
+_declare("bv_player_set_mute", ctypes.c_int, c_player_p, ctypes.c_int)
+_declare("bv_player_get_mute", ctypes.c_int, c_player_p)
+_declare("bv_player_set_audio_output", ctypes.c_int, c_player_p, ctypes.c_char_p)
+_declare("bv_player_get_audio_output_name", ctypes.c_void_p, c_player_p)
+_declare("bv_player_get_attribute", ctypes.c_void_p, c_player_p, ctypes.c_char_p)
+_declare("bv_player_set_state_callback", None, c_player_p, STATE_CALLBACK, ctypes.c_void_p)
+_declare("bv_player_set_attribute_callback", None, c_player_p, ATTRIBUTE_CALLBACK, ctypes.c_void_p)
+_declare("bv_player_set_position_callback", None, c_player_p, POSITION_CALLBACK, ctypes.c_void_p)
+
+
+def take_string(pointer):
+    """The text of a string the library allocated, which is then freed."""
+    if not pointer:
+        return None
+    try:
+        return ctypes.string_at(pointer).decode("utf-8", "replace")
+    finally:
+        lib.bv_free(pointer)

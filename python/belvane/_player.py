@@ -1,0 +1,182 @@
+"""The Player class: one Belvane master player behind a C handle."""
+import ctypes
+import enum
+from typing import Callable, Dict, NamedTuple, Optional
+
+from belvane._library import (ATTRIBUTE_CALLBACK, POSITION_CALLBACK, STATE_CALLBACK, PlayOptions, lib,
+                              take_string)
+
+ATTRIBUTE_STREAM_TITLE = "BVPlayerAttributeStreamTitleKey"
+ATTRIBUTE_TRACK_TITLE = "BVPlayerAttributeTrackTitleKey"
+ATTRIBUTE_ARTIST = "BVPlayerAttributeArtistKey"
+ATTRIBUTE_ALBUM = "BVPlayerAttributeAlbumKey"
+ATTRIBUTE_DURATION = "BVPlayerAttributeDurationKey"
+ATTRIBUTE_GENRE = "BVPlayerAttributeGenreKey"
+ATTRIBUTE_YEAR = "BVPlayerAttributeYearKey"
+
+
+class State(enum.IntEnum):
+    IDLE = 0
+    CONNECTING = 1
+    PLAYING = 2
+    STOPPED = 3  # stopped by the program, or the playback ended
+    ERROR = 4    # the playback failed; the state callback has the error
+
+
+class PlaybackError(NamedTuple):
+    """Why a playback failed: description is worded for a listener."""
+    code: int
+    domain: str
+    description: str
+
+
+class BelvaneError(Exception):
+    """A call was refused: a bad argument, an unreadable URL, no memory."""
+
+    def __init__(self, code: int):
+        self.code = code
+        super().__init__(lib.bv_error_string(code).decode())
+
+
+def _check(code: int) -> None:
+    if code != 0:
+        raise BelvaneError(code)
+
+
+def version() -> tuple:
+    """The loaded library's version as (major, minor, patch)."""
+    number = lib.bv_version()
+    return (number >> 16, (number >> 8) & 0xFF, number & 0xFF)
+
+
+class Player:
+    """Plays one link at a time; a new play stops what was playing.
+
+    Callbacks (attributes, None to remove) are called on GLib's default
+    main context:
+      on_state(player, old: State, new: State, error: PlaybackError | None)
+      on_attributes(player, attributes: dict)   every current attribute
+      on_title(player, title: str)              a new stream or track title
+      on_position(player, position: float)      a fraction of the whole
+    """
+
+    def __init__(self) -> None:
+        self._handle = lib.bv_player_create()
+        if not self._handle:
+            raise MemoryError("belvane: no player")
+        self.on_state: Optional[Callable] = None
+        self.on_attributes: Optional[Callable] = None
+        self.on_title: Optional[Callable] = None
+        self.on_position: Optional[Callable] = None
+        self._title: Optional[str] = None
+        # ctypes keeps no reference to a function handed to C: these live
+        # as long as the player.
+        self._state_thunk = STATE_CALLBACK(self._state_changed)
+        self._attribute_thunk = ATTRIBUTE_CALLBACK(self._attributes_changed)
+        self._position_thunk = POSITION_CALLBACK(self._position_changed)
+        lib.bv_player_set_state_callback(self._handle, self._state_thunk, None)
+        lib.bv_player_set_attribute_callback(self._handle, self._attribute_thunk, None)
+        lib.bv_player_set_position_callback(self._handle, self._position_thunk, None)
+
+    # Lifetime: close() stops the audio at once and frees the player; it
+    # is also what the garbage collector and a with-block do.
+    def close(self) -> None:
+        if self._handle:
+            handle, self._handle = self._handle, None
+            lib.bv_player_destroy(handle)
+
+    def __enter__(self) -> "Player":
+        return self
+
+    def __exit__(self, *exc) -> None:
+        self.close()
+
+    def __del__(self) -> None:
+        self.close()
+
+    def _live(self):
+        if not self._handle:
+            raise ValueError("belvane: the player is closed")
+        return self._handle
+
+    # Playback.
+    def play(self, url: str, title: Optional[str] = None, mime_type: Optional[str] = None,
+             engine_id: Optional[str] = None) -> None:
+        """Plays a URL or a file path; title, mime_type and engine_id are clues."""
+        def text(value):
+            return value.encode() if value is not None else None
+        options = PlayOptions(text(title), text(mime_type), text(engine_id))
+        self._title = None
+        _check(lib.bv_player_play_with_options(self._live(), url.encode(), ctypes.byref(options)))
+
+    def stop(self) -> None:
+        _check(lib.bv_player_stop(self._live()))
+
+    @property
+    def state(self) -> State:
+        return State(lib.bv_player_get_state(self._live()))
+
+    @property
+    def position(self) -> float:
+        """A fraction of the whole, 0.0 to 1.0; -1 for a live stream."""
+        return lib.bv_player_get_position(self._live())
+
+    @property
+    def elapsed_time(self) -> float:
+        return lib.bv_player_get_elapsed_time(self._live())
+
+    @property
+    def frames_written(self) -> int:
+        return lib.bv_player_get_frames_written(self._live())
+
+    # Sound.
+    @property
+    def volume(self) -> float:
+        return lib.bv_player_get_volume(self._live())
+
+    @volume.setter
+    def volume(self, gain: float) -> None:
+        _check(lib.bv_player_set_volume(self._live(), gain))
+
+    @property
+    def muted(self) -> bool:
+        return bool(lib.bv_player_get_mute(self._live()))
+
+    @muted.setter
+    def muted(self, muted: bool) -> None:
+        _check(lib.bv_player_set_mute(self._live(), int(bool(muted))))
+
+    def set_audio_output(self, setting: str) -> None:
+        """For the next play: "auto", "pulse", "alsa", "null", "null:fast", "wav:PATH"."""
+        _check(lib.bv_player_set_audio_output(self._live(), setting.encode()))
+
+    @property
+    def audio_output_name(self) -> str:
+        return take_string(lib.bv_player_get_audio_output_name(self._live())) or "none"
+
+    def attribute(self, key: str) -> Optional[str]:
+        return take_string(lib.bv_player_get_attribute(self._live(), key.encode()))
+
+    # From the library, on the main context. An exception in a host's
+    # callback is printed by ctypes and does not reach the library.
+    def _state_changed(self, _handle, old, new, error, _userdata) -> None:
+        if self.on_state:
+            failure = None
+            if error:
+                e = error.contents
+                failure = PlaybackError(e.code, (e.domain or b"").decode(), (e.description or b"").decode())
+            self.on_state(self, State(old), State(new), failure)
+
+    def _attributes_changed(self, _handle, keys, values, count, _userdata) -> None:
+        attributes: Dict[str, str] = {keys[i].decode(): values[i].decode("utf-8", "replace") for i in range(count)}
+        if self.on_attributes:
+            self.on_attributes(self, attributes)
+        title = attributes.get(ATTRIBUTE_STREAM_TITLE) or attributes.get(ATTRIBUTE_TRACK_TITLE)
+        if title and title != self._title:
+            self._title = title
+            if self.on_title:
+                self.on_title(self, title)
+
+    def _position_changed(self, _handle, position, _userdata) -> None:
+        if self.on_position:
+            self.on_position(self, position)
