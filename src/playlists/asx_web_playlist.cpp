@@ -45,7 +45,10 @@ void BVASXWebPlaylist::generateTracksFromString(std::string_view string) {
   std::vector<std::string> diagnostics;
   auto insert = [this](PlaylistTrack&& track) {
     size_t copies = track.occurrences, index = size_t(track.number);
-    insertCopies(trackValue(std::move(track)), copies, index);
+    if (copies == 1)
+      insertObject(trackValue(std::move(track)), index);
+    else
+      insertCopies(trackValue(std::move(track)), copies, index);
   };
   parsePlaylistText(PlaylistFormat::ASX, string, insert, &diagnostics);
   for (const std::string& message : diagnostics) BVLogString(message);
