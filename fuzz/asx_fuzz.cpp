@@ -1,8 +1,11 @@
-// Fuzzes the ASX reader: the first byte picks the entry point (the full
-// reader, whose XML path falls back to the tag scanner, or the tag scanner
-// alone); the rest is the file. Beyond crashes and hangs it checks the
-// scanner's shape: every track it inserts is one shared dictionary.
+// Fuzzes the XML playlist parsers: the first byte picks the entry point (the
+// full ASX reader, whose XML path falls back to the tag scanner, the tag
+// scanner alone, or the XSPF parser); the rest is the file. Beyond crashes
+// and hangs it checks the scanner's shape (every track it inserts is one
+// shared dictionary) and that every XSPF track's URL is its first location.
 #include <belvane/BVASXWebPlaylist.h>
+
+#include "playlists/playlist_text_parser.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -15,6 +18,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   auto text = BVWebPlaylist::stringFromData(bytes);
   if (!text) return 0;
 
+  if (data[0] & 2) {
+    for (const auto& track : belvane::detail::parsePlaylistText(belvane::detail::PlaylistFormat::XSPF, *text))
+      if (!track.url || track.alternateURLs.empty() || track.alternateURLs.front() != *track.url) __builtin_trap();
+    return 0;
+  }
   auto reader = BVASXWebPlaylist::create();
   if (scannerOnly) {
     reader->generateTracksFromStringUsingFallbackParser(*text);

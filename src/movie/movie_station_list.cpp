@@ -1,57 +1,41 @@
 // Reading a station list for a movie (see movie_station_list.h).
 #include "movie/movie_station_list.h"
 
-#include <belvane/BVM3UWebPlaylist.h>
-#include <belvane/BVPLSWebPlaylist.h>
+#include "movie/movie_status.h"
+#include "playlists/playlist_text_parser.h"
 
-#include <algorithm>
 #include <cctype>
 #include <cstdlib>
-
-#include "movie/movie_status.h"
 
 namespace belvane::detail {
 namespace {
 
-// Readers bound to a URL without asking the server first: the movie already
-// knows which kind of list it has.
-class StationM3U final : public BVM3UWebPlaylist {
+// The download alone, bound to a URL without asking the server first: the
+// movie already knows which kind of list it has, and parses it itself.
+class StationListDownload final : public BVWebPlaylist {
  public:
-  explicit StationM3U(const BVURL& url) { setURL(url); }
-};
-class StationPLS final : public BVPLSWebPlaylist {
- public:
-  explicit StationPLS(const BVURL& url) { setURL(url); }
+  explicit StationListDownload(const BVURL& url) { setURL(url); }
+  void generateTracksFromString(std::string_view) override {}
 };
 
-std::string lower(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return char(std::tolower(c)); });
-  return text;
+std::optional<PlaylistFormat> stationListFormat(PlaylistFormat format) {
+  if (format == PlaylistFormat::M3U || format == PlaylistFormat::PLS) return format;
+  return std::nullopt;
 }
 
 }  // namespace
 
-std::optional<MovieStationList::Kind> MovieStationList::kindForURL(const BVURL& url) {
-  std::string extension = lower(url.pathExtension());
-  if (extension == "m3u") return Kind::M3U;
-  if (extension == "pls") return Kind::PLS;
-  return std::nullopt;
+std::optional<PlaylistFormat> MovieStationList::formatForURL(const BVURL& url) {
+  return stationListFormat(playlistFormatForExtension(url.pathExtension(), PlaylistNames::Own));
 }
 
-std::optional<MovieStationList::Kind> MovieStationList::kindForContentType(const std::string& contentType) {
-  std::string type = lower(contentType.substr(0, contentType.find(';')));
-  while (!type.empty() && std::isspace((unsigned char)type.back())) type.pop_back();
-  if (type == "audio/x-mpegurl" || type == "audio/mpegurl") return Kind::M3U;
-  if (type == "audio/x-scpls" || type == "application/pls+xml") return Kind::PLS;
-  return std::nullopt;
+std::optional<PlaylistFormat> MovieStationList::formatForContentType(const std::string& contentType) {
+  return stationListFormat(playlistFormatForMIMEType(contentType, PlaylistNames::Own));
 }
 
-MovieStationList::MovieStationList(const BVURL& url, Kind kind, Completion completion)
-    : url_(url), completion_(std::move(completion)) {
-  if (kind == Kind::M3U)
-    playlist_ = std::make_shared<StationM3U>(url);
-  else
-    playlist_ = std::make_shared<StationPLS>(url);
+MovieStationList::MovieStationList(const BVURL& url, PlaylistFormat format, Completion completion)
+    : url_(url), format_(format), completion_(std::move(completion)) {
+  playlist_ = std::make_shared<StationListDownload>(url);
   playlist_->setDelegate(this);
   playlist_->loadAsynchronously();
 }
@@ -71,13 +55,12 @@ void MovieStationList::finish(const Result& result) {
 
 void MovieStationList::playlistDidFinishLoading(BVWebPlaylist& playlist) {
   Result result;
-  if (playlist.contents().find("#EXT-X-") != std::string::npos) {
+  if (isHLSPlaylistText(playlist.contents())) {
     result.isHLS = true;
   } else {
-    for (size_t i = 0; i < playlist.countOfTracks(); ++i) {
-      const std::string* text = BVDictionaryString(playlist.objectInTracksAtIndex(i), kPlaylistAttributeTrackURL);
-      if (!text) continue;
-      std::string trimmed = *text;
+    for (const PlaylistTrack& track : parsePlaylistText(format_, playlist.contents())) {
+      if (!track.url) continue;
+      std::string trimmed = *track.url;
       while (!trimmed.empty() && std::isspace((unsigned char)trimmed.back())) trimmed.pop_back();
       size_t start = 0;
       while (start < trimmed.size() && std::isspace((unsigned char)trimmed[start])) ++start;

@@ -1,13 +1,15 @@
 // MovieStationList: an M3U or PLS station list that a movie reads before it
-// plays: downloaded and parsed by the web playlist readers on the calling
-// thread's run loop, then handed over as the entries' URLs (resolved against
-// the list's own URL). An M3U body with "#EXT-X-" tags is an HLS playlist,
+// plays: downloaded by the web playlist class on the calling thread's run
+// loop, parsed by the playlist format registry, then handed over as the
+// entries' URLs (resolved against the list's own URL). An M3U body with "#EXT-X-" tags is an HLS playlist,
 // not a station list, and is reported as such so that the movie plays the
 // list's URL itself.
 #pragma once
 
 #include <belvane/BVURL.h>
 #include <belvane/BVWebPlaylist.h>
+
+#include "playlists/playlist_format.h"
 
 #include <cstdint>
 #include <functional>
@@ -19,11 +21,10 @@ namespace belvane::detail {
 
 class MovieStationList : private BVWebPlaylistDelegate {
  public:
-  enum class Kind { M3U, PLS };
-  // By the path's extension ("m3u", "pls"; never "m3u8").
-  static std::optional<Kind> kindForURL(const BVURL& url);
-  // By an HTTP Content-Type (parameters ignored).
-  static std::optional<Kind> kindForContentType(const std::string& contentType);
+  // M3U or PLS by the path's extension (their own names: never "m3u8").
+  static std::optional<PlaylistFormat> formatForURL(const BVURL& url);
+  // M3U or PLS by an HTTP Content-Type (their own types; parameters ignored).
+  static std::optional<PlaylistFormat> formatForContentType(const std::string& contentType);
 
   struct Result {
     std::vector<BVURL> entries;
@@ -34,7 +35,7 @@ class MovieStationList : private BVWebPlaylistDelegate {
 
   // Starts loading; completion is called once, on this thread's run loop.
   // Destroying the list (also from inside completion) stops it.
-  MovieStationList(const BVURL& url, Kind kind, Completion completion);
+  MovieStationList(const BVURL& url, PlaylistFormat format, Completion completion);
   ~MovieStationList() override;
   MovieStationList(const MovieStationList&) = delete;
   MovieStationList& operator=(const MovieStationList&) = delete;
@@ -45,6 +46,7 @@ class MovieStationList : private BVWebPlaylistDelegate {
   void finish(const Result& result);
 
   BVURL url_;
+  PlaylistFormat format_;
   BVWebPlaylistRef playlist_;
   Completion completion_;
   bool finished_ = false;

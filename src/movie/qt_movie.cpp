@@ -222,8 +222,8 @@ struct QTMovie::Impl final : MoviePipelineListener {
     if (int32_t failure = resolvePlayableURL(requested, &resolved)) return failure;
     url = resolved;
     if (allowStationList) {
-      if (auto kind = MovieStationList::kindForURL(resolved)) {
-        startStationList(resolved, *kind);
+      if (auto format = MovieStationList::formatForURL(resolved)) {
+        startStationList(resolved, *format);
         return 0;
       }
     }
@@ -242,12 +242,12 @@ struct QTMovie::Impl final : MoviePipelineListener {
     return 0;
   }
 
-  void startStationList(const BVURL& listURL, MovieStationList::Kind kind) {
+  void startStationList(const BVURL& listURL, PlaylistFormat format) {
     pipeline.reset();
     playingStationList = true;
     url = listURL;
     stationList = std::make_unique<MovieStationList>(
-        listURL, kind, [this](const MovieStationList::Result& result) { stationListLoaded(result); });
+        listURL, format, [this](const MovieStationList::Result& result) { stationListLoaded(result); });
   }
 
   void stationListLoaded(const MovieStationList::Result& result) {
@@ -409,10 +409,10 @@ struct QTMovie::Impl final : MoviePipelineListener {
         isHTTP(*url)) {
       // A station list served without a telling extension: its content type says so.
       auto contentType = pipeline->httpContentType();
-      auto kind = contentType ? MovieStationList::kindForContentType(*contentType) : std::nullopt;
-      if (kind) {
+      auto format = contentType ? MovieStationList::formatForContentType(*contentType) : std::nullopt;
+      if (format) {
         triedContentTypeList = true;
-        startStationList(*url, *kind);
+        startStationList(*url, *format);
         return;
       }
     }

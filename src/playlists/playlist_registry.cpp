@@ -1,6 +1,7 @@
 // Choosing the reader for a playlist URL: the handler classes are asked in a
 // fixed order (PLS, M3U, ASX), by the URL's extension first and only then by
-// the content type that a probe of the URL finds.
+// the content type that a probe of the URL finds. What each class accepts is
+// the format registry's knowledge (playlist_format.h).
 #include <belvane/BVASXWebPlaylist.h>
 #include <belvane/BVM3UWebPlaylist.h>
 #include <belvane/BVPLSWebPlaylist.h>

@@ -184,7 +184,7 @@ void TunerFetch::finishPlaylist() {
   auto decoded = BVWebPlaylist::stringFromData(body_);
   std::string text = decoded ? std::move(*decoded) : latin1ToUTF8(body_);
   if (hasPrefix(text, "\xEF\xBB\xBF")) text.erase(0, 3);
-  if (format_ == TunerPlaylistFormat::M3U && tunerIsHLSText(text)) {
+  if (format_ == PlaylistFormat::M3U && isHLSPlaylistText(text)) {
     finishHLS();
     return;
   }
@@ -209,7 +209,8 @@ void TunerFetch::finishStream(std::optional<std::string> mimeType, bool holdRepl
 
 void TunerFetch::finishHLS() {
   // One stream, under the HLS type even when its server named another.
-  finishStream(tunerIsHLSContentType(contentType_) ? contentType_ : std::optional<std::string>(kTunerHLSMIMEType),
+  bool namedHLS = contentType_ && isHLSMIMEType(*contentType_);
+  finishStream(namedHLS ? contentType_ : std::optional<std::string>(kTunerHLSMIMEType),
                false);
 }
 

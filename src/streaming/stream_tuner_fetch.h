@@ -38,7 +38,7 @@ struct TunerFetchResult {
   // Stream: the content type as the server sent it; nothing when it sent none.
   std::optional<std::string> mimeType;
   // Playlist: its format and decoded text.
-  TunerPlaylistFormat format = TunerPlaylistFormat::None;
+  PlaylistFormat format = PlaylistFormat::None;
   std::string text;
   // The URL that answered, after redirects (the base of relative entries).
   std::optional<BVURL> finalURL;
@@ -88,7 +88,7 @@ class TunerFetch final : public BVURLConnectionDelegate, public std::enable_shar
   std::optional<std::string> contentType_;
   StreamReplyHead head_;
   TunerContentHint hint_;
-  TunerPlaylistFormat format_ = TunerPlaylistFormat::None;
+  PlaylistFormat format_ = PlaylistFormat::None;
   std::vector<uint8_t> body_;
 };
 

@@ -1,73 +1,41 @@
-// Station playlist entries: the web playlist readers for PLS, M3U and ASX,
-// libxml2 for XSPF, and resolution of relative entries.
+// Station playlist entries: the format registry's tracks, and resolution of
+// relative entries.
 #include "streaming/stream_tuner_playlist.h"
 
-#include <belvane/BVASXWebPlaylist.h>
-#include <belvane/BVM3UWebPlaylist.h>
-#include <belvane/BVPLSWebPlaylist.h>
+#include <belvane/BVKitOwner.h>
 
 #include "foundation/text_encoding.h"
+#include "playlists/playlist_text_parser.h"
 
 #include <glib.h>
-#include <libxml/parser.h>
-#include <libxml/tree.h>
 
 #include <algorithm>
-#include <climits>
-#include <mutex>
 
 namespace belvane::detail {
 
 namespace {
-
-// Every track's URL, or for an ASX entry all its references in order.
-std::vector<std::string> readerURLs(BVWebPlaylist& reader, std::string_view text) {
-  reader.generateTracksFromString(text);
-  std::vector<std::string> urls;
-  for (const BVValue& track : reader.tracks()) {
-    const BVDictionary* fields = track.dictionary();
-    if (!fields) continue;
-    auto alternates = fields->find(kPlaylistAttributeAlternateTrackURLs);
-    if (alternates != fields->end() && alternates->second.array()) {
-      for (const BVValue& url : *alternates->second.array())
-        if (const std::string* s = url.string()) urls.push_back(*s);
-    } else if (const std::string* url = BVDictionaryString(*fields, kPlaylistAttributeTrackURL)) {
-      urls.push_back(*url);
-    }
-  }
-  return urls;
-}
 
 std::string replaceAll(std::string s, std::string_view from, std::string_view to) {
   for (size_t pos = 0; (pos = s.find(from, pos)) != std::string::npos; pos += to.size()) s.replace(pos, from.size(), to);
   return s;
 }
 
-bool isElement(xmlNodePtr node, const char* name) {
-  return node->type == XML_ELEMENT_NODE && node->name && xmlStrcmp(node->name, BAD_CAST name) == 0;
-}
-
-// The element's own text and CDATA; entity references are not expanded.
-std::string elementText(xmlNodePtr element) {
-  std::string text;
-  for (xmlNodePtr child = element->children; child; child = child->next) {
-    if ((child->type == XML_TEXT_NODE || child->type == XML_CDATA_SECTION_NODE) && child->content)
-      text += reinterpret_cast<const char*>(child->content);
-  }
-  return text;
-}
-
 }  // namespace
 
-std::vector<std::string> tunerPlaylistEntries(TunerPlaylistFormat format, std::string_view text) {
+std::vector<std::string> tunerPlaylistEntries(PlaylistFormat format, std::string_view text) {
+  // Every track's URLs, or for an ASX entry all its references in order.
   std::vector<std::string> raw;
-  switch (format) {
-    case TunerPlaylistFormat::PLS: raw = readerURLs(*BVPLSWebPlaylist::create(), text); break;
-    case TunerPlaylistFormat::M3U: raw = readerURLs(*BVM3UWebPlaylist::create(), text); break;
-    case TunerPlaylistFormat::ASX: raw = tunerRestoreASXSpelling(readerURLs(*BVASXWebPlaylist::create(), text), text); break;
-    case TunerPlaylistFormat::XSPF: raw = tunerXSPFLocations(text); break;
-    case TunerPlaylistFormat::None: break;
-  }
+  std::vector<std::string> diagnostics;
+  parsePlaylistText(format, text, [&](PlaylistTrack&& track) {
+    if (!track.alternateURLs.empty())
+      raw.insert(raw.end(), std::make_move_iterator(track.alternateURLs.begin()),
+                 std::make_move_iterator(track.alternateURLs.end()));
+    else if (track.url)
+      raw.push_back(std::move(*track.url));
+  }, &diagnostics);
+  for (const std::string& message : diagnostics) BVLogString(message);
+  // The ASX parser lower-cases what it reads.
+  if (format == PlaylistFormat::ASX) raw = tunerRestoreASXSpelling(raw, text);
   std::vector<std::string> entries;
   for (const std::string& entry : raw) {
     std::string trimmed = trimWhitespaceAndNewlines(entry);
@@ -93,35 +61,6 @@ std::optional<BVURL> tunerResolveEntry(std::string_view entry, const BVURL& base
   // A one-letter scheme is a Windows drive ("C:\Music\..."), no address.
   if (!url || url->scheme().size() < 2) return std::nullopt;
   return url;
-}
-
-std::vector<std::string> tunerXSPFLocations(std::string_view text) {
-  static std::once_flag once;
-  std::call_once(once, [] { xmlInitParser(); });
-  std::vector<std::string> locations;
-  if (text.size() > size_t(INT_MAX)) return locations;
-  // The text is already UTF-8, whatever the declaration says. No network,
-  // no DTD loading, entities left unexpanded.
-  xmlDocPtr doc = xmlReadMemory(text.data(), int(text.size()), nullptr, "UTF-8",
-                                XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING);
-  if (!doc) return locations;
-  xmlNodePtr root = xmlDocGetRootElement(doc);
-  // Iterative walk; every <track>'s <location> children, in document order.
-  for (xmlNodePtr node = root; node;) {
-    if (isElement(node, "track")) {
-      for (xmlNodePtr child = node->children; child; child = child->next)
-        if (isElement(child, "location")) locations.push_back(elementText(child));
-    }
-    if (node->type == XML_ELEMENT_NODE && node->children && !isElement(node, "track")) {
-      node = node->children;
-      continue;
-    }
-    while (node && node != root && !node->next) node = node->parent;
-    if (!node || node == root) break;
-    node = node->next;
-  }
-  xmlFreeDoc(doc);
-  return locations;
 }
 
 std::vector<std::string> tunerRestoreASXSpelling(const std::vector<std::string>& urls, std::string_view text) {

@@ -7,6 +7,8 @@
 // type or extension leaves any doubt is decided by its first bytes.
 #pragma once
 
+#include "playlists/playlist_format.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -16,15 +18,13 @@
 
 namespace belvane::detail {
 
-enum class TunerPlaylistFormat { None, PLS, M3U, ASX, XSPF };
-
 // The MIME type offered for an HLS playlist whose server named no HLS type.
 inline constexpr const char* kTunerHLSMIMEType = "application/vnd.apple.mpegurl";
 // Bytes looked at before a doubtful reply is called a stream.
 inline constexpr size_t kTunerSniffLength = 512;
 
 struct TunerContentHint {
-  TunerPlaylistFormat format = TunerPlaylistFormat::None;  // named by type or extension
+  PlaylistFormat format = PlaylistFormat::None;  // named by type or extension
   bool needsFirstBytes = false;  // false: a stream, whatever follows
 };
 
@@ -36,19 +36,11 @@ TunerContentHint tunerContentHint(const std::optional<std::string>& contentType,
 enum class TunerSniffVerdict { NeedMoreBytes, Stream, Playlist, HLS };
 struct TunerSniffResult {
   TunerSniffVerdict verdict;
-  TunerPlaylistFormat format = TunerPlaylistFormat::None;  // for Playlist
+  PlaylistFormat format = PlaylistFormat::None;  // for Playlist
 };
 
 // Decides from the first bytes of a body (complete: nothing more will come)
 // what a doubtful reply is; hinted is the format that type or extension named.
-TunerSniffResult tunerSniffFirstBytes(std::span<const uint8_t> bytes, TunerPlaylistFormat hinted, bool complete);
-
-// An M3U text with "#EXT-X-" tags is an HLS playlist (one stream).
-bool tunerIsHLSText(std::string_view text);
-// The content type (parameters allowed) names an HLS playlist.
-bool tunerIsHLSContentType(const std::optional<std::string>& contentType);
-
-// The type without parameters, lower-cased and trimmed.
-std::string tunerBareMIMEType(std::string_view contentType);
+TunerSniffResult tunerSniffFirstBytes(std::span<const uint8_t> bytes, PlaylistFormat hinted, bool complete);
 
 }  // namespace belvane::detail
