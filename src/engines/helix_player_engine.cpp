@@ -1,7 +1,6 @@
 // BVHelixPlayerEngine: RealMedia through a Helix client kit, loaded at run
 // time from the RealMedia application bundle.
 #include <belvane/BVHelixError.h>
-#include <belvane/BVHelixPlayer.h>
 #include <belvane/BVIconCenter.h>
 #include <belvane/BVKitOwner.h>
 #include <belvane/BVPlayerEngines.h>
@@ -90,10 +89,6 @@ std::optional<std::string> BVHelixPlayerEngine::displayableEngineDescription() {
 
 // A player on the loaded kit's class tables (createPlayer asks only when
 // the engine is available, so the tables are there).
-std::shared_ptr<BVBasePlayer> BVHelixPlayerEngine::_makePlayer() {
-  return BVHelixPlayer::create(clientPlayerClass(), clientViewClass());
-}
-
 bool BVHelixPlayerEngine::isAvailable() { return !_loadHXClientKitIfNeeded(); }
 
 void BVHelixPlayerEngine::recheckAvailablity() {

@@ -1,6 +1,5 @@
 // BVMP3StreamPlayerEngine: the built-in MP3/Shoutcast streamer.
 #include <belvane/BVIconCenter.h>
-#include <belvane/BVMP3StreamPlayer.h>
 #include <belvane/BVMediaFormat.h>
 #include <belvane/BVPlayerEngines.h>
 #include <belvane/BVResources.h>
@@ -33,4 +32,3 @@ bool BVMP3StreamPlayerEngine::canPlayFormat(const BVMediaFormat& format) {
   return scheme && asciiLower(*scheme) == "http" && !format.fileExtension() && !format.mimeType();
 }
 
-std::shared_ptr<BVBasePlayer> BVMP3StreamPlayerEngine::_makePlayer() { return BVMP3StreamPlayer::create(); }

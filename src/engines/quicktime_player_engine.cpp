@@ -3,10 +3,9 @@
 #include <belvane/BVMediaFormat.h>
 #include <belvane/BVMediaLink.h>
 #include <belvane/BVPlayerEngines.h>
-#include <belvane/BVQuickTimePlayer.h>
 #include <belvane/BVResources.h>
 
-#include "engines/gst_media_types.h"
+#include "movie/gst_media_types.h"
 #include "foundation/text_encoding.h"
 #include "movie/QTMovie.h"
 
@@ -58,4 +57,3 @@ bool BVQuicktimePlayerEngine::_canOpenMovieWithURL(const BVURL& url) {
   return movie && !error;
 }
 
-std::shared_ptr<BVBasePlayer> BVQuicktimePlayerEngine::_makePlayer() { return BVQuickTimePlayer::create(); }

@@ -1,7 +1,6 @@
 // BVWindowsMediaPlayerEngine: Windows Media through the general media engine.
 #include <belvane/BVIconCenter.h>
 #include <belvane/BVPlayerEngines.h>
-#include <belvane/BVQuickTimePlayer.h>
 #include <belvane/BVResources.h>
 
 #include "engines/download_pages.h"
@@ -35,4 +34,3 @@ std::optional<std::string> BVWindowsMediaPlayerEngine::displayableEngineDescript
 }
 
 // Windows Media plays inside the general engine's movie.
-std::shared_ptr<BVBasePlayer> BVWindowsMediaPlayerEngine::_makePlayer() { return BVQuickTimePlayer::create(); }

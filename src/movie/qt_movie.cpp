@@ -10,7 +10,7 @@
 #include <fstream>
 #include <vector>
 
-#include "engines/gst_media_types.h"
+#include "movie/gst_media_types.h"
 #include "movie/QTMovie.h"
 #include "movie/movie_pipeline.h"
 #include "movie/movie_station_list.h"

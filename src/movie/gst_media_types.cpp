@@ -1,5 +1,5 @@
 // The installed GStreamer's playable types, from its registry.
-#include "engines/gst_media_types.h"
+#include "movie/gst_media_types.h"
 
 #include <belvane/BVKitOwner.h>
 
