@@ -72,7 +72,13 @@ TEST_P(BareURLStation, PlaysAACWithEachTitleOnItsFirstFrame) {
   run.master->playLink(linkTo(server.url("/")));
   ASSERT_TRUE(run.runUntilTitles(11, 30.0)) << "titles: " << run.owner.titles.size();
   run.expectPlayedByTheGeneralEngineWithoutAnError();
+  // The titles the engine's own connection (the last) carried: on a busy
+  // machine the streamer's probe may hear some of its own before it hands
+  // the station over.
   auto marks = server.titles();
+  std::erase_if(marks, [last = marks.empty() ? 0 : marks.back().connection](const IcyTitleMark& mark) {
+    return mark.connection != last;
+  });
   for (size_t i = 0; i < run.owner.titles.size() && i < marks.size(); ++i) {
     EXPECT_EQ(run.owner.titles[i], marks[i].title);
     EXPECT_LE(std::llabs(int64_t(run.owner.titleFrames[i]) - int64_t(marks[i].samplesBefore)), kCodecFrame)
