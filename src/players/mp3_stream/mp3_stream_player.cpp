@@ -83,7 +83,6 @@ BVMP3StreamPlayer::~BVMP3StreamPlayer() {
   _shoutstreamerDelegate.reset();
   _streamTuner->setDelegate(nullptr);
   _streamTuner->stop();
-  BVRunLoop::cancelPerforms(this);
   // We may be inside one of the tuner's own delegate calls: let it go once
   // that call has returned.
   BVRunLoop::current().perform([tuner = std::move(_streamTuner)] {});
@@ -217,10 +216,7 @@ void BVMP3StreamPlayer::shoutstreamerChangedState(const BVDictionary& change) {
     _shoutstreamerDelegate->askAudioPlayerToStop();
     return;
   }
-  std::weak_ptr<QLStreamTuner> tuner = _streamTuner;
-  BVRunLoop::current().performAfterDelay(0.0, this, [tuner] {
-    if (auto t = tuner.lock()) t->tuneNextStream();
-  });
+  BVRunLoop::current().performAfterDelay(0.0, weak_from_this(), [this] { _streamTuner->tuneNextStream(); });
 }
 
 void BVMP3StreamPlayer::shoutstreamerDidProvideTitle(const std::shared_ptr<const std::string>& title) {
