@@ -44,14 +44,11 @@ void BVShoutstreamerDelegate::setRunLoop(const BVRunLoop& loop) {
   _audio->useCurrentRunLoop();
 }
 
-// Queues fn on the playing thread's loop without waiting. The request holds
-// only a weak reference, so a delegate torn down meanwhile is simply skipped.
+// Queues fn on the playing thread's loop without waiting. The delegate is
+// the call's weak target, so one torn down meanwhile is simply skipped.
 void BVShoutstreamerDelegate::performOnRunLoop(std::function<void(BVShoutstreamerDelegate&)> fn) {
-  std::weak_ptr<BVShoutstreamerDelegate> weak = weak_from_this();
   std::lock_guard lock(loopMutex_);
-  loop_.perform([weak, fn = std::move(fn)] {
-    if (auto self = weak.lock()) fn(*self);
-  });
+  loop_.perform(weak_from_this(), [this, fn = std::move(fn)] { fn(*this); });
 }
 
 int BVShoutstreamerDelegate::startAudioPlayer() { return _audio->start(); }
