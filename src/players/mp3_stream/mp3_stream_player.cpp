@@ -61,23 +61,23 @@ struct BVMP3StreamPlayer::TunerDelegate : QLStreamTunerDelegate {
 };
 
 std::shared_ptr<BVMP3StreamPlayer> BVMP3StreamPlayer::create() {
-  return std::shared_ptr<BVMP3StreamPlayer>(new BVMP3StreamPlayer());
+  std::shared_ptr<BVMP3StreamPlayer> player(new BVMP3StreamPlayer());
+  player->_shoutstreamerDelegate->setOwner(player);
+  return player;
 }
 
 BVMP3StreamPlayer::BVMP3StreamPlayer() {
   _shoutstreamer = shoutstreamer_create();
   _shoutstreamerDelegate = BVShoutstreamerDelegate::create();
-  _shoutstreamerDelegate->setOwner(this);
   _fallbackStreams.emplace();
   tunerDelegate_ = std::make_unique<TunerDelegate>(this);
   _streamTuner = QLStreamTuner::create(tunerDelegate_.get());
 }
 
 BVMP3StreamPlayer::~BVMP3StreamPlayer() {
-  // No callback may reach this object from here on: the delegate forgets
-  // us first, then the stream stops (waiting for a callback in progress),
-  // and only then does the output go with the delegate.
-  _shoutstreamerDelegate->setOwner(nullptr);
+  // No callback may reach this object from here on: the delegate's weak
+  // reference to us has expired, then the stream stops (waiting for a
+  // callback in progress), and only then does the output go with the delegate.
   shoutstreamer_destroy(_shoutstreamer);
   _shoutstreamer = nullptr;
   _shoutstreamerDelegate.reset();

@@ -23,19 +23,18 @@ BVShoutstreamerDelegate::BVShoutstreamerDelegate()
 }
 
 BVShoutstreamerDelegate::~BVShoutstreamerDelegate() {
-  setOwner(nullptr);
   _audio->setClient(nullptr);
   if (_checkPlayerDoneTimer) _checkPlayerDoneTimer->invalidate();
 }
 
-BVMP3StreamPlayer* BVShoutstreamerDelegate::owner() {
+std::shared_ptr<BVMP3StreamPlayer> BVShoutstreamerDelegate::owner() {
   std::lock_guard lock(ownerMutex_);
-  return _owner;
+  return _owner.lock();
 }
 
-void BVShoutstreamerDelegate::setOwner(BVMP3StreamPlayer* owner) {
+void BVShoutstreamerDelegate::setOwner(std::weak_ptr<BVMP3StreamPlayer> owner) {
   std::lock_guard lock(ownerMutex_);
-  _owner = owner;
+  _owner = std::move(owner);
 }
 
 void BVShoutstreamerDelegate::setRunLoop(const BVRunLoop& loop) {
@@ -59,7 +58,7 @@ void BVShoutstreamerDelegate::askAudioPlayerToStop() {
   auto self = shared_from_this();  // the owner may drop its player (and us) when told
   if (!_audio->isPlaying()) {
     _audio->stop();
-    if (auto* o = owner()) o->didStopAudioPlayer();
+    if (auto o = owner()) o->didStopAudioPlayer();
     return;
   }
   if (_checkPlayerDoneTimer) return;
@@ -72,7 +71,7 @@ void BVShoutstreamerDelegate::checkPlayerDone(BVTimer& timer) {
   auto self = shared_from_this();
   timer.invalidate();
   _audio->stop();
-  if (auto* o = owner()) o->didStopAudioPlayer();
+  if (auto o = owner()) o->didStopAudioPlayer();
 }
 
 void BVShoutstreamerDelegate::stopAudioPlayerNow() {
@@ -86,12 +85,12 @@ void BVShoutstreamerDelegate::stopAudioPlayerNow() {
 void BVShoutstreamerDelegate::shoutstreamerChangedState(int oldState, int newState, int32_t errorCode) {
   BVDictionary change{{"oldState", BVValue(oldState)}, {"newState", BVValue(newState)}, {"errorCode", BVValue(errorCode)}};
   performOnRunLoop([change](BVShoutstreamerDelegate& self) {
-    if (auto* o = self.owner()) o->shoutstreamerChangedState(change);
+    if (auto o = self.owner()) o->shoutstreamerChangedState(change);
   });
 }
 
 void BVShoutstreamerDelegate::shoutstreamerDidProvideTitle(const std::shared_ptr<const std::string>& title) {
-  if (auto* o = owner()) o->shoutstreamerDidProvideTitle(title);
+  if (auto o = owner()) o->shoutstreamerDidProvideTitle(title);
 }
 
 // ---- C callbacks -------------------------------------------------------------
