@@ -70,9 +70,9 @@ int main(int argc, char** argv) {
 
   // Everything happens on the main run loop (GLib's default context; a GTK
   // or Qt application already runs it).
-  BVRunLoop::main().performAfterDelay(seconds, &listener, [] { BVRunLoop::main().stop(); });
+  BVDelayedPerform timeLimit = BVRunLoop::main().performAfterDelay(seconds, [] { BVRunLoop::main().stop(); });
   BVRunLoop::main().run();
-  BVRunLoop::cancelPerforms(&listener);
+  timeLimit.cancel();
 
   // Stopping: clear the owner, then release the player; its audio stops at
   // once.

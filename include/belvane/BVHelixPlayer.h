@@ -82,7 +82,6 @@ class BV_EXPORT BVHelixPlayer : public BVBasePlayer {
   HXClientViewRef _view = nullptr;      // owned, released through the kit
   float _volume = 1.0f;
   bool _muted = false;
-  bool _isDying = false;
   BVTimerRef _idleTimer;
   double _lastIdleTimestamp = 0.0;
 };

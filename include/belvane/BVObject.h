@@ -1,7 +1,12 @@
 // BVObject: root of Belvane's reference-counted objects.
 //
-// Objects live in std::shared_ptr; an object that announces something to an
-// owner keeps itself alive across the callback with shared_from_this().
+// Objects live in std::shared_ptr, and one way keeps them alive through a
+// callback: a reference taken from the object itself. One that announces
+// something to an owner holds shared_from_this() across the call; work
+// queued on a run loop names its object as a weak target, which the loop
+// holds for the call (BVRunLoop.h); a C callback with a raw pointer takes
+// weak_from_this().lock() and drops the report when that is empty, as it is
+// while the object is destroyed.
 // Records override className(), description() and isEqual().
 #pragma once
 

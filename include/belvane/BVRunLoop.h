@@ -3,7 +3,12 @@
 // The main run loop is GLib's default context, so a GTK or Qt (GLib event
 // dispatcher) host already runs it. A worker thread that needs a loop of its
 // own makes one with BVRunLoop::ThreadScope. Work hops threads only through
-// perform(); delayed performs can be cancelled by the object they target.
+// perform().
+//
+// Outliving a callback: work queued for an object names that object as a
+// weak target. The loop drops the call if the target is gone by then, and
+// holds it for the length of the call, so the call may drop the last other
+// reference. A delayed call returns a BVDelayedPerform that cancels it.
 #pragma once
 
 #include <belvane/BVExport.h>
@@ -12,9 +17,26 @@
 #include <memory>
 
 typedef struct _GMainContext GMainContext;
+typedef struct _GSource GSource;
 
 class BVRunLoopSource;
 using BVRunLoopSourceRef = std::shared_ptr<BVRunLoopSource>;
+
+// The handle of a delayed perform. Copies share the call; dropping them
+// leaves it scheduled. cancel() is safe to repeat and does nothing once the
+// call has run; from the loop's thread it guarantees the call never runs,
+// from another thread a call already running finishes.
+class BV_EXPORT BVDelayedPerform {
+ public:
+  BVDelayedPerform() = default;
+  void cancel() const;
+  bool isPending() const;
+
+ private:
+  friend class BVRunLoop;
+  explicit BVDelayedPerform(GSource* source);  // takes a new reference
+  std::shared_ptr<GSource> source_;
+};
 
 class BV_EXPORT BVRunLoop {
  public:
@@ -45,11 +67,13 @@ class BV_EXPORT BVRunLoop {
 
   // Queues fn to run on this loop, never inline. Safe from any thread.
   void perform(std::function<void()> fn) const;
-  // Runs fn on this loop after a delay; target (may be null) names the object
-  // the request is for, so that cancelPerforms(target) can drop it.
-  void performAfterDelay(double seconds, const void* target, std::function<void()> fn) const;
-  // Cancels every delayed perform aimed at target, on any loop.
-  static void cancelPerforms(const void* target);
+  // The same for target: dropped if target is gone when its turn comes;
+  // target is held while fn runs.
+  void perform(std::weak_ptr<const void> target, std::function<void()> fn) const;
+  // Runs fn on this loop after a delay, for target as perform() does.
+  BVDelayedPerform performAfterDelay(double seconds, std::weak_ptr<const void> target,
+                                     std::function<void()> fn) const;
+  BVDelayedPerform performAfterDelay(double seconds, std::function<void()> fn) const;
 
   // Watches a descriptor; the callback returns false to stop watching.
   // conditions are GIOCondition bits (G_IO_IN, G_IO_OUT, G_IO_HUP, ...).
@@ -104,9 +128,7 @@ class BV_EXPORT BVTimer : public std::enable_shared_from_this<BVTimer> {
   double interval_;
   bool repeats_;
   Callback fn_;
-  GMainContext* context_ = nullptr;
-  struct Guard;
-  std::shared_ptr<Guard> guard_;
+  GSource* source_ = nullptr;  // while scheduled; its callback data is the loop's reference
 };
 
 using BVTimerRef = std::shared_ptr<BVTimer>;

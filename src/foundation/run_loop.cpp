@@ -5,6 +5,7 @@
 #include <glib.h>
 
 #include <algorithm>
+#include <utility>
 #include <mutex>
 #include <unordered_map>
 #include <vector>
@@ -32,71 +33,33 @@ extern "C" void __tsan_release(void* addr);
 
 namespace {
 
-struct Callback {
+// A queued call and, for a targeted one, the object it is for.
+struct Call {
   std::function<void()> fn;
+  std::weak_ptr<const void> target;
+  bool targeted = false;
 };
 
-gboolean runOnce(gpointer data) {
+gboolean runCall(gpointer data) {
   HANDOFF_ACQUIRE(data);
-  auto cb = static_cast<Callback*>(data);
-  cb->fn();
+  auto call = static_cast<Call*>(data);
+  // What fn holds goes when the call ends, not when GLib frees the source.
+  auto fn = std::move(call->fn);
+  if (!call->targeted) {
+    fn();
+  } else if (auto target = call->target.lock()) {
+    fn();
+  }
   return G_SOURCE_REMOVE;
 }
 
-void deleteCallback(gpointer data) { delete static_cast<Callback*>(data); }
+void deleteCall(gpointer data) { delete static_cast<Call*>(data); }
 
-// Pending delayed performs by target, so they can be cancelled.
-struct DelayedRegistry {
-  std::mutex mutex;
-  std::unordered_multimap<const void*, GSource*> byTarget;
-
-  void add(const void* target, GSource* source) {
-    std::lock_guard lock(mutex);
-    g_source_ref(source);
-    byTarget.emplace(target, source);
-  }
-  void remove(const void* target, GSource* source) {
-    std::lock_guard lock(mutex);
-    auto [b, e] = byTarget.equal_range(target);
-    for (auto it = b; it != e; ++it) {
-      if (it->second == source) {
-        byTarget.erase(it);
-        g_source_unref(source);
-        return;
-      }
-    }
-  }
-  std::vector<GSource*> takeAll(const void* target) {
-    std::lock_guard lock(mutex);
-    std::vector<GSource*> out;
-    auto [b, e] = byTarget.equal_range(target);
-    for (auto it = b; it != e; ++it) out.push_back(it->second);
-    byTarget.erase(target);
-    return out;
-  }
-};
-
-DelayedRegistry& delayedRegistry() {
-  static auto* registry = new DelayedRegistry();
-  return *registry;
+void attachCall(GSource* source, GMainContext* context, Call* call) {
+  HANDOFF_RELEASE(call);
+  g_source_set_callback(source, runCall, call, deleteCall);
+  g_source_attach(source, context);
 }
-
-struct DelayedCallback {
-  std::function<void()> fn;
-  const void* target;
-  GSource* source;
-};
-
-gboolean runDelayed(gpointer data) {
-  HANDOFF_ACQUIRE(data);
-  auto cb = static_cast<DelayedCallback*>(data);
-  if (cb->target) delayedRegistry().remove(cb->target, cb->source);
-  auto fn = std::move(cb->fn);
-  fn();
-  return G_SOURCE_REMOVE;
-}
-
-void deleteDelayed(gpointer data) { delete static_cast<DelayedCallback*>(data); }
 
 class GSourceHandle final : public BVRunLoopSource {
  public:
@@ -165,30 +128,46 @@ bool BVRunLoop::isCurrent() const { return current().context_ == context_; }
 void BVRunLoop::perform(std::function<void()> fn) const {
   GSource* source = g_idle_source_new();
   g_source_set_priority(source, G_PRIORITY_DEFAULT);
-  auto cb = new Callback{std::move(fn)};
-  HANDOFF_RELEASE(cb);
-  g_source_set_callback(source, runOnce, cb, deleteCallback);
-  g_source_attach(source, context_);
+  attachCall(source, context_, new Call{std::move(fn), {}, false});
   g_source_unref(source);
 }
 
-void BVRunLoop::performAfterDelay(double seconds, const void* target, std::function<void()> fn) const {
+void BVRunLoop::perform(std::weak_ptr<const void> target, std::function<void()> fn) const {
+  GSource* source = g_idle_source_new();
+  g_source_set_priority(source, G_PRIORITY_DEFAULT);
+  attachCall(source, context_, new Call{std::move(fn), std::move(target), true});
+  g_source_unref(source);
+}
+
+BVDelayedPerform BVRunLoop::performAfterDelay(double seconds, std::weak_ptr<const void> target,
+                                              std::function<void()> fn) const {
   GSource* source = g_timeout_source_new(toMilliseconds(seconds));
-  auto cb = new DelayedCallback{std::move(fn), target, source};
-  HANDOFF_RELEASE(cb);
-  g_source_set_callback(source, runDelayed, cb, deleteDelayed);
-  if (target) delayedRegistry().add(target, source);
-  g_source_attach(source, context_);
+  attachCall(source, context_, new Call{std::move(fn), std::move(target), true});
+  BVDelayedPerform handle(source);
   g_source_unref(source);
+  return handle;
 }
 
-void BVRunLoop::cancelPerforms(const void* target) {
-  if (!target) return;
-  for (GSource* source : delayedRegistry().takeAll(target)) {
-    g_source_destroy(source);
-    g_source_unref(source);
-  }
+BVDelayedPerform BVRunLoop::performAfterDelay(double seconds, std::function<void()> fn) const {
+  GSource* source = g_timeout_source_new(toMilliseconds(seconds));
+  attachCall(source, context_, new Call{std::move(fn), {}, false});
+  BVDelayedPerform handle(source);
+  g_source_unref(source);
+  return handle;
 }
+
+// ---- BVDelayedPerform ----
+
+BVDelayedPerform::BVDelayedPerform(GSource* source) : source_(g_source_ref(source), g_source_unref) {}
+
+// GLib destroys a source once under its context's lock, so a repeated or
+// late cancel is harmless; a source destroyed before it is dispatched never
+// runs its callback.
+void BVDelayedPerform::cancel() const {
+  if (source_ && !g_source_is_destroyed(source_.get())) g_source_destroy(source_.get());
+}
+
+bool BVDelayedPerform::isPending() const { return source_ && !g_source_is_destroyed(source_.get()); }
 
 BVRunLoopSourceRef BVRunLoop::watchFD(int fd, int conditions, std::function<bool(int)> fn, bool mayRecurse) const {
   GSource* source = g_unix_fd_source_new(fd, GIOCondition(conditions));
@@ -267,42 +246,30 @@ bool BVRunLoop::iterate() const { return g_main_context_iteration(context_, FALS
 
 // ---- BVTimer ----
 
-struct BVTimer::Guard {
-  std::shared_ptr<BVTimer> timer;  // the loop's reference while scheduled
-  GSource* source = nullptr;
-};
-
 BVTimer::BVTimer(double interval, bool repeats, Callback fn)
     : interval_(interval), repeats_(repeats), fn_(std::move(fn)) {}
 
-BVTimer::~BVTimer() = default;
+// Still scheduled only when the loop's context went away without it being
+// invalidated: the context dropped its reference, this one remains.
+BVTimer::~BVTimer() {
+  if (source_) g_source_unref(source_);
+}
 
 std::shared_ptr<BVTimer> BVTimer::scheduledTimer(double interval, bool repeats, Callback fn) {
   auto timer = std::make_shared<BVTimer>(interval, repeats, std::move(fn));
-  BVRunLoop loop = BVRunLoop::current();
-  auto guard = std::make_shared<Guard>();
-  guard->timer = timer;
   GSource* source = g_timeout_source_new(std::max<guint>(1, toMilliseconds(interval)));
-  guard->source = source;
-  timer->guard_ = guard;
-  auto holder = new std::shared_ptr<Guard>(guard);
+  timer->source_ = source;
+  // The source's callback data is the loop's reference to the timer; GLib
+  // frees it when the source is destroyed, that is, on invalidate().
   g_source_set_callback(
       source,
       [](gpointer d) -> gboolean {
-        auto g = *static_cast<std::shared_ptr<Guard>*>(d);
-        auto t = g->timer;  // keep the timer alive while it fires
-        if (!t) return G_SOURCE_REMOVE;
-        t->fire();
-        return (t->repeats_ && g->timer) ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;
+        auto timer = *static_cast<std::shared_ptr<BVTimer>*>(d);  // held while it fires
+        timer->fire();
+        return timer->source_ ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;
       },
-      holder,
-      [](gpointer d) {
-        auto h = static_cast<std::shared_ptr<Guard>*>(d);
-        (*h)->timer.reset();
-        delete h;
-      });
-  g_source_attach(source, loop.context());
-  timer->context_ = loop.context();
+      new std::shared_ptr<BVTimer>(timer), [](gpointer d) { delete static_cast<std::shared_ptr<BVTimer>*>(d); });
+  g_source_attach(source, BVRunLoop::current().context());
   return timer;
 }
 
@@ -312,13 +279,12 @@ void BVTimer::fire() {
 }
 
 void BVTimer::invalidate() {
-  auto guard = guard_;
-  if (!guard || !guard->timer) return;
-  GSource* source = guard->source;
-  guard->timer.reset();  // may not free this object: the caller holds a reference
-  if (source && !g_source_is_destroyed(source)) g_source_destroy(source);
+  GSource* source = std::exchange(source_, nullptr);
+  if (!source) return;
+  // May release the loop's reference, the last one: nothing of this object
+  // is touched afterwards.
+  g_source_destroy(source);
   g_source_unref(source);
-  guard->source = nullptr;
 }
 
-bool BVTimer::isValid() const { return guard_ && guard_->timer != nullptr; }
+bool BVTimer::isValid() const { return source_ != nullptr; }

@@ -99,11 +99,9 @@ struct BVURLConnection::State {
   // Runs fn on the loop with the connection and delegate, unless cancelled.
   template <class F>
   void deliver(std::shared_ptr<State> self, F fn) {
-    // Weak: a queued call must not keep the state (and its run loop) alive
-    // after the connection and its worker are gone.
-    loop.perform([weak = std::weak_ptr<State>(self), fn = std::move(fn)]() mutable {
-      if (auto self = weak.lock()) self->callDelegate(fn);
-    });
+    // The state is the call's weak target: a queued call must not keep it
+    // (and its run loop) alive after the connection and its worker are gone.
+    loop.perform(self, [s = self.get(), fn = std::move(fn)]() mutable { s->callDelegate(fn); });
   }
 };
 
@@ -150,9 +148,7 @@ BVURLConnectionRef BVURLConnection::start(const BVURLRequest& request, BVURLConn
         if (diversion) diversion->divertedData(bytes);
         return;
       }
-      state->loop.perform([weak = std::weak_ptr<State>(state)] {
-        auto s = weak.lock();
-        if (!s) return;
+      state->loop.perform(state, [s = state.get()] {
         std::vector<uint8_t> piece;
         {
           std::lock_guard lock(s->mutex);
@@ -186,9 +182,7 @@ BVURLConnectionRef BVURLConnection::start(const BVURLRequest& request, BVURLConn
       state->endQueued = true;
       state->queuedEnd = error;
     }
-    state->loop.perform([weak = std::weak_ptr<State>(state)] {
-      auto s = weak.lock();
-      if (!s) return;
+    state->loop.perform(state, [s = state.get()] {
       BVErrorRef error;
       {
         std::lock_guard lock(s->mutex);

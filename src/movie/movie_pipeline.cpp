@@ -102,19 +102,19 @@ GstPadProbeReturn watchHTTPHeaders(GstPad*, GstPadProbeInfo* info, gpointer data
 // The bus watch's callback has the GstBusFunc signature.
 gboolean MoviePipeline::busWatchCallback(GstBus*, GstMessage* message, gpointer data) {
   auto* self = static_cast<MoviePipeline*>(data);
-  auto alive = self->alive_;
+  std::weak_ptr<MoviePipeline> alive = self->weak_from_this();
   self->handle(message);
   // The listener may have destroyed the pipeline; its watch is gone then.
-  return *alive ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;
+  return alive.expired() ? G_SOURCE_REMOVE : G_SOURCE_CONTINUE;
 }
 
 MoviePipeline::MoviePipeline(GMainContext* context, MoviePipelineListener* listener)
-    : context_(g_main_context_ref(context)), listener_(listener), alive_(std::make_shared<bool>(true)) {}
+    : context_(g_main_context_ref(context)), listener_(listener) {}
 
-std::unique_ptr<MoviePipeline> MoviePipeline::create(const std::string& uri, GMainContext* context,
+std::shared_ptr<MoviePipeline> MoviePipeline::create(const std::string& uri, GMainContext* context,
                                                      MoviePipelineListener* listener,
                                                      std::shared_ptr<MovieAudioSink> audio) {
-  std::unique_ptr<MoviePipeline> pipeline(new MoviePipeline(context, listener));
+  std::shared_ptr<MoviePipeline> pipeline(new MoviePipeline(context, listener));
   bool built = false;
   if (audio) {
     pipeline->tap_ = std::make_unique<MovieAudioTap>(std::move(audio));
@@ -231,7 +231,6 @@ void MoviePipeline::onNoMorePads(GstElement*, void* data) {
 }
 
 MoviePipeline::~MoviePipeline() {
-  *alive_ = false;
   if (busWatch_) {
     g_source_destroy(busWatch_);
     g_source_unref(busWatch_);
@@ -367,10 +366,10 @@ void MoviePipeline::handleError(GstMessage* message) {
     facts.fromSource = source_ && origin &&
                        (origin == GST_OBJECT(source_) || gst_object_has_as_ancestor(origin, GST_OBJECT(source_)));
   }
-  auto alive = alive_;
+  std::weak_ptr<MoviePipeline> alive = weak_from_this();
   listener_->pipelineFailed(facts);
   g_error_free(error);
-  if (*alive) gst_element_set_state(pipeline_, GST_STATE_NULL);
+  if (!alive.expired()) gst_element_set_state(pipeline_, GST_STATE_NULL);
 }
 
 void MoviePipeline::setPlaying(bool playing) {

@@ -55,11 +55,11 @@ class MoviePipelineListener {
   virtual void pipelineSeekDone() = 0;
 };
 
-class MoviePipeline {
+class MoviePipeline : public std::enable_shared_from_this<MoviePipeline> {
  public:
   // Builds the pipeline and starts prerolling; nullptr when GStreamer cannot
   // build it.
-  static std::unique_ptr<MoviePipeline> create(const std::string& uri, GMainContext* context,
+  static std::shared_ptr<MoviePipeline> create(const std::string& uri, GMainContext* context,
                                                MoviePipelineListener* listener,
                                                std::shared_ptr<MovieAudioSink> audio = nullptr);
   ~MoviePipeline();
@@ -123,7 +123,6 @@ class MoviePipeline {
   GSource* busWatch_ = nullptr;
   GstTagList* tags_ = nullptr;
   std::unique_ptr<MovieAudioTap> tap_;
-  std::shared_ptr<bool> alive_;
   bool playing_ = false;
   bool live_ = false;
   bool prerolled_ = false;

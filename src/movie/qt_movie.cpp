@@ -114,13 +114,12 @@ struct QTMovie::Impl final : MoviePipelineListener {
   QTMovie* movie = nullptr;
   GMainContext* context = nullptr;
   QTMovieController controller;
-  std::unique_ptr<MoviePipeline> pipeline;
+  std::shared_ptr<MoviePipeline> pipeline;  // the only reference
   std::unique_ptr<MovieStationList> stationList;
   std::shared_ptr<MovieAudioSink> audio;
   GSource* idleTimer = nullptr;
   GSource* reconnectTimer = nullptr;
   GSource* loadWatchdog = nullptr;
-  std::shared_ptr<bool> alive = std::make_shared<bool>(true);
   std::vector<std::shared_ptr<Registration>> registrations;
 
   std::optional<BVURL> url;  // what is being played (or the list being read)
@@ -155,7 +154,6 @@ struct QTMovie::Impl final : MoviePipelineListener {
   int32_t lastEntryStatus = 0;
 
   ~Impl() override {
-    *alive = false;
     stationList.reset();
     stopLoadWatchdog();
     stopReconnectTimer();
@@ -171,7 +169,7 @@ struct QTMovie::Impl final : MoviePipelineListener {
 
   // Returns false when a handler destroyed the movie.
   bool post(const char* name, std::optional<BVDictionary> userInfo = std::nullopt) {
-    auto token = alive;
+    std::weak_ptr<QTMovie> self = movie->weak_from_this();
     std::vector<std::shared_ptr<Registration>> matching;
     for (const auto& r : registrations)
       if (r->name == name) matching.push_back(r);
@@ -179,7 +177,7 @@ struct QTMovie::Impl final : MoviePipelineListener {
     for (const auto& r : matching) {
       if (!r->active) continue;
       r->handler(note);
-      if (!*token) return false;
+      if (self.expired()) return false;
     }
     return true;
   }
@@ -478,10 +476,11 @@ struct QTMovie::Impl final : MoviePipelineListener {
         idleTimer,
         [](gpointer data) -> gboolean {
           auto* self = static_cast<Impl*>(data);
-          auto token = self->alive;
+          std::weak_ptr<QTMovie> movie = self->movie->weak_from_this();
           if (self->controller.filter)
             self->controller.filter(&self->controller, mcActionIdle, nullptr, self->controller.refCon);
-          return *token ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;
+          // The filter may have released the movie; its timer is gone then.
+          return movie.expired() ? G_SOURCE_REMOVE : G_SOURCE_CONTINUE;
         },
         this, nullptr);
     g_source_attach(idleTimer, context);

@@ -126,18 +126,15 @@ void AudioDelivery::announce(std::string title) {
     std::lock_guard lock(ackMutex_);
     ticket = ++titlesSent_;
   }
-  std::weak_ptr<AudioDelivery> weak = weak_from_this();
   bool onLoopThread;
   {
     std::lock_guard lock(clientMutex_);
     onLoopThread = loopThread_ == std::this_thread::get_id();
-    loop_.perform([weak, shared, ticket] {
-      auto self = weak.lock();
-      if (!self) return;
-      if (auto* c = self->client()) c->audioDeliveryTitleDue(shared);
-      std::lock_guard lock(self->ackMutex_);
-      self->titlesAnnounced_ = std::max(self->titlesAnnounced_, ticket);
-      self->ackCondition_.notify_all();
+    loop_.perform(weak_from_this(), [this, shared, ticket] {
+      if (auto* c = client()) c->audioDeliveryTitleDue(shared);
+      std::lock_guard lock(ackMutex_);
+      titlesAnnounced_ = std::max(titlesAnnounced_, ticket);
+      ackCondition_.notify_all();
     });
   }
   if (onLoopThread) return;  // waiting would only time out

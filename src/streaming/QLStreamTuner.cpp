@@ -41,19 +41,6 @@ bool isFetchable(const BVURL& url) {
 struct QLStreamTuner::Impl {
   enum class Phase { Idle, Resolving, Found, Finished };
 
-  // Keeps the tuner alive while the loop runs its work, so the delegate may
-  // drop it inside a callback; counted to tell when nobody else holds it.
-  class Guard {
-   public:
-    explicit Guard(std::shared_ptr<QLStreamTuner> tuner) : tuner_(std::move(tuner)) { ++tuner_->impl_->guards; }
-    ~Guard() { --tuner_->impl_->guards; }
-    Guard(const Guard&) = delete;
-    Guard& operator=(const Guard&) = delete;
-
-   private:
-    std::shared_ptr<QLStreamTuner> tuner_;
-  };
-
   Impl(QLStreamTuner& o, QLStreamTunerDelegate* d) : owner(o), delegate(d) {}
 
   QLStreamTuner& owner;
@@ -63,7 +50,7 @@ struct QLStreamTuner::Impl {
   std::optional<BVRunLoop> loop;
   Phase phase = Phase::Idle;
   uint64_t generation = 0;  // bumped by stop(): stale work sees it and quits
-  int guards = 0;
+  BVDelayedPerform searchDeadline;
   std::deque<Candidate> pending;
   std::set<std::string> expandedPlaylists;
   std::set<std::string> offered;
@@ -93,7 +80,7 @@ struct QLStreamTuner::Impl {
     ++generation;
     phase = Phase::Idle;
     pending.clear();
-    BVRunLoop::cancelPerforms(this);
+    searchDeadline.cancel();
     if (auto current = std::move(fetch)) current->cancel();
   }
 
@@ -107,15 +94,10 @@ struct QLStreamTuner::Impl {
   // Each fetch has its own time-out, but a station file of stalling entries
   // would add them up; the search as a whole is bounded here.
   void armSearchDeadline() {
-    BVRunLoop::cancelPerforms(this);
-    std::weak_ptr<QLStreamTuner> weak = owner.weak_from_this();
+    searchDeadline.cancel();
     uint64_t since = generation;
-    loop->performAfterDelay(searchTimeout, this, [weak, since] {
-      auto tuner = weak.lock();
-      if (!tuner || tuner->impl_->generation != since) return;
-      Impl& impl = *tuner->impl_;
-      Guard guard(std::move(tuner));
-      impl.searchTimedOut();
+    searchDeadline = loop->performAfterDelay(searchTimeout, owner.weak_from_this(), [this, since] {
+      if (generation == since) searchTimedOut();
     });
   }
 
@@ -134,10 +116,12 @@ struct QLStreamTuner::Impl {
   }
 
   // The tuner was stopped or restarted during a delegate call, or its owner
-  // let it go: the work in hand is dropped.
+  // let it go: the work in hand is dropped. Delegate calls come only from
+  // the loop's calls for the tuner, and the one in hand holds the tuner:
+  // when that is the only reference left, nobody else wants the work.
   bool interrupted(uint64_t since) {
     if (since != generation) return true;
-    if (owner.weak_from_this().use_count() <= guards) {
+    if (owner.weak_from_this().use_count() <= 1) {
       stop();
       return true;
     }
@@ -146,14 +130,9 @@ struct QLStreamTuner::Impl {
 
   // Runs advance() from the loop, never inline.
   void schedule() {
-    std::weak_ptr<QLStreamTuner> weak = owner.weak_from_this();
     uint64_t since = generation;
-    loop->perform([weak, since] {
-      auto tuner = weak.lock();
-      if (!tuner || tuner->impl_->generation != since) return;
-      Impl& impl = *tuner->impl_;
-      Guard guard(std::move(tuner));
-      impl.advance();
+    loop->perform(owner.weak_from_this(), [this, since] {
+      if (generation == since) advance();
     });
   }
 
@@ -187,12 +166,10 @@ struct QLStreamTuner::Impl {
   void look(const Candidate& candidate) {
     std::weak_ptr<QLStreamTuner> weak = owner.weak_from_this();
     uint64_t since = generation;
-    fetch = TunerFetch::start(candidate.url, [weak, since, candidate](TunerFetchResult result) {
-      auto tuner = weak.lock();
-      if (!tuner || tuner->impl_->generation != since) return;
-      Impl& impl = *tuner->impl_;
-      Guard guard(std::move(tuner));
-      impl.looked(candidate, std::move(result));
+    fetch = TunerFetch::start(candidate.url, [this, weak, since, candidate](TunerFetchResult result) {
+      auto tuner = weak.lock();  // held for the call, as the loop holds its targets
+      if (!tuner || generation != since) return;
+      looked(candidate, std::move(result));
     });
   }
 
@@ -263,13 +240,13 @@ struct QLStreamTuner::Impl {
     if (!accepted) return true;
     found = true;
     phase = Phase::Found;
-    BVRunLoop::cancelPerforms(this);
+    searchDeadline.cancel();
     if (delegate) delegate->streamTunerDidFindStreamURL(owner, url, type);
     return !interrupted(since);
   }
 
   void exhausted() {
-    BVRunLoop::cancelPerforms(this);
+    searchDeadline.cancel();
     if (found) {
       phase = Phase::Finished;
       if (delegate) delegate->streamTunerDidComplete(owner);
@@ -289,7 +266,7 @@ struct QLStreamTuner::Impl {
   }
 
   void fail(const BVErrorRef& error) {
-    BVRunLoop::cancelPerforms(this);
+    searchDeadline.cancel();
     phase = Phase::Finished;
     pending.clear();
     QLDebugLog(QL_LOG_INFO, "tuner: failed: %s", error->localizedDescription().c_str());

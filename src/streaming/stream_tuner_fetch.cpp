@@ -52,10 +52,8 @@ std::shared_ptr<TunerFetch> TunerFetch::start(const BVURL& url, Completion compl
   // Asked as the streamer asks, so that a stream's reply can be handed to it.
   request.headerFields["Icy-MetaData"] = "1";
   fetch->connection_ = BVURLConnection::start(request, fetch.get());
-  std::weak_ptr<TunerFetch> weak = fetch;
-  BVRunLoop::current().performAfterDelay(kTunerFetchDeadline, fetch.get(), [weak] {
-    if (auto self = weak.lock())
-      self->fail(tunerError(QLStreamTunerErrorTimedOut, "The station's server took too long to answer.", &self->url_));
+  fetch->deadline_ = BVRunLoop::current().performAfterDelay(kTunerFetchDeadline, fetch, [self = fetch.get()] {
+    self->fail(tunerError(QLStreamTunerErrorTimedOut, "The station's server took too long to answer.", &self->url_));
   });
   return fetch;
 }
@@ -67,7 +65,7 @@ TunerFetch::~TunerFetch() { cancel(); }
 void TunerFetch::cancel() {
   phase_ = Phase::Done;
   completion_ = nullptr;
-  BVRunLoop::cancelPerforms(this);
+  deadline_.cancel();
   if (connection_) connection_->cancel();
 }
 

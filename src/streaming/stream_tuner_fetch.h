@@ -6,6 +6,7 @@
 #pragma once
 
 #include <belvane/BVError.h>
+#include <belvane/BVRunLoop.h>
 #include <belvane/BVURL.h>
 #include <belvane/BVURLConnection.h>
 
@@ -83,6 +84,7 @@ class TunerFetch final : public BVURLConnectionDelegate, public std::enable_shar
   BVURL url_;
   Completion completion_;
   BVURLConnectionRef connection_;
+  BVDelayedPerform deadline_;  // the whole fetch's time limit
   Phase phase_ = Phase::AwaitingResponse;
   std::optional<BVURL> finalURL_;
   std::optional<std::string> contentType_;

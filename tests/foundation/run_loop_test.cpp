@@ -1,5 +1,6 @@
 // BVRunLoop and BVTimer: performs across threads, cancellable delayed
-// performs, timers that the loop keeps alive until invalidated.
+// performs, performs for a weak target, timers that the loop keeps alive
+// until invalidated.
 #include <belvane/BVRunLoop.h>
 
 #include <gtest/gtest.h>
@@ -23,20 +24,51 @@ TEST(RunLoop, PerformFromAnotherThreadRunsOnTheLoopThread) {
   EXPECT_EQ(ranOn, std::this_thread::get_id());
 }
 
-TEST(RunLoop, DelayedPerformsCanBeCancelledByTarget) {
+TEST(RunLoop, DelayedPerformsCanBeCancelledByTheirHandle) {
   BVRunLoop loop = BVRunLoop::current();
-  int a = 0, b = 0;
-  int targetA = 0, targetB = 0;
-  loop.performAfterDelay(0.02, &targetA, [&] { ++a; });
-  loop.performAfterDelay(0.02, &targetA, [&] { ++a; });
-  loop.performAfterDelay(0.02, &targetB, [&] { ++b; });
-  BVRunLoop::cancelPerforms(&targetA);
+  int a = 0, b = 0, c = 0;
+  BVDelayedPerform a1 = loop.performAfterDelay(0.02, [&] { ++a; });
+  BVDelayedPerform a2 = loop.performAfterDelay(0.02, [&] { ++a; });
+  BVDelayedPerform toB = loop.performAfterDelay(0.02, [&] { ++b; });
+  a1.cancel();
+  BVDelayedPerform(a2).cancel();  // a copy cancels the same call
+  EXPECT_FALSE(a2.isPending());
+  // Due together: the first to run cancels the other before its turn.
+  BVDelayedPerform toC;
+  loop.performAfterDelay(0.01, [&] { toC.cancel(); });
+  toC = loop.performAfterDelay(0.01, [&] { ++c; });
   loop.runUntil([&] { return b == 1; }, 5);
   loop.runFor(0.05);
   EXPECT_EQ(a, 0);
   EXPECT_EQ(b, 1);
-  // Cancelling after the perform ran is harmless.
-  BVRunLoop::cancelPerforms(&targetB);
+  EXPECT_EQ(c, 0);
+  // Cancelling after the perform ran, or again, is harmless.
+  EXPECT_FALSE(toB.isPending());
+  toB.cancel();
+  a1.cancel();
+  BVDelayedPerform().cancel();
+}
+
+TEST(RunLoop, TargetedPerformsAreDroppedWhenTheTargetIsGoneAndHoldItWhileTheyRun) {
+  BVRunLoop loop = BVRunLoop::current();
+  int dropped = 0;
+  auto gone = std::make_shared<int>(0);
+  loop.perform(gone, [&] { ++dropped; });
+  loop.performAfterDelay(0.01, gone, [&] { ++dropped; });
+  gone.reset();
+
+  auto target = std::make_shared<int>(0);
+  std::weak_ptr<int> weak = target;
+  bool heldDuringCall = false;
+  loop.perform(target, [&] {
+    target.reset();  // the owner lets go inside the call
+    heldDuringCall = !weak.expired();
+  });
+  loop.runUntil([&] { return weak.expired(); }, 5);
+  loop.runFor(0.05);
+  EXPECT_EQ(dropped, 0);
+  EXPECT_TRUE(heldDuringCall);
+  EXPECT_TRUE(weak.expired()) << "released once the call ends";
 }
 
 TEST(RunLoop, WorkerThreadsRunTheirOwnLoop) {

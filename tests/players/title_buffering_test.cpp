@@ -21,11 +21,11 @@ struct Harness {
   std::vector<float> silence = std::vector<float>(4096, 0.0f);
   Harness() {
     player->setOwner(&owner);
-    delegate->setOwner(player.get());
+    delegate->setOwner(player);
     delegate->audio()->setOutput("null:fast");
     EXPECT_EQ(delegate->startAudioPlayer(), 0);
   }
-  ~Harness() { delegate->setOwner(nullptr); }
+  ~Harness() { delegate->setOwner({}); }
   void audio(int frames) {
     float* channels[2] = {silence.data(), silence.data()};
     delegate->shoutstreamerDidProvideAudio(44100.f, channels, frames);

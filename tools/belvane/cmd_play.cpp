@@ -225,7 +225,8 @@ int runPlay(const Arguments& args) {
   }
   guint sigint = g_unix_signal_add(SIGINT, stopOnSignal, nullptr);
   guint sigterm = g_unix_signal_add(SIGTERM, stopOnSignal, nullptr);
-  if (duration > 0) BVRunLoop::main().performAfterDelay(duration, &reporter, [] { BVRunLoop::main().stop(); });
+  BVDelayedPerform timeLimit;
+  if (duration > 0) timeLimit = BVRunLoop::main().performAfterDelay(duration, [] { BVRunLoop::main().stop(); });
 
   reporter.begin();
   master->playLink(BVMediaLink::linkWithURL(*url));
@@ -236,7 +237,7 @@ int runPlay(const Arguments& args) {
   BVPlayerState state = master->state();
   if (state != BVPlayerStateStopped && state != BVPlayerStateError) BVRunLoop::main().run();
 
-  BVRunLoop::cancelPerforms(&reporter);
+  timeLimit.cancel();
   g_source_remove(sigint);
   g_source_remove(sigterm);
   reporter.setTerminal(nullptr);

@@ -40,9 +40,9 @@ BVHelixPlayer::BVHelixPlayer(const HXClientPlayerClass* playerClass, const HXCli
     : kitPlayerClass_(playerClass), kitViewClass_(viewClass), observer_(belvane::detail::helixObserverFor(this)) {}
 
 BVHelixPlayer::~BVHelixPlayer() {
-  // The kit may report while its player goes away; those reports must find
-  // a player that changes nothing. After release the kit sends nothing more.
-  _isDying = true;
+  // The kit may report while its player goes away; those reports find
+  // weak_from_this() expired and change nothing. After release the kit
+  // sends nothing more.
   _releasePlayer();
 }
 
@@ -146,14 +146,14 @@ BVDictionary BVHelixPlayer::attributes() const {
 }
 
 void BVHelixPlayer::onIdle(BVTimer&) {
-  if (_isDying || !hasPosition()) return;
+  auto self = weak_from_this().lock();  // none while the player is destroyed
+  if (!self || !hasPosition()) return;
   double wholeSeconds = double(kitPlayerClass_->position(_player) / 1000);
   // Strictly more than a second: reports come about every two seconds of
   // playback, and not at all after a backward seek until playback passes
   // the last reported time again.
   if (wholeSeconds - _lastIdleTimestamp > 1.0) {
     _lastIdleTimestamp = wholeSeconds;
-    auto self = shared_from_this();
     changedPosition(position());
   }
 }

@@ -59,8 +59,8 @@ std::optional<std::string> BVHelixPlayer::_helixStatisticKeyToNativeKey(std::str
 }
 
 void BVHelixPlayer::onContentStateChangedFrom(int32_t fromState, int32_t toState) {
-  if (_isDying) return;
-  auto self = shared_from_this();
+  auto self = weak_from_this().lock();
+  if (!self) return;
   if (toState == HXContentStatePlaying) {
     changeStateTo(BVPlayerStatePlaying);
   } else if (toState == HXContentStateStopped) {
@@ -74,14 +74,14 @@ void BVHelixPlayer::onContentStateChangedFrom(int32_t fromState, int32_t toState
 
 void BVHelixPlayer::onContentConcluded() {
   // A dying player cannot announce anything any more.
-  if (_isDying) return;
-  auto self = shared_from_this();
+  auto self = weak_from_this().lock();
+  if (!self) return;
   if (state() != BVPlayerStateStopped && state() != BVPlayerStateError) changeStateTo(BVPlayerStateStopped);
 }
 
 void BVHelixPlayer::onErrorOccurred(const char* failure, const char* message, const BVDictionary& params) {
-  if (_isDying) return;
-  auto self = shared_from_this();
+  auto self = weak_from_this().lock();
+  if (!self) return;
   BVDictionary userInfo;
   userInfo[BVLocalizedDescriptionKey] = BVValue(message ? message : "");
   userInfo[BVLocalizedFailureReasonErrorKey] = BVValue(failure ? failure : "");
@@ -95,8 +95,8 @@ void BVHelixPlayer::onErrorOccurred(const char* failure, const char* message, co
 }
 
 void BVHelixPlayer::onLengthChanged(uint32_t) {
-  if (_isDying) return;
-  auto self = shared_from_this();
+  auto self = weak_from_this().lock();
+  if (!self) return;
   changedPosition(position());
 }
 
@@ -113,13 +113,16 @@ void BVHelixPlayer::onDeletedStatistic(const char* name, void*) {
 }
 
 void BVHelixPlayer::onChangedAttribute(const std::optional<std::string>& attributeKey) {
-  if (_isDying || !attributeKey) return;
-  auto self = shared_from_this();
+  auto self = weak_from_this().lock();
+  if (!self || !attributeKey) return;
   changedAttribute(attributes());
 }
 
 namespace belvane::detail {
 
+// The kit calls back with a raw context pointer, possibly while the player
+// is being destroyed: each report first takes weak_from_this(), which has
+// expired by then, and drops the report when it has.
 HXClientObserver helixObserverFor(BVHelixPlayer* player) {
   HXClientObserver observer{};
   observer.context = player;

@@ -61,29 +61,28 @@ struct BVMP3StreamPlayer::TunerDelegate : QLStreamTunerDelegate {
 };
 
 std::shared_ptr<BVMP3StreamPlayer> BVMP3StreamPlayer::create() {
-  return std::shared_ptr<BVMP3StreamPlayer>(new BVMP3StreamPlayer());
+  std::shared_ptr<BVMP3StreamPlayer> player(new BVMP3StreamPlayer());
+  player->_shoutstreamerDelegate->setOwner(player);
+  return player;
 }
 
 BVMP3StreamPlayer::BVMP3StreamPlayer() {
   _shoutstreamer = shoutstreamer_create();
   _shoutstreamerDelegate = BVShoutstreamerDelegate::create();
-  _shoutstreamerDelegate->setOwner(this);
   _fallbackStreams.emplace();
   tunerDelegate_ = std::make_unique<TunerDelegate>(this);
   _streamTuner = QLStreamTuner::create(tunerDelegate_.get());
 }
 
 BVMP3StreamPlayer::~BVMP3StreamPlayer() {
-  // No callback may reach this object from here on: the delegate forgets
-  // us first, then the stream stops (waiting for a callback in progress),
-  // and only then does the output go with the delegate.
-  _shoutstreamerDelegate->setOwner(nullptr);
+  // No callback may reach this object from here on: the delegate's weak
+  // reference to us has expired, then the stream stops (waiting for a
+  // callback in progress), and only then does the output go with the delegate.
   shoutstreamer_destroy(_shoutstreamer);
   _shoutstreamer = nullptr;
   _shoutstreamerDelegate.reset();
   _streamTuner->setDelegate(nullptr);
   _streamTuner->stop();
-  BVRunLoop::cancelPerforms(this);
   // We may be inside one of the tuner's own delegate calls: let it go once
   // that call has returned.
   BVRunLoop::current().perform([tuner = std::move(_streamTuner)] {});
@@ -217,10 +216,7 @@ void BVMP3StreamPlayer::shoutstreamerChangedState(const BVDictionary& change) {
     _shoutstreamerDelegate->askAudioPlayerToStop();
     return;
   }
-  std::weak_ptr<QLStreamTuner> tuner = _streamTuner;
-  BVRunLoop::current().performAfterDelay(0.0, this, [tuner] {
-    if (auto t = tuner.lock()) t->tuneNextStream();
-  });
+  BVRunLoop::current().performAfterDelay(0.0, weak_from_this(), [this] { _streamTuner->tuneNextStream(); });
 }
 
 void BVMP3StreamPlayer::shoutstreamerDidProvideTitle(const std::shared_ptr<const std::string>& title) {

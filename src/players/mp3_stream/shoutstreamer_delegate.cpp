@@ -23,19 +23,18 @@ BVShoutstreamerDelegate::BVShoutstreamerDelegate()
 }
 
 BVShoutstreamerDelegate::~BVShoutstreamerDelegate() {
-  setOwner(nullptr);
   _audio->setClient(nullptr);
   if (_checkPlayerDoneTimer) _checkPlayerDoneTimer->invalidate();
 }
 
-BVMP3StreamPlayer* BVShoutstreamerDelegate::owner() {
+std::shared_ptr<BVMP3StreamPlayer> BVShoutstreamerDelegate::owner() {
   std::lock_guard lock(ownerMutex_);
-  return _owner;
+  return _owner.lock();
 }
 
-void BVShoutstreamerDelegate::setOwner(BVMP3StreamPlayer* owner) {
+void BVShoutstreamerDelegate::setOwner(std::weak_ptr<BVMP3StreamPlayer> owner) {
   std::lock_guard lock(ownerMutex_);
-  _owner = owner;
+  _owner = std::move(owner);
 }
 
 void BVShoutstreamerDelegate::setRunLoop(const BVRunLoop& loop) {
@@ -44,14 +43,11 @@ void BVShoutstreamerDelegate::setRunLoop(const BVRunLoop& loop) {
   _audio->useCurrentRunLoop();
 }
 
-// Queues fn on the playing thread's loop without waiting. The request holds
-// only a weak reference, so a delegate torn down meanwhile is simply skipped.
+// Queues fn on the playing thread's loop without waiting. The delegate is
+// the call's weak target, so one torn down meanwhile is simply skipped.
 void BVShoutstreamerDelegate::performOnRunLoop(std::function<void(BVShoutstreamerDelegate&)> fn) {
-  std::weak_ptr<BVShoutstreamerDelegate> weak = weak_from_this();
   std::lock_guard lock(loopMutex_);
-  loop_.perform([weak, fn = std::move(fn)] {
-    if (auto self = weak.lock()) fn(*self);
-  });
+  loop_.perform(weak_from_this(), [this, fn = std::move(fn)] { fn(*this); });
 }
 
 int BVShoutstreamerDelegate::startAudioPlayer() { return _audio->start(); }
@@ -62,7 +58,7 @@ void BVShoutstreamerDelegate::askAudioPlayerToStop() {
   auto self = shared_from_this();  // the owner may drop its player (and us) when told
   if (!_audio->isPlaying()) {
     _audio->stop();
-    if (auto* o = owner()) o->didStopAudioPlayer();
+    if (auto o = owner()) o->didStopAudioPlayer();
     return;
   }
   if (_checkPlayerDoneTimer) return;
@@ -75,7 +71,7 @@ void BVShoutstreamerDelegate::checkPlayerDone(BVTimer& timer) {
   auto self = shared_from_this();
   timer.invalidate();
   _audio->stop();
-  if (auto* o = owner()) o->didStopAudioPlayer();
+  if (auto o = owner()) o->didStopAudioPlayer();
 }
 
 void BVShoutstreamerDelegate::stopAudioPlayerNow() {
@@ -89,12 +85,12 @@ void BVShoutstreamerDelegate::stopAudioPlayerNow() {
 void BVShoutstreamerDelegate::shoutstreamerChangedState(int oldState, int newState, int32_t errorCode) {
   BVDictionary change{{"oldState", BVValue(oldState)}, {"newState", BVValue(newState)}, {"errorCode", BVValue(errorCode)}};
   performOnRunLoop([change](BVShoutstreamerDelegate& self) {
-    if (auto* o = self.owner()) o->shoutstreamerChangedState(change);
+    if (auto o = self.owner()) o->shoutstreamerChangedState(change);
   });
 }
 
 void BVShoutstreamerDelegate::shoutstreamerDidProvideTitle(const std::shared_ptr<const std::string>& title) {
-  if (auto* o = owner()) o->shoutstreamerDidProvideTitle(title);
+  if (auto o = owner()) o->shoutstreamerDidProvideTitle(title);
 }
 
 // ---- C callbacks -------------------------------------------------------------

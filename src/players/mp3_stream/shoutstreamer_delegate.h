@@ -27,8 +27,10 @@ class BVShoutstreamerDelegate : public std::enable_shared_from_this<BVShoutstrea
   BVShoutstreamerDelegate(const BVShoutstreamerDelegate&) = delete;
   BVShoutstreamerDelegate& operator=(const BVShoutstreamerDelegate&) = delete;
 
-  BVMP3StreamPlayer* owner();
-  void setOwner(BVMP3StreamPlayer* owner);
+  // The player this delegate reports to (weak: the player owns the delegate);
+  // null once the player is gone or being destroyed.
+  std::shared_ptr<BVMP3StreamPlayer> owner();
+  void setOwner(std::weak_ptr<BVMP3StreamPlayer> owner);
   // Where main-thread hand-offs go: the loop of the thread that plays, which
   // must be the calling thread.
   void setRunLoop(const BVRunLoop& loop);
@@ -75,7 +77,7 @@ class BVShoutstreamerDelegate : public std::enable_shared_from_this<BVShoutstrea
   std::shared_ptr<belvane::detail::AudioDelivery> _audio;
   BVTimerRef _checkPlayerDoneTimer;
   mutable std::mutex ownerMutex_;
-  BVMP3StreamPlayer* _owner = nullptr;
+  std::weak_ptr<BVMP3StreamPlayer> _owner;
   mutable std::mutex loopMutex_;
   BVRunLoop loop_;
 };
