@@ -21,6 +21,9 @@
 class BVShoutstreamerDelegate;
 class QLStreamTuner;
 struct shoutstreamer;
+namespace belvane::detail {
+struct StreamerStateChange;
+}
 
 class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
  public:
@@ -58,7 +61,8 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   void streamTunerDidFailWithError(QLStreamTuner& tuner, const BVErrorRef& error);
   void streamTunerDidComplete(QLStreamTuner& tuner);
 
-  // Called by the shoutstreamer delegate on the playing thread.
+  // Called by the shoutstreamer delegate on the playing thread. The change
+  // as a dictionary ("oldState", "newState", "errorCode"; integers).
   void shoutstreamerChangedState(const BVDictionary& change);
   void shoutstreamerDidProvideTitle(const std::shared_ptr<const std::string>& title);
   void didStopAudioPlayer();
@@ -67,6 +71,8 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   BVMP3StreamPlayer();
 
  private:
+  friend class BVShoutstreamerDelegate;
+  void _shoutstreamerChangedState(const belvane::detail::StreamerStateChange& change);
   std::string basePlayerErrorDescription() const;
   BVErrorRef errorWithBVShoutstreamerCode(int32_t code) const;
   void setError(const BVErrorRef& error);

@@ -39,7 +39,7 @@ bool BVBasePlayerEngine::canPlayFormat(const BVMediaFormat& format) {
   // An explicit engine choice wins over everything else.
   auto wanted = format.engineID();
   auto mine = engineID();
-  if (wanted && mine && belvane::detail::asciiLower(*wanted) == belvane::detail::asciiLower(*mine)) return true;
+  if (wanted && mine && belvane::detail::equalsIgnoringASCIICase(*wanted, *mine)) return true;
   auto file = formatsFile();
   return file && file->matchesForFormat(format);
 }

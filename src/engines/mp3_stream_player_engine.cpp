@@ -6,7 +6,7 @@
 
 #include "foundation/text_encoding.h"
 
-using belvane::detail::asciiLower;
+using belvane::detail::equalsIgnoringASCIICase;
 
 std::shared_ptr<BVMP3StreamPlayerEngine> BVMP3StreamPlayerEngine::sharedEngine() {
   static auto engine = std::make_shared<BVMP3StreamPlayerEngine>();
@@ -26,9 +26,9 @@ std::optional<std::string> BVMP3StreamPlayerEngine::displayableEngineDescription
 bool BVMP3StreamPlayerEngine::canPlayFormat(const BVMediaFormat& format) {
   auto scheme = format.urlScheme();
   // Local files never go to the stream engine.
-  if (scheme && asciiLower(*scheme) == "file") return false;
+  if (scheme && equalsIgnoringASCIICase(*scheme, "file")) return false;
   if (BVBasePlayerEngine::canPlayFormat(format)) return true;
   // A bare HTTP link with no other clue may well be a Shoutcast stream.
-  return scheme && asciiLower(*scheme) == "http" && !format.fileExtension() && !format.mimeType();
+  return scheme && equalsIgnoringASCIICase(*scheme, "http") && !format.fileExtension() && !format.mimeType();
 }
 

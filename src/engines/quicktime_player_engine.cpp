@@ -9,7 +9,7 @@
 #include "foundation/text_encoding.h"
 #include "movie/QTMovie.h"
 
-using belvane::detail::asciiLower;
+using belvane::detail::equalsIgnoringASCIICase;
 
 std::shared_ptr<BVQuicktimePlayerEngine> BVQuicktimePlayerEngine::sharedEngine() {
   static auto engine = std::make_shared<BVQuicktimePlayerEngine>();
@@ -36,8 +36,8 @@ std::optional<std::string> BVQuicktimePlayerEngine::displayableEngineDescription
 bool BVQuicktimePlayerEngine::canPlayFormat(const BVMediaFormat& format) {
   // PDF documents are not media, whatever else the format says. The
   // extension is looked at first: it is free, the MIME type may cost a query.
-  if (auto extension = format.fileExtension(); extension && asciiLower(*extension) == "pdf") return false;
-  if (auto mimeType = format.mimeType(); mimeType && asciiLower(*mimeType) == "application/pdf") return false;
+  if (auto extension = format.fileExtension(); extension && equalsIgnoringASCIICase(*extension, "pdf")) return false;
+  if (auto mimeType = format.mimeType(); mimeType && equalsIgnoringASCIICase(*mimeType, "application/pdf")) return false;
   return BVBasePlayerEngine::canPlayFormat(format);
 }
 

@@ -58,11 +58,32 @@ std::string asciiLower(std::string_view s) {
 }
 
 std::string utf8Lower(std::string_view s) {
+  std::string out(s);
+  bool ascii = true;
+  for (auto& c : out) {
+    if (static_cast<unsigned char>(c) >= 0x80) {
+      ascii = false;
+      break;
+    }
+    c = g_ascii_tolower(c);
+  }
+  if (ascii) return out;
   if (!g_utf8_validate(s.data(), gssize(s.size()), nullptr)) return asciiLower(s);
   gchar* lower = g_utf8_strdown(s.data(), gssize(s.size()));
-  std::string out(lower);
+  out = lower;
   g_free(lower);
   return out;
+}
+
+bool equalsIgnoringASCIICase(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i)
+    if (g_ascii_tolower(a[i]) != g_ascii_tolower(b[i])) return false;
+  return true;
+}
+
+bool hasPrefixIgnoringASCIICase(std::string_view s, std::string_view prefix) {
+  return s.size() >= prefix.size() && equalsIgnoringASCIICase(s.substr(0, prefix.size()), prefix);
 }
 
 namespace {

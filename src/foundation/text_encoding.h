@@ -22,8 +22,12 @@ void dropByteOrderMark(std::string& text);
 // Every byte as its Latin-1 character.
 std::string latin1ToUTF8(std::span<const uint8_t> bytes);
 std::string asciiLower(std::string_view s);
-// Unicode-aware lower-casing of UTF-8 text (ASCII lower-casing when invalid).
+// Unicode-aware lower-casing of UTF-8 text (ASCII lower-casing when invalid);
+// ASCII text takes a fast path.
 std::string utf8Lower(std::string_view s);
+// Equality and prefix tests that ignore ASCII case.
+bool equalsIgnoringASCIICase(std::string_view a, std::string_view b);
+bool hasPrefixIgnoringASCIICase(std::string_view s, std::string_view prefix);
 // Trims spaces, tabs, line ends and other Unicode white space at both ends.
 std::string trimWhitespaceAndNewlines(std::string_view s);
 // Trims only spaces and tabs.

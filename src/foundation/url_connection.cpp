@@ -3,6 +3,7 @@
 #include <belvane/BVURLConnection.h>
 
 #include "foundation/curl_transfer.h"
+#include "foundation/mime_type.h"
 #include "foundation/thread_name.h"
 #include "foundation/url_connection_diversion.h"
 
@@ -46,10 +47,7 @@ BVURLResponse::BVURLResponse(BVURL url, int statusCode, BVHTTPHeaderFields field
 std::string BVURLResponse::mimeType() const {
   auto it = fields_.find("Content-Type");
   if (it == fields_.end()) return {};
-  std::string t = it->second.substr(0, it->second.find(';'));
-  while (!t.empty() && (t.back() == ' ' || t.back() == '\t')) t.pop_back();
-  for (auto& c : t) c = g_ascii_tolower(c);
-  return t;
+  return belvane::detail::mimeTypeWithoutParameters(it->second);
 }
 
 long long BVURLResponse::expectedContentLength() const {

@@ -75,13 +75,11 @@ inline constexpr const char* QTMovieRateDidChangeNotification = "QTMovieRateDidC
 // New tags arrived (a stream title from an Icecast or Shoutcast station, tags
 // of the next chained Ogg stream): the metadata readers have news.
 inline constexpr const char* QTMovieMetaDataDidChangeNotification = "QTMovieMetaDataDidChangeNotification";
-// The new rate (a real number) in a rate notification's user info.
-inline constexpr const char* QTMovieRateDidChangeNotificationParameter = "QTMovieRateDidChangeNotificationParameter";
-
 struct QTNotification {
   std::string name;
   QTMovie* object = nullptr;
-  std::optional<BVDictionary> userInfo;
+  // A rate notification's new rate; nothing in the others.
+  std::optional<double> rate;
 };
 
 // The movie's controller: it runs the idle action a few times a second and

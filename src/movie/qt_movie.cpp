@@ -5,11 +5,11 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cctype>
 #include <cmath>
 #include <fstream>
 #include <vector>
 
+#include "foundation/text_encoding.h"
 #include "movie/gst_media_types.h"
 #include "movie/QTMovie.h"
 #include "movie/movie_pipeline.h"
@@ -55,13 +55,8 @@ constexpr double kReconnectFirstDelaySeconds = 0.5;
 
 constexpr size_t kReferenceSniffLength = 64 * 1024;
 
-std::string lower(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return char(std::tolower(c)); });
-  return text;
-}
-
 bool isHTTP(const BVURL& url) {
-  std::string scheme = lower(url.scheme());
+  std::string scheme = asciiLower(url.scheme());
   return scheme == "http" || scheme == "https";
 }
 
@@ -79,7 +74,7 @@ std::vector<uint8_t> readHead(const std::string& path) {
 // of references that does not end.
 int32_t resolvePlayableURL(BVURL url, BVURL* out) {
   for (int depth = 0; depth <= kMaximumReferenceDepth; ++depth) {
-    std::string scheme = lower(url.scheme());
+    std::string scheme = asciiLower(url.scheme());
     if (scheme.empty() || !gst_uri_protocol_is_supported(GST_URI_SRC, scheme.c_str())) return kMovieStatusNotAMovie;
     if (!url.isFileURL()) {
       *out = url;
@@ -168,12 +163,12 @@ struct QTMovie::Impl final : MoviePipelineListener {
   // MARK: notifications
 
   // Returns false when a handler destroyed the movie.
-  bool post(const char* name, std::optional<BVDictionary> userInfo = std::nullopt) {
+  bool post(const char* name, std::optional<double> rate = std::nullopt) {
     std::weak_ptr<QTMovie> self = movie->weak_from_this();
     std::vector<std::shared_ptr<Registration>> matching;
     for (const auto& r : registrations)
       if (r->name == name) matching.push_back(r);
-    QTNotification note{name, movie, std::move(userInfo)};
+    QTNotification note{name, movie, rate};
     for (const auto& r : matching) {
       if (!r->active) continue;
       r->handler(note);
@@ -191,7 +186,7 @@ struct QTMovie::Impl final : MoviePipelineListener {
   bool reportRate(double rate) {
     if (rate == reportedRate) return true;
     reportedRate = rate;
-    return post(QTMovieRateDidChangeNotification, BVDictionary{{QTMovieRateDidChangeNotificationParameter, rate}});
+    return post(QTMovieRateDidChangeNotification, rate);
   }
 
   void fail(int32_t code) {

@@ -5,12 +5,13 @@
 #include <belvane/BVURLMIMETypeThread.h>
 
 #include "foundation/local_mime_type.h"
+#include "foundation/text_encoding.h"
 
 #include <array>
 
 namespace {
 
-bool startsWith(std::string_view s, std::string_view prefix) { return s.substr(0, prefix.size()) == prefix; }
+using belvane::detail::hasPrefix;
 
 // Schemes that can never name something to play; compared case-sensitively.
 constexpr std::array<std::string_view, 3> kRefusedPrefixes = {"javascript:", "mailto:", "aim:"};
@@ -18,7 +19,7 @@ constexpr std::array<std::string_view, 3> kRefusedPrefixes = {"javascript:", "ma
 bool isInvalid(std::string_view string) {
   if (string.empty()) return true;
   for (auto prefix : kRefusedPrefixes)
-    if (startsWith(string, prefix)) return true;
+    if (hasPrefix(string, prefix)) return true;
   return false;
 }
 
@@ -52,7 +53,7 @@ std::optional<BVURL> bvURLFromString(const std::string* string, const std::optio
   return bvURLFromString(std::string_view(*string), baseURL);
 }
 
-bool bvIsAbsoluteURL(const BVURL& url) { return startsWith(url.resourceSpecifier(), "//"); }
+bool bvIsAbsoluteURL(const BVURL& url) { return hasPrefix(url.resourceSpecifier(), "//"); }
 
 std::optional<std::string> bvRequestMIMETypeWithTimeout(const BVURL& url, double timeout) {
   const std::string scheme = url.scheme();

@@ -9,8 +9,6 @@ namespace belvane::detail {
 
 namespace {
 
-bool startsWith(std::string_view s, std::string_view prefix) { return s.substr(0, prefix.size()) == prefix; }
-
 // Scans from pos (after skipping white space) up to stop or the end. Returns
 // whether anything was scanned; *scanned receives it, pos ends at stop.
 bool scanUpTo(std::string_view s, size_t& pos, std::string_view stop, std::string_view* scanned) {
@@ -62,15 +60,15 @@ ASXScanResult scanASXTags(std::string_view text) {
     bool gotTag = scanUpTo(text, pos, ">", &rawTag);
     bool reachedEnd = atEnd(text, pos);
     if (gotTag) {
-      std::string tag = lowercaseString(rawTag);
-      if (startsWith(tag, "!--")) {
+      std::string tag = utf8Lower(rawTag);
+      if (hasPrefix(tag, "!--")) {
         // a comment
-      } else if (startsWith(tag, "/entry")) {
+      } else if (hasPrefix(tag, "/entry")) {
         if (!result.urls.empty()) ++result.entryInsertions;
         insideEntry = false;
-      } else if (startsWith(tag, "entry")) {
+      } else if (hasPrefix(tag, "entry")) {
         insideEntry = true;
-      } else if (insideEntry && startsWith(tag, "ref")) {
+      } else if (insideEntry && hasPrefix(tag, "ref")) {
         std::string url;
         if (refURL(tag, &url)) result.urls.push_back(std::move(url));
       }

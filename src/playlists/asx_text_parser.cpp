@@ -22,7 +22,7 @@ bool needsLowercasing(const unsigned char* name) {
 
 void lowercaseName(xmlNodePtr node) {
   if (!node->name || !needsLowercasing(node->name)) return;
-  std::string lower = lowercaseString(reinterpret_cast<const char*>(node->name));
+  std::string lower = utf8Lower(reinterpret_cast<const char*>(node->name));
   xmlNodeSetName(node, reinterpret_cast<const xmlChar*>(lower.c_str()));
 }
 
@@ -69,7 +69,7 @@ void parseASXText(std::string_view text, const PlaylistTrackSink& sink, std::vec
 
   // Lower-cased so that element and attribute names match in any case; the
   // URLs read from the document come out lower-case too.
-  ASXXMLDocument document(lowercaseString(text));
+  ASXXMLDocument document(utf8Lower(text));
   if (!document.parsed()) {
     parseASXTextWithTagScanner(text, sink);
     return;

@@ -198,14 +198,5 @@ bool utf16LengthExceeds(std::string_view s, size_t n) {
   return false;
 }
 
-std::string lowercaseString(std::string_view s) {
-  std::string out(s);
-  for (auto& ch : out) {
-    unsigned char c = static_cast<unsigned char>(ch);
-    if (c >= 0x80) return utf8Lower(s);
-    if (c >= 'A' && c <= 'Z') ch = char(c + ('a' - 'A'));
-  }
-  return out;
-}
 
 }  // namespace belvane::detail

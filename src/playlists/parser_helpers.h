@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "foundation/text_encoding.h"
+
 namespace belvane::detail {
 
 // The non-empty lines of text, split at LF, CR, CR LF, U+0085, U+2028 and
@@ -44,20 +46,5 @@ int64_t integerValue(std::string_view s);
 // Multilingual Plane counts two). Stops reading after n + 1 units.
 bool utf16LengthExceeds(std::string_view s, size_t n);
 
-// Lower-cases text; ASCII stays on a fast path, other text is lower-cased
-// with Unicode rules.
-std::string lowercaseString(std::string_view s);
-
-// ASCII case-insensitive equality.
-inline bool equalsIgnoringASCIICase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    char x = a[i], y = b[i];
-    if (x >= 'A' && x <= 'Z') x = char(x - 'A' + 'a');
-    if (y >= 'A' && y <= 'Z') y = char(y - 'A' + 'a');
-    if (x != y) return false;
-  }
-  return true;
-}
 
 }  // namespace belvane::detail

@@ -1,6 +1,7 @@
 // Playlist format detection: the name tables and the first-byte signatures.
 #include "playlists/playlist_format.h"
 
+#include "foundation/mime_type.h"
 #include "foundation/text_encoding.h"
 #include "playlists/parser_helpers.h"
 
@@ -53,15 +54,10 @@ PlaylistFormat lookUp(const std::array<Name, N>& table, std::string_view lowered
 
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\f'; }
 
-bool startsWith(std::string_view s, std::string_view prefix) { return s.substr(0, prefix.size()) == prefix; }
-
 }  // namespace
 
 std::string bareMIMEType(std::string_view contentType) {
-  std::string_view type = contentType.substr(0, contentType.find(';'));
-  while (!type.empty() && isBlank(type.front())) type.remove_prefix(1);
-  while (!type.empty() && isBlank(type.back())) type.remove_suffix(1);
-  return asciiLower(type);
+  return mimeTypeWithoutParameters(contentType);
 }
 
 PlaylistFormat playlistFormatForExtension(std::string_view extension, PlaylistNames names) {
@@ -74,20 +70,20 @@ PlaylistFormat playlistFormatForMIMEType(std::string_view contentType, PlaylistN
 
 bool contentTypeMentionsPlaylistFormat(std::string_view contentType, PlaylistFormat format) {
   for (const auto& entry : kMIMETypes)
-    if (entry.format == format) return lowercaseString(contentType).find(entry.name) != std::string::npos;
+    if (entry.format == format) return utf8Lower(contentType).find(entry.name) != std::string::npos;
   return false;
 }
 
 PlaylistFormat playlistFormatForFirstBytes(std::string_view head) {
-  if (startsWith(head, "\xEF\xBB\xBF")) head.remove_prefix(3);
+  if (hasPrefix(head, "\xEF\xBB\xBF")) head.remove_prefix(3);
   std::string lowered = asciiLower(head);
   std::string_view lead = lowered;
   while (!lead.empty() && isBlank(lead.front())) lead.remove_prefix(1);
-  if (startsWith(lead, "[playlist]")) return PlaylistFormat::PLS;
-  if (startsWith(lead, "#extm3u")) return PlaylistFormat::M3U;
-  if (startsWith(lead, "<asx")) return PlaylistFormat::ASX;
-  if (startsWith(lead, "<playlist")) return PlaylistFormat::XSPF;
-  if (startsWith(lead, "<?xml") || startsWith(lead, "<!--")) {
+  if (hasPrefix(lead, "[playlist]")) return PlaylistFormat::PLS;
+  if (hasPrefix(lead, "#extm3u")) return PlaylistFormat::M3U;
+  if (hasPrefix(lead, "<asx")) return PlaylistFormat::ASX;
+  if (hasPrefix(lead, "<playlist")) return PlaylistFormat::XSPF;
+  if (hasPrefix(lead, "<?xml") || hasPrefix(lead, "<!--")) {
     if (lead.find("<asx") != std::string_view::npos) return PlaylistFormat::ASX;
     if (lead.find("<playlist") != std::string_view::npos) return PlaylistFormat::XSPF;
   }
@@ -97,7 +93,7 @@ PlaylistFormat playlistFormatForFirstBytes(std::string_view head) {
 bool isHLSPlaylistText(std::string_view text) {
   size_t pos = 0;
   while (pos < text.size()) {
-    if (text.size() - pos >= 7 && asciiLower(text.substr(pos, 7)) == "#ext-x-") return true;
+    if (hasPrefixIgnoringASCIICase(text.substr(pos), "#ext-x-")) return true;
     size_t end = text.find_first_of("\r\n", pos);
     if (end == std::string_view::npos) break;
     pos = end + 1;

@@ -12,8 +12,6 @@ namespace {
 constexpr std::string_view kExtendedHeader = "#EXTM3U";
 constexpr std::string_view kInfoPrefix = "#EXTINF:";
 
-bool startsWith(std::string_view s, std::string_view prefix) { return s.substr(0, prefix.size()) == prefix; }
-
 }  // namespace
 
 void parseM3UText(std::string_view text, const PlaylistTrackSink& sink) {
@@ -27,7 +25,7 @@ void parseM3UText(std::string_view text, const PlaylistTrackSink& sink) {
     sink(std::move(track));
   };
 
-  const bool extended = startsWith(first, kExtendedHeader);
+  const bool extended = hasPrefix(first, kExtendedHeader);
   // A plain playlist's first line is always a URL, even when it is a comment.
   if (!extended && !trimmedView(first).empty()) emit(PlaylistTrack{.url = std::string(first)});
 
@@ -38,7 +36,7 @@ void parseM3UText(std::string_view text, const PlaylistTrackSink& sink) {
       if (!url.empty()) emit(PlaylistTrack{.url = std::string(url)});
       continue;
     }
-    if (!extended || !startsWith(line, kInfoPrefix)) continue;  // a comment
+    if (!extended || !hasPrefix(line, kInfoPrefix)) continue;  // a comment
 
     // "#EXTINF:duration,title"; without a comma everything is the title. The
     // next line is the URL as it stands, whatever it holds; an information

@@ -3,6 +3,7 @@
 // start(); network looks are TunerFetch objects on that loop.
 #include "streaming/QLStreamTuner.h"
 
+#include "foundation/mime_type.h"
 #include "foundation/text_encoding.h"
 #include "streaming/QLDebug.h"
 #include "streaming/held_stream.h"
@@ -302,5 +303,5 @@ std::optional<BVURL> QLStreamTuner::tunedURL() const {
 }
 
 std::string QLStreamTuner::trimParametersFromMimeType(const std::string& mimeType) {
-  return trimWhitespaceAndNewlines(std::string_view(mimeType).substr(0, mimeType.find(';')));
+  return mimeTypeWithoutParameters(mimeType, MIMETypeCase::AsWritten);
 }

@@ -1,6 +1,8 @@
 // ICY reply heads, metadata demultiplexing and StreamTitle parsing.
 #include "streaming/icy_metadata.h"
 
+#include "foundation/text_encoding.h"
+
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
@@ -10,12 +12,6 @@
 namespace belvane::detail {
 
 namespace {
-
-std::string lowerASCII(std::string_view s) {
-  std::string out(s);
-  for (char& c : out) c = char(std::tolower(static_cast<unsigned char>(c)));
-  return out;
-}
 
 std::string_view trim(std::string_view s) {
   while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
@@ -56,7 +52,7 @@ const std::string* StreamReplyHead::field(std::string_view lowerCaseName) const 
 }
 
 void StreamReplyHead::addField(std::string_view name, std::string_view value) {
-  fields.emplace(lowerASCII(trim(name)), std::string(trim(value)));
+  fields.emplace(asciiLower(trim(name)), std::string(trim(value)));
 }
 
 bool parseStatusLine(std::string_view line, int& status, std::string& reason) {

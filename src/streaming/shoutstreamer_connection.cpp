@@ -2,6 +2,7 @@
 // handle, so that cancel() can wake the wait at once.
 #include "streaming/shoutstreamer_connection.h"
 
+#include "foundation/text_encoding.h"
 #include "streaming/QLDebug.h"
 #include "streaming/held_stream.h"
 #include "streaming/shoutstreamer.h"
@@ -11,7 +12,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cctype>
 #include <chrono>
 #include <mutex>
 
@@ -28,9 +28,7 @@ bool isFollowedRedirect(int status) {
 std::string lowerScheme(const std::string& url) {
   size_t colon = url.find("://");
   if (colon == std::string::npos) return {};
-  std::string scheme = url.substr(0, colon);
-  for (char& c : scheme) c = char(std::tolower(static_cast<unsigned char>(c)));
-  return scheme;
+  return asciiLower(std::string_view(url).substr(0, colon));
 }
 
 }  // namespace
@@ -77,9 +75,7 @@ struct StreamConnection::Impl {
       return false;
     }
     if (const std::string* encoding = head.field("transfer-encoding")) {
-      std::string lower = *encoding;
-      for (char& c : lower) c = char(std::tolower(static_cast<unsigned char>(c)));
-      chunked = lower.find("chunked") != std::string::npos;
+      chunked = asciiLower(*encoding).find("chunked") != std::string::npos;
     }
     int32_t result = handler->head(head);
     if (result != 0) {

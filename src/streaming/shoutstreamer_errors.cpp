@@ -3,12 +3,13 @@
 
 #include "streaming/shoutstreamer.h"
 
+#include "foundation/mime_type.h"
+
 #include <belvane/BVURLConnection.h>
 
 #include <curl/curl.h>
 #include <glib.h>
 
-#include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -49,10 +50,9 @@ int32_t shoutstreamerErrorForStatus(int status) {
 }
 
 bool isAACContentType(std::string_view contentType) {
-  std::string type;
-  for (char c : contentType.substr(0, contentType.find(';'))) {
-    if (c != ' ' && c != '\t') type += char(std::tolower(static_cast<unsigned char>(c)));
-  }
+  // Blanks inside the type ("audio/ aac") are dropped too.
+  std::string type = mimeTypeWithoutParameters(contentType);
+  std::erase_if(type, [](char c) { return c == ' ' || c == '\t'; });
   return type == "audio/aac" || type == "audio/aacp" || type == "audio/x-aac" || type == "audio/x-aacp";
 }
 

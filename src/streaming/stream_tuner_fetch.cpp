@@ -41,7 +41,7 @@ std::string normalisedHeaderBlock(std::span<const uint8_t> bytes) {
 }
 
 bool startsWithICY(std::span<const uint8_t> bytes) {
-  return bytes.size() >= 3 && asciiLower(std::string_view(reinterpret_cast<const char*>(bytes.data()), 3)) == "icy";
+  return hasPrefixIgnoringASCIICase(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()), "icy");
 }
 
 }  // namespace

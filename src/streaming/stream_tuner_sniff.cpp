@@ -25,8 +25,6 @@ bool isBinary(std::span<const uint8_t> bytes) {
   });
 }
 
-bool startsWith(std::string_view s, std::string_view prefix) { return s.substr(0, prefix.size()) == prefix; }
-
 // "scheme://" at the start of s.
 bool looksLikeAbsoluteURL(std::string_view s) {
   size_t i = 0;
@@ -61,7 +59,7 @@ TunerContentHint tunerContentHint(const std::optional<std::string>& contentType,
   for (std::string_view extension : {requestedExtension, finalExtension})
     if (auto format = playlistFormatForExtension(extension, PlaylistNames::Loose); format != PlaylistFormat::None)
       return {format, true};
-  bool vague = type.empty() || startsWith(type, "text/") ||
+  bool vague = type.empty() || hasPrefix(type, "text/") ||
                std::find(kVagueTypes.begin(), kVagueTypes.end(), type) != kVagueTypes.end();
   return {PlaylistFormat::None, vague};
 }

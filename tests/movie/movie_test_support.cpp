@@ -17,12 +17,7 @@ void MovieEvents::watch(QTMovie& movie) {
     loadStates.push_back(n.object->attributeForKey(QTMovieLoadStateAttribute).integerValue());
   });
   movie.addObserver(this, QTMovieRateDidChangeNotification, [this](const QTNotification& n) {
-    double rate = -1.0;
-    if (n.userInfo) {
-      auto found = n.userInfo->find(QTMovieRateDidChangeNotificationParameter);
-      if (found != n.userInfo->end()) rate = found->second.doubleValue();
-    }
-    rates.push_back(rate);
+    rates.push_back(n.rate.value_or(-1.0));
   });
   movie.addObserver(this, QTMovieDidEndNotification, [this](const QTNotification&) { ++ends; });
   movie.addObserver(this, QTMovieTimeDidChangeNotification, [this](const QTNotification&) { ++timeChanges; });

@@ -4,9 +4,9 @@
 #include <belvane/BVConstants.h>
 #include <belvane/BVHelixPlayer.h>
 
+#include "foundation/text_encoding.h"
 #include "players/helix/helix_observer.h"
 
-#include <cctype>
 #include <cstdlib>
 #include <map>
 #include <utility>
@@ -34,12 +34,6 @@ int64_t integerValue(const BVValue& value) {
   return value.integerValue();
 }
 
-std::string lowercased(std::string_view s) {
-  std::string out(s);
-  for (char& c : out) c = char(std::tolower(static_cast<unsigned char>(c)));
-  return out;
-}
-
 }  // namespace
 
 const std::vector<std::string>& BVHelixPlayer::_observedHelixStatisticKeys() {
@@ -53,7 +47,7 @@ std::optional<std::string> BVHelixPlayer::_helixStatisticKeyToNativeKey(std::str
       {"author", BVPlayerAttributeArtistKey},
       {"copyright", BVPlayerAttributeCopyrightKey},
   };
-  auto it = table.find(lowercased(statisticName));
+  auto it = table.find(belvane::detail::asciiLower(statisticName));
   if (it == table.end()) return std::nullopt;
   return it->second;
 }

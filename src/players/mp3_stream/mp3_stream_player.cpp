@@ -198,13 +198,17 @@ void BVMP3StreamPlayer::streamTunerDidComplete(QLStreamTuner&) { _shoutstreamerD
 // ---- from the shoutstreamer delegate -------------------------------------------
 
 void BVMP3StreamPlayer::shoutstreamerChangedState(const BVDictionary& change) {
-  if (_error) return;
   auto number = [&](const char* key) {
     auto it = change.find(key);
     return it == change.end() ? int64_t(0) : it->second.integerValue();
   };
-  int64_t newState = number("newState");
-  int64_t errorCode = number("errorCode");
+  _shoutstreamerChangedState({int(number("oldState")), int(number("newState")), int32_t(number("errorCode"))});
+}
+
+void BVMP3StreamPlayer::_shoutstreamerChangedState(const belvane::detail::StreamerStateChange& change) {
+  if (_error) return;
+  const int newState = change.newState;
+  const int32_t errorCode = change.errorCode;
   if (newState == 1 || newState == 2) return;
   auto self = shared_from_this();
   if (newState == 3) {
@@ -212,7 +216,7 @@ void BVMP3StreamPlayer::shoutstreamerChangedState(const BVDictionary& change) {
     return;
   }
   if (errorCode != 0) {
-    setError(errorWithBVShoutstreamerCode(int32_t(errorCode)));
+    setError(errorWithBVShoutstreamerCode(errorCode));
     _shoutstreamerDelegate->askAudioPlayerToStop();
     return;
   }

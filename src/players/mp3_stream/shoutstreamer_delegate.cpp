@@ -83,9 +83,9 @@ void BVShoutstreamerDelegate::stopAudioPlayerNow() {
 // ---- library thread ----------------------------------------------------------
 
 void BVShoutstreamerDelegate::shoutstreamerChangedState(int oldState, int newState, int32_t errorCode) {
-  BVDictionary change{{"oldState", BVValue(oldState)}, {"newState", BVValue(newState)}, {"errorCode", BVValue(errorCode)}};
+  belvane::detail::StreamerStateChange change{oldState, newState, errorCode};
   performOnRunLoop([change](BVShoutstreamerDelegate& self) {
-    if (auto o = self.owner()) o->shoutstreamerChangedState(change);
+    if (auto o = self.owner()) o->_shoutstreamerChangedState(change);
   });
 }
 

@@ -19,6 +19,18 @@
 
 class BVMP3StreamPlayer;
 
+namespace belvane::detail {
+
+// A change of the streaming library's state, as the delegate hands it from
+// the library's thread to the player on the run loop.
+struct StreamerStateChange {
+  int oldState = 0;
+  int newState = 0;
+  int32_t errorCode = 0;
+};
+
+}  // namespace belvane::detail
+
 class BVShoutstreamerDelegate : public std::enable_shared_from_this<BVShoutstreamerDelegate>,
                                 private belvane::detail::AudioDeliveryClient {
  public:

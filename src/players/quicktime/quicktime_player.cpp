@@ -105,10 +105,8 @@ void BVQuickTimePlayer::_noteMovieDidEnd(const QTNotification*) {
 }
 
 void BVQuickTimePlayer::_noteMovieRateDidChange(const QTNotification* notification) {
-  if (!notification || !notification->userInfo) return;
-  auto found = notification->userInfo->find(belvane::detail::QTMovieRateDidChangeNotificationParameter);
-  if (found == notification->userInfo->end() || !found->second.isNumber()) return;
-  double rate = found->second.doubleValue();
+  if (!notification || !notification->rate) return;
+  double rate = *notification->rate;
   if (!(rate <= 0.0) || state() != BVPlayerStatePlaying || !_movie) return;
   int64_t loadState = _movie->attributeForKey(belvane::detail::QTMovieLoadStateAttribute).integerValue();
   // A file that stops while fully loaded has ended, whether or not the end
