@@ -16,8 +16,10 @@ namespace {
 
 constexpr int kMaxRedirects = 8;
 // How long a stream may take to load before the kit gives up on it. Some
-// damaged files make the demuxer wait for data that never comes.
-constexpr guint kLocalLoadSeconds = 5;
+// damaged files make the demuxer wait for data that never comes. A sound
+// local file loads in well under a second, but a busy machine (or one
+// running sanitized builds) can take several: the bound leaves it room.
+constexpr guint kLocalLoadSeconds = 15;
 constexpr guint kNetworkLoadSeconds = 30;
 constexpr guint64 kRtspTcpTimeoutMicroseconds = 10 * G_USEC_PER_SEC;
 // playbin's GstPlayFlags: audio and software volume only, so video streams

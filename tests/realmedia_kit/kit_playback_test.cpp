@@ -1,6 +1,8 @@
 // Playing RealAudio through the kit's C tables: content states, length,
 // position, statistics, seeking and stopping, and RAM metafiles served from
-// files and over HTTP.
+// files and over HTTP. The waits are generous: under load (sanitizers, a
+// shared machine) a decoder can take many times its real time to start,
+// and the waits end as soon as the awaited state comes.
 #include "kit_harness.h"
 
 #include "support/test_http_server.h"
@@ -51,7 +53,7 @@ TEST(KitPlayback, AFilePlaysToItsEndReportingLengthPositionAndStatistics) {
   EXPECT_TRUE(s.kit.isMuted(s.player));
   s.kit.play(s.player);
 
-  ASSERT_TRUE(s.runUntil([&] { return s.kit.contentState(s.player) == HXContentStatePlaying; }, 10));
+  ASSERT_TRUE(s.runUntil([&] { return s.kit.contentState(s.player) == HXContentStatePlaying; }, 30));
   EXPECT_NEAR(double(s.kit.length(s.player)), 3000.0, 100.0);
   EXPECT_FALSE(s.kit.isLive(s.player));
   ASSERT_FALSE(s.events.lengths.empty());
@@ -60,7 +62,7 @@ TEST(KitPlayback, AFilePlaysToItsEndReportingLengthPositionAndStatistics) {
   s.runFor(1.0);
   EXPECT_GT(s.kit.position(s.player), early);
 
-  ASSERT_TRUE(s.runUntil([&] { return s.events.finished(); }, 15));
+  ASSERT_TRUE(s.runUntil([&] { return s.events.finished(); }, 30));
   EXPECT_TRUE(s.events.errors.empty());
   expectPlayedThrough(s.events);
   EXPECT_EQ(s.kit.position(s.player), s.kit.length(s.player));
@@ -80,12 +82,12 @@ TEST(KitPlayback, SeeksStopsPlaysAgainAndIsSilentAfterRelease) {
   KitSession s;
   ASSERT_TRUE(s.open("file://" + realAudioFile()));
   s.kit.play(s.player);
-  ASSERT_TRUE(s.runUntil([&] { return s.kit.contentState(s.player) == HXContentStatePlaying; }, 10));
+  ASSERT_TRUE(s.runUntil([&] { return s.kit.contentState(s.player) == HXContentStatePlaying; }, 30));
 
   ASSERT_TRUE(s.kit.startSeeking(s.player));
   s.kit.setPosition(s.player, 2000);
   s.kit.stopSeeking(s.player);
-  ASSERT_TRUE(s.runUntil([&] { return s.kit.position(s.player) >= 2000; }, 5));
+  ASSERT_TRUE(s.runUntil([&] { return s.kit.position(s.player) >= 2000; }, 30));
 
   s.kit.stop(s.player);
   EXPECT_EQ(s.kit.contentState(s.player), HXContentStateStopped);
@@ -95,11 +97,11 @@ TEST(KitPlayback, SeeksStopsPlaysAgainAndIsSilentAfterRelease) {
   EXPECT_TRUE(s.events.errors.empty());
 
   s.kit.play(s.player);
-  ASSERT_TRUE(s.runUntil([&] { return s.kit.contentState(s.player) == HXContentStatePlaying; }, 10));
+  ASSERT_TRUE(s.runUntil([&] { return s.kit.contentState(s.player) == HXContentStatePlaying; }, 30));
   s.kit.pause(s.player);
-  ASSERT_TRUE(s.runUntil([&] { return s.kit.contentState(s.player) == 5; }, 5));
+  ASSERT_TRUE(s.runUntil([&] { return s.kit.contentState(s.player) == 5; }, 30));
   s.kit.play(s.player);
-  ASSERT_TRUE(s.runUntil([&] { return s.kit.contentState(s.player) == HXContentStatePlaying; }, 5));
+  ASSERT_TRUE(s.runUntil([&] { return s.kit.contentState(s.player) == HXContentStatePlaying; }, 30));
 
   // Released while playing: nothing is reported any more.
   size_t reports = s.events.states.size() + s.events.notices.size() + s.events.lengths.size();
