@@ -17,7 +17,9 @@
 //   BELVANE_BENCH_BURST_BYTES=12000 bench_player_aac_start ...   (a one-second burst)
 //   BELVANE_BENCH_HEAD_ANSWERED=1 bench_player_aac_start ...  (HEAD answered over HTTP with the
 //   type, as a server other than an ICY one would: what the start costs once the type is known)
-#include "streaming_bench_support.h"
+#include "cpu_run_support.h"
+#include "gst_play_support.h"
+#include "player_start_support.h"
 
 #include <belvane/BVMasterPlayer.h>
 #include <belvane/BVMediaLink.h>
@@ -46,7 +48,7 @@ namespace {
 struct Setup {
   std::unique_ptr<ServerProcess> server;
   std::string url;
-  int burstBytes = 65536;
+  int burstBytes = envInt("BELVANE_BENCH_BURST_BYTES", 65536, 0);
   int bytesPerSecond = 0;
   std::vector<double> oursPlaying, oursFrame, gstPlaying, gstBuffer, gstPlayProgram, mimeRequest;
   std::string fifo;
@@ -54,87 +56,33 @@ struct Setup {
 };
 Setup* setup = nullptr;
 
-struct StartOwner : BVPlayerOwner {
-  double playingAt = 0;
-  bool failed = false;
-  void playerStateChanged(BVBasePlayer&, BVPlayerState, BVPlayerState to, const BVErrorRef&) override {
-    if (to == BVPlayerStatePlaying && playingAt == 0) playingAt = wallSeconds();
-    if (to == BVPlayerStateError || to == BVPlayerStateStopped) failed = true;
-  }
-};
-
 // One start of the master player: ms to Playing and to the first frame
 // written, or false.
 bool masterStart(double& playingMs, double& frameMs) {
-  StartOwner owner;
   auto master = BVMasterPlayer::create();
-  master->setOwner(&owner);
   master->setAudioOutput("null");
-  double frameAt = 0;
-  // Polls the output every millisecond for its first frame.
-  auto poll = BVTimer::scheduledTimer(0.001, true, [&](BVTimer&) {
-    if (frameAt == 0 && master->outputFramesWritten() > 0) frameAt = wallSeconds();
-  });
-  double t0 = wallSeconds();
-  master->playLink(BVMediaLink::linkWithURL(*BVURL::URLWithString(setup->url)));
-  BVRunLoop::main().runUntil([&] { return owner.failed || (owner.playingAt > 0 && frameAt > 0); }, 20);
-  poll->invalidate();
+  bool started = timeMasterStart(*master, *master, setup->url, 20, playingMs, frameMs);
   if (!dynamic_cast<BVQuickTimePlayer*>(master->subPlayer().get())) setup->generalEngine = false;
-  master->setOwner(nullptr);
   master.reset();
   BVRunLoop::main().runFor(0.2);  // the released pipeline winds down
-  if (owner.playingAt == 0 || frameAt == 0) return false;
-  playingMs = 1000 * (owner.playingAt - t0);
-  frameMs = 1000 * (frameAt - t0);
-  return true;
+  return started;
 }
 
 // One start of a playbin handled as gst-play-1.0 handles it.
 bool playbinStart(double& playingMs, double& bufferMs) {
-  GstElement* playbin = gst_element_factory_make("playbin", nullptr);
-  GstElement* sink = gst_element_factory_make("fakesink", nullptr);
-  if (!playbin || !sink) return false;
   std::atomic<double> bufferAt{0};
-  g_object_set(sink, "sync", TRUE, "signal-handoffs", TRUE, nullptr);
-  g_signal_connect(sink, "handoff", G_CALLBACK(+[](GstElement*, GstBuffer*, GstPad*, gpointer d) {
-                     auto* at = static_cast<std::atomic<double>*>(d);
-                     if (*at == 0) *at = wallSeconds();
-                   }),
-                   &bufferAt);
-  g_object_set(playbin, "uri", setup->url.c_str(), "audio-sink", sink, "video-sink",
-               gst_element_factory_make("fakesink", nullptr), nullptr);
+  GstElement* playbin = makeTimedPlaybin(setup->url, bufferAt, false);
+  if (!playbin) return false;
   GstBus* bus = gst_element_get_bus(playbin);
   double t0 = wallSeconds(), playingAt = 0;
   gst_element_set_state(playbin, GST_STATE_PLAYING);
-  bool buffering = false, playing = false;
+  GstPlayLikeBus handler(playbin);
   while (wallSeconds() - t0 < 20 && (playingAt == 0 || bufferAt == 0)) {
     GstMessage* m = gst_bus_timed_pop(bus, 1 * GST_MSECOND);
     if (!m) continue;
-    bool stop = false;
-    switch (GST_MESSAGE_TYPE(m)) {
-      case GST_MESSAGE_BUFFERING: {
-        gint percent = 0;
-        gst_message_parse_buffering(m, &percent);
-        buffering = percent < 100;
-        gst_element_set_state(playbin, buffering ? GST_STATE_PAUSED : GST_STATE_PLAYING);
-        break;
-      }
-      case GST_MESSAGE_STATE_CHANGED:
-        if (GST_MESSAGE_SRC(m) == GST_OBJECT(playbin)) {
-          GstState now;
-          gst_message_parse_state_changed(m, nullptr, &now, nullptr);
-          playing = now == GST_STATE_PLAYING;
-        }
-        break;
-      case GST_MESSAGE_ERROR:
-      case GST_MESSAGE_EOS:
-        stop = true;
-        break;
-      default:
-        break;
-    }
+    bool stop = handler.handle(m);
     gst_message_unref(m);
-    if (playing && !buffering && playingAt == 0) playingAt = wallSeconds();
+    if (handler.playing() && playingAt == 0) playingAt = wallSeconds();
     if (stop) break;
   }
   gst_element_set_state(playbin, GST_STATE_NULL);
@@ -176,33 +124,34 @@ bool gstPlayProgramStart(double& firstByteMs) {
   return got;
 }
 
-void BM_MasterPlayerAACStationStart(benchmark::State& state) {
+// Each iteration one start: its ms to playing are the iteration's time, its
+// ms to the first audio a counter; both kept for the summary.
+void recordStarts(benchmark::State& state, bool (*start)(double&, double&), const char* failure,
+                  std::vector<double>& playingMs, std::vector<double>& audioMs, const char* audioCounter) {
   for (auto _ : state) {
-    double playing = 0, frame = 0;
-    if (!masterStart(playing, frame)) {
-      state.SkipWithError("the player did not start");
+    double playing = 0, audio = 0;
+    if (!start(playing, audio)) {
+      state.SkipWithError(failure);
       return;
     }
-    setup->oursPlaying.push_back(playing);
-    setup->oursFrame.push_back(frame);
+    playingMs.push_back(playing);
+    audioMs.push_back(audio);
     state.SetIterationTime(playing / 1000);
-    state.counters["first_frame_ms"] = frame;
+    state.counters[audioCounter] = audio;
   }
 }
 
-void BM_PlaybinAACStationStart(benchmark::State& state) {
-  for (auto _ : state) {
-    double playing = 0, buffer = 0;
-    if (!playbinStart(playing, buffer)) {
-      state.SkipWithError("playbin did not start");
-      return;
-    }
-    setup->gstPlaying.push_back(playing);
-    setup->gstBuffer.push_back(buffer);
-    state.SetIterationTime(playing / 1000);
-    state.counters["first_buffer_ms"] = buffer;
-  }
+void BM_MasterPlayerAACStationStart(benchmark::State& state) {
+  recordStarts(state, masterStart, "the player did not start", setup->oursPlaying, setup->oursFrame,
+               "first_frame_ms");
 }
+BELVANE_BENCH_ONCE(BM_MasterPlayerAACStationStart);
+
+void BM_PlaybinAACStationStart(benchmark::State& state) {
+  recordStarts(state, playbinStart, "playbin did not start", setup->gstPlaying, setup->gstBuffer,
+               "first_buffer_ms");
+}
+BELVANE_BENCH_ONCE(BM_PlaybinAACStationStart);
 
 void BM_GstPlayProgramAACStationStart(benchmark::State& state) {
   for (auto _ : state) {
@@ -215,6 +164,7 @@ void BM_GstPlayProgramAACStationStart(benchmark::State& state) {
     state.SetIterationTime(firstByte / 1000);
   }
 }
+BELVANE_BENCH_ONCE(BM_GstPlayProgramAACStationStart);
 
 // One request for the station's MIME type (a HEAD request on a worker
 // thread while the caller waits), as the media format makes it when its type
@@ -233,18 +183,13 @@ void BM_StationMIMETypeRequest(benchmark::State& state) {
   }
   state.counters["answered"] = answered;
 }
-
-BENCHMARK(BM_MasterPlayerAACStationStart)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_PlaybinAACStationStart)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_GstPlayProgramAACStationStart)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_StationMIMETypeRequest)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+BELVANE_BENCH_ONCE(BM_StationMIMETypeRequest);
 
 }  // namespace
 
 int main(int argc, char** argv) {
   Setup s;
   setup = &s;
-  if (const char* v = std::getenv("BELVANE_BENCH_BURST_BYTES")) s.burstBytes = std::max(0, std::atoi(v));
   auto programme = programmeAac(20, 96);
   if (programme.frames.empty()) {
     std::fprintf(stderr, "sox and gst-launch-1.0 (avenc_aac) are needed for this benchmark\n");
@@ -277,18 +222,17 @@ int main(int argc, char** argv) {
     playbinStart(a, b);
     gstPlayProgramStart(a);
   }
-  benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  std::printf("\nStart of a bare-URL AAC+ station, %d B/s, %d-byte burst%s (ms, min / median / max):\n",
-              s.bytesPerSecond, s.burstBytes, headAnswered ? ", HEAD answered over HTTP" : "");
-  printSpread(s.generalEngine ? "master player: playLink -> Playing" : "master (NOT ALWAYS general engine)",
-              s.oursPlaying);
-  printSpread("master player: playLink -> first frame", s.oursFrame);
-  printSpread("playbin as gst-play: -> PLAYING, buffered", s.gstPlaying);
-  printSpread("playbin as gst-play: -> first buffer", s.gstBuffer);
-  printSpread("gst-play-1.0 program: launch -> first audio byte", s.gstPlayProgram);
-  printSpread("one MIME type request (HEAD) to the station", s.mimeRequest);
+  runBenchmarks(argc, argv);
+  printSpreads("Start of a bare-URL AAC+ station, " + std::to_string(s.bytesPerSecond) + " B/s, " +
+                   std::to_string(s.burstBytes) + "-byte burst" + (headAnswered ? ", HEAD answered over HTTP" : "") +
+                   " (ms, min / median / max):",
+               {{s.generalEngine ? "master player: playLink -> Playing" : "master (NOT ALWAYS general engine)",
+                 s.oursPlaying},
+                {"master player: playLink -> first frame", s.oursFrame},
+                {"playbin as gst-play: -> PLAYING, buffered", s.gstPlaying},
+                {"playbin as gst-play: -> first buffer", s.gstBuffer},
+                {"gst-play-1.0 program: launch -> first audio byte", s.gstPlayProgram},
+                {"one MIME type request (HEAD) to the station", s.mimeRequest}});
   unlink(s.fifo.c_str());
   auto ours = spread(s.oursPlaying), peer = spread(s.gstPlaying);
   if (ours.count && peer.count && peer.median > 0)

@@ -7,7 +7,7 @@
 //
 //   bench_player_cycle
 //   BELVANE_BENCH_CYCLES=200 bench_player_cycle
-#include "streaming_bench_support.h"
+#include "cpu_run_support.h"
 
 #include <belvane/BVMP3StreamPlayer.h>
 #include <belvane/BVMasterPlayer.h>
@@ -25,7 +25,7 @@ using namespace belvane::bench;
 namespace {
 
 struct Setup {
-  int cycles = 1000;
+  int cycles = envInt("BELVANE_BENCH_CYCLES", 1000, 10);
   std::unique_ptr<ServerProcess> server;
   std::string summary;
 };
@@ -69,33 +69,19 @@ void BM_MasterPlayerCycles(benchmark::State& state) {
     state.counters["rss_growth_KiB"] = double(rss - rss0);
     state.counters["fd_growth"] = fds - fds0;
     state.counters["thread_growth"] = threads - threads0;
-    char line[512];
-    std::snprintf(line, sizeof line,
-                  "%d cycles (%d did not reach Playing when asked) in %.1f s, %.1f ms and %.1f ms CPU per cycle\n"
-                  "  RSS %ld -> %ld KiB (%+ld), descriptors %d -> %d, threads %d -> %d\n  load average: %s\n",
-                  setup->cycles, failures, wall, 1000 * wall / setup->cycles, 1000 * cpu / setup->cycles, rss0, rss,
-                  rss - rss0, fds0, fds, threads0, threads, loadAverage().c_str());
-    setup->summary += line;
+    appendf(setup->summary,
+            "%d cycles (%d did not reach Playing when asked) in %.1f s, %.1f ms and %.1f ms CPU per cycle\n"
+            "  RSS %ld -> %ld KiB (%+ld), descriptors %d -> %d, threads %d -> %d\n  load average: %s\n",
+            setup->cycles, failures, wall, 1000 * wall / setup->cycles, 1000 * cpu / setup->cycles, rss0, rss,
+            rss - rss0, fds0, fds, threads0, threads, loadAverage().c_str());
   }
 }
-
-BENCHMARK(BM_MasterPlayerCycles)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+BELVANE_BENCH_ONCE(BM_MasterPlayerCycles);
 
 }  // namespace
 
 int main(int argc, char** argv) {
   Setup s;
   setup = &s;
-  if (const char* v = std::getenv("BELVANE_BENCH_CYCLES")) s.cycles = std::max(10, std::atoi(v));
-  IcyStreamShape shape;
-  shape.bytesPerSecond = 16000;
-  shape.burstSeconds = 2;
-  shape.titleEvery = 2;
-  s.server = startProgrammeStation(10, "/live", shape);
-  if (!s.server) return 1;
-  benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  std::printf("\n%s", s.summary.c_str());
-  return 0;
+  return runOnProgrammeStation(argc, argv, s, 10, {.titleEvery = 2, .bytesPerSecond = 16000, .burstSeconds = 2});
 }

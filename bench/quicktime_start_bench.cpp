@@ -9,6 +9,8 @@
 #include <belvane/BVQuickTimePlayer.h>
 #include <belvane/BVRunLoop.h>
 
+#include "gst_play_support.h"
+
 #include <benchmark/benchmark.h>
 #include <gst/gst.h>
 
@@ -141,9 +143,8 @@ double timeToPlaying(const std::string& url) {
   return seconds;
 }
 
-// A playbin on the same sink, handled as gst-play-1.0 does: PLAYING at once,
-// PAUSED while a stream buffers below 100 %, PLAYING again at 100 %; timed
-// until the pipeline reports PLAYING with buffering complete.
+// A playbin on the same sink, handled as gst-play-1.0 does; timed until the
+// pipeline reports PLAYING with buffering complete.
 double playbinTimeToPlaying(const std::string& uri) {
   auto start = Clock::now();
   GstElement* playbin = gst_element_factory_make("playbin", nullptr);
@@ -153,34 +154,12 @@ double playbinTimeToPlaying(const std::string& uri) {
                gst_element_factory_make("fakesink", nullptr), nullptr);
   GstBus* bus = gst_element_get_bus(playbin);
   gst_element_set_state(playbin, GST_STATE_PLAYING);
-  bool buffering = false, playing = false;
+  belvane::bench::GstPlayLikeBus handler(playbin);
   double seconds = -1;
   while (auto* message = gst_bus_timed_pop(bus, 20 * GST_SECOND)) {
-    bool stop = false;
-    switch (GST_MESSAGE_TYPE(message)) {
-      case GST_MESSAGE_BUFFERING: {
-        gint percent = 0;
-        gst_message_parse_buffering(message, &percent);
-        buffering = percent < 100;
-        gst_element_set_state(playbin, buffering ? GST_STATE_PAUSED : GST_STATE_PLAYING);
-        break;
-      }
-      case GST_MESSAGE_STATE_CHANGED:
-        if (GST_MESSAGE_SRC(message) == GST_OBJECT(playbin)) {
-          GstState state;
-          gst_message_parse_state_changed(message, nullptr, &state, nullptr);
-          playing = state == GST_STATE_PLAYING;
-        }
-        break;
-      case GST_MESSAGE_ERROR:
-      case GST_MESSAGE_EOS:
-        stop = true;
-        break;
-      default:
-        break;
-    }
+    bool stop = handler.handle(message);
     gst_message_unref(message);
-    if (playing && !buffering) {
+    if (handler.playing()) {
       seconds = std::chrono::duration<double>(Clock::now() - start).count();
       stop = true;
     }

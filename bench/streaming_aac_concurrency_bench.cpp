@@ -14,7 +14,7 @@
 //     (the engine's tap and AudioDelivery fed by uridecodebin, or by
 //     "playbin-no-soft-volume", instead of master players: engine_tap_support.h)
 #include "engine_tap_support.h"
-#include "streaming_bench_support.h"
+#include "cpu_run_support.h"
 
 #include <belvane/BVMasterPlayer.h>
 #include <belvane/BVMediaLink.h>
@@ -34,8 +34,8 @@ using namespace belvane::bench;
 namespace {
 
 struct Setup {
-  int streams = 20;
-  double window = 20;
+  int streams = envInt("BELVANE_BENCH_STREAMS", 20, 1);
+  double window = envDouble("BELVANE_BENCH_WINDOW", 20, 1.0);
   int sampleRate = 44100;
   std::unique_ptr<ServerProcess> server;
   std::optional<TapFeed> feed;  // unset: master players
@@ -158,30 +158,25 @@ void BM_ConcurrentAACStations(benchmark::State& state) {
     state.counters["core_pct_per_stream"] = core / setup->streams;
     state.counters["rss_MiB_per_stream"] = rssPerStream;
     state.counters["realtime_x_min"] = r.min;
-    char line[768];
-    std::snprintf(line, sizeof line,
-                  "%d AAC stations (%d on the general engine%s) over %.1f s: CPU %.2f s = %.1f%% of one core, "
-                  "%.2f%% per stream\n"
-                  "  RSS %ld -> %ld KiB: %.2f MiB per stream; threads %d -> %d (%.1f per stream)\n"
-                  "  audio written per stream, x real time: min %.3f / median %.3f / max %.3f\n"
-                  "  longest time an output took no frame: %.0f ms; left Playing: %d times; all still playing: %s\n"
-                  "  load average: %s\n",
-                  setup->streams, general, feedName(), wall, cpu, core, core / setup->streams, rss0, rss, rssPerStream, threads0,
-                  threads, double(threads - threads0) / setup->streams, r.min, r.median, r.max, 1000 * longestGap,
-                  stalls, playing ? "yes" : "no", loadAverage().c_str());
-    setup->summary += line;
+    appendf(setup->summary,
+            "%d AAC stations (%d on the general engine%s) over %.1f s: CPU %.2f s = %.1f%% of one core, "
+            "%.2f%% per stream\n"
+            "  RSS %ld -> %ld KiB: %.2f MiB per stream; threads %d -> %d (%.1f per stream)\n"
+            "  audio written per stream, x real time: min %.3f / median %.3f / max %.3f\n"
+            "  longest time an output took no frame: %.0f ms; left Playing: %d times; all still playing: %s\n"
+            "  load average: %s\n",
+            setup->streams, general, feedName(), wall, cpu, core, core / setup->streams, rss0, rss, rssPerStream, threads0,
+            threads, double(threads - threads0) / setup->streams, r.min, r.median, r.max, 1000 * longestGap,
+            stalls, playing ? "yes" : "no", loadAverage().c_str());
   }
 }
-
-BENCHMARK(BM_ConcurrentAACStations)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+BELVANE_BENCH_ONCE(BM_ConcurrentAACStations);
 
 }  // namespace
 
 int main(int argc, char** argv) {
   Setup s;
   setup = &s;
-  if (const char* v = std::getenv("BELVANE_BENCH_STREAMS")) s.streams = std::max(1, std::atoi(v));
-  if (const char* v = std::getenv("BELVANE_BENCH_WINDOW")) s.window = std::max(1.0, std::atof(v));
   if (const char* v = std::getenv("BELVANE_BENCH_FEED")) {
     if (std::strcmp(v, "uridecodebin") == 0) {
       s.feed = TapFeed::Uridecodebin;
@@ -209,9 +204,5 @@ int main(int argc, char** argv) {
   });
   if (!s.server->running()) return 1;
   gst_init(nullptr, nullptr);
-  benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  std::printf("\n%s", s.summary.c_str());
-  return 0;
+  return runBenchmarks(argc, argv, s.summary);
 }

@@ -15,7 +15,7 @@
 //   (interleaved, a drift of the machine's speed does not favour either side)
 //   BELVANE_BENCH_STREAM_SECONDS=600 bench_streaming_aac_decode   (shorter run)
 #include "engine_tap_support.h"
-#include "streaming_bench_support.h"
+#include "cpu_run_support.h"
 
 #include <belvane/BVMasterPlayer.h>
 #include <belvane/BVMediaLink.h>
@@ -27,7 +27,6 @@
 #include <gst/gst.h>
 
 #include <cstdio>
-#include <fstream>
 #include <memory>
 
 using namespace belvane::bench;
@@ -37,11 +36,9 @@ namespace {
 constexpr double kProgrammeSeconds = 60;
 
 struct Setup {
-  std::shared_ptr<const belvane::test::Mp3Data> programme;
-  double streamSeconds = 3600;
-  uint64_t loops = 0;   // programme loops in the stream
-  uint64_t frames = 0;  // decoded frames in the stream
-  std::string file;     // the same bytes for gst-launch
+  double streamSeconds = envDouble("BELVANE_BENCH_STREAM_SECONDS", 3600, 60.0);
+  std::unique_ptr<LoopedProgramme> stream;  // its file for gst-launch
+  uint64_t frames = 0;
   std::unique_ptr<ServerProcess> server;
   std::vector<double> ours, peer, playbin, uridecodebin, uridecodebinTap, playbinTap;
   bool generalEngine = true;
@@ -63,32 +60,21 @@ void BM_MasterPlayerAACNullFast(benchmark::State& state) {
     uint64_t frames = master->outputFramesWritten();
     if (!dynamic_cast<BVQuickTimePlayer*>(master->subPlayer().get())) setup->generalEngine = false;
     master.reset();
-    if (!done || frames < setup->frames) {
-      state.SkipWithError("the stream did not play to its end");
-      return;
-    }
-    state.SetIterationTime(cpu);
-    state.counters["cpu_s"] = cpu;
+    if (!recordCPU(state, done && frames >= setup->frames, cpu, setup->ours)) return;
     state.counters["wall_s"] = wall;
     state.counters["x_realtime_cpu"] = setup->streamSeconds / cpu;
-    setup->ours.push_back(cpu);
     BVRunLoop::main().runFor(0.5);  // let the released pipeline's threads go
   }
 }
+BELVANE_BENCH_ONCE(BM_MasterPlayerAACNullFast);
 
 void BM_GstLaunchAvdecAac(benchmark::State& state) {
-  for (auto _ : state) {
-    double cpu = childCPUSeconds({"gst-launch-1.0", "-q", "filesrc", "location=" + setup->file, "!", "aacparse", "!",
-                                  "avdec_aac", "!", "fakesink"});
-    if (cpu < 0) {
-      state.SkipWithError("gst-launch-1.0 failed");
-      return;
-    }
-    state.SetIterationTime(cpu);
-    state.counters["cpu_s"] = cpu;
-    setup->peer.push_back(cpu);
-  }
+  recordChildCPU(state,
+                 {"gst-launch-1.0", "-q", "filesrc", "location=" + setup->stream->file, "!", "aacparse", "!",
+                  "avdec_aac", "!", "fakesink"},
+                 setup->peer);
 }
+BELVANE_BENCH_ONCE(BM_GstLaunchAvdecAac);
 
 // Where the time goes: GStreamer alone (gst-launch-1.0, a child process) on
 // the same station, sent once to its end so that the pipeline ends: playbin
@@ -100,24 +86,15 @@ constexpr const char* kTapLikeSink =
     "audioconvert ! audio/x-raw,format=F32LE,layout=non-interleaved,channels=[1,2] ! fakesink sync=false";
 
 void gstLaunchPeer(benchmark::State& state, std::vector<double>& into, const std::string& pipeline) {
-  for (auto _ : state) {
-    std::vector<std::string> argv = {"gst-launch-1.0", "-q"};
-    gchar** words = nullptr;
-    if (!g_shell_parse_argv(pipeline.c_str(), nullptr, &words, nullptr)) {
-      state.SkipWithError("bad pipeline");
-      return;
-    }
-    for (gchar** w = words; *w; ++w) argv.push_back(*w);
-    g_strfreev(words);
-    double cpu = childCPUSeconds(argv);
-    if (cpu < 0) {
-      state.SkipWithError("gst-launch-1.0 failed");
-      return;
-    }
-    state.SetIterationTime(cpu);
-    state.counters["cpu_s"] = cpu;
-    into.push_back(cpu);
+  std::vector<std::string> argv = {"gst-launch-1.0", "-q"};
+  gchar** words = nullptr;
+  if (!g_shell_parse_argv(pipeline.c_str(), nullptr, &words, nullptr)) {
+    state.SkipWithError("bad pipeline");
+    return;
   }
+  for (gchar** w = words; *w; ++w) argv.push_back(*w);
+  g_strfreev(words);
+  recordChildCPU(state, argv, into);
 }
 
 void BM_GstLaunchPlaybinStation(benchmark::State& state) {
@@ -125,10 +102,12 @@ void BM_GstLaunchPlaybinStation(benchmark::State& state) {
                 "playbin uri=" + setup->server->url("/once") + " audio-sink=\"" + kTapLikeSink +
                     "\" video-sink=fakesink");
 }
+BELVANE_BENCH_ONCE(BM_GstLaunchPlaybinStation);
 
 void BM_GstLaunchUridecodebinStation(benchmark::State& state) {
   gstLaunchPeer(state, setup->uridecodebin, "uridecodebin uri=" + setup->server->url("/once") + " ! " + kTapLikeSink);
 }
+BELVANE_BENCH_ONCE(BM_GstLaunchUridecodebinStation);
 
 // The engine's own tap and audio path fed by uridecodebin and by a playbin
 // without its soft-volume flag (see engine_tap_support.h), in this process.
@@ -142,54 +121,35 @@ void tapRun(benchmark::State& state, TapFeed feed, std::vector<double>& into) {
       BVRunLoop::main().runUntil([&] { return tap.framesWritten() >= setup->frames; }, setup->streamSeconds);
       frames = tap.framesWritten();
     }
-    double cpu = processCPUSeconds() - cpu0;
-    if (frames < setup->frames) {
-      state.SkipWithError("the stream did not play to its end");
-      return;
-    }
-    state.SetIterationTime(cpu);
-    state.counters["cpu_s"] = cpu;
-    into.push_back(cpu);
+    if (!recordCPU(state, frames >= setup->frames, processCPUSeconds() - cpu0, into)) return;
   }
 }
 
 void BM_UridecodebinTapNullFast(benchmark::State& state) {
   tapRun(state, TapFeed::Uridecodebin, setup->uridecodebinTap);
 }
+BELVANE_BENCH_ONCE(BM_UridecodebinTapNullFast);
 void BM_PlaybinNoSoftVolumeTapNullFast(benchmark::State& state) {
   tapRun(state, TapFeed::PlaybinWithoutSoftVolume, setup->playbinTap);
 }
-
-BENCHMARK(BM_MasterPlayerAACNullFast)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_GstLaunchAvdecAac)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_GstLaunchPlaybinStation)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_GstLaunchUridecodebinStation)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_UridecodebinTapNullFast)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_PlaybinNoSoftVolumeTapNullFast)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+BELVANE_BENCH_ONCE(BM_PlaybinNoSoftVolumeTapNullFast);
 
 }  // namespace
 
 int main(int argc, char** argv) {
   Setup s;
   setup = &s;
-  if (const char* v = std::getenv("BELVANE_BENCH_STREAM_SECONDS")) s.streamSeconds = std::max(60.0, std::atof(v));
   auto programme = programmeAac(kProgrammeSeconds, 96);
   if (programme.frames.empty()) {
     std::fprintf(stderr, "sox and gst-launch-1.0 (avenc_aac) are needed for this benchmark\n");
     return 1;
   }
-  s.programme = std::make_shared<const belvane::test::Mp3Data>(std::move(programme));
-  s.loops = uint64_t(s.streamSeconds / kProgrammeSeconds + 0.5);
-  s.frames = s.loops * s.programme->totalSamples();
   // gst-launch reads the same stream, without the metadata blocks, from a file.
-  gchar* dir = g_dir_make_tmp("belvane-bench-XXXXXX", nullptr);
-  s.file = std::string(dir) + "/stream.aac";
-  {
-    std::ofstream out(s.file, std::ios::binary);
-    for (uint64_t i = 0; i < s.loops; ++i) out << s.programme->bytes;
-  }
+  s.stream = std::make_unique<LoopedProgramme>(std::move(programme), kProgrammeSeconds, s.streamSeconds, "stream.aac");
+  s.frames = s.stream->frames;
   // The stream runs on past the frames measured; the player is destroyed then.
-  s.server = std::make_unique<ServerProcess>([p = s.programme, loops = s.loops](belvane::test::TestHTTPServer& http) {
+  s.server = std::make_unique<ServerProcess>([p = s.stream->programme, loops = s.stream->loops](
+                                                 belvane::test::TestHTTPServer& http) {
     IcyStreamShape shape;
     shape.contentType = "audio/aacp";
     shape.metaint = 16000;
@@ -201,27 +161,20 @@ int main(int argc, char** argv) {
   if (!s.server->running()) return 1;
 
   gst_init(nullptr, nullptr);
-  benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
+  runBenchmarks(argc, argv);
 
   auto ours = spread(s.ours), peer = spread(s.peer);
-  double kbps = 8.0 * double(s.programme->bytes.size()) / kProgrammeSeconds / 1000.0;
+  double kbps = 8.0 * double(s.stream->programme->bytes.size()) / kProgrammeSeconds / 1000.0;
   std::printf("\n%.0f s of %.1f kbit/s stereo AAC (%llu frames), CPU seconds (min / median / max):\n",
               s.streamSeconds, kbps, (unsigned long long)s.frames);
-  std::printf("  master player (general engine%s) + null:fast  %.2f / %.2f / %.2f  (%zu runs)\n",
-              s.generalEngine ? "" : ": NOT ALWAYS", ours.min, ours.median, ours.max, ours.count);
-  std::printf("  gst-launch-1.0 ... avdec_aac ! fakesink         %.2f / %.2f / %.2f  (%zu runs)\n", peer.min,
-              peer.median, peer.max, peer.count);
-  if (ours.count && peer.count && peer.median > 0)
-    std::printf("  ratio of medians %.2f, of minima %.2f (goal <= 1.15)\n", ours.median / peer.median,
-                ours.min / peer.min);
-  auto playbin = spread(s.playbin), uridecodebin = spread(s.uridecodebin);
+  printCPUSpread(s.generalEngine ? "master player (general engine) + null:fast "
+                                  : "master player (general engine: NOT ALWAYS) + null:fast ",
+                 ours);
+  printCPUSpread("gst-launch-1.0 ... avdec_aac ! fakesink        ", peer);
+  printRatios(ours, peer);
   std::printf("GStreamer alone on the station (gst-launch-1.0, the stream sent once):\n");
-  std::printf("  playbin, audio-sink as the engine's          %.2f / %.2f / %.2f  (%zu runs)\n", playbin.min,
-              playbin.median, playbin.max, playbin.count);
-  std::printf("  uridecodebin ! the same sink bin             %.2f / %.2f / %.2f  (%zu runs)\n", uridecodebin.min,
-              uridecodebin.median, uridecodebin.max, uridecodebin.count);
+  printCPUSpread("playbin, audio-sink as the engine's         ", spread(s.playbin));
+  printCPUSpread("uridecodebin ! the same sink bin            ", spread(s.uridecodebin));
   auto tap = spread(s.uridecodebinTap);
   std::printf("  uridecodebin ! the engine's tap -> null:fast %.2f / %.2f / %.2f  (%zu runs; in this process)\n", tap.min,
               tap.median, tap.max, tap.count);
@@ -233,9 +186,5 @@ int main(int argc, char** argv) {
   if (playbinTap.count && peer.count && peer.median > 0)
     std::printf("    its ratio of medians to gst-launch ... avdec_aac: %.2f\n", playbinTap.median / peer.median);
   std::printf("  load average at the end: %s\n", loadAverage().c_str());
-  s.server.reset();
-  std::remove(s.file.c_str());
-  g_rmdir(dir);
-  g_free(dir);
   return 0;
 }

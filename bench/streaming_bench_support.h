@@ -331,4 +331,15 @@ inline std::unique_ptr<test::IcecastServer> startProgrammeMount(const std::strin
   return ice;
 }
 
+// Such a mount and its URL, held for a benchmark's run.
+struct ProgrammeMount {
+  std::unique_ptr<test::IcecastServer> ice;
+  std::string url;
+  bool start(const std::string& mount) {
+    ice = startProgrammeMount(mount);
+    if (ice) url = ice->url(mount);
+    return ice != nullptr;
+  }
+};
+
 }  // namespace belvane::bench

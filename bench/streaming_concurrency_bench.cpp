@@ -7,7 +7,7 @@
 //
 //   bench_streaming_concurrency            (50 streams, 20 s window)
 //   BELVANE_BENCH_STREAMS=10 BELVANE_BENCH_WINDOW=10 bench_streaming_concurrency
-#include "streaming_bench_support.h"
+#include "cpu_run_support.h"
 
 #include <belvane/BVMP3StreamPlayer.h>
 #include <belvane/BVMediaLink.h>
@@ -24,8 +24,8 @@ using namespace belvane::bench;
 namespace {
 
 struct Setup {
-  int streams = 50;
-  double window = 20;
+  int streams = envInt("BELVANE_BENCH_STREAMS", 50, 1);
+  double window = envDouble("BELVANE_BENCH_WINDOW", 20, 1.0);
   std::unique_ptr<ServerProcess> server;
   std::string summary;
 };
@@ -82,36 +82,21 @@ void BM_ConcurrentRealRateStreams(benchmark::State& state) {
     state.counters["core_pct"] = core;
     state.counters["rss_MiB_per_stream"] = rssPerStream;
     state.counters["realtime_x"] = realtime;
-    char line[512];
-    std::snprintf(line, sizeof line,
-                  "%d streams over %.1f s: CPU %.2f s = %.1f%% of one core (%.2f%% per stream; goal <= 10%% in all)\n"
-                  "  RSS %ld -> %ld KiB: %.2f MiB per stream (goal <= 2); threads %d -> %d\n"
-                  "  audio written per stream %.3fx real time; all still playing: %s\n"
-                  "  load average: %s\n",
-                  setup->streams, wall, cpu, core, core / setup->streams, rss0, rss, rssPerStream, threads0, threads,
-                  realtime, playing ? "yes" : "no", loadAverage().c_str());
-    setup->summary += line;
+    appendf(setup->summary,
+            "%d streams over %.1f s: CPU %.2f s = %.1f%% of one core (%.2f%% per stream; goal <= 10%% in all)\n"
+            "  RSS %ld -> %ld KiB: %.2f MiB per stream (goal <= 2); threads %d -> %d\n"
+            "  audio written per stream %.3fx real time; all still playing: %s\n"
+            "  load average: %s\n",
+            setup->streams, wall, cpu, core, core / setup->streams, rss0, rss, rssPerStream, threads0, threads,
+            realtime, playing ? "yes" : "no", loadAverage().c_str());
   }
 }
-
-BENCHMARK(BM_ConcurrentRealRateStreams)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+BELVANE_BENCH_ONCE(BM_ConcurrentRealRateStreams);
 
 }  // namespace
 
 int main(int argc, char** argv) {
   Setup s;
   setup = &s;
-  if (const char* v = std::getenv("BELVANE_BENCH_STREAMS")) s.streams = std::max(1, std::atoi(v));
-  if (const char* v = std::getenv("BELVANE_BENCH_WINDOW")) s.window = std::max(1.0, std::atof(v));
-  IcyStreamShape shape;
-  shape.metaint = 16000;
-  shape.titleEvery = 8;
-  shape.bytesPerSecond = 16000;
-  s.server = startProgrammeStation(30, "/live", shape);
-  if (!s.server) return 1;
-  benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  std::printf("\n%s", s.summary.c_str());
-  return 0;
+  return runOnProgrammeStation(argc, argv, s, 30, {.metaint = 16000, .titleEvery = 8, .bytesPerSecond = 16000});
 }

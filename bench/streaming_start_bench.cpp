@@ -6,8 +6,7 @@
 // a second of audio from the same mount shows what Icecast itself takes.
 //
 //   bench_streaming_start [--benchmark_repetitions=1]   (20 starts per run)
-#include "streaming_bench_support.h"
-#include "support/icecast_server.h"
+#include "cpu_run_support.h"
 
 #include "streaming/shoutstreamer.h"
 
@@ -40,8 +39,7 @@ void onAudio(shoutstreamer_t s, float, float**, int32_t) {
 void onTitle(shoutstreamer_t, const char*, int32_t, int32_t) {}
 
 struct Setup {
-  std::unique_ptr<belvane::test::IcecastServer> ice;
-  std::string url;
+  ProgrammeMount live;
   std::vector<double> audio, playing, serverHead, serverFirstByte, serverFirstAudio;
 };
 Setup* setup = nullptr;
@@ -94,7 +92,7 @@ void BM_ShoutstreamerStartOnIcecast(benchmark::State& state) {
       Probe probe;
       shoutstreamer_t s = shoutstreamer_create();
       double t0 = wallSeconds();
-      if (shoutstreamer_start(s, setup->url.c_str(), &probe, onState, onAudio, nullptr, onTitle) != 0) {
+      if (shoutstreamer_start(s, setup->live.url.c_str(), &probe, onState, onAudio, nullptr, onTitle) != 0) {
         shoutstreamer_destroy(s);
         state.SkipWithError("shoutstreamer_start failed");
         return;
@@ -108,7 +106,7 @@ void BM_ShoutstreamerStartOnIcecast(benchmark::State& state) {
       }
       setup->audio.push_back(1000 * (probe.firstAudio - t0));
       if (probe.playing > 0) setup->playing.push_back(1000 * (probe.playing - t0));
-      ServerTimes floor = serverTimes(setup->url);
+      ServerTimes floor = serverTimes(setup->live.url);
       if (floor.head >= 0) setup->serverHead.push_back(floor.head);
       if (floor.firstByte >= 0) setup->serverFirstByte.push_back(floor.firstByte);
       if (floor.halfSecond >= 0) setup->serverFirstAudio.push_back(floor.halfSecond);
@@ -119,26 +117,21 @@ void BM_ShoutstreamerStartOnIcecast(benchmark::State& state) {
     state.counters["first_audio_ms_max"] = a.max;
   }
 }
-
-BENCHMARK(BM_ShoutstreamerStartOnIcecast)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+BELVANE_BENCH_ONCE(BM_ShoutstreamerStartOnIcecast);
 
 }  // namespace
 
 int main(int argc, char** argv) {
   Setup s;
   setup = &s;
-  s.ice = startProgrammeMount("/live.mp3");
-  if (!s.ice) return 1;
-  s.url = s.ice->url("/live.mp3");
-  benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  std::printf("\nshoutstreamer_start on Icecast 2 (ms, min / median / max; goal <= 150 to the first audio):\n");
-  printSpread("to the first audio callback", s.audio);
-  printSpread("to the playing state", s.playing);
-  printSpread("plain socket: reply head from Icecast", s.serverHead);
-  printSpread("plain socket: first audio byte", s.serverFirstByte);
-  printSpread("plain socket: head + 8000 audio bytes", s.serverFirstAudio);
+  if (!s.live.start("/live.mp3")) return 1;
+  runBenchmarks(argc, argv);
+  printSpreads("shoutstreamer_start on Icecast 2 (ms, min / median / max; goal <= 150 to the first audio):",
+               {{"to the first audio callback", s.audio},
+                {"to the playing state", s.playing},
+                {"plain socket: reply head from Icecast", s.serverHead},
+                {"plain socket: first audio byte", s.serverFirstByte},
+                {"plain socket: head + 8000 audio bytes", s.serverFirstAudio}});
   std::printf("  load average: %s\n", loadAverage().c_str());
   return 0;
 }

@@ -55,10 +55,7 @@ TEST(MasterPlayer, RelaysStatesAndTitlesWithItselfAsThePlayer) {
 TEST(MasterPlayer, FailureWithFallbackStreamsButNoOtherPlayerIsRelayed) {
   BELVANE_SKIP_WITHOUT_LAME();
   IcyTestServer server;
-  auto text = liveStream();
-  text.contentType = "text/plain";
-  text.payload = IcyStreamScript::Payload::Noise;
-  server.serve("/aac", {text});
+  server.serve("/aac", {withPayload(liveStream(), IcyStreamScript::Payload::Noise, "text/plain")});
   // A link the host gave to the MP3 stream engine by its identifier: no
   // other engine claims it, nor the type its stream is served with.
   auto format = BVMediaMutableFormat::formatByInferringFromURL(*BVURL::URLWithString(server.url("/aac")));

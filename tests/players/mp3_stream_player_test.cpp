@@ -100,9 +100,7 @@ TEST(MP3StreamPlayerStates, ErrorsAreWordedForAListener) {
 TEST(MP3StreamPlayerStates, AACStreamIsMarkedNotToBeReported) {
   BELVANE_SKIP_WITHOUT_LAME();
   IcyTestServer server;
-  IcyStreamScript aac = shortStream();
-  aac.payload = IcyStreamScript::Payload::Adts;
-  server.serve("/adts", {aac});
+  server.serve("/adts", {withPayload(shortStream(), IcyStreamScript::Payload::Adts, "audio/mpeg")});
   RecordingOwner owner;
   auto player = makePlayer(owner);
   player->playLink(linkTo(server.url("/adts")));
@@ -118,10 +116,7 @@ TEST(MP3StreamPlayerStates, AACStreamIsMarkedNotToBeReported) {
 TEST(MP3StreamPlayerFallback, DeclinedCandidatesAreListedUntilAStreamStarts) {
   BELVANE_SKIP_WITHOUT_LAME();
   IcyTestServer server;
-  IcyStreamScript aac = shortStream();
-  aac.contentType = "audio/aacp";
-  aac.payload = IcyStreamScript::Payload::Adts;
-  server.serve("/aac", {aac});
+  server.serve("/aac", {withPayload(shortStream(), IcyStreamScript::Payload::Adts, "audio/aacp")});
   server.serve("/mp3", {shortStream()});
   server.http().route("/both.m3u", Response::ok("audio/x-mpegurl", server.url("/aac") + "\n" + server.url("/mp3") + "\n"));
 

@@ -94,10 +94,7 @@ TEST(LiveStation, AStreamThatClaimsMP3ButIsAACPlaysOnTheGeneralEngine) {
   TempDir dir;
   Mp3Data aac = aacTone(dir, 2.0);
   IcyTestServer server;
-  IcyStreamScript script;
-  script.contentType = "audio/mpeg";
-  script.audio = {&aac};
-  server.serve("/stream", {script});
+  server.serve("/stream", {{.contentType = "audio/mpeg", .audio = {&aac}}});
   MasterRun run("null");
   run.master->playLink(linkTo(server.url("/stream")));
   ASSERT_TRUE(run.runUntilTitles(1, 30.0));
@@ -112,12 +109,11 @@ TEST(LiveStation, StallsAndDropsKeepPlayingUntilReconnectingFails) {
   TempDir dir;
   Mp3Data aac = aacTone(dir, 2.0);
   IcyTestServer server;
-  IcyStreamScript stalls;
-  stalls.contentType = "audio/aacp";
-  stalls.audio = {&aac};
-  stalls.audioBytes = 60'000;
-  stalls.end = IcyStreamScript::End::Stall;
-  stalls.stallSeconds = 5;
+  IcyStreamScript stalls{.contentType = "audio/aacp",
+                         .audio = {&aac},
+                         .audioBytes = 60'000,
+                         .end = IcyStreamScript::End::Stall,
+                         .stallSeconds = 5};
   IcyStreamScript drops = stalls;
   drops.end = IcyStreamScript::End::Close;
   IcyStreamScript gone;

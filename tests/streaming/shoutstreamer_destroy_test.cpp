@@ -30,14 +30,8 @@ TEST(ShoutstreamerDestroy, ReturnsPromptlyFromEveryStateAndABlockedCallback) {
   BELVANE_SKIP_WITHOUT_LAME();
   IcyTestServer server;
   server.http().route("/silent", Response::hang());
-  IcyStreamScript trickle;
-  trickle.audio = {belvane::test::stereoTone44k()};
-  trickle.audioBytes = 4000;  // less than the prebuffer
-  trickle.end = IcyStreamScript::End::Stall;
-  server.serve("/trickle", {trickle});
-  IcyStreamScript live = trickle;
-  live.audioBytes = 100'000'000;
-  server.serve("/live", {live});
+  server.serve("/trickle", {belvane::test::toneScript(4000, IcyStreamScript::End::Stall)});  // less than the prebuffer
+  server.serve("/live", {belvane::test::toneScript(100'000'000, IcyStreamScript::End::Stall)});
   auto slowTuning = belvane::test::fastTuning();
   slowTuning.stallTimeout = slowTuning.connectTimeout = 30;
 
@@ -45,21 +39,17 @@ TEST(ShoutstreamerDestroy, ReturnsPromptlyFromEveryStateAndABlockedCallback) {
     StreamRecorder never;
     EXPECT_LT(never.destroy(), kPrompt);
   }
-  {
-    StreamRecorder connecting(slowTuning);
-    ASSERT_EQ(connecting.start(server.url("/silent")), 0);
-    ASSERT_TRUE(connecting.waitForState(SHOUTSTREAMER_STATE_CONNECTING));
-    EXPECT_LT(connecting.destroy(), kPrompt);
-    EXPECT_EQ(connecting.lastState(), SHOUTSTREAMER_STATE_CONNECTING);
-    expectQuietAfterDestroy(connecting);
-  }
-  {
-    StreamRecorder buffering(slowTuning);
-    ASSERT_EQ(buffering.start(server.url("/trickle")), 0);
-    ASSERT_TRUE(buffering.waitForState(SHOUTSTREAMER_STATE_BUFFERING));
-    EXPECT_LT(buffering.destroy(), kPrompt);
-    EXPECT_EQ(buffering.lastState(), SHOUTSTREAMER_STATE_BUFFERING);
-    expectQuietAfterDestroy(buffering);
+  // Connecting to a server that never answers; buffering a stream that
+  // stalls before the prebuffer is full.
+  for (auto [path, state] : {std::pair<const char*, int>{"/silent", SHOUTSTREAMER_STATE_CONNECTING},
+                             {"/trickle", SHOUTSTREAMER_STATE_BUFFERING}}) {
+    SCOPED_TRACE(path);
+    StreamRecorder recorder(slowTuning);
+    ASSERT_EQ(recorder.start(server.url(path)), 0);
+    ASSERT_TRUE(recorder.waitForState(state));
+    EXPECT_LT(recorder.destroy(), kPrompt);
+    EXPECT_EQ(recorder.lastState(), state);
+    expectQuietAfterDestroy(recorder);
   }
   {
     StreamRecorder playing(slowTuning);
@@ -120,10 +110,7 @@ void countAfter(shoutstreamer_t s, float, float**, int32_t) {
 TEST(ShoutstreamerDestroy, MayBeCalledFromInsideACallback) {
   BELVANE_SKIP_WITHOUT_LAME();
   IcyTestServer server;
-  IcyStreamScript live;
-  live.audio = {belvane::test::stereoTone44k()};
-  live.audioBytes = 100'000'000;
-  server.serve("/live", {live});
+  server.serve("/live", {belvane::test::toneScript(100'000'000)});
 
   SelfDestroying self;
   shoutstreamer_t s = shoutstreamer_create();

@@ -34,13 +34,8 @@ int32_t failureOf(const std::string& url, double timeout = 10.0) {
 }
 
 IcyStreamScript scriptWith(IcyStreamScript::Payload payload, std::string contentType = "audio/mpeg") {
-  IcyStreamScript script;
-  script.payload = payload;
-  script.contentType = std::move(contentType);
-  script.audio = {belvane::test::stereoTone44k()};
-  script.audioBytes = 200'000;
-  script.end = IcyStreamScript::End::Stall;
-  return script;
+  return belvane::test::withPayload(belvane::test::toneScript(200'000, IcyStreamScript::End::Stall), payload,
+                                    std::move(contentType));
 }
 
 }  // namespace

@@ -14,23 +14,17 @@ using belvane::test::IcyStreamScript;
 using belvane::test::IcyTestServer;
 using belvane::test::Response;
 using belvane::test::StreamRecorder;
-
-namespace {
+using belvane::test::toneScript;
 
 constexpr uint64_t kMpegFrame = 1152;
-
-}  // namespace
 
 class StatusLines : public ::testing::TestWithParam<const char*> {};
 
 TEST_P(StatusLines, PlaysWithTitlesInPlace) {
   BELVANE_SKIP_WITHOUT_LAME();
   IcyTestServer server;
-  IcyStreamScript script;
+  auto script = toneScript(400'000, IcyStreamScript::End::Stall);
   script.statusLine = GetParam();
-  script.audio = {belvane::test::stereoTone44k()};
-  script.audioBytes = 400'000;
-  script.end = IcyStreamScript::End::Stall;
   server.serve("/live", {script});
 
   auto tuning = belvane::test::fastTuning();
@@ -124,12 +118,7 @@ TEST(Shoutstreamer, EndsCleanlyAtADeclaredLengthWithMonoDuplicated) {
 TEST(Shoutstreamer, ReconnectsAfterADropWithoutReportingIt) {
   BELVANE_SKIP_WITHOUT_LAME();
   IcyTestServer server;
-  IcyStreamScript dropping;
-  dropping.audio = {belvane::test::stereoTone44k()};
-  dropping.audioBytes = 100'000;
-  IcyStreamScript steady = dropping;
-  steady.end = IcyStreamScript::End::Stall;
-  server.serve("/flaky", {dropping, steady});
+  server.serve("/flaky", {toneScript(100'000), toneScript(100'000, IcyStreamScript::End::Stall)});
 
   auto tuning = belvane::test::fastTuning();
   tuning.stallTimeout = 10;  // the second connection stalls at its end
@@ -159,13 +148,10 @@ TEST(Shoutstreamer, ReconnectsAfterADropWithoutReportingIt) {
 TEST(Shoutstreamer, FailsOnlyWhenReconnectionFails) {
   BELVANE_SKIP_WITHOUT_LAME();
   IcyTestServer server;
-  IcyStreamScript dropping;
-  dropping.audio = {belvane::test::stereoTone44k()};
-  dropping.audioBytes = 100'000;
   IcyStreamScript gone;
   gone.statusLine = "ICY 404 Not Found";
   gone.audioBytes = 0;
-  server.serve("/gone", {dropping, gone});
+  server.serve("/gone", {toneScript(100'000), gone});
 
   StreamRecorder recorder;
   ASSERT_EQ(recorder.start(server.url("/gone")), 0);

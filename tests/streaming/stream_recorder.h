@@ -34,6 +34,15 @@ inline detail::ShoutstreamerTuning fastTuning() {
   return t;
 }
 
+// A script sending audioBytes of the stereo 44.1 kHz tone, then `end`.
+inline IcyStreamScript toneScript(uint64_t audioBytes, IcyStreamScript::End end = IcyStreamScript::End::Close) {
+  IcyStreamScript script;
+  script.audio = {stereoTone44k()};
+  script.audioBytes = audioBytes;
+  script.end = end;
+  return script;
+}
+
 class StreamRecorder {
  public:
   struct Title {

@@ -48,6 +48,13 @@ struct IcyStreamScript {
   bool contentLength = false;
 };
 
+// `script` carrying another payload, served as contentType.
+inline IcyStreamScript withPayload(IcyStreamScript script, IcyStreamScript::Payload payload, std::string contentType) {
+  script.payload = payload;
+  script.contentType = std::move(contentType);
+  return script;
+}
+
 // Where a title went in the audio of its connection.
 struct IcyTitleMark {
   int connection = 0;

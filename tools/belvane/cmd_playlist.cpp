@@ -163,19 +163,19 @@ int runPlaylist(const Arguments& args) {
   return 1;
 }
 
+constexpr const char* kPlaylistHelp =
+    R"(Loads the web playlist at URL (asynchronously on the run loop, or with --sync in one blocking
+fetch) and prints the reader chosen, loadSucceeded, finishedLoading, every delegate call in
+order and the tracks. Exit status 1, with the reason on stderr, when the download failed or
+the server answered with an error page (whose report is still printed).
+--file runs one reader on a local file's decoded text (no network); without --as the file's
+extension chooses it (.m3u, .m3u8, .pls, .asx, .wax, .wvx).)";
+
 }  // namespace
 
 std::vector<Command> playlistCommands() {
-  return {{"playlist", "URL [--json] [--sync] | --file PATH [--as m3u|pls|asx] [--json]",
-           "Loads the web playlist at URL (asynchronously on the run loop, or with --sync in one blocking\n"
-           "fetch) and prints the reader chosen, loadSucceeded, finishedLoading, every delegate call in\n"
-           "order and the tracks. Exit status 1, with the reason on stderr, when the download failed or\n"
-           "the server answered with an error page (whose report is still printed).\n"
-           "--file runs one reader on a local file's decoded text (no network); without --as the file's\n"
-           "extension chooses it (.m3u, .m3u8, .pls, .asx, .wax, .wvx).",
-           runPlaylist,
-           {"file", "as"},
-           {"json", "sync"}}};
+  return {{"playlist", "URL [--json] [--sync] | --file PATH [--as m3u|pls|asx] [--json]", kPlaylistHelp, runPlaylist,
+           {"file", "as"}, {"json", "sync"}}};
 }
 
 }  // namespace belvane::tool
