@@ -34,7 +34,7 @@ class BV_EXPORT BVDelayedPerform {
 
  private:
   friend class BVRunLoop;
-  explicit BVDelayedPerform(GSource* source);  // takes a new reference
+  explicit BVDelayedPerform(GSource* source);  // adopts the caller's reference
   std::shared_ptr<GSource> source_;
 };
 

@@ -125,40 +125,43 @@ BVRunLoop BVRunLoop::ThreadScope::loop() const { return BVRunLoop(context_); }
 
 bool BVRunLoop::isCurrent() const { return current().context_ == context_; }
 
-void BVRunLoop::perform(std::function<void()> fn) const {
+namespace {
+
+// Queues a call to run on the context as soon as it is idle at default
+// priority, or after a delay; the delayed source is returned referenced.
+void queueNow(GMainContext* context, Call* call) {
   GSource* source = g_idle_source_new();
   g_source_set_priority(source, G_PRIORITY_DEFAULT);
-  attachCall(source, context_, new Call{std::move(fn), {}, false});
+  attachCall(source, context, call);
   g_source_unref(source);
 }
 
+GSource* queueLater(GMainContext* context, double seconds, Call* call) {
+  GSource* source = g_timeout_source_new(toMilliseconds(seconds));
+  attachCall(source, context, call);
+  return source;
+}
+
+}  // namespace
+
+void BVRunLoop::perform(std::function<void()> fn) const { queueNow(context_, new Call{std::move(fn), {}, false}); }
+
 void BVRunLoop::perform(std::weak_ptr<const void> target, std::function<void()> fn) const {
-  GSource* source = g_idle_source_new();
-  g_source_set_priority(source, G_PRIORITY_DEFAULT);
-  attachCall(source, context_, new Call{std::move(fn), std::move(target), true});
-  g_source_unref(source);
+  queueNow(context_, new Call{std::move(fn), std::move(target), true});
 }
 
 BVDelayedPerform BVRunLoop::performAfterDelay(double seconds, std::weak_ptr<const void> target,
                                               std::function<void()> fn) const {
-  GSource* source = g_timeout_source_new(toMilliseconds(seconds));
-  attachCall(source, context_, new Call{std::move(fn), std::move(target), true});
-  BVDelayedPerform handle(source);
-  g_source_unref(source);
-  return handle;
+  return BVDelayedPerform(queueLater(context_, seconds, new Call{std::move(fn), std::move(target), true}));
 }
 
 BVDelayedPerform BVRunLoop::performAfterDelay(double seconds, std::function<void()> fn) const {
-  GSource* source = g_timeout_source_new(toMilliseconds(seconds));
-  attachCall(source, context_, new Call{std::move(fn), {}, false});
-  BVDelayedPerform handle(source);
-  g_source_unref(source);
-  return handle;
+  return BVDelayedPerform(queueLater(context_, seconds, new Call{std::move(fn), {}, false}));
 }
 
 // ---- BVDelayedPerform ----
 
-BVDelayedPerform::BVDelayedPerform(GSource* source) : source_(g_source_ref(source), g_source_unref) {}
+BVDelayedPerform::BVDelayedPerform(GSource* source) : source_(source, g_source_unref) {}
 
 // GLib destroys a source once under its context's lock, so a repeated or
 // late cancel is harmless; a source destroyed before it is dispatched never
