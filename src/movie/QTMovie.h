@@ -150,6 +150,10 @@ class QTMovie : public std::enable_shared_from_this<QTMovie> {
   GstTagList* copyTags() const;
   GstTagList* copyTrackTags(size_t index) const;
 
+  // A resource with an end: a local file, or a network reply that declared
+  // its length. Its titles are track titles, not stream titles.
+  bool isFiniteResource() const;
+
   // The URL being played (after references and station lists were followed).
   BVURL url() const;
 

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "movie/movie_audio_tap.h"
+#include "movie/movie_stream_source.h"
 
 namespace belvane::detail {
 namespace {
@@ -113,12 +114,14 @@ MoviePipeline::MoviePipeline(GMainContext* context, MoviePipelineListener* liste
 
 std::shared_ptr<MoviePipeline> MoviePipeline::create(const std::string& uri, GMainContext* context,
                                                      MoviePipelineListener* listener,
-                                                     std::shared_ptr<MovieAudioSink> audio) {
+                                                     std::shared_ptr<MovieAudioSink> audio, bool ownConnection) {
   std::shared_ptr<MoviePipeline> pipeline(new MoviePipeline(context, listener));
   bool built = false;
   if (audio) {
     pipeline->tap_ = std::make_unique<MovieAudioTap>(std::move(audio));
-    if (GstElement* tapBin = pipeline->tap_->makeSinkBin()) built = pipeline->buildDecoding(uri, tapBin);
+    if (GstElement* tapBin = pipeline->tap_->makeSinkBin())
+      built = ownConnection && MovieStreamSource::handles(uri) ? pipeline->buildStreamDecoding(uri, tapBin)
+                                                              : pipeline->buildDecoding(uri, tapBin);
   }
   if (!built && !pipeline->buildPlaybin(uri)) return nullptr;
 
@@ -137,6 +140,7 @@ std::shared_ptr<MoviePipeline> MoviePipeline::create(const std::string& uri, GMa
                                                               gst_structure_new_empty(kLiveReadyMessage)));
   }
   // A failure here also posts an error on the bus, which reports it.
+  if (pipeline->stream_) pipeline->stream_->start();
   return pipeline;
 }
 
@@ -167,11 +171,36 @@ bool MoviePipeline::buildDecoding(const std::string& uri, GstElement* tapBin) {
   // the buffering messages the movie pauses and resumes on.
   g_object_set(decoder, "uri", uri.c_str(), "use-buffering", TRUE, "buffer-size", kNetworkQueueBytes, nullptr);
   g_signal_connect(decoder, "source-setup", G_CALLBACK(onSourceSetup), this);
-  g_signal_connect(decoder, "autoplug-select", G_CALLBACK(selectFactory), nullptr);
-  g_signal_connect(decoder, "pad-added", G_CALLBACK(onPadAdded), this);
-  g_signal_connect(decoder, "pad-removed", G_CALLBACK(onPadRemoved), this);
-  g_signal_connect(decoder, "no-more-pads", G_CALLBACK(onNoMorePads), this);
+  connectDecoderSignals();
   return true;
+}
+
+// Belvane's connection into decodebin (type finding, demuxing, decoding),
+// linked to the tap's bin as uridecodebin is. No network queue: the reader
+// and the appsrc's queue buffer the stream. Takes the floating tap bin.
+bool MoviePipeline::buildStreamDecoding(const std::string& uri, GstElement* tapBin) {
+  auto stream = MovieStreamSource::create(uri);
+  GstElement* decoder = stream ? gst_element_factory_make("decodebin", nullptr) : nullptr;
+  if (!decoder) {
+    gst_object_unref(gst_object_ref_sink(tapBin));
+    return false;
+  }
+  pipeline_ = GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr)));
+  gst_bin_add_many(GST_BIN(pipeline_), GST_ELEMENT(gst_object_ref(stream->element())), decoder, tapBin, nullptr);
+  gst_element_link(stream->element(), decoder);
+  decoder_ = decoder;
+  tapBin_ = tapBin;
+  source_ = GST_ELEMENT(gst_object_ref(stream->element()));
+  stream_ = std::move(stream);
+  connectDecoderSignals();
+  return true;
+}
+
+void MoviePipeline::connectDecoderSignals() {
+  g_signal_connect(decoder_, "autoplug-select", G_CALLBACK(selectFactory), nullptr);
+  g_signal_connect(decoder_, "pad-added", G_CALLBACK(onPadAdded), this);
+  g_signal_connect(decoder_, "pad-removed", G_CALLBACK(onPadRemoved), this);
+  g_signal_connect(decoder_, "no-more-pads", G_CALLBACK(onNoMorePads), this);
 }
 
 // On a streaming thread: the first raw audio stream goes to the tap (again
@@ -235,6 +264,9 @@ MoviePipeline::~MoviePipeline() {
     g_source_destroy(busWatch_);
     g_source_unref(busWatch_);
   }
+  // The reader stops first; the pipeline's stop then releases a push that
+  // waits on the appsrc's full queue, and the reading thread ends.
+  if (stream_) stream_->cancel();
   if (pipeline_) {
     gst_element_set_state(pipeline_, GST_STATE_NULL);
     g_signal_handlers_disconnect_by_data(decoder_ ? decoder_ : pipeline_, this);
@@ -247,6 +279,7 @@ MoviePipeline::~MoviePipeline() {
     for (auto& stream : streams_) gst_object_unref(stream.pad);
     streams_.clear();
   }
+  stream_.reset();
   if (tags_) gst_tag_list_unref(tags_);
   g_main_context_unref(context_);
 }
@@ -462,13 +495,17 @@ GstTagList* MoviePipeline::copyStreamTags(const char* kind, int index) const {
 }
 
 std::optional<std::string> MoviePipeline::httpContentType() const {
+  if (stream_) return stream_->contentType();
   std::lock_guard lock(mutex_);
   return contentType_;
 }
 
 bool MoviePipeline::httpDeclaredLength() const {
+  if (stream_) return stream_->declaredLength();
   std::lock_guard lock(mutex_);
   return declaredLength_;
 }
+
+bool MoviePipeline::tookHeldReply() const { return stream_ && stream_->tookHeldReply(); }
 
 }  // namespace belvane::detail

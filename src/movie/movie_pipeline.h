@@ -35,6 +35,7 @@ namespace belvane::detail {
 
 class MovieAudioSink;
 class MovieAudioTap;
+class MovieStreamSource;
 
 struct MoviePipelineError {
   const GError* error = nullptr;
@@ -58,10 +59,14 @@ class MoviePipelineListener {
 class MoviePipeline : public std::enable_shared_from_this<MoviePipeline> {
  public:
   // Builds the pipeline and starts prerolling; nullptr when GStreamer cannot
-  // build it.
+  // build it. With ownConnection (and an audio sink), a network stream is
+  // read by Belvane's own connection (MovieStreamSource) instead of
+  // GStreamer's HTTP source: the tuner's open reply is taken over, and the
+  // live policy (stalls, drops, reconnection) is the reader's.
   static std::shared_ptr<MoviePipeline> create(const std::string& uri, GMainContext* context,
                                                MoviePipelineListener* listener,
-                                               std::shared_ptr<MovieAudioSink> audio = nullptr);
+                                               std::shared_ptr<MovieAudioSink> audio = nullptr,
+                                               bool ownConnection = false);
   ~MoviePipeline();
   MoviePipeline(const MoviePipeline&) = delete;
   MoviePipeline& operator=(const MoviePipeline&) = delete;
@@ -95,6 +100,10 @@ class MoviePipeline : public std::enable_shared_from_this<MoviePipeline> {
   std::optional<std::string> httpContentType() const;
   // Whether the HTTP response declared its length: a file, not a live stream.
   bool httpDeclaredLength() const;
+  // Whether Belvane's own connection feeds the pipeline (it reconnects a
+  // live stream itself), and whether it took over the tuner's open reply.
+  bool readsOwnConnection() const { return stream_ != nullptr; }
+  bool tookHeldReply() const;
 
  private:
   struct DecodedStream {
@@ -105,6 +114,8 @@ class MoviePipeline : public std::enable_shared_from_this<MoviePipeline> {
   MoviePipeline(GMainContext* context, MoviePipelineListener* listener);
   bool buildPlaybin(const std::string& uri);
   bool buildDecoding(const std::string& uri, GstElement* tapBin);
+  bool buildStreamDecoding(const std::string& uri, GstElement* tapBin);
+  void connectDecoderSignals();
   static int busWatchCallback(GstBus* bus, GstMessage* message, void* data);
   static void onSourceSetup(GstElement* element, GstElement* source, void* data);
   static void onPadAdded(GstElement* decoder, GstPad* pad, void* data);
@@ -116,13 +127,14 @@ class MoviePipeline : public std::enable_shared_from_this<MoviePipeline> {
   GMainContext* context_;
   MoviePipelineListener* listener_;
   GstElement* pipeline_ = nullptr;  // playbin, or the pipeline holding decoder_ and tapBin_
-  GstElement* decoder_ = nullptr;   // uridecodebin (owned by pipeline_), or null
+  GstElement* decoder_ = nullptr;   // uridecodebin or decodebin (owned by pipeline_), or null
   GstElement* tapBin_ = nullptr;    // the tap's bin (owned by pipeline_), or null; guarded by mutex_
   std::vector<DecodedStream> streams_;  // decoder_'s exposed streams, guarded by mutex_
   GstElement* source_ = nullptr;  // the source element the pipeline made (reference), guarded by mutex_
   GSource* busWatch_ = nullptr;
   GstTagList* tags_ = nullptr;
   std::unique_ptr<MovieAudioTap> tap_;
+  std::unique_ptr<MovieStreamSource> stream_;  // Belvane's connection, or null
   bool playing_ = false;
   bool live_ = false;
   bool prerolled_ = false;

@@ -16,6 +16,7 @@
 #include "movie/movie_station_list.h"
 #include "movie/movie_status.h"
 #include "movie/reference_movie.h"
+#include "playlists/playlist_format.h"
 
 namespace belvane::detail {
 
@@ -141,6 +142,11 @@ struct QTMovie::Impl final : MoviePipelineListener {
   std::optional<std::chrono::steady_clock::time_point> reconnectDeadline;
   double reconnectDelay = kReconnectFirstDelaySeconds;
 
+  // HLS: its adaptive demuxer fetches the playlist and segments itself, so
+  // the pipeline reads it with GStreamer's own HTTP source; every other
+  // network stream is read by Belvane's connection.
+  bool isHLS = false;
+
   // Station lists.
   std::vector<BVURL> entries;
   size_t nextEntry = 0;
@@ -227,7 +233,8 @@ struct QTMovie::Impl final : MoviePipelineListener {
     pipeline.reset();
     resetPlaybackFacts();
     url = target;
-    pipeline = MoviePipeline::create(target.absoluteString(), context, this, audio);
+    bool ownConnection = !isHLS && asciiLower(target.pathExtension()) != "m3u8";
+    pipeline = MoviePipeline::create(target.absoluteString(), context, this, audio, ownConnection);
     if (!pipeline) return kMovieStatusNotAMovie;
     startLoadWatchdog();
     pipeline->setVolume(std::clamp(volume, 0.0f, 1.0f));
@@ -248,6 +255,7 @@ struct QTMovie::Impl final : MoviePipelineListener {
     if (result.isHLS) {
       // An HLS playlist: the pipeline's adaptive demuxer plays it as it is.
       playingStationList = false;
+      isHLS = true;
       if (int32_t failure = startPipeline(listURL)) fail(failure);
       return;
     }
@@ -360,7 +368,7 @@ struct QTMovie::Impl final : MoviePipelineListener {
   }
 
   void pipelineEnded() override {
-    if (playedLive) {
+    if (playedLive && !pipeline->readsOwnConnection()) {
       // A live stream has no end: its server or the network dropped it.
       streamBroke(kMovieStatusCannotReachStream);
       return;
@@ -386,7 +394,9 @@ struct QTMovie::Impl final : MoviePipelineListener {
 
   void pipelineFailedWithStatus(int32_t code, bool stalled) {
     stopLoadWatchdog();
-    if (playedLive) {
+    // Belvane's connection has already tried to reconnect by the time it
+    // fails; GStreamer's source has not.
+    if (playedLive && pipeline && !pipeline->readsOwnConnection()) {
       streamBroke(code);
       return;
     }
@@ -402,6 +412,12 @@ struct QTMovie::Impl final : MoviePipelineListener {
         isHTTP(*url)) {
       // A station list served without a telling extension: its content type says so.
       auto contentType = pipeline->httpContentType();
+      if (contentType && isHLSMIMEType(*contentType) && !isHLS) {
+        // HLS under an address that did not say so: its demuxer fetches it.
+        isHLS = true;
+        if (int32_t failure = startPipeline(*url)) fail(failure);
+        return;
+      }
       auto format = contentType ? MovieStationList::formatForContentType(*contentType) : std::nullopt;
       if (format) {
         triedContentTypeList = true;
@@ -635,6 +651,10 @@ GstTagList* QTMovie::copyTrackTags(size_t index) const {
     index -= count;
   }
   return nullptr;
+}
+
+bool QTMovie::isFiniteResource() const {
+  return impl_->isLocalFile() || (impl_->pipeline && impl_->pipeline->httpDeclaredLength());
 }
 
 BVURL QTMovie::url() const { return *impl_->url; }

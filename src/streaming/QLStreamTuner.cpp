@@ -220,14 +220,22 @@ struct QLStreamTuner::Impl {
 
   // Offers a candidate; false when the work in hand must stop.
   // A reply held open for the candidate is on offer during the delegate's
-  // calls: a streamer started from them takes it over; otherwise it closes.
+  // calls: a streamer started from them takes it over. A declined one stays
+  // on offer a while (the engine the station goes to takes it); an
+  // accepted one nobody took closes.
   bool offer(const BVURL& url, const std::optional<std::string>& mimeType,
              const std::shared_ptr<HeldStream>& held = nullptr) {
     struct Withdraw {
       const std::string key;
       const std::shared_ptr<HeldStream>& held;
+      bool declined = false;
       ~Withdraw() {
-        if (held) HeldStream::withdraw(key, held);
+        if (!held) return;
+        // A declined reply stays a while for the engine the station goes to.
+        if (declined)
+          HeldStream::park(key, held);
+        else
+          HeldStream::withdraw(key, held);
       }
     } withdraw{url.absoluteString(), held};
     if (held) HeldStream::offer(withdraw.key, held);
@@ -238,7 +246,10 @@ struct QLStreamTuner::Impl {
     uint64_t since = generation;
     bool accepted = delegate && delegate->streamTunerShouldTuneStream(owner, url, type);
     if (interrupted(since)) return false;
-    if (!accepted) return true;
+    if (!accepted) {
+      withdraw.declined = true;
+      return true;
+    }
     found = true;
     phase = Phase::Found;
     searchDeadline.cancel();

@@ -1,6 +1,8 @@
 // HeldStream: the tuner's open stream reply, buffered for the streamer.
 #include "streaming/held_stream.h"
 
+#include <belvane/BVRunLoop.h>
+
 #include "streaming/QLDebug.h"
 #include "streaming/shoutstreamer_connection.h"
 
@@ -37,6 +39,16 @@ HeldStream::~HeldStream() { connection_->cancel(); }
 void HeldStream::offer(const std::string& url, const std::shared_ptr<HeldStream>& stream) {
   std::lock_guard lock(gOfferedMutex);
   offered()[keyFor(url)] = stream;
+}
+
+void HeldStream::park(const std::string& url, const std::shared_ptr<HeldStream>& stream) {
+  offer(url, stream);
+  QLDebugLog(QL_LOG_DEBUG, "stream: keeping the reply from %s for another engine", url.c_str());
+  // Withdrawn on the main loop later; taken or gone by then, nothing happens.
+  std::weak_ptr<HeldStream> weak = stream;
+  BVRunLoop::main().performAfterDelay(kParkSeconds, weak, [url, weak] {
+    if (auto held = weak.lock()) withdraw(url, held);
+  });
 }
 
 void HeldStream::withdraw(const std::string& url, const std::shared_ptr<HeldStream>& stream) {

@@ -40,6 +40,12 @@ class HeldStream final : public URLConnectionDiversion {
   // Makes the reply available to take() for url until withdraw().
   static void offer(const std::string& url, const std::shared_ptr<HeldStream>& stream);
   static void withdraw(const std::string& url, const std::shared_ptr<HeldStream>& stream);
+  // Keeps the reply on offer for another kParkSeconds: a player that
+  // declined it (the MP3 streamer, for an AAC or Ogg station) hands the
+  // station to another engine, which takes the reply over in turn. Then it
+  // closes, unless taken.
+  static constexpr double kParkSeconds = 10.0;
+  static void park(const std::string& url, const std::shared_ptr<HeldStream>& stream);
   // The reply offered for url, if any; it is no longer offered afterwards.
   static std::shared_ptr<HeldStream> take(const std::string& url);
 

@@ -5,10 +5,10 @@
 #include "foundation/text_encoding.h"
 #include "foundation/thread_name.h"
 #include "streaming/QLDebug.h"
-#include "streaming/held_stream.h"
 #include "streaming/shoutstreamer_buffer.h"
 #include "streaming/shoutstreamer_connection.h"
 #include "streaming/shoutstreamer_pipeline.h"
+#include "streaming/stream_reader.h"
 #include "streaming/shoutstreamer_tuning.h"
 
 #include <atomic>
@@ -21,12 +21,13 @@
 #include <string>
 #include <thread>
 
-using belvane::detail::HeldStream;
 using belvane::detail::PipelineSink;
 using belvane::detail::ShoutstreamerTuning;
 using belvane::detail::StreamBuffer;
 using belvane::detail::StreamConnection;
 using belvane::detail::StreamPipeline;
+using belvane::detail::StreamReader;
+using belvane::detail::StreamReaderPolicy;
 using belvane::detail::StreamReplyHead;
 
 struct shoutstreamer {
@@ -45,16 +46,12 @@ struct shoutstreamer {
   std::thread delivery;
   bool freeWhenDelivered = false;  // destroyed from inside a callback
 
-  // Guards the current connection and the reconnection pause, so destroy
-  // can cut either short.
+  // Connects, reconnects and hands the bytes to the decoder; made at start,
+  // when it takes the tuner's open reply for this address.
+  std::unique_ptr<StreamReader> reader;
   std::mutex controlMutex;
   std::condition_variable controlChanged;
-  bool stopping = false;
   bool threadsStored = false;  // start has stored both thread objects
-  StreamConnection* connection = nullptr;
-  // The tuner's open reply for this address, taken at start; the first
-  // connection reads from it instead of asking the server again.
-  std::shared_ptr<HeldStream> held;
 };
 
 namespace {
@@ -65,17 +62,11 @@ using Clock = std::chrono::steady_clock;
 // called from inside a callback.
 thread_local shoutstreamer* tDeliveringFor = nullptr;
 
-struct ConnectionOutcome {
-  StreamConnection::Result result;
-  uint64_t framesDecoded = 0;
-  uint64_t audioBytes = 0;
-};
-
-// Handles one connection: the head starts the pipeline, the payload runs
-// through it into the buffer.
-class ConnectionHandler final : public StreamConnection::Handler, public PipelineSink {
+// Decodes the station for the reader: each connection's head starts a
+// pipeline, its payload runs through it into the buffer.
+class StreamDecoder final : public StreamReader::Client, public PipelineSink {
  public:
-  explicit ConnectionHandler(shoutstreamer& s) : s_(s) {}
+  explicit StreamDecoder(shoutstreamer& s) : s_(s) {}
 
   int32_t head(const StreamReplyHead& head) override {
     uint32_t metaint = 0;
@@ -87,6 +78,7 @@ class ConnectionHandler final : public StreamConnection::Handler, public Pipelin
     QLDebugLog(QL_LOG_INFO, "shoutstreamer: %s answered %d, metadata every %u bytes", s_.url.c_str(), head.status,
                metaint);
     pipeline_ = std::make_unique<StreamPipeline>(metaint, *this, s_.tuning.syncSearchBytes);
+    connectionFrames_ = connectionAudioBytes_ = 0;
     s_.buffer->setConnected();
     return 0;
   }
@@ -100,13 +92,22 @@ class ConnectionHandler final : public StreamConnection::Handler, public Pipelin
     return 0;
   }
 
+  void connectionEnded() override {
+    if (!pipeline_) return;
+    pipeline_->finish();
+    connectionFrames_ = pipeline_->framesDecoded();
+    connectionAudioBytes_ = pipeline_->audioBytes();
+  }
+
+  bool hasPlayed() const override { return s_.buffer->framesAppended() >= s_.buffer->prebufferFrames(); }
+  bool connectionPlayed() const override { return connectionFrames_ >= s_.buffer->prebufferFrames(); }
+  int32_t silentEndError() const override {
+    if (s_.buffer->framesAppended() > 0) return 0;
+    return connectionAudioBytes_ > 0 ? SHOUTSTREAMER_ERROR_NOT_MPEG : SHOUTSTREAMER_ERROR_NO_AUDIO;
+  }
+
   void title(std::string bytes) override {
-    auto span = belvane::detail::bytesOf(bytes);
-    if (!belvane::detail::isValidUTF8(span)) {
-      // Stations that do not send UTF-8 almost always send Windows-1252.
-      auto converted = belvane::detail::decodeText(span, "WINDOWS-1252");
-      bytes = converted ? *converted : belvane::detail::latin1ToUTF8(span);
-    }
+    bytes = belvane::detail::stationTitleText(std::move(bytes));
     QLDebugLog(QL_LOG_DEBUG, "shoutstreamer: title '%s'", bytes.c_str());
     s_.buffer->appendTitle(std::move(bytes));
   }
@@ -115,120 +116,18 @@ class ConnectionHandler final : public StreamConnection::Handler, public Pipelin
     return s_.buffer->appendAudio(interleaved, frames, sampleRate);
   }
 
-  void finish(ConnectionOutcome& outcome) {
-    if (!pipeline_) return;
-    pipeline_->finish();
-    outcome.framesDecoded = pipeline_->framesDecoded();
-    outcome.audioBytes = pipeline_->audioBytes();
-  }
-
  private:
   shoutstreamer& s_;
   std::unique_ptr<StreamPipeline> pipeline_;
+  uint64_t connectionFrames_ = 0;
+  uint64_t connectionAudioBytes_ = 0;
 };
-
-ConnectionOutcome connectOnce(shoutstreamer& s, double connectTimeout) {
-  ConnectionOutcome outcome;
-  std::shared_ptr<HeldStream> held = std::move(s.held);
-  StreamConnection connection = held ? StreamConnection(s.url, std::move(held), s.tuning.stallTimeout)
-                                     : StreamConnection(s.url, connectTimeout, s.tuning.stallTimeout);
-  {
-    std::lock_guard lock(s.controlMutex);
-    if (s.stopping) {
-      outcome.result.cancelled = true;
-      return outcome;
-    }
-    s.connection = &connection;
-  }
-  ConnectionHandler handler(s);
-  outcome.result = connection.run(handler);
-  {
-    std::lock_guard lock(s.controlMutex);
-    s.connection = nullptr;
-  }
-  handler.finish(outcome);
-  return outcome;
-}
-
-// Sleeps, unless destroy comes first; false then.
-bool pause(shoutstreamer& s, double seconds) {
-  std::unique_lock lock(s.controlMutex);
-  return !s.controlChanged.wait_for(lock, std::chrono::duration<double>(seconds), [&] { return s.stopping; });
-}
-
-bool stopping(shoutstreamer& s) {
-  std::lock_guard lock(s.controlMutex);
-  return s.stopping;
-}
-
-// Whether an outcome is a break in a live stream (worth reconnecting once
-// it has played) rather than an end or a failure of the stream itself.
-bool isDrop(const StreamConnection::Result& result) {
-  if (result.error == 0) return !result.declaredEnd;
-  return result.error == SHOUTSTREAMER_ERROR_CONNECTION_LOST || result.error == SHOUTSTREAMER_ERROR_TIMED_OUT;
-}
-
-// The code for a connection that ended without audio and without an error.
-int32_t errorForSilentEnd(const ConnectionOutcome& outcome) {
-  return outcome.audioBytes > 0 ? SHOUTSTREAMER_ERROR_NOT_MPEG : SHOUTSTREAMER_ERROR_NO_AUDIO;
-}
-
-// Tries to reconnect after a drop, for the reconnection window. Returns the
-// outcome of the connection that played again (it has ended by then), or
-// nothing (with *error set) when every try failed or destroy came.
-std::optional<ConnectionOutcome> reconnect(shoutstreamer& s, int32_t* error) {
-  const auto deadline = Clock::now() + std::chrono::duration<double>(s.tuning.reconnectWindow);
-  auto remaining = [&] { return std::chrono::duration<double>(deadline - Clock::now()).count(); };
-  double delay = s.tuning.reconnectFirstDelay;
-  int attempt = 0;
-  while (remaining() > 0) {
-    if (!pause(s, std::min(delay, remaining()))) return std::nullopt;
-    if (remaining() <= 0) break;
-    ++attempt;
-    QLDebugLog(QL_LOG_INFO, "shoutstreamer: reconnecting to %s (try %d)", s.url.c_str(), attempt);
-    ConnectionOutcome outcome = connectOnce(s, std::min(s.tuning.connectTimeout, std::max(remaining(), 0.5)));
-    if (outcome.result.cancelled) return std::nullopt;
-    // A server that sends a scrap of audio and hangs up again has not
-    // come back; that try counts as failed.
-    if (outcome.framesDecoded >= s.buffer->prebufferFrames()) return outcome;
-    *error = outcome.result.error ? outcome.result.error : errorForSilentEnd(outcome);
-    delay *= 2;
-  }
-  return std::nullopt;
-}
 
 void networkMain(shoutstreamer* s) {
   belvane::detail::nameThisThread("bv-stream-net");
-  ConnectionOutcome outcome = connectOnce(*s, s->tuning.connectTimeout);
-  while (!outcome.result.cancelled && !stopping(*s)) {
-    const auto& result = outcome.result;
-    uint64_t decoded = s->buffer->framesAppended();
-    bool playedEnough = decoded >= s->buffer->prebufferFrames();
-    if (!isDrop(result) || !playedEnough) {
-      // A stream that closed before playback started plays what it has.
-      int32_t error = result.error;
-      if (error == 0 && decoded == 0) error = errorForSilentEnd(outcome);
-      if (error) {
-        char* text = shoutstreamer_error_as_string(error);
-        QLDebugLog(QL_LOG_ERROR, "shoutstreamer: %s failed: %s", s->url.c_str(), text ? text : "unknown error");
-        std::free(text);
-      }
-      s->buffer->finish(error);
-      return;
-    }
-    QLDebugLog(QL_LOG_WARNING, "shoutstreamer: %s dropped after %llu frames", s->url.c_str(),
-               static_cast<unsigned long long>(decoded));
-    int32_t error = result.error ? result.error : SHOUTSTREAMER_ERROR_CONNECTION_LOST;
-    auto resumed = reconnect(*s, &error);
-    if (!resumed) {
-      if (!stopping(*s)) {
-        QLDebugLog(QL_LOG_ERROR, "shoutstreamer: %s could not be reconnected", s->url.c_str());
-        s->buffer->finish(error);
-      }
-      return;
-    }
-    outcome = *resumed;
-  }
+  StreamDecoder decoder(*s);
+  StreamReader::Outcome outcome = s->reader->run(decoder);
+  if (!outcome.cancelled) s->buffer->finish(outcome.error);
 }
 
 void changeState(shoutstreamer* s, int& state, int newState) {
@@ -332,7 +231,12 @@ int shoutstreamer_start(shoutstreamer_t s, const char* url, void* context,
   s->titleCallback = titleCallback;
   s->buffer = std::make_unique<StreamBuffer>(s->tuning.bufferFrames, s->tuning.prebufferSeconds,
                                              s->tuning.maxCallbackFrames);
-  s->held = HeldStream::take(s->url);
+  StreamReaderPolicy policy;
+  policy.connectTimeout = s->tuning.connectTimeout;
+  policy.stallTimeout = s->tuning.stallTimeout;
+  policy.reconnectWindow = s->tuning.reconnectWindow;
+  policy.reconnectFirstDelay = s->tuning.reconnectFirstDelay;
+  s->reader = std::make_unique<StreamReader>(s->url, policy);
   QLDebugLog(QL_LOG_INFO, "shoutstreamer: starting %s", url);
   int result = 0;
   try {
@@ -340,9 +244,7 @@ int shoutstreamer_start(shoutstreamer_t s, const char* url, void* context,
     s->delivery = std::thread(deliveryMain, s);
   } catch (const std::system_error&) {
     s->buffer->close();
-    std::lock_guard lock(s->controlMutex);
-    s->stopping = true;
-    if (s->connection) s->connection->cancel();
+    s->reader->cancel();
     result = SHOUTSTREAMER_ERROR_INTERNAL;
   }
   {
@@ -369,12 +271,7 @@ void shoutstreamer_set_interrupt_callback(shoutstreamer_t s, shoutstreamer_inter
 void shoutstreamer_destroy(shoutstreamer_t s) {
   if (!s) return;
   if (s->started) {
-    {
-      std::lock_guard lock(s->controlMutex);
-      s->stopping = true;
-      if (s->connection) s->connection->cancel();
-    }
-    s->controlChanged.notify_all();
+    s->reader->cancel();
     s->buffer->close();
     if (tDeliveringFor == s) {
       s->freeWhenDelivered = true;

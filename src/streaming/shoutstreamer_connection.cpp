@@ -39,6 +39,7 @@ struct StreamConnection::Impl {
   curl_slist* requestHeaders = nullptr;
   std::string url;
   bool isFile = false;
+  bool refusesAAC = true;
   double connectTimeout;
   double stallTimeout;
   std::atomic<bool> cancelled{false};
@@ -70,7 +71,7 @@ struct StreamConnection::Impl {
       return false;
     }
     const std::string* type = head.field("content-type");
-    if (type && isAACContentType(*type)) {
+    if (type && refusesAAC && isAACContentType(*type)) {
       error = SHOUTSTREAMER_ERROR_AAC;
       return false;
     }
@@ -213,6 +214,8 @@ void StreamConnection::cancel() {
   if (impl_->held) impl_->held->cancel();
 }
 
+void StreamConnection::setRefusesAAC(bool refuses) { impl_->refusesAAC = refuses; }
+
 std::string StreamConnection::fetchableURL(const std::string& url) {
   std::string scheme = lowerScheme(url);
   if (scheme == "icy" || scheme == "shttp") return "http" + url.substr(scheme.size());
@@ -246,6 +249,9 @@ StreamConnection::Result StreamConnection::runHeld(Handler& handler) {
     }
     held.cancel();
     held.detach();
+  } else if (s.error == SHOUTSTREAMER_ERROR_AAC) {
+    // Untouched: the engine that plays AAC takes the reply over in turn.
+    HeldStream::park(s.url, s.held);
   }
   if (s.settle(result, timedOut)) return result;
   if (end == HeldStream::End::Failed)

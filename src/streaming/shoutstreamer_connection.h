@@ -6,7 +6,7 @@
 // hands those over as body bytes, and the ICY status line and header block
 // are read here. That also covers "ICY 404 Not Found" and other ICY
 // statuses, which libcurl's 200-alias option would not. A status that is not
-// a success and an AAC content type end the request with their error code;
+// a success and (unless told otherwise) an AAC content type end the request with their error code;
 // otherwise the head and then the payload go to the handler.
 //
 // A connection may also take over a reply the tuner already opened (see
@@ -56,6 +56,9 @@ class StreamConnection {
 
   Result run(Handler& handler);
   void cancel();
+  // Whether an AAC content type ends the request (the default: the MP3
+  // decoder cannot play it); call before run().
+  void setRefusesAAC(bool refuses);
 
   // The address libcurl is given: icy:// and shttp:// become http://.
   static std::string fetchableURL(const std::string& url);

@@ -1,0 +1,196 @@
+// MovieStreamSource: the reader's bytes into an appsrc (see movie_stream_source.h).
+#include "movie/movie_stream_source.h"
+
+#include "foundation/text_encoding.h"
+#include "foundation/thread_name.h"
+#include "streaming/QLDebug.h"
+#include "streaming/shoutstreamer.h"
+
+#include <gst/app/gstappsrc.h>
+#include <gst/gst.h>
+
+#include <cstdlib>
+
+namespace belvane::detail {
+
+namespace {
+
+// Bytes queued ahead of type finding before a push waits: a few seconds of
+// a station, enough to ride over the server's and the decoder's jitter.
+constexpr guint64 kQueueBytes = 64 * 1024;
+// Audio bytes a connection must deliver before a break is worth
+// reconnecting, and before a reconnection counts as back: about half a
+// second of a 128 kbit/s station.
+constexpr uint64_t kPlayedBytes = 8 * 1024;
+
+uint32_t metaintOf(const StreamReplyHead& head) {
+  const std::string* value = head.field("icy-metaint");
+  if (!value) return 0;
+  char* end = nullptr;
+  unsigned long parsed = std::strtoul(value->c_str(), &end, 10);
+  return end != value->c_str() && parsed <= UINT32_MAX ? uint32_t(parsed) : 0;
+}
+
+// The GStreamer error a reader's failure is posted as: the movie words a
+// resource error of a network source as a stream that cannot be reached,
+// and one with an HTTP status by that status.
+GstResourceError resourceErrorFor(int32_t code, unsigned* httpStatus) {
+  char c[4] = {char((code >> 24) & 0xFF), char((code >> 16) & 0xFF), char((code >> 8) & 0xFF), char(code & 0xFF)};
+  if (c[0] == 'H' && g_ascii_isdigit(c[1]) && g_ascii_isdigit(c[2]) && g_ascii_isdigit(c[3])) {
+    *httpStatus = unsigned((c[1] - '0') * 100 + (c[2] - '0') * 10 + (c[3] - '0'));
+    return *httpStatus == 404 ? GST_RESOURCE_ERROR_NOT_FOUND : GST_RESOURCE_ERROR_OPEN_READ;
+  }
+  switch (code) {
+    case SHOUTSTREAMER_ERROR_CONNECTION_REFUSED:
+    case SHOUTSTREAMER_ERROR_HOST_NOT_FOUND:
+    case SHOUTSTREAMER_ERROR_SECURE_CONNECTION:
+    case SHOUTSTREAMER_ERROR_BAD_URL: return GST_RESOURCE_ERROR_OPEN_READ;
+    default: return GST_RESOURCE_ERROR_READ;
+  }
+}
+
+}  // namespace
+
+// Splits each connection's metadata from its audio and pushes both, in
+// order, into the appsrc.
+class MovieStreamSource::Client final : public StreamReader::Client, private IcyDemuxer::Handler {
+ public:
+  explicit Client(MovieStreamSource& source) : source_(source), appsrc_(GST_APP_SRC(source.appsrc_)) {}
+
+  int32_t head(const StreamReplyHead& head) override {
+    const std::string* type = head.field("content-type");
+    {
+      std::lock_guard lock(source_.mutex_);
+      if (type) source_.contentType_ = *type;
+      source_.declaredLength_ = head.field("content-length") != nullptr;
+    }
+    if (const std::string* length = head.field("content-length"); length && connections_ == 0) {
+      gint64 size = g_ascii_strtoll(length->c_str(), nullptr, 10);
+      if (size > 0) gst_app_src_set_size(appsrc_, size);
+    }
+    demuxer_ = std::make_unique<IcyDemuxer>(metaintOf(head));
+    connectionAudioBytes_ = 0;
+    discont_ = connections_++ > 0;
+    return 0;
+  }
+
+  int32_t body(std::span<const uint8_t> bytes) override {
+    // A push the appsrc refused (flushing: the pipeline stops) ends the
+    // reading quietly; a pipeline that failed reports that itself.
+    return demuxer_->feed(bytes, *this) ? 0 : StreamConnection::kStop;
+  }
+
+  bool hasPlayed() const override { return audioBytes_ >= kPlayedBytes; }
+  bool connectionPlayed() const override { return connectionAudioBytes_ >= kPlayedBytes; }
+  int32_t silentEndError() const override { return audioBytes_ > 0 ? 0 : SHOUTSTREAMER_ERROR_NO_AUDIO; }
+
+ private:
+  bool audio(std::span<const uint8_t> bytes, uint64_t) override {
+    GstBuffer* buffer = gst_buffer_new_memdup(bytes.data(), bytes.size());
+    if (discont_) {
+      // A reconnection: the decoder picks the stream up afresh.
+      GST_BUFFER_FLAG_SET(buffer, GST_BUFFER_FLAG_DISCONT);
+      discont_ = false;
+    }
+    if (gst_app_src_push_buffer(appsrc_, buffer) != GST_FLOW_OK) return false;
+    audioBytes_ += bytes.size();
+    connectionAudioBytes_ += bytes.size();
+    return true;
+  }
+
+  void metadata(std::span<const uint8_t> block, uint64_t) override {
+    auto title = streamTitleFromMetadata(block);
+    if (!title) return;
+    std::string text = stationTitleText(std::move(*title));
+    QLDebugLog(QL_LOG_DEBUG, "stream: title '%s'", text.c_str());
+    // Serialised events wait in the appsrc's queue behind the bytes before
+    // them: the title reaches the parser where the station placed it.
+    GstTagList* tags = gst_tag_list_new(GST_TAG_TITLE, text.c_str(), nullptr);
+    gst_element_send_event(GST_ELEMENT(appsrc_), gst_event_new_tag(tags));
+  }
+
+  MovieStreamSource& source_;
+  GstAppSrc* appsrc_;
+  std::unique_ptr<IcyDemuxer> demuxer_;
+  uint64_t audioBytes_ = 0;
+  uint64_t connectionAudioBytes_ = 0;
+  int connections_ = 0;
+  bool discont_ = false;
+};
+
+bool MovieStreamSource::handles(const std::string& url) {
+  size_t colon = url.find("://");
+  if (colon == std::string::npos) return false;
+  std::string scheme = asciiLower(std::string_view(url).substr(0, colon));
+  return scheme == "http" || scheme == "https" || scheme == "icy" || scheme == "shttp";
+}
+
+namespace {
+StreamReaderPolicy generalPolicy() {
+  StreamReaderPolicy policy;
+  policy.refuseAAC = false;
+  return policy;
+}
+}  // namespace
+
+MovieStreamSource::MovieStreamSource(const std::string& url, GstElement* appsrc)
+    : appsrc_(appsrc), reader_(url, generalPolicy()), tookHeld_(reader_.tookHeldReply()) {}
+
+std::unique_ptr<MovieStreamSource> MovieStreamSource::create(const std::string& url) {
+  GstElement* appsrc = gst_element_factory_make("appsrc", nullptr);
+  if (!appsrc) return nullptr;
+  gst_object_ref_sink(appsrc);
+  // Bytes of unknown type, a stream that cannot seek, pushes that wait
+  // while the queue is full.
+  g_object_set(appsrc, "format", GST_FORMAT_BYTES, "stream-type", GST_APP_STREAM_TYPE_STREAM, "block", TRUE,
+               "max-bytes", kQueueBytes, "emit-signals", FALSE, nullptr);
+  return std::unique_ptr<MovieStreamSource>(new MovieStreamSource(url, appsrc));
+}
+
+MovieStreamSource::~MovieStreamSource() {
+  cancel();
+  join();
+  gst_object_unref(appsrc_);
+}
+
+void MovieStreamSource::start() {
+  if (!thread_.joinable()) thread_ = std::thread(&MovieStreamSource::readMain, this);
+}
+
+void MovieStreamSource::cancel() { reader_.cancel(); }
+
+void MovieStreamSource::join() {
+  if (thread_.joinable()) thread_.join();
+}
+
+std::optional<std::string> MovieStreamSource::contentType() const {
+  std::lock_guard lock(mutex_);
+  return contentType_;
+}
+
+bool MovieStreamSource::declaredLength() const {
+  std::lock_guard lock(mutex_);
+  return declaredLength_;
+}
+
+void MovieStreamSource::readMain() {
+  nameThisThread("bv-movie-net");
+  Client client(*this);
+  StreamReader::Outcome outcome = reader_.run(client);
+  if (outcome.cancelled) return;
+  if (outcome.error == 0) {
+    gst_app_src_end_of_stream(GST_APP_SRC(appsrc_));
+    return;
+  }
+  unsigned httpStatus = 0;
+  GstResourceError code = resourceErrorFor(outcome.error, &httpStatus);
+  char* text = shoutstreamer_error_as_string(outcome.error);
+  GError* error = g_error_new_literal(GST_RESOURCE_ERROR, code, text ? text : "The stream could not be read.");
+  std::free(text);
+  GstStructure* details =
+      httpStatus ? gst_structure_new("details", "http-status-code", G_TYPE_UINT, httpStatus, nullptr) : nullptr;
+  gst_element_post_message(appsrc_, gst_message_new_error_with_details(GST_OBJECT(appsrc_), error, nullptr, details));
+  g_error_free(error);
+}
+
+}  // namespace belvane::detail

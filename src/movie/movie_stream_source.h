@@ -1,0 +1,79 @@
+// MovieStreamSource: a station's bytes from Belvane's own connection into a
+// movie's pipeline, so that every engine reads a station the same way.
+//
+// A StreamReader reads the address (taking over the tuner's open reply when
+// there is one, so the station is asked only once) with the library's live
+// policy: stalls and drops of a live stream are reconnected by the reader,
+// a reply with a declared end ends. The ICY metadata is split off here; the
+// audio bytes go to an appsrc in push mode, ahead of type finding and the
+// decoder, and each stream title goes in-band as a tag event at the byte
+// where the station placed it, so it reaches the audio tap exactly before
+// the frame it belongs to. Nothing else changes for the pipeline: it sees a
+// source that delivers bytes, an end of stream, or one error once the
+// reader has given up.
+//
+// Threads: made, started and destroyed on the movie's thread; the bytes are
+// pushed from the reading thread (or the tuner's reply's transfer thread),
+// which blocks while the appsrc's queue is full: that is the flow control
+// between the server and the decoder.
+#pragma once
+
+#include "streaming/stream_reader.h"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+
+typedef struct _GstElement GstElement;
+
+namespace belvane::detail {
+
+class MovieStreamSource {
+ public:
+  // The addresses read this way: network streams in http(s), icy or shttp.
+  static bool handles(const std::string& url);
+
+  // Makes the appsrc; nullptr when GStreamer has none.
+  static std::unique_ptr<MovieStreamSource> create(const std::string& url);
+  // Cancels the reading; call stop() on the pipeline (to NULL) before
+  // destroying, so that a push blocked on a full queue returns.
+  ~MovieStreamSource();
+  MovieStreamSource(const MovieStreamSource&) = delete;
+  MovieStreamSource& operator=(const MovieStreamSource&) = delete;
+
+  // The appsrc (a floating reference the pipeline takes when added).
+  GstElement* element() const { return appsrc_; }
+  // Starts reading; call once the appsrc has started (the pipeline is in
+  // PAUSED or on its way there).
+  void start();
+  // Thread-safe: ends the reading; a push in progress returns once the
+  // appsrc is flushing.
+  void cancel();
+  // Waits for the reading thread after cancel() and the pipeline's stop.
+  void join();
+
+  // What the reply head said (thread-safe; empty until it came).
+  std::optional<std::string> contentType() const;
+  bool declaredLength() const;
+  // Whether the first connection took over the tuner's open reply.
+  bool tookHeldReply() const { return tookHeld_; }
+
+ private:
+  class Client;
+  MovieStreamSource(const std::string& url, GstElement* appsrc);
+  void readMain();
+
+  GstElement* appsrc_;
+  StreamReader reader_;
+  const bool tookHeld_;
+  std::thread thread_;
+  mutable std::mutex mutex_;
+  std::optional<std::string> contentType_;  // guarded by mutex_
+  bool declaredLength_ = false;             // guarded by mutex_
+};
+
+}  // namespace belvane::detail

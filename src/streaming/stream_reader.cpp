@@ -1,0 +1,140 @@
+// StreamReader: connections, drops and reconnection (see stream_reader.h).
+#include "streaming/stream_reader.h"
+
+#include "streaming/QLDebug.h"
+#include "streaming/held_stream.h"
+#include "streaming/shoutstreamer.h"
+
+#include <algorithm>
+#include <chrono>
+
+namespace belvane::detail {
+
+namespace {
+using Clock = std::chrono::steady_clock;
+}
+
+bool isStreamDrop(const StreamConnection::Result& result) {
+  if (result.error == 0) return !result.declaredEnd;
+  return result.error == SHOUTSTREAMER_ERROR_CONNECTION_LOST || result.error == SHOUTSTREAMER_ERROR_TIMED_OUT;
+}
+
+StreamReader::StreamReader(std::string url, StreamReaderPolicy policy)
+    : url_(std::move(url)), policy_(policy), held_(HeldStream::take(url_)) {}
+
+StreamReader::~StreamReader() = default;
+
+void StreamReader::cancel() {
+  std::lock_guard lock(mutex_);
+  cancelled_ = true;
+  if (connection_) connection_->cancel();
+  changed_.notify_all();
+}
+
+bool StreamReader::isCancelled() {
+  std::lock_guard lock(mutex_);
+  return cancelled_;
+}
+
+bool StreamReader::pause(double seconds) {
+  std::unique_lock lock(mutex_);
+  return !changed_.wait_for(lock, std::chrono::duration<double>(seconds), [&] { return cancelled_; });
+}
+
+StreamReader::Attempt StreamReader::connectOnce(Client& client, double connectTimeout) {
+  Attempt attempt;
+  std::shared_ptr<HeldStream> held = std::move(held_);
+  StreamConnection connection = held ? StreamConnection(url_, std::move(held), policy_.stallTimeout)
+                                     : StreamConnection(url_, connectTimeout, policy_.stallTimeout);
+  connection.setRefusesAAC(policy_.refuseAAC);
+  {
+    std::lock_guard lock(mutex_);
+    if (cancelled_) {
+      attempt.result.cancelled = true;
+      return attempt;
+    }
+    connection_ = &connection;
+  }
+  // The client hears of a connection only once its head was accepted.
+  struct Forward final : StreamConnection::Handler {
+    Client& client;
+    bool started = false;
+    explicit Forward(Client& c) : client(c) {}
+    int32_t head(const StreamReplyHead& head) override {
+      started = true;
+      return client.head(head);
+    }
+    int32_t body(std::span<const uint8_t> bytes) override { return client.body(bytes); }
+  } forward(client);
+  attempt.result = connection.run(forward);
+  {
+    std::lock_guard lock(mutex_);
+    connection_ = nullptr;
+  }
+  if (forward.started) {
+    client.connectionEnded();
+    attempt.played = client.connectionPlayed();
+  }
+  return attempt;
+}
+
+// Tries again after a drop, for the reconnection window. True with the
+// attempt that played again (it has ended by then); false when every try
+// failed (*error: the last one's) or cancel() came.
+bool StreamReader::reconnect(Client& client, Attempt* resumed, int32_t* error) {
+  const auto deadline = Clock::now() + std::chrono::duration<double>(policy_.reconnectWindow);
+  auto remaining = [&] { return std::chrono::duration<double>(deadline - Clock::now()).count(); };
+  double delay = policy_.reconnectFirstDelay;
+  int tries = 0;
+  while (remaining() > 0) {
+    if (!pause(std::min(delay, remaining()))) return false;
+    if (remaining() <= 0) break;
+    ++tries;
+    QLDebugLog(QL_LOG_INFO, "stream: reconnecting to %s (try %d)", url_.c_str(), tries);
+    client.reconnecting(tries);
+    Attempt attempt = connectOnce(client, std::min(policy_.connectTimeout, std::max(remaining(), 0.5)));
+    if (attempt.result.cancelled) return false;
+    // A server that sends a scrap of audio and hangs up again has not come
+    // back; that try counts as failed.
+    if (attempt.played) {
+      *resumed = attempt;
+      return true;
+    }
+    *error = attempt.result.error ? attempt.result.error : SHOUTSTREAMER_ERROR_CONNECTION_LOST;
+    delay *= 2;
+  }
+  return false;
+}
+
+StreamReader::Outcome StreamReader::run(Client& client) {
+  Outcome outcome;
+  Attempt attempt = connectOnce(client, policy_.connectTimeout);
+  while (!attempt.result.cancelled && !isCancelled()) {
+    const auto& result = attempt.result;
+    if (!isStreamDrop(result) || !client.hasPlayed()) {
+      // A stream that closed before playback started plays what it has.
+      outcome.error = result.error;
+      if (outcome.error == 0) outcome.error = client.silentEndError();
+      if (outcome.error) {
+        char* text = shoutstreamer_error_as_string(outcome.error);
+        QLDebugLog(QL_LOG_ERROR, "stream: %s failed: %s", url_.c_str(), text ? text : "unknown error");
+        std::free(text);
+      }
+      return outcome;
+    }
+    char* why = result.error ? shoutstreamer_error_as_string(result.error) : nullptr;
+    QLDebugLog(QL_LOG_WARNING, "stream: %s dropped (%s)", url_.c_str(), why ? why : "closed");
+    std::free(why);
+    int32_t error = result.error ? result.error : SHOUTSTREAMER_ERROR_CONNECTION_LOST;
+    if (!reconnect(client, &attempt, &error)) {
+      if (isCancelled()) break;
+      QLDebugLog(QL_LOG_ERROR, "stream: %s could not be reconnected", url_.c_str());
+      outcome.error = error;
+      return outcome;
+    }
+  }
+  outcome.cancelled = true;
+  return outcome;
+}
+
+}  // namespace belvane::detail

@@ -1,0 +1,114 @@
+// StreamReader: reads one station address to its end with the live policy
+// that every decoder in the library shares.
+//
+// The first connection takes over the tuner's open reply for the address
+// when there is one (see HeldStream), so the station is asked only once.
+// A reply that ends where it said it would (a length, a chunked end, a
+// file) is an end. A live stream that breaks (an error on the way, a stall
+// longer than the stall time-out, a close without a declared end) after it
+// has played is opened again on a fresh connection, after 0.5 s, 1 s, 2 s,
+// 4 s ... within the reconnection window; a try counts as back only when it
+// has delivered enough to play again. Only then does the reader give up
+// with the last error. A stream that fails before it has played fails at
+// once.
+//
+// The client decodes: it gets each connection's head and bytes on the
+// thread that reads them (run()'s caller, or the held reply's own transfer
+// thread) and says what counts as played. cancel() ends run() promptly
+// from any thread.
+#pragma once
+
+#include "streaming/icy_metadata.h"
+#include "streaming/shoutstreamer_connection.h"
+
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+
+namespace belvane::detail {
+
+class HeldStream;
+
+struct StreamReaderPolicy {
+  double connectTimeout = 10.0;      // seconds from the request to the end of the reply head
+  double stallTimeout = 8.0;         // seconds without a byte once the head is in
+  double reconnectWindow = 10.0;     // seconds after a drop during which reconnection is tried
+  double reconnectFirstDelay = 0.5;  // pause before the first try; doubled for each next one
+  // Content types a connection refuses with an error (SHOUTSTREAMER_ERROR_AAC
+  // for AAC): the MP3 decoder refuses AAC, the general one nothing.
+  bool refuseAAC = true;
+};
+
+class StreamReader {
+ public:
+  class Client {
+   public:
+    virtual ~Client() = default;
+    // A connection's reply head (the first, and each reconnection's).
+    // Returns 0 to go on, else an error code.
+    virtual int32_t head(const StreamReplyHead& head) = 0;
+    // Payload bytes. Returns 0 to go on, StreamConnection::kStop, or an error code.
+    virtual int32_t body(std::span<const uint8_t> bytes) = 0;
+    // The connection whose head() came ended; bytes still held for it are
+    // handed on.
+    virtual void connectionEnded() {}
+    // Enough has been played in all that a break is worth reconnecting.
+    virtual bool hasPlayed() const = 0;
+    // The connection that just ended (after its head()) delivered enough to
+    // count as back.
+    virtual bool connectionPlayed() const = 0;
+    // The error for a stream whose connection ended cleanly: 0 when audio
+    // came, else why none did (no bytes, or bytes that were not audio).
+    virtual int32_t silentEndError() const = 0;
+    // The stream broke and the reader is about to try again (try 1, 2, ...).
+    virtual void reconnecting(int attempt) { (void)attempt; }
+  };
+
+  // Takes the tuner's reply for url now, if one is on offer.
+  StreamReader(std::string url, StreamReaderPolicy policy);
+  ~StreamReader();
+  StreamReader(const StreamReader&) = delete;
+  StreamReader& operator=(const StreamReader&) = delete;
+
+  struct Outcome {
+    int32_t error = 0;       // 0: the stream ended (or was cancelled) without error
+    bool cancelled = false;  // cancel() or the client's kStop
+  };
+  // Reads until the stream ends, fails for good or is cancelled.
+  Outcome run(Client& client);
+  // Thread-safe: ends run() promptly; a later run() returns at once.
+  void cancel();
+
+  const std::string& url() const { return url_; }
+  // Whether the first connection reads the tuner's open reply.
+  bool tookHeldReply() const { return held_ != nullptr; }
+
+ private:
+  struct Attempt {
+    StreamConnection::Result result;
+    bool played = false;
+  };
+  Attempt connectOnce(Client& client, double connectTimeout);
+  bool reconnect(Client& client, Attempt* resumed, int32_t* error);
+  bool pause(double seconds);
+  bool isCancelled();
+
+  const std::string url_;
+  const StreamReaderPolicy policy_;
+  std::shared_ptr<HeldStream> held_;
+  // Guards the current connection and the pause between tries, so cancel()
+  // can cut either short.
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool cancelled_ = false;
+  StreamConnection* connection_ = nullptr;
+};
+
+// Whether an outcome is a break in a live stream (worth reconnecting once
+// it has played) rather than an end or a failure of the stream itself.
+bool isStreamDrop(const StreamConnection::Result& result);
+
+}  // namespace belvane::detail
