@@ -13,7 +13,10 @@
 #include "support/mp3_test_data.h"
 #include "support/test_http_server.h"
 
+#include <arpa/inet.h>
 #include <dirent.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <fcntl.h>
 #include <glib.h>
 #include <glib/gstdio.h>
@@ -329,6 +332,48 @@ inline std::unique_ptr<test::IcecastServer> startProgrammeMount(const std::strin
   ice->setTitle(mount, "Bench");
   std::this_thread::sleep_for(std::chrono::seconds(3));  // let Icecast fill its burst
   return ice;
+}
+
+// The floor set by the server, in ms from connecting with a plain socket:
+// to the whole reply head, to the first audio byte, and to holding 8000
+// bytes of audio (half a second at 128 kbit/s, what the streamer buffers
+// before playing); -1 where it did not come.
+struct ServerTimes {
+  double head = -1, firstByte = -1, halfSecond = -1;
+};
+
+inline ServerTimes serverTimes(const std::string& url) {
+  int port = std::stoi(url.substr(url.rfind(':') + 1));
+  std::string path = url.substr(url.find('/', url.rfind(':')));
+  double t0 = wallSeconds();
+  int fd = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_port = htons(uint16_t(port));
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  std::string request = "GET " + path + " HTTP/1.0\r\nIcy-MetaData: 1\r\n\r\n";
+  ServerTimes times;
+  if (connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0 &&
+      send(fd, request.data(), request.size(), MSG_NOSIGNAL) == ssize_t(request.size())) {
+    std::string got;
+    char buf[16384];
+    size_t head = std::string::npos;
+    for (ssize_t n; (n = recv(fd, buf, sizeof buf, 0)) > 0;) {
+      got.append(buf, size_t(n));
+      if (head == std::string::npos) {
+        head = got.find("\r\n\r\n");
+        if (head != std::string::npos) times.head = 1000 * (wallSeconds() - t0);
+      }
+      if (head != std::string::npos && times.firstByte < 0 && got.size() > head + 4)
+        times.firstByte = 1000 * (wallSeconds() - t0);
+      if (head != std::string::npos && got.size() >= head + 4 + 8000) {
+        times.halfSecond = 1000 * (wallSeconds() - t0);
+        break;
+      }
+    }
+  }
+  close(fd);
+  return times;
 }
 
 // Such a mount and its URL, held for a benchmark's run.
