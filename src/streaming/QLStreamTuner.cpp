@@ -14,6 +14,8 @@
 #include <belvane/BVRunLoop.h>
 
 #include <deque>
+#include <utility>
+#include <vector>
 #include <set>
 
 namespace {
@@ -61,6 +63,16 @@ struct QLStreamTuner::Impl {
   BVErrorRef candidateError;
   int fetchesLeft = kMaximumFetches;
   double searchTimeout = QLStreamTunerSearchTimeout;
+  // Declined replies kept on offer for another engine: they go with the
+  // tuner (its player is released only after the next engine has opened
+  // the station), or after HeldStream::kParkSeconds at the latest.
+  std::vector<std::pair<std::string, std::weak_ptr<HeldStream>>> parked;
+
+  void withdrawParked() {
+    for (auto& [key, weak] : parked)
+      if (auto held = weak.lock()) HeldStream::withdraw(key, held);
+    parked.clear();
+  }
 
   void start() {
     stop();
@@ -226,18 +238,21 @@ struct QLStreamTuner::Impl {
   bool offer(const BVURL& url, const std::optional<std::string>& mimeType,
              const std::shared_ptr<HeldStream>& held = nullptr) {
     struct Withdraw {
+      Impl& tuner;
       const std::string key;
       const std::shared_ptr<HeldStream>& held;
       bool declined = false;
       ~Withdraw() {
         if (!held) return;
         // A declined reply stays a while for the engine the station goes to.
-        if (declined)
+        if (declined) {
           HeldStream::park(key, held);
-        else
+          tuner.parked.emplace_back(key, held);
+        } else {
           HeldStream::withdraw(key, held);
+        }
       }
-    } withdraw{url.absoluteString(), held};
+    } withdraw{*this, url.absoluteString(), held};
     if (held) HeldStream::offer(withdraw.key, held);
     offered.insert(url.absoluteString());
     offeredAny = true;
@@ -292,7 +307,10 @@ std::shared_ptr<QLStreamTuner> QLStreamTuner::create(QLStreamTunerDelegate* dele
 
 QLStreamTuner::QLStreamTuner(QLStreamTunerDelegate* delegate) : impl_(std::make_unique<Impl>(*this, delegate)) {}
 
-QLStreamTuner::~QLStreamTuner() { impl_->stop(); }
+QLStreamTuner::~QLStreamTuner() {
+  impl_->stop();
+  impl_->withdrawParked();
+}
 
 void QLStreamTuner::setDelegate(QLStreamTunerDelegate* delegate) { impl_->delegate = delegate; }
 
