@@ -5,6 +5,7 @@
 #include "foundation/thread_name.h"
 #include "streaming/QLDebug.h"
 #include "streaming/shoutstreamer.h"
+#include "streaming/shoutstreamer_errors.h"
 
 #include <gst/app/gstappsrc.h>
 #include <gst/gst.h>
@@ -49,6 +50,18 @@ GstResourceError resourceErrorFor(int32_t code, unsigned* httpStatus) {
   }
 }
 
+// Whether bytes hold the header of an ADTS frame (a 12-bit sync, layer 0)
+// followed by the next frame's sync where its length says.
+bool hasADTSFrame(std::span<const uint8_t> bytes) {
+  for (size_t i = 0; i + 7 <= bytes.size(); ++i) {
+    if (bytes[i] != 0xFF || (bytes[i + 1] & 0xF6) != 0xF0) continue;
+    size_t length = (size_t(bytes[i + 3] & 0x03) << 11) | (size_t(bytes[i + 4]) << 3) | (bytes[i + 5] >> 5);
+    size_t next = i + length;
+    if (length >= 7 && next + 2 <= bytes.size() && bytes[next] == 0xFF && (bytes[next + 1] & 0xF6) == 0xF0) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 // Splits each connection's metadata from its audio and pushes both, in
@@ -68,6 +81,7 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
       gint64 size = g_ascii_strtoll(length->c_str(), nullptr, 10);
       if (size > 0) gst_app_src_set_size(appsrc_, size);
     }
+    adtsCaps_ = connections_ == 0 && type && isAACContentType(*type);
     demuxer_ = std::make_unique<IcyDemuxer>(metaintOf(head));
     connectionAudioBytes_ = 0;
     discont_ = connections_++ > 0;
@@ -86,6 +100,14 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
 
  private:
   bool audio(std::span<const uint8_t> bytes, uint64_t) override {
+    if (audioBytes_ == 0 && adtsCaps_ && hasADTSFrame(bytes)) {
+      // Type finding waits for 2 KiB, which a station's first block (1400
+      // bytes on Icecast) does not hold: the type is known already.
+      GstCaps* caps = gst_caps_new_simple("audio/mpeg", "mpegversion", G_TYPE_INT, 4, "stream-format", G_TYPE_STRING,
+                                          "adts", nullptr);
+      gst_app_src_set_caps(appsrc_, caps);
+      gst_caps_unref(caps);
+    }
     GstBuffer* buffer = gst_buffer_new_memdup(bytes.data(), bytes.size());
     if (discont_) {
       // A reconnection: the decoder picks the stream up afresh.
@@ -116,6 +138,7 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
   uint64_t connectionAudioBytes_ = 0;
   int connections_ = 0;
   bool discont_ = false;
+  bool adtsCaps_ = false;  // served as AAC: ADTS frames are looked for
 };
 
 bool MovieStreamSource::handles(const std::string& url) {
