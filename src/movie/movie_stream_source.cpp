@@ -11,6 +11,7 @@
 #include <gst/gst.h>
 
 #include <cstdlib>
+#include <utility>
 
 namespace belvane::detail {
 
@@ -68,23 +69,32 @@ bool hasADTSFrame(std::span<const uint8_t> bytes) {
 // order, into the appsrc.
 class MovieStreamSource::Client final : public StreamReader::Client, private IcyDemuxer::Handler {
  public:
-  explicit Client(MovieStreamSource& source) : source_(source), appsrc_(GST_APP_SRC(source.appsrc_)) {}
+  // offset: where in the body this reading starts (after a seek).
+  Client(MovieStreamSource& source, uint64_t offset)
+      : source_(source), appsrc_(GST_APP_SRC(source.appsrc_)), offset_(offset) {}
 
   int32_t head(const StreamReplyHead& head) override {
     const std::string* type = head.field("content-type");
+    const std::string* length = head.field("content-length");
     {
       std::lock_guard lock(source_.mutex_);
       if (type) source_.contentType_ = *type;
-      source_.declaredLength_ = head.field("content-length") != nullptr;
+      if (offset_ == 0) source_.declaredLength_ = length != nullptr;
     }
-    if (const std::string* length = head.field("content-length"); length && connections_ == 0) {
+    if (length && connections_ == 0 && offset_ == 0) {
       gint64 size = g_ascii_strtoll(length->c_str(), nullptr, 10);
       if (size > 0) gst_app_src_set_size(appsrc_, size);
+      // A file its server serves in ranges can be sought.
+      const std::string* ranges = head.field("accept-ranges");
+      if (size > 0 && ranges && ranges->find("bytes") != std::string::npos)
+        gst_app_src_set_stream_type(appsrc_, GST_APP_STREAM_TYPE_SEEKABLE);
     }
-    adtsCaps_ = connections_ == 0 && type && isAACContentType(*type);
+    adtsCaps_ = connections_ == 0 && offset_ == 0 && type && isAACContentType(*type);
     demuxer_ = std::make_unique<IcyDemuxer>(metaintOf(head));
     connectionAudioBytes_ = 0;
-    discont_ = connections_++ > 0;
+    // A new connection to a live stream joins it somewhere else; a file
+    // resumed where it broke (206) goes on from the same byte.
+    discont_ = connections_++ > 0 && head.status != 206;
     return 0;
   }
 
@@ -114,7 +124,14 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
       GST_BUFFER_FLAG_SET(buffer, GST_BUFFER_FLAG_DISCONT);
       discont_ = false;
     }
-    if (gst_app_src_push_buffer(appsrc_, buffer) != GST_FLOW_OK) return false;
+    // Bytes of a reading a seek has overtaken go nowhere.
+    if (source_.seekPending()) {
+      gst_buffer_unref(buffer);
+      return false;
+    }
+    GstFlowReturn flow = gst_app_src_push_buffer(appsrc_, buffer);
+    if (flow == GST_FLOW_FLUSHING) source_.waitForSeek();
+    if (flow != GST_FLOW_OK) return false;
     audioBytes_ += bytes.size();
     connectionAudioBytes_ += bytes.size();
     return true;
@@ -133,6 +150,7 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
 
   MovieStreamSource& source_;
   GstAppSrc* appsrc_;
+  const uint64_t offset_;
   std::unique_ptr<IcyDemuxer> demuxer_;
   uint64_t audioBytes_ = 0;
   uint64_t connectionAudioBytes_ = 0;
@@ -156,8 +174,17 @@ StreamReaderPolicy generalPolicy() {
 }
 }  // namespace
 
-MovieStreamSource::MovieStreamSource(const std::string& url, GstElement* appsrc)
-    : appsrc_(appsrc), reader_(url, generalPolicy()), tookHeld_(reader_.tookHeldReply()) {}
+MovieStreamSource::MovieStreamSource(const std::string& url, GstElement* appsrc) : appsrc_(appsrc), url_(url) {
+  // The first reading is made now, so that it takes the tuner's reply at once.
+  reader_ = std::make_unique<StreamReader>(url_, generalPolicy());
+  tookHeld_ = reader_->tookHeldReply();
+  GstAppSrcCallbacks callbacks{};
+  callbacks.seek_data = [](GstAppSrc*, guint64 offset, gpointer self) -> gboolean {
+    static_cast<MovieStreamSource*>(self)->seekData(offset);
+    return TRUE;
+  };
+  gst_app_src_set_callbacks(GST_APP_SRC(appsrc_), &callbacks, this, nullptr);
+}
 
 std::unique_ptr<MovieStreamSource> MovieStreamSource::create(const std::string& url) {
   GstElement* appsrc = gst_element_factory_make("appsrc", nullptr);
@@ -180,7 +207,30 @@ void MovieStreamSource::start() {
   if (!thread_.joinable()) thread_ = std::thread(&MovieStreamSource::readMain, this);
 }
 
-void MovieStreamSource::cancel() { reader_.cancel(); }
+void MovieStreamSource::cancel() {
+  std::lock_guard lock(mutex_);
+  cancelled_ = true;
+  if (reader_) reader_->cancel();
+  changed_.notify_all();
+}
+
+void MovieStreamSource::seekData(uint64_t offset) {
+  std::lock_guard lock(mutex_);
+  seekTo_ = offset;
+  if (reader_) reader_->cancel();
+  changed_.notify_all();
+}
+
+bool MovieStreamSource::seekPending() const {
+  std::lock_guard lock(mutex_);
+  return seekTo_.has_value();
+}
+
+bool MovieStreamSource::waitForSeek() {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [&] { return cancelled_ || seekTo_; });
+  return !cancelled_;
+}
 
 void MovieStreamSource::join() {
   if (thread_.joinable()) thread_.join();
@@ -198,12 +248,41 @@ bool MovieStreamSource::declaredLength() const {
 
 void MovieStreamSource::readMain() {
   nameThisThread("bv-movie-net");
-  Client client(*this);
-  StreamReader::Outcome outcome = reader_.run(client);
-  if (outcome.cancelled) return;
-  if (outcome.error == 0) {
-    gst_app_src_end_of_stream(GST_APP_SRC(appsrc_));
-    return;
+  uint64_t offset = 0;
+  StreamReader::Outcome outcome;
+  for (;;) {
+    StreamReader* reader = nullptr;
+    {
+      std::lock_guard lock(mutex_);
+      if (cancelled_) return;
+      if (!reader_) {
+        StreamReaderPolicy policy = generalPolicy();
+        policy.startOffset = offset;
+        reader_ = std::make_unique<StreamReader>(url_, policy);
+      }
+      reader = reader_.get();
+    }
+    Client client(*this, offset);
+    outcome = reader->run(client);
+    std::unique_lock lock(mutex_);
+    reader_.reset();
+    if (cancelled_) return;
+    if (!seekTo_ && outcome.error == 0 && !outcome.cancelled) {
+      // The end: a file that can be sought may be asked to go back.
+      lock.unlock();
+      gst_app_src_end_of_stream(GST_APP_SRC(appsrc_));
+      lock.lock();
+      changed_.wait(lock, [&] { return cancelled_ || seekTo_; });
+      if (cancelled_) return;
+    }
+    if (seekTo_) {
+      offset = *std::exchange(seekTo_, std::nullopt);
+      QLDebugLog(QL_LOG_DEBUG, "stream: reading %s on from byte %llu", url_.c_str(),
+                 static_cast<unsigned long long>(offset));
+      continue;
+    }
+    if (outcome.cancelled) return;
+    break;
   }
   unsigned httpStatus = 0;
   GstResourceError code = resourceErrorFor(outcome.error, &httpStatus);

@@ -12,6 +12,11 @@
 // source that delivers bytes, an end of stream, or one error once the
 // reader has given up.
 //
+// A file whose server declared its length and takes Range requests is
+// seekable: a seek reads on from the byte asked for, on a new connection.
+// Other replies cannot be sought, so nothing asks their server for a
+// range it may not serve.
+//
 // Threads: made, started and destroyed on the movie's thread; the bytes are
 // pushed from the reading thread (or the tuner's reply's transfer thread),
 // which blocks while the appsrc's queue is full: that is the flow control
@@ -21,6 +26,7 @@
 #include "streaming/stream_reader.h"
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -66,12 +72,22 @@ class MovieStreamSource {
   class Client;
   MovieStreamSource(const std::string& url, GstElement* appsrc);
   void readMain();
+  // On a streaming thread: the appsrc was flushed for a seek to offset.
+  void seekData(uint64_t offset);
+  // On the reading thread, after a refused push: true when a seek came
+  // (the connection gives way to the next one), false when cancelled.
+  bool waitForSeek();
+  bool seekPending() const;
 
   GstElement* appsrc_;
-  StreamReader reader_;
-  const bool tookHeld_;
+  const std::string url_;
+  bool tookHeld_ = false;
   std::thread thread_;
   mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  std::unique_ptr<StreamReader> reader_;    // the current reading, guarded by mutex_
+  bool cancelled_ = false;                  // guarded by mutex_
+  std::optional<uint64_t> seekTo_;          // guarded by mutex_
   std::optional<std::string> contentType_;  // guarded by mutex_
   bool declaredLength_ = false;             // guarded by mutex_
 };

@@ -285,6 +285,8 @@ struct QTMovie::Impl final : MoviePipelineListener {
   // MARK: pipeline events
 
   bool isLocalFile() const { return url && url->isFileURL(); }
+  // A file, local or served with its length: seeks land where asked.
+  bool isFinite() const { return isLocalFile() || (pipeline && pipeline->httpDeclaredLength()); }
 
   void refreshDuration() {
     if (!pipeline || !pipeline->hasPrerolled()) return;
@@ -322,7 +324,7 @@ struct QTMovie::Impl final : MoviePipelineListener {
     stopLoadWatchdog();
     refreshDuration();
     if (pendingSeekNs) {
-      pipeline->seek(*pendingSeekNs, isLocalFile());
+      pipeline->seek(*pendingSeekNs, isFinite());
       pendingSeekNs.reset();
     }
     int64_t state;
@@ -583,7 +585,7 @@ void QTMovie::setCurrentTime(QTTime time) {
   impl.ended = false;
   impl.lastPositionNs = ns;
   if (impl.pipeline && impl.pipeline->hasPrerolled()) {
-    impl.pipeline->seek(ns, impl.isLocalFile());
+    impl.pipeline->seek(ns, impl.isFinite());
   } else {
     impl.pendingSeekNs = ns;
   }
@@ -653,9 +655,7 @@ GstTagList* QTMovie::copyTrackTags(size_t index) const {
   return nullptr;
 }
 
-bool QTMovie::isFiniteResource() const {
-  return impl_->isLocalFile() || (impl_->pipeline && impl_->pipeline->httpDeclaredLength());
-}
+bool QTMovie::isFiniteResource() const { return impl_->isFinite(); }
 
 BVURL QTMovie::url() const { return *impl_->url; }
 

@@ -216,6 +216,10 @@ void StreamConnection::cancel() {
 
 void StreamConnection::setRefusesAAC(bool refuses) { impl_->refusesAAC = refuses; }
 
+void StreamConnection::setStartOffset(uint64_t offset) {
+  if (impl_->easy && !impl_->held) curl_easy_setopt(impl_->easy, CURLOPT_RESUME_FROM_LARGE, curl_off_t(offset));
+}
+
 std::string StreamConnection::fetchableURL(const std::string& url) {
   std::string scheme = lowerScheme(url);
   if (scheme == "icy" || scheme == "shttp") return "http" + url.substr(scheme.size());

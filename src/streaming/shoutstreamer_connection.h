@@ -59,6 +59,9 @@ class StreamConnection {
   // Whether an AAC content type ends the request (the default: the MP3
   // decoder cannot play it); call before run().
   void setRefusesAAC(bool refuses);
+  // Asks for the body from this byte on (a Range request; the reply says
+  // whether it was taken: 206); call before run(). Not for a held reply.
+  void setStartOffset(uint64_t offset);
 
   // The address libcurl is given: icy:// and shttp:// become http://.
   static std::string fetchableURL(const std::string& url);

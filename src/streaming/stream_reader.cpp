@@ -20,7 +20,11 @@ bool isStreamDrop(const StreamConnection::Result& result) {
 }
 
 StreamReader::StreamReader(std::string url, StreamReaderPolicy policy)
-    : url_(std::move(url)), policy_(policy), held_(HeldStream::take(url_)) {}
+    : url_(std::move(url)),
+      policy_(policy),
+      held_(policy.startOffset == 0 ? HeldStream::take(url_) : nullptr) {
+  finite_.delivered = policy.startOffset;
+}
 
 StreamReader::~StreamReader() = default;
 
@@ -41,12 +45,13 @@ bool StreamReader::pause(double seconds) {
   return !changed_.wait_for(lock, std::chrono::duration<double>(seconds), [&] { return cancelled_; });
 }
 
-StreamReader::Attempt StreamReader::connectOnce(Client& client, double connectTimeout) {
+StreamReader::Attempt StreamReader::connectOnce(Client& client, double connectTimeout, uint64_t offset) {
   Attempt attempt;
   std::shared_ptr<HeldStream> held = std::move(held_);
   StreamConnection connection = held ? StreamConnection(url_, std::move(held), policy_.stallTimeout)
                                      : StreamConnection(url_, connectTimeout, policy_.stallTimeout);
   connection.setRefusesAAC(policy_.refuseAAC);
+  if (offset > 0) connection.setStartOffset(offset);
   {
     std::lock_guard lock(mutex_);
     if (cancelled_) {
@@ -58,14 +63,24 @@ StreamReader::Attempt StreamReader::connectOnce(Client& client, double connectTi
   // The client hears of a connection only once its head was accepted.
   struct Forward final : StreamConnection::Handler {
     Client& client;
+    Finite& finite;
+    bool first;
     bool started = false;
-    explicit Forward(Client& c) : client(c) {}
+    Forward(Client& c, Finite& f, bool isFirst) : client(c), finite(f), first(isFirst) {}
     int32_t head(const StreamReplyHead& head) override {
       started = true;
+      if (first && head.field("content-length")) {
+        finite.known = true;
+        const std::string* ranges = head.field("accept-ranges");
+        finite.resumable = ranges && ranges->find("bytes") != std::string::npos;
+      }
       return client.head(head);
     }
-    int32_t body(std::span<const uint8_t> bytes) override { return client.body(bytes); }
-  } forward(client);
+    int32_t body(std::span<const uint8_t> bytes) override {
+      finite.delivered += bytes.size();
+      return client.body(bytes);
+    }
+  } forward(client, finite_, offset == policy_.startOffset && !finite_.known);
   attempt.result = connection.run(forward);
   {
     std::lock_guard lock(mutex_);
@@ -92,7 +107,7 @@ bool StreamReader::reconnect(Client& client, Attempt* resumed, int32_t* error) {
     ++tries;
     QLDebugLog(QL_LOG_INFO, "stream: reconnecting to %s (try %d)", url_.c_str(), tries);
     client.reconnecting(tries);
-    Attempt attempt = connectOnce(client, std::min(policy_.connectTimeout, std::max(remaining(), 0.5)));
+    Attempt attempt = connectOnce(client, std::min(policy_.connectTimeout, std::max(remaining(), 0.5)), 0);
     if (attempt.result.cancelled) return false;
     // A server that sends a scrap of audio and hangs up again has not come
     // back; that try counts as failed.
@@ -106,11 +121,30 @@ bool StreamReader::reconnect(Client& client, Attempt* resumed, int32_t* error) {
   return false;
 }
 
+// One try at the rest of a file that broke off, after a short pause.
+bool StreamReader::resume(Client& client, Attempt* attempt) {
+  if (!pause(policy_.reconnectFirstDelay)) return false;
+  QLDebugLog(QL_LOG_INFO, "stream: resuming %s at byte %llu", url_.c_str(),
+             static_cast<unsigned long long>(finite_.delivered));
+  *attempt = connectOnce(client, policy_.connectTimeout, finite_.delivered);
+  return true;
+}
+
 StreamReader::Outcome StreamReader::run(Client& client) {
   Outcome outcome;
-  Attempt attempt = connectOnce(client, policy_.connectTimeout);
+  Attempt attempt = connectOnce(client, policy_.connectTimeout, policy_.startOffset);
+  uint64_t resumedAt = policy_.startOffset;
   while (!attempt.result.cancelled && !isCancelled()) {
     const auto& result = attempt.result;
+    if (finite_.known && result.error && isStreamDrop(result)) {
+      // A file that broke off: on from where it broke (while that gets
+      // further), or not at all.
+      bool progressed = finite_.delivered > resumedAt;
+      resumedAt = finite_.delivered;
+      if (finite_.resumable && progressed && resume(client, &attempt)) continue;
+      outcome.error = result.error;
+      return outcome;
+    }
     if (!isStreamDrop(result) || !client.hasPlayed()) {
       // A stream that closed before playback started plays what it has.
       outcome.error = result.error;

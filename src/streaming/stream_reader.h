@@ -4,7 +4,9 @@
 // The first connection takes over the tuner's open reply for the address
 // when there is one (see HeldStream), so the station is asked only once.
 // A reply that ends where it said it would (a length, a chunked end, a
-// file) is an end. A live stream that breaks (an error on the way, a stall
+// file) is an end. A reply with a length that breaks before its end is
+// resumed where it broke when its server takes Range requests, and fails
+// otherwise: a file is never played again from its start. A live stream that breaks (an error on the way, a stall
 // longer than the stall time-out, a close without a declared end) after it
 // has played is opened again on a fresh connection, after 0.5 s, 1 s, 2 s,
 // 4 s ... within the reconnection window; a try counts as back only when it
@@ -40,6 +42,9 @@ struct StreamReaderPolicy {
   // Content types a connection refuses with an error (SHOUTSTREAMER_ERROR_AAC
   // for AAC): the MP3 decoder refuses AAC, the general one nothing.
   bool refuseAAC = true;
+  // The byte of the body to start at (a seek in a file whose server takes
+  // Range requests); 0 takes the tuner's reply when there is one.
+  uint64_t startOffset = 0;
 };
 
 class StreamReader {
@@ -91,7 +96,14 @@ class StreamReader {
     StreamConnection::Result result;
     bool played = false;
   };
-  Attempt connectOnce(Client& client, double connectTimeout);
+  // What the first head said of a body with a length, and how far it got.
+  struct Finite {
+    bool known = false;       // the first head declared a length
+    bool resumable = false;   // and its server takes Range requests
+    uint64_t delivered = 0;   // body bytes handed on, counted from the start
+  };
+  Attempt connectOnce(Client& client, double connectTimeout, uint64_t offset);
+  bool resume(Client& client, Attempt* attempt);
   bool reconnect(Client& client, Attempt* resumed, int32_t* error);
   bool pause(double seconds);
   bool isCancelled();
@@ -99,6 +111,7 @@ class StreamReader {
   const std::string url_;
   const StreamReaderPolicy policy_;
   std::shared_ptr<HeldStream> held_;
+  Finite finite_;
   // Guards the current connection and the pause between tries, so cancel()
   // can cut either short.
   std::mutex mutex_;

@@ -218,12 +218,27 @@ TEST(FiniteResource, FilesServedWithALengthArePlayedOnceFromOneRequest) {
   }
 }
 
+// Local files, and files from a server that takes Range requests (read by
+// Belvane's connection, which starts again from the byte a seek asks for).
+// An Ogg file over HTTP is left out: GStreamer's Ogg demuxer, fed in push
+// mode, has not landed a seek in a file this small.
 TEST(FiniteResource, SeeksKeepPlayingInEverySeekableFile) {
   TempDir dir;
+  TestHTTPServer server;
+  std::vector<BVURL> urls;
   for (MediaKind kind : {MediaKind::WAV, MediaKind::FLAC, MediaKind::OggVorbis, MediaKind::M4A}) {
-    std::string path = writeMediaFile(dir.path() + "/tone." + mediaKindExtension(kind), kind, 4.0);
+    std::string name = std::string("/tone.") + mediaKindExtension(kind);
+    std::string path = writeMediaFile(dir.path() + name, kind, 4.0);
+    urls.push_back(BVURL::fileURLWithPath(path));
+    server.route(name, [bytes = readWholeFile(path)](const ReceivedRequest& request) {
+      return Response::file(request, "application/octet-stream", bytes);
+    });
+    if (kind != MediaKind::OggVorbis) urls.push_back(*BVURL::URLWithString(server.url(name)));
+  }
+  for (const BVURL& url : urls) {
+    const std::string path = url.absoluteString();
     MasterRun run("null");
-    run.master->playLink(BVMediaLink::linkWithURL(BVURL::fileURLWithPath(path)));
+    run.master->playLink(BVMediaLink::linkWithURL(url));
     ASSERT_TRUE(run.owner.runUntil(BVPlayerStatePlaying)) << path;
     ASSERT_TRUE(run.master->hasPosition()) << path;
     run.master->setPosition(0.5f);

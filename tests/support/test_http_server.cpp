@@ -96,6 +96,20 @@ Response Response::ok(std::string contentType, std::string body) {
   return r;
 }
 
+Response Response::file(const ReceivedRequest& request, const std::string& contentType, const std::string& body) {
+  size_t from = 0;
+  const std::string* range = request.header("range");
+  if (range && range->rfind("bytes=", 0) == 0) from = std::min<size_t>(std::stoull(range->substr(6)), body.size());
+  Response r(from > 0 ? "HTTP/1.1 206 Partial Content" : "HTTP/1.1 200 OK");
+  r.header("Content-Type", contentType).header("Accept-Ranges", "bytes");
+  r.header("Content-Length", std::to_string(body.size() - from));
+  if (from > 0)
+    r.header("Content-Range", "bytes " + std::to_string(from) + "-" + std::to_string(body.size() - 1) + "/" +
+                                  std::to_string(body.size()));
+  if (from < body.size()) r.chunk(body.substr(from));
+  return r;
+}
+
 Response Response::status(int code, std::string contentType, std::string body) {
   Response r("HTTP/1.1 " + std::to_string(code) + " " + reasonPhrase(code));
   r.header("Content-Type", std::move(contentType));

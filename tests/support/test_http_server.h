@@ -71,6 +71,9 @@ class Response {
   explicit Response(std::string statusLine = "HTTP/1.1 200 OK");
 
   static Response ok(std::string contentType, std::string body = {});
+  // A file as a server that takes Range requests serves it: the whole body,
+  // or from the byte a "Range: bytes=N-" asks for (206 Partial Content).
+  static Response file(const ReceivedRequest& request, const std::string& contentType, const std::string& body);
   // "HTTP/1.1 <code> <reason>" with a Content-Type and body.
   static Response status(int code, std::string contentType = "text/html", std::string body = {});
   // 301, 302, 303, 307 or 308 with a Location header and an empty body.
