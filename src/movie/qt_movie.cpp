@@ -1,4 +1,5 @@
 // QTMovie over a GStreamer playbin (see QTMovie.h).
+#include <belvane/BVKitOwner.h>
 #include <belvane/BVRunLoop.h>
 #include <gst/gst.h>
 #include <sys/stat.h>
@@ -500,9 +501,11 @@ struct QTMovie::Impl final : MoviePipelineListener {
   }
 
   // No position: a live source, a stream that cannot seek, or no duration yet.
+  // A file (local, or served with its length) has a position once its
+  // duration is known, whether or not its server lets it be sought.
   bool isLive() const {
     if (!pipeline || !durationNs) return true;
-    return !isLocalFile() && (pipeline->isLive() || !seekable);
+    return !isFinite() && (pipeline->isLive() || !seekable);
   }
 };
 
@@ -582,6 +585,11 @@ void QTMovie::setCurrentTime(QTTime time) {
   if (!QTGetTimeInterval(time, &seconds) || !std::isfinite(seconds)) return;
   Impl& impl = *impl_;
   int64_t ns = int64_t(std::max(0.0, seconds) * 1e9);
+  if (impl.pipeline && impl.pipeline->hasPrerolled() && !impl.isLocalFile() && !impl.seekable) {
+    // Playback goes on where it is: the server does not serve parts of it.
+    BVLog("A seek was refused: the file's server does not take Range requests, so it cannot be sought.");
+    return;
+  }
   impl.ended = false;
   impl.lastPositionNs = ns;
   if (impl.pipeline && impl.pipeline->hasPrerolled()) {

@@ -172,7 +172,8 @@ INSTANTIATE_TEST_SUITE_P(Codecs, OggMount, ::testing::Values(MediaKind::OggVorbi
 // played once and whole, whichever engine plays it, from the reply the tuner
 // looked at. The server takes no Range requests, as many small ones do: Ogg
 // files play to their end all the same, a chained one link by link with
-// each link's title.
+// each link's title, and a file whose length is known has a position but
+// refuses a seek and plays on.
 TEST(FiniteResource, FilesServedWithALengthArePlayedOnceFromOneRequest) {
   TempDir dir;
   TestHTTPServer server;
@@ -186,6 +187,7 @@ TEST(FiniteResource, FilesServedWithALengthArePlayedOnceFromOneRequest) {
   };
   std::vector<Case> cases{
       {"/episode.aac", "audio/aac", file("e.aac", MediaKind::ADTS, 1.5), 1.5, {}},
+      {"/episode.wav", "audio/wav", file("e.wav", MediaKind::WAV, 1.5), 1.5, {}},
       {"/episode.ogg", "audio/ogg", file("e.ogg", MediaKind::OggVorbis, 1.5, "Vorbis"), 1.5, {"Vorbis"}},
       {"/episode.opus", "audio/ogg", file("e.opus", MediaKind::OggOpus, 1.5, "Opus"), 1.5, {"Opus"}},
       {"/chain.ogg", "audio/ogg",
@@ -205,6 +207,12 @@ TEST(FiniteResource, FilesServedWithALengthArePlayedOnceFromOneRequest) {
       const auto before = gets();
       MasterRun run(output);
       run.master->playLink(linkTo(server.url(c.path)));
+      if (c.path == "/episode.wav") {
+        ASSERT_TRUE(run.owner.runUntil(BVPlayerStatePlaying, 30.0));
+        BVRunLoop::main().runUntil([&] { return run.master->hasPosition(); }, 5.0);
+        EXPECT_TRUE(run.master->hasPosition());
+        run.master->setPosition(0.9f);  // refused: the whole file is still heard
+      }
       ASSERT_TRUE(BVRunLoop::main().runUntil([&] { return run.ended(); }, 30.0));
       EXPECT_EQ(run.owner.states.back().to, BVPlayerStateStopped);
       const double rate = c.path == "/episode.opus" ? 48000.0 : 44100.0;
