@@ -3,6 +3,7 @@
 #include "streaming/shoutstreamer.h"
 
 #include "foundation/text_encoding.h"
+#include "foundation/title_encoding.h"
 #include "foundation/thread_name.h"
 #include "streaming/QLDebug.h"
 #include "streaming/held_stream.h"
@@ -101,12 +102,7 @@ class ConnectionHandler final : public StreamConnection::Handler, public Pipelin
   }
 
   void title(std::string bytes) override {
-    auto span = belvane::detail::bytesOf(bytes);
-    if (!belvane::detail::isValidUTF8(span)) {
-      // Stations that do not send UTF-8 almost always send Windows-1252.
-      auto converted = belvane::detail::decodeText(span, "WINDOWS-1252");
-      bytes = converted ? *converted : belvane::detail::latin1ToUTF8(span);
-    }
+    bytes = belvane::detail::stationTitleToUTF8(belvane::detail::bytesOf(bytes));
     QLDebugLog(QL_LOG_DEBUG, "shoutstreamer: title '%s'", bytes.c_str());
     s_.buffer->appendTitle(std::move(bytes));
   }
