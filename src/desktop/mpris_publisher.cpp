@@ -91,6 +91,7 @@ struct MPRISConnection {
   double lengthSeconds(const BVMasterPlayer& player) const;
   void play();
   void stop();
+  void pause();
   void seekTo(double seconds);
 
   BVMPRISPublisher& publisher;
@@ -216,6 +217,7 @@ GVariant* MPRISConnection::property(const char* interface, const char* name) {
   if (n == "PlaybackStatus") {
     auto state = player ? player->state() : BVPlayerStateIdle;
     bool playing = state == BVPlayerStateConnecting || state == BVPlayerStatePlaying;
+    if (playing && player->isPaused()) return g_variant_new_string("Paused");
     return g_variant_new_string(playing ? "Playing" : "Stopped");
   }
   if (n == "Rate" || n == "MinimumRate" || n == "MaximumRate") return g_variant_new_double(1.0);
@@ -251,8 +253,9 @@ GVariant* MPRISConnection::property(const char* interface, const char* name) {
       }
       const std::string url = link->url().absoluteString();
       if (!url.empty()) g_variant_builder_add(&metadata, "{sv}", "xesam:url", g_variant_new_string(url.c_str()));
-      if (link->title() && !link->title()->empty())
-        g_variant_builder_add(&metadata, "{sv}", "xesam:album", g_variant_new_string(link->title()->c_str()));
+      std::string album = attributeString(publisher.attributes_, BVPlayerAttributeAlbumKey);
+      if (album.empty() && link->title()) album = *link->title();
+      if (!album.empty()) g_variant_builder_add(&metadata, "{sv}", "xesam:album", g_variant_new_string(album.c_str()));
       if (double length = lengthSeconds(*player); length > 0)
         g_variant_builder_add(&metadata, "{sv}", "mpris:length", g_variant_new_int64(gint64(length * 1e6)));
     }
@@ -279,9 +282,24 @@ bool MPRISConnection::setProperty(const char* name, GVariant* value) {
 void MPRISConnection::play() {
   auto player = this->player();
   if (!player) return;
+  if (player->isPaused()) {
+    player->resume();
+    emitChanged({"PlaybackStatus"});
+    return;
+  }
   auto state = player->state();
   if (state == BVPlayerStateConnecting || state == BVPlayerStatePlaying) return;
   if (auto link = player->link()) player->playLink(link);
+}
+
+// A file waits paused; a live station cannot, and stops.
+void MPRISConnection::pause() {
+  auto player = this->player();
+  if (!player) return;
+  if (player->pause())
+    emitChanged({"PlaybackStatus"});
+  else
+    player->stop();
 }
 
 void MPRISConnection::stop() {
@@ -308,10 +326,12 @@ void MPRISConnection::call(const char* interface, const char* method, GVariant* 
   bool playing = player && (player->state() == BVPlayerStateConnecting || player->state() == BVPlayerStatePlaying);
   if (m == "Play") {
     play();
-  } else if (m == "Pause" || m == "Stop") {
+  } else if (m == "Pause") {
+    pause();
+  } else if (m == "Stop") {
     stop();
   } else if (m == "PlayPause") {
-    playing ? stop() : play();
+    playing && !player->isPaused() ? pause() : play();
   } else if (m == "Seek") {
     gint64 offset = 0;
     g_variant_get(parameters, "(x)", &offset);

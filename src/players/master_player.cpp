@@ -42,6 +42,7 @@ std::shared_ptr<BVBasePlayer> freshPlayerLike(const BVBasePlayer& current) {
 void BVMasterPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   BVBasePlayer::playLink(link);
   stopped_ = false;
+  relayedState_.reset();
   if (subPlayerUsed_) {
     // The sub-player has played before: what it played stops now, and the
     // new link starts afresh on the same engine, with nothing of the last
@@ -59,6 +60,7 @@ void BVMasterPlayer::stop() {
   auto self = shared_from_this();
   replaceSubPlayer(freshPlayerLike(*_subPlayer));
   stopped_ = true;
+  relayedState_ = BVPlayerStateStopped;
   if (auto* o = owner()) o->playerStateChanged(*this, from, BVPlayerStateStopped, nullptr);
 }
 
@@ -87,6 +89,9 @@ bool BVMasterPlayer::isMuted() const { return _subPlayer->isMuted(); }
 void BVMasterPlayer::setMuted(bool muted) { _subPlayer->setMuted(muted); }
 float BVMasterPlayer::elapsedTime() const { return _subPlayer->elapsedTime(); }
 BVDictionary BVMasterPlayer::attributes() const { return _subPlayer->attributes(); }
+bool BVMasterPlayer::pause() { return !stopped_ && _subPlayer->pause(); }
+void BVMasterPlayer::resume() { _subPlayer->resume(); }
+bool BVMasterPlayer::isPaused() const { return !stopped_ && _subPlayer->isPaused(); }
 
 namespace {
 using EngineList = std::vector<std::shared_ptr<BVBasePlayerEngine>>;
@@ -171,6 +176,10 @@ void BVMasterPlayer::playerStateChanged(BVBasePlayer& player, BVPlayerState from
       return;
     }
   }
+  // The next engine's player starts from Idle and says Connecting again:
+  // the host heard that once for this playback already.
+  if (relayedState_ == to) return;
+  relayedState_ = to;
   if (auto* o = owner()) o->playerStateChanged(*this, from, to, error);
 }
 

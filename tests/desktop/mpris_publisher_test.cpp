@@ -15,7 +15,9 @@
 #include <optional>
 
 #include "support/icy_test_server.h"
+#include "support/mp3_test_data.h"
 #include "support/recording_owner.h"
+#include "support/temp_dir.h"
 
 using namespace belvane::test;
 
@@ -232,6 +234,43 @@ TEST(MPRISPublisher, PlayerctlReadsAndDrivesALiveStation) {
   publisher.reset();
   EXPECT_EQ(master->owner(), &host);
   EXPECT_EQ(playerctl({"-l"}).find("belvane"), std::string::npos);
+  master->setOwner(nullptr);
+}
+
+TEST(MPRISPublisher, PlayerctlShowsAFilesTagsPausesAndSeeksIt) {
+  SKIP_WITHOUT_BUS_TOOLS();
+  BELVANE_SKIP_WITHOUT_LAME();
+  PrivateBus bus;
+  ASSERT_TRUE(bus.started());
+  TempDir dir;
+  std::string path = dir.write("song.mp3", id3v2Tag(3, {{"TIT2", "Song"}, {"TPE1", "Band"}, {"TALB", "Record"}}) +
+                                               stereoTone44k()->bytes);
+  RecordingOwner host;
+  auto master = BVMasterPlayer::create();
+  ASSERT_EQ(master->setAudioOutput("null"), 0);
+  master->setOwner(&host);
+  auto publisher = BVMPRISPublisher::create(master);
+  ASSERT_TRUE(publisher);
+  master->playLink(BVMediaLink::linkWithURL(BVURL::fileURLWithPath(path)));
+  ASSERT_TRUE(host.runUntil(BVPlayerStatePlaying));
+
+  // The tags and the length together, from the one attribute set.
+  EXPECT_EQ(ofBelvane({"metadata", "--format", "{{xesam:title}}|{{xesam:artist}}|{{xesam:album}}"}),
+            "Song|Band|Record");
+  EXPECT_NEAR(std::stod(ofBelvane({"metadata", "mpris:length"})), 4e6, 0.1e6);
+
+  // A file waits paused, and moves while it waits.
+  ofBelvane({"pause"});
+  EXPECT_EQ(ofBelvane({"status"}), "Paused");
+  EXPECT_TRUE(master->isPaused());
+  ofBelvane({"position", "3"});
+  EXPECT_NEAR(master->elapsedTime(), 3.0, 0.05);
+  ofBelvane({"play"});
+  EXPECT_EQ(ofBelvane({"status"}), "Playing");
+  ASSERT_TRUE(runUntilEnded(host, 5));
+  EXPECT_EQ(host.sequence(),
+            (std::vector<BVPlayerState>{BVPlayerStateConnecting, BVPlayerStatePlaying, BVPlayerStateStopped}));
+  publisher.reset();
   master->setOwner(nullptr);
 }
 

@@ -66,14 +66,13 @@ BVDictionary BVQuickTimePlayer::_attribtesFromMovie(const std::shared_ptr<QTMovi
   return attributes;
 }
 
+// One announcement per refresh that changed, added or removed a key, with
+// the whole current set: a host never sees a title without the artist and
+// album read with it.
 void BVQuickTimePlayer::_notifyForChangedAttributes(const BVDictionary& newAttributes,
                                                     const BVDictionary& oldAttributes) {
-  for (const auto& [key, value] : oldAttributes)
-    if (!newAttributes.contains(key)) changedAttribute({{key, BVValue(BVNull{})}});
-  for (const auto& [key, value] : newAttributes) {
-    auto old = oldAttributes.find(key);
-    if (old == oldAttributes.end() || old->second != value) changedAttribute({{key, value}});
-  }
+  if (newAttributes == oldAttributes) return;
+  changedAttribute(attributes());
 }
 
 void BVQuickTimePlayer::_updateAttributesNotifyingChanges(bool notify) {

@@ -53,7 +53,7 @@ void BVQuickTimePlayer::streamTitleDue(const std::shared_ptr<const std::string>&
   if (streamTitle_ && *streamTitle_ == *title) return;
   streamTitle_ = title;
   auto self = shared_from_this();
-  changedAttribute({{BVPlayerAttributeStreamTitleKey, BVValue(*title)}});
+  changedAttribute(attributes());
 }
 
 int BVQuickTimePlayer::setAudioOutput(const std::string& setting) {
