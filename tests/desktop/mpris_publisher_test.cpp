@@ -5,6 +5,7 @@
 
 #include <belvane/BVMPRISPublisher.h>
 #include <belvane/BVMasterPlayer.h>
+#include <belvane/belvane.h>
 
 #include <gio/gio.h>
 #include <signal.h>
@@ -284,6 +285,14 @@ TEST(MPRISPublisher, NamesTheSecondPlayerByInstanceAndNeedsABus) {
     ASSERT_TRUE(a && b);
     EXPECT_EQ(b->busName(), "org.mpris.MediaPlayer2.belvane.instance" + std::to_string(getpid()));
     EXPECT_EQ(playerctl({"-p", b->busName().substr(23), "status"}), "Stopped");
+    // A C host publishes on request, and withdraws.
+    a.reset();
+    bv_player* host = bv_player_create();
+    EXPECT_EQ(bv_player_publish_mpris(host, 1), BV_OK);
+    EXPECT_EQ(ofBelvane({"status"}), "Stopped");
+    EXPECT_EQ(bv_player_publish_mpris(host, 0), BV_OK);
+    EXPECT_EQ(("\n" + playerctl({"-l"}) + "\n").find("\nbelvane\n"), std::string::npos);
+    bv_player_destroy(host);
   }
   // No bus at the address: no publisher, and the player keeps its owner.
   setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
@@ -292,6 +301,9 @@ TEST(MPRISPublisher, NamesTheSecondPlayerByInstanceAndNeedsABus) {
   master->setOwner(&host);
   EXPECT_FALSE(BVMPRISPublisher::create(master));
   EXPECT_EQ(master->owner(), &host);
+  bv_player* cHost = bv_player_create();
+  EXPECT_EQ(bv_player_publish_mpris(cHost, 1), BV_ERROR_UNAVAILABLE);
+  bv_player_destroy(cHost);
   master->setOwner(nullptr);
   unsetenv("DBUS_SESSION_BUS_ADDRESS");
 }
