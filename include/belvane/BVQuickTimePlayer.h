@@ -136,6 +136,7 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   void inMovieCallback(Fn&& fn);
 
   std::shared_ptr<QTMovie> _movie;
+  BVDictionary fileTags_;  // a local file's tags as TagLib reads them
   bool paused_ = false;
   float _volume = 1.0f;
   bool _muted = false;

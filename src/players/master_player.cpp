@@ -148,7 +148,12 @@ std::pair<std::shared_ptr<BVBasePlayer>, std::shared_ptr<BVMediaLink>> BVMasterP
       if (engine->isAvailable())
         if (auto player = engine->createPlayer()) return {player, retyped};
   }
-  if (!failed.fallbackStreams().empty()) {
+  // A local file the MP3 streamer cannot read (one whose ID3 tag holds a
+  // cover larger than the streamer searches for its first frame, say) is
+  // for the general engine, which reads the file's structure.
+  const bool unreadableFile = link->url().isFileURL() && error->domain() == BVShoutstreamerErrorDomain &&
+                              error->code() == SHOUTSTREAMER_ERROR_NOT_MPEG;
+  if (!failed.fallbackStreams().empty() || unreadableFile) {
     auto candidates = enginesOtherThanMP3(*link->format());
     if (!candidates.empty()) {
       auto engine = link->defaultEngineFromEngines(candidates);

@@ -39,6 +39,17 @@ TEST(QuickTimePlayback, LocalFilePlaysToTheEndWithPositionsAndClampedSeeks) {
   EXPECT_EQ(p.player->attributes()[BVPlayerAttributeTrackTitleKey].stringOr(), "Tone");
   EXPECT_NEAR(p.player->attributes()[BVPlayerAttributeDurationKey].doubleValue(), 3.0, 0.2);
 
+  // Paused, the file keeps its place and its state: its movie stopped, yet
+  // that is no end.
+  ASSERT_TRUE(p.player->pause());
+  float at = p.player->position();
+  BVRunLoop::main().runFor(0.3);
+  EXPECT_TRUE(p.player->isPaused());
+  EXPECT_NEAR(p.player->position(), at, 0.01f);
+  EXPECT_EQ(p.player->state(), BVPlayerStatePlaying);
+  p.player->resume();
+  EXPECT_FALSE(p.player->isPaused());
+
   // Seeks are clamped: a negative fraction to the start, the very end to
   // just before it.
   p.player->setPosition(-0.5f);

@@ -54,6 +54,9 @@ BVDictionary BVQuickTimePlayer::_attribtesFromMovie(const std::shared_ptr<QTMovi
   }
   auto reader = QTMetaData::initWithMovie(movie);
   merge(_metaDataAsDictionary(reader.get()));
+  // What the media framework did not read of a local file's tags (an ID3v2.3
+  // year, say), TagLib did.
+  for (const auto& [key, value] : fileTags_) attributes.try_emplace(key, value);
   if (auto title = attributes.find(BVPlayerAttributeTrackTitleKey);
       title != attributes.end() && title->second == BVValue(kReferenceTrackTitle))
     attributes.erase(title);

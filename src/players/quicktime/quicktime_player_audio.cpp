@@ -49,7 +49,8 @@ void BVQuickTimePlayer::stopMovieAudio() {
 }
 
 void BVQuickTimePlayer::streamTitleDue(const std::shared_ptr<const std::string>& title) {
-  if (!title || !_movie || hasPosition()) return;  // files keep their metadata keys
+  // Files keep their metadata keys (a file's duration may not be known yet).
+  if (!title || !_movie || _movie->filePath() || hasPosition()) return;
   if (streamTitle_ && *streamTitle_ == *title) return;
   streamTitle_ = title;
   auto self = shared_from_this();
