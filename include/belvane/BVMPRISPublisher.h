@@ -23,7 +23,9 @@
 //   xesam:title, else xesam:artist is the artist attribute. xesam:album is
 //   the album attribute (a file's tags), else the station's name (the
 //   link's title), as the station is to its titles what an album is to its
-//   tracks. mpris:length is the duration. Each attribute call carries the
+//   tracks. mpris:length is the duration. A local file's picture (the
+//   cover in its tags, copied to the user's cache, else a cover, folder or
+//   front image beside it) is mpris:artUrl. Each attribute call carries the
 //   whole set, so these always come from one and the same set. xesam:url
 //   is the link's URL; mpris:trackid is new for every playLink.
 // - Volume: the player's volume; 0 while muted. Setting a Volume above 0
@@ -82,4 +84,5 @@ class BV_EXPORT BVMPRISPublisher : public BVPlayerOwner, public std::enable_shar
   std::string busName_;
   uint64_t track_ = 0;       // counts the links played, for mpris:trackid
   BVDictionary attributes_;  // the last attributes heard
+  std::string artURL_;       // of the file playing, or empty
 };

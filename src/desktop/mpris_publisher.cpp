@@ -10,6 +10,8 @@
 #include <gio/gio.h>
 #include <unistd.h>
 
+#include "players/file_tags.h"
+
 #include <algorithm>
 #include <cmath>
 #include <string>
@@ -67,6 +69,45 @@ const char* const kIntrospection = R"(<node>
 std::string attributeString(const BVDictionary& attributes, const char* key) {
   auto it = attributes.find(key);
   return it == attributes.end() ? std::string() : it->second.stringOr();
+}
+
+std::string fileURI(const std::string& path) {
+  gchar* uri = g_filename_to_uri(path.c_str(), nullptr, nullptr);
+  std::string result = uri ? uri : "";
+  g_free(uri);
+  return result;
+}
+
+// The picture of a local file for the desktop: the cover in its tags, kept
+// in the user's cache under the picture's checksum (desktops want a URL),
+// else a cover, folder or front picture beside it. Empty when none.
+std::string coverArtURL(const std::string& path) {
+  if (auto cover = belvane::detail::readFileCover(path)) {
+    gchar* sum = g_compute_checksum_for_data(G_CHECKSUM_SHA1, reinterpret_cast<const guchar*>(cover->bytes.data()),
+                                             cover->bytes.size());
+    std::string folder = std::string(g_get_user_cache_dir()) + "/belvane/covers";
+    std::string file = folder + "/" + sum + "." + cover->extension;
+    g_free(sum);
+    if (g_file_test(file.c_str(), G_FILE_TEST_EXISTS) ||
+        (g_mkdir_with_parents(folder.c_str(), 0700) == 0 &&
+         g_file_set_contents(file.c_str(), cover->bytes.data(), gssize(cover->bytes.size()), nullptr)))
+      return fileURI(file);
+  }
+  gchar* folder = g_path_get_dirname(path.c_str());
+  std::string found;
+  if (GDir* dir = g_dir_open(folder, 0, nullptr)) {
+    while (const char* name = g_dir_read_name(dir)) {
+      gchar* lower = g_ascii_strdown(name, -1);
+      for (const char* stem : {"cover.", "folder.", "front."})
+        for (const char* extension : {"jpg", "jpeg", "png"})
+          if (found.empty() && std::string(lower) == std::string(stem) + extension)
+            found = std::string(folder) + "/" + name;
+      g_free(lower);
+    }
+    g_dir_close(dir);
+  }
+  g_free(folder);
+  return found.empty() ? found : fileURI(found);
 }
 
 }  // namespace
@@ -258,6 +299,8 @@ GVariant* MPRISConnection::property(const char* interface, const char* name) {
       if (!album.empty()) g_variant_builder_add(&metadata, "{sv}", "xesam:album", g_variant_new_string(album.c_str()));
       if (double length = lengthSeconds(*player); length > 0)
         g_variant_builder_add(&metadata, "{sv}", "mpris:length", g_variant_new_int64(gint64(length * 1e6)));
+      if (!publisher.artURL_.empty())
+        g_variant_builder_add(&metadata, "{sv}", "mpris:artUrl", g_variant_new_string(publisher.artURL_.c_str()));
     }
     return g_variant_builder_end(&metadata);
   }
@@ -372,6 +415,8 @@ void BVMPRISPublisher::playerStateChanged(BVBasePlayer& player, BVPlayerState fr
   if (to == BVPlayerStateConnecting) {
     ++track_;
     attributes_.clear();
+    auto link = player.link();
+    artURL_ = link && link->url().isFileURL() ? coverArtURL(link->url().fileSystemPath()) : std::string();
   }
   connection_->emitChanged({"PlaybackStatus", "Metadata", "CanSeek"});
   if (hostOwner_) hostOwner_->playerStateChanged(player, from, to, error);

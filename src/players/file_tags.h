@@ -21,4 +21,12 @@ struct FileTags {
 // Nothing when the file cannot be read or is not audio TagLib knows.
 std::optional<FileTags> readFileTags(const std::string& path);
 
+// A picture a file carries in its tags (the front cover when there are
+// several): ID3v2 in MP3, FLAC and Ogg Vorbis pictures, MP4 cover art.
+struct FileCover {
+  std::string bytes;
+  std::string extension;  // "jpg" or "png", by the picture's own bytes
+};
+std::optional<FileCover> readFileCover(const std::string& path);
+
 }  // namespace belvane::detail

@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <optional>
 
+#include "support/gst_media_files.h"
 #include "support/icy_test_server.h"
 #include "support/mp3_test_data.h"
 #include "support/recording_owner.h"
@@ -244,7 +245,10 @@ TEST(MPRISPublisher, PlayerctlShowsAFilesTagsPausesAndSeeksIt) {
   PrivateBus bus;
   ASSERT_TRUE(bus.started());
   TempDir dir;
-  std::string path = dir.write("song.mp3", id3v2Tag(3, {{"TIT2", "Song"}, {"TPE1", "Band"}, {"TALB", "Record"}}) +
+  setenv("XDG_CACHE_HOME", (dir.path() + "/cache").c_str(), 1);  // where the cover goes
+  const std::string png = "\x89PNG\r\n\x1a\n(a picture)";
+  std::string path = dir.write("song.mp3", id3v2Tag(3, {{"TIT2", "Song"}, {"TPE1", "Band"}, {"TALB", "Record"},
+                                                        {"APIC", std::string("image/png\0\x03\0", 12) + png}}) +
                                                stereoTone44k()->bytes);
   RecordingOwner host;
   auto master = BVMasterPlayer::create();
@@ -259,6 +263,10 @@ TEST(MPRISPublisher, PlayerctlShowsAFilesTagsPausesAndSeeksIt) {
   EXPECT_EQ(ofBelvane({"metadata", "--format", "{{xesam:title}}|{{xesam:artist}}|{{xesam:album}}"}),
             "Song|Band|Record");
   EXPECT_NEAR(std::stod(ofBelvane({"metadata", "mpris:length"})), 4e6, 0.1e6);
+  gchar* art = g_filename_from_uri(ofBelvane({"metadata", "mpris:artUrl"}).c_str(), nullptr, nullptr);
+  ASSERT_TRUE(art);
+  EXPECT_EQ(readWholeFile(art), png);
+  g_free(art);
 
   // A file waits paused, and moves while it waits.
   ofBelvane({"pause"});
