@@ -88,6 +88,7 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   std::string basePlayerErrorDescription() const;
   BVErrorRef errorWithBVShoutstreamerCode(int32_t code) const;
   void setError(const BVErrorRef& error);
+  int startShoutstreamer(const std::string& url);
   void readFileTags();
   double filePlayedSeconds() const;
   // Plays the local file again from the frame, after the stream of the one

@@ -13,7 +13,9 @@
 #include <belvane/BVRunLoop.h>
 
 #include <algorithm>
+#include <fstream>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 #include "streaming/shoutstreamer.h"
@@ -113,6 +115,12 @@ std::optional<std::string> declinedStreamType(const BVMP3StreamPlayer& player, c
   return std::nullopt;
 }
 
+bool startsWithID3Tag(const std::string& path) {
+  char head[3] = {};
+  std::ifstream file(path, std::ios::binary);
+  return file.read(head, sizeof head) && std::string_view(head, sizeof head) == "ID3";
+}
+
 // The link retyped with the type its stream was served with. The format is
 // built afresh rather than copied: a copy reads the link's MIME type, which
 // for a format that has none asks the server again (a HEAD request that an
@@ -148,11 +156,12 @@ std::pair<std::shared_ptr<BVBasePlayer>, std::shared_ptr<BVMediaLink>> BVMasterP
       if (engine->isAvailable())
         if (auto player = engine->createPlayer()) return {player, retyped};
   }
-  // A local file the MP3 streamer cannot read (one whose ID3 tag holds a
-  // cover larger than the streamer searches for its first frame, say) is
-  // for the general engine, which reads the file's structure.
+  // A local MP3 file whose ID3 tag the streamer could not get past (a cover
+  // larger than it searches for the first frame) is for the general engine,
+  // which reads the file's structure.
   const bool unreadableFile = link->url().isFileURL() && error->domain() == BVShoutstreamerErrorDomain &&
-                              error->code() == SHOUTSTREAMER_ERROR_NOT_MPEG;
+                              error->code() == SHOUTSTREAMER_ERROR_NOT_MPEG &&
+                              startsWithID3Tag(link->url().fileSystemPath());
   if (!failed.fallbackStreams().empty() || unreadableFile) {
     auto candidates = enginesOtherThanMP3(*link->format());
     if (!candidates.empty()) {

@@ -164,6 +164,14 @@ class Follower {
   std::string out_;
 };
 
+// A master player on the null output (in real time) that host owns.
+std::shared_ptr<BVMasterPlayer> masterOwnedBy(RecordingOwner& host) {
+  auto master = BVMasterPlayer::create();
+  EXPECT_EQ(master->setAudioOutput("null"), 0);
+  master->setOwner(&host);
+  return master;
+}
+
 std::shared_ptr<BVMediaLink> stationLink(const std::string& url) {
   auto link = linkTo(url)->mutableCopy();
   link->setTitle(std::string("Loopback FM"));
@@ -186,9 +194,7 @@ TEST(MPRISPublisher, PlayerctlReadsAndDrivesALiveStation) {
   server.serve("/live", {script});
 
   RecordingOwner host;
-  auto master = BVMasterPlayer::create();
-  ASSERT_EQ(master->setAudioOutput("null"), 0);
-  master->setOwner(&host);
+  auto master = masterOwnedBy(host);
   auto publisher = BVMPRISPublisher::create(master);
   ASSERT_TRUE(publisher);
   EXPECT_EQ(publisher->busName(), "org.mpris.MediaPlayer2.belvane");
@@ -251,9 +257,7 @@ TEST(MPRISPublisher, PlayerctlShowsAFilesTagsPausesAndSeeksIt) {
                                                         {"APIC", std::string("image/png\0\x03\0", 12) + png}}) +
                                                stereoTone44k()->bytes);
   RecordingOwner host;
-  auto master = BVMasterPlayer::create();
-  ASSERT_EQ(master->setAudioOutput("null"), 0);
-  master->setOwner(&host);
+  auto master = masterOwnedBy(host);
   auto publisher = BVMPRISPublisher::create(master);
   ASSERT_TRUE(publisher);
   master->playLink(BVMediaLink::linkWithURL(BVURL::fileURLWithPath(path)));

@@ -215,13 +215,7 @@ void BVMP3StreamPlayer::startFileAt(uint64_t frame) {
   fileStartFrame_ = frame;
   _shoutstreamerDelegate->startOver(frame);
   int code = _shoutstreamerDelegate->startAudioPlayer();
-  if (code == 0) {
-    shoutstreamer_set_interrupt_callback(_shoutstreamer, &BVShoutstreamerDelegate::interruptCallback);
-    code = shoutstreamer_start(_shoutstreamer, fileStreamURL_.c_str(), _shoutstreamerDelegate.get(),
-                               &BVShoutstreamerDelegate::stateCallback, &BVShoutstreamerDelegate::audioCallback,
-                               nullptr, &BVShoutstreamerDelegate::titleCallback);
-    shoutstreamerStarted_ = true;
-  }
+  if (code == 0) code = startShoutstreamer(fileStreamURL_);
   if (code != 0) {
     setError(errorWithBVShoutstreamerCode(code));
     _shoutstreamerDelegate->askAudioPlayerToStop();
@@ -276,11 +270,7 @@ void BVMP3StreamPlayer::streamTunerDidFindStreamURL(QLStreamTuner&, const BVURL&
     shoutstreamer_destroy(_shoutstreamer);
     _shoutstreamer = shoutstreamer_create();
   }
-  shoutstreamer_set_interrupt_callback(_shoutstreamer, &BVShoutstreamerDelegate::interruptCallback);
-  int result = shoutstreamer_start(_shoutstreamer, text.c_str(), _shoutstreamerDelegate.get(),
-                                   &BVShoutstreamerDelegate::stateCallback, &BVShoutstreamerDelegate::audioCallback,
-                                   nullptr, &BVShoutstreamerDelegate::titleCallback);
-  shoutstreamerStarted_ = true;
+  int result = startShoutstreamer(text);
   if (result != 0) {
     setError(errorWithBVShoutstreamerCode(result));
     _shoutstreamerDelegate->askAudioPlayerToStop();
@@ -355,6 +345,16 @@ void BVMP3StreamPlayer::didStopAudioPlayer() {
 }
 
 // ---- private -------------------------------------------------------------------
+
+// Starts the handle on url with the delegate's callbacks; 0 or the library's code.
+int BVMP3StreamPlayer::startShoutstreamer(const std::string& url) {
+  shoutstreamer_set_interrupt_callback(_shoutstreamer, &BVShoutstreamerDelegate::interruptCallback);
+  int result = shoutstreamer_start(_shoutstreamer, url.c_str(), _shoutstreamerDelegate.get(),
+                                   &BVShoutstreamerDelegate::stateCallback, &BVShoutstreamerDelegate::audioCallback,
+                                   nullptr, &BVShoutstreamerDelegate::titleCallback);
+  shoutstreamerStarted_ = true;
+  return result;
+}
 
 std::string BVMP3StreamPlayer::basePlayerErrorDescription() const {
   auto tuned = _streamTuner ? _streamTuner->tunedURL() : std::nullopt;
