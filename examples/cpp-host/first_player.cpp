@@ -2,7 +2,7 @@
 // each stream or track title, and stops after a given time or when the
 // playback ends.
 //
-//   first-player URL [SECONDS]
+//   first-player URL-OR-PATH [SECONDS]
 #include <belvane/BVConstants.h>
 #include <belvane/BVMasterPlayer.h>
 #include <belvane/BVMediaLink.h>
@@ -40,24 +40,34 @@ class Listener : public BVPlayerOwner {
     std::printf("position: %.0f %% (%.1f s)\n", position * 100.0, player.elapsedTime());
   }
 
+  // Every call carries all current attributes; the title printed is the
+  // stream title (a station's song), else the track title (a file's tag),
+  // and only when it changed. An empty stream title means that nothing is
+  // announced for now.
   void playerAttributeChanged(BVBasePlayer&, const BVDictionary& attributes) override {
-    for (const char* key : {BVPlayerAttributeStreamTitleKey, BVPlayerAttributeTrackTitleKey}) {
-      if (const std::string* title = BVDictionaryString(attributes, key); title && !title->empty())
-        std::printf("title: %s\n", title->c_str());
-    }
+    const std::string* title = BVDictionaryString(attributes, BVPlayerAttributeStreamTitleKey);
+    if (!title) title = BVDictionaryString(attributes, BVPlayerAttributeTrackTitleKey);
+    std::string now = title ? *title : std::string();
+    if (now == shown_) return;
+    shown_ = now;
+    std::printf("title: %s\n", now.c_str());
   }
+
+ private:
+  std::string shown_;
 };
 
 }  // namespace
 
 int main(int argc, char** argv) {
   if (argc < 2) {
-    std::fprintf(stderr, "usage: first-player URL [SECONDS]\n");
+    std::fprintf(stderr, "usage: first-player URL-OR-PATH [SECONDS]\n");
     return 2;
   }
-  auto url = bvURLFromString(std::string_view(argv[1]));
+  // A URL, or a file path as a shell gives it ("song.mp3", "~/Music/a b.ogg").
+  auto url = bvURLFromArgument(argv[1]);
   if (!url) {
-    std::fprintf(stderr, "first-player: not a URL: %s\n", argv[1]);
+    std::fprintf(stderr, "first-player: neither a URL nor a file: %s\n", argv[1]);
     return 2;
   }
   double seconds = argc > 2 ? std::atof(argv[2]) : 10.0;

@@ -40,8 +40,10 @@ class BV_EXPORT BVPlayerOwner {
                                   const BVErrorRef& /*error*/) {}
   // position: the playback fraction, as position() returns it.
   virtual void playerPositionChanged(BVBasePlayer& /*player*/, float /*position*/) {}
-  // The current attributes (stream title, track title, artist, ...) under
-  // the BVPlayerAttribute...Key constants.
+  // Some attribute changed. attributes is the whole current set (stream
+  // title, track title, artist, ...) under the BVPlayerAttribute...Key
+  // constants, as attributes() returns it: a key that is absent has no
+  // value now, so a host may replace what it shows with this set.
   virtual void playerAttributeChanged(BVBasePlayer& /*player*/, const BVDictionary& /*attributes*/) {}
 };
 
@@ -83,6 +85,15 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   // Keys are the BVPlayerAttribute...Key constants.
   virtual BVDictionary attributes() const { return {}; }
 
+  // Linux additions: pausing a playback that has a position (a file). A
+  // paused player keeps its state (Playing), its position and its
+  // attributes, and makes no sound until resume(); pause returns false and
+  // changes nothing for a live stream, which cannot wait, or when nothing
+  // plays. A new playLink or the end of the player ends the pause.
+  virtual bool pause() { return false; }
+  virtual void resume() {}
+  virtual bool isPaused() const { return false; }
+
   // Linux additions: the audio output. The setting is one of "auto"
   // (PulseAudio or PipeWire, then ALSA, then silence), "pulse", "alsa",
   // "null" (silent, in real time), "null:fast" (silent, as fast as decoded)
@@ -109,6 +120,7 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   // Players that reword errors or tear down on leaving a state override it.
   virtual void changeStateTo(BVPlayerState state, const BVErrorRef& error);
   void changedPosition(float position);
+  // attributes: the whole current set, as attributes() returns it.
   void changedAttribute(const BVDictionary& attributes);
   // The error with the link's URL, MIME type and RadioTime type added under
   // BVBasePlayerErrorKey (after any text already there).

@@ -35,9 +35,21 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   void setVolume(float volume) override;
   bool isMuted() const override;
   void setMuted(bool muted) override;
-  // Seconds since playLink started tuning (0 before).
+  // Seconds since playLink started tuning (0 before); for a local file, the
+  // seconds into the file that have been played.
   float elapsedTime() const override;
+  // The stream title; for a local file also its tags and duration (read
+  // with TagLib: ID3v1, ID3v2.2-2.4 and the others TagLib knows).
   BVDictionary attributes() const override;
+  // Linux additions: a local file of known duration has a position, can be
+  // sought (the stream starts again and the audio before the point is
+  // decoded and skipped) and paused.
+  bool hasPosition() const override;
+  float position() const override;
+  void setPosition(float position) override;
+  bool pause() override;
+  void resume() override;
+  bool isPaused() const override { return paused_; }
 
   // The first error of this playback, or nothing.
   BVErrorRef error() const { return _error; }
@@ -76,6 +88,13 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   std::string basePlayerErrorDescription() const;
   BVErrorRef errorWithBVShoutstreamerCode(int32_t code) const;
   void setError(const BVErrorRef& error);
+  int startShoutstreamer(const std::string& url);
+  void readFileTags();
+  double filePlayedSeconds() const;
+  // Plays the local file again from the frame, after the stream of the one
+  // playing now has been torn down.
+  void startFileAt(uint64_t frame);
+  void stopFileStream();
 
   struct TunerDelegate;
 
@@ -89,4 +108,13 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   std::shared_ptr<const std::string> _currentTitle;
   std::optional<std::vector<BVURL>> _fallbackStreams;
   std::vector<std::string> fallbackTypes_;
+  // A local file: its tags and length, the stream URL playing it, and the
+  // frame the current stream started from (after a seek or a pause).
+  BVDictionary fileAttributes_;
+  double fileDuration_ = 0;
+  int fileSampleRate_ = 0;
+  std::string fileStreamURL_;
+  uint64_t fileStartFrame_ = 0;
+  bool fileRestarted_ = false;  // the tuner's stream was torn down for a seek or pause
+  bool paused_ = false;
 };

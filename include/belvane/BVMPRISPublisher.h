@@ -20,14 +20,21 @@
 //   the listener asked for sound and it is on its way.
 // - Metadata: xesam:title is the stream title, else the track title; a
 //   title reading "Artist - Title" is split into xesam:artist and
-//   xesam:title. The station's name (the link's title) is xesam:album, as
-//   the station is to its titles what an album is to its tracks. xesam:url
+//   xesam:title, else xesam:artist is the artist attribute. xesam:album is
+//   the album attribute (a file's tags), else the station's name (the
+//   link's title), as the station is to its titles what an album is to its
+//   tracks. mpris:length is the duration. A local file's picture (the
+//   cover in its tags, copied to the user's cache, else a cover, folder or
+//   front image beside it) is mpris:artUrl. Each attribute call carries the
+//   whole set, so these always come from one and the same set. xesam:url
 //   is the link's URL; mpris:trackid is new for every playLink.
 // - Volume: the player's volume; 0 while muted. Setting a Volume above 0
 //   also unmutes. The player has no volume callback: a host that changes
 //   the volume or mute itself calls volumeChanged().
-// - Pause and Stop stop the playback (a live station cannot wait paused);
-//   Play (and PlayPause when stopped) plays the player's link again.
+// - PlaybackStatus is Paused while a file is paused.
+// - Pause pauses a file; for a live station (which cannot wait paused) it
+//   stops the playback, as Stop does. Play resumes a paused file, else
+//   (and PlayPause when stopped) plays the player's link again.
 // - Files (players with a position) can seek; Position is in microseconds.
 // All of it on the main run loop's thread.
 #pragma once
@@ -77,4 +84,5 @@ class BV_EXPORT BVMPRISPublisher : public BVPlayerOwner, public std::enable_shar
   std::string busName_;
   uint64_t track_ = 0;       // counts the links played, for mpris:trackid
   BVDictionary attributes_;  // the last attributes heard
+  std::string artURL_;       // of the file playing, or empty
 };

@@ -9,7 +9,8 @@
 // on the same master player, whatever the last playback came to (playing,
 // stopped, failed or still connecting). What was playing stops at once and
 // the new link starts afresh, on whichever engine it needs; the callbacks
-// that follow are the new link's, starting with Connecting. A host stops
+// that follow are the new link's, starting with Connecting (once per
+// playLink, even when the link moves on to another engine's player). A host stops
 // playback by releasing the master player (clear its owner first): its audio
 // stops at once; or by calling stop(), which keeps the player for a later
 // playLink. All of it on the thread whose run loop plays.
@@ -19,6 +20,7 @@
 
 #include <belvane/BVBasePlayer.h>
 
+#include <optional>
 #include <utility>
 
 class BVMP3StreamPlayer;
@@ -45,6 +47,9 @@ class BV_EXPORT BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
   void setMuted(bool muted) override;
   float elapsedTime() const override;
   BVDictionary attributes() const override;
+  bool pause() override;
+  void resume() override;
+  bool isPaused() const override;
   // Kept for every later sub-player, fallbacks included.
   int setAudioOutput(const std::string& setting) override;
   std::string audioOutputName() const override;
@@ -71,4 +76,7 @@ class BV_EXPORT BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
   std::shared_ptr<BVBasePlayer> _subPlayer;
   bool subPlayerUsed_ = false;  // the sub-player has been given a link
   bool stopped_ = false;        // stop() ended the playback; no playLink since
+  // The last state relayed to the owner since playLink: a switch of engines
+  // within one playback does not repeat it.
+  std::optional<BVPlayerState> relayedState_;
 };

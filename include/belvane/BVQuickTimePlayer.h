@@ -55,6 +55,11 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   float position() const override;
   void setPosition(float position) override;
   float elapsedTime() const override;
+  // Linux additions: a file (a movie with a duration) pauses by stopping
+  // the movie, which then is no end of the file.
+  bool pause() override;
+  void resume() override;
+  bool isPaused() const override;
   float volume() const override;
   void setVolume(float volume) override;
   bool isMuted() const override;
@@ -94,8 +99,8 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   // Metadata and attributes.
   BVDictionary _metaDataAsDictionary(const belvane::detail::QTMetaData* reader) const;
   BVDictionary _attribtesFromMovie(const std::shared_ptr<QTMovie>& movie) const;
-  // Announces each changed key once: {key: new value}, or {key: null} for a
-  // key the new dictionary lacks.
+  // When any key was added, changed or removed between the two, announces
+  // once, with the whole current set (attributes()).
   void _notifyForChangedAttributes(const BVDictionary& newAttributes, const BVDictionary& oldAttributes);
   void _updateAttributesNotifyingChanges(bool notify);
 
@@ -131,6 +136,8 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   void inMovieCallback(Fn&& fn);
 
   std::shared_ptr<QTMovie> _movie;
+  BVDictionary fileTags_;  // a local file's tags as TagLib reads them
+  bool paused_ = false;
   float _volume = 1.0f;
   bool _muted = false;
   std::optional<BVDictionary> _lastAttributes;

@@ -12,7 +12,9 @@
  *   are delivered on that same thread, from that context, while the host
  *   iterates it; never on another thread. Nothing plays unless the host
  *   runs the default main context. The exceptions are bv_version(),
- *   bv_error_string() and bv_free(), which may be called from any thread.
+ *   bv_error_string(), bv_error_is_retryable(), bv_set_log_callback() and
+ *   bv_free(), which may be called from any thread, and the log callback,
+ *   which is called on whatever thread logged.
  *
  * Strings
  *   Strings passed in are copied when needed; the caller keeps ownership and
@@ -38,6 +40,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <belvane/BVErrorCodes.h>
 #include <belvane/BVExport.h>
 
 #ifdef __cplusplus
@@ -74,7 +77,12 @@ typedef enum bv_error_code {
   /* The audio output setting is not understood; the setting is unchanged. */
   BV_ERROR_INVALID_AUDIO_OUTPUT = -3,
   /* Memory ran out. */
-  BV_ERROR_NOMEM = -4
+  BV_ERROR_NOMEM = -4,
+  /* The playback cannot do that: pausing or seeking a live stream, or
+   * anything at all when nothing plays. */
+  BV_ERROR_NOT_SUPPORTED = -5,
+  /* A system service is missing (no D-Bus session bus for MPRIS). */
+  BV_ERROR_UNAVAILABLE = -6
 } bv_error_code;
 
 /* A short English description of a bv_error_code (static string). */
@@ -142,6 +150,31 @@ BV_EXPORT bv_state bv_player_get_state(const bv_player *player);
  * live stream or when nothing plays. */
 BV_EXPORT double bv_player_get_position(const bv_player *player);
 
+/* Whether the playback has a position (a file of known length; 1) or not
+ * (a live stream, nothing playing; 0). Only such a playback pauses and
+ * seeks. */
+BV_EXPORT int bv_player_has_position(const bv_player *player);
+
+/* Seeks to a fraction of the whole (a request for the very end lands just
+ * before it); while paused, the playback stays paused at the new place.
+ * BV_ERROR_INVALID_PARAMETER outside 0..1, BV_ERROR_NOT_SUPPORTED without
+ * a position. The position callback reports where it landed. */
+BV_EXPORT int bv_player_set_position(bv_player *player, double position);
+
+/* Seeks to seconds from the start (clamped to the length); as
+ * bv_player_set_position. BV_ERROR_NOT_SUPPORTED also when the length is
+ * not known yet. */
+BV_EXPORT int bv_player_seek(bv_player *player, double seconds);
+
+/* Pauses a file: no sound, while the state stays BV_STATE_PLAYING and the
+ * position and attributes stay. BV_ERROR_NOT_SUPPORTED for a live stream
+ * (which cannot wait: stop it instead) or when nothing plays. Pausing a
+ * paused player is fine. A new play ends the pause. */
+BV_EXPORT int bv_player_pause(bv_player *player);
+/* Plays a paused file on from where it paused (0 also when not paused). */
+BV_EXPORT int bv_player_resume(bv_player *player);
+BV_EXPORT int bv_player_is_paused(const bv_player *player);
+
 /* Seconds played since the start (live streams too); -1 when not known. */
 BV_EXPORT double bv_player_get_elapsed_time(const bv_player *player);
 
@@ -174,7 +207,9 @@ BV_EXPORT int bv_player_set_audio_output(bv_player *player, const char *setting)
  * before playing. Free it with bv_free(); NULL only when memory ran out. */
 BV_EXPORT char *bv_player_get_audio_output_name(const bv_player *player);
 
-/* The attribute keys: the names Belvane exports. */
+/* The attribute keys: the names Belvane exports. A live station has the
+ * stream title (what it plays now; "" when it cleared it); a file has the
+ * others its tags hold, and its duration. */
 #define BV_ATTRIBUTE_STREAM_TITLE "BVPlayerAttributeStreamTitleKey"
 #define BV_ATTRIBUTE_TRACK_TITLE "BVPlayerAttributeTrackTitleKey"
 #define BV_ATTRIBUTE_ARTIST "BVPlayerAttributeArtistKey"
@@ -182,6 +217,9 @@ BV_EXPORT char *bv_player_get_audio_output_name(const bv_player *player);
 #define BV_ATTRIBUTE_DURATION "BVPlayerAttributeDurationKey" /* seconds */
 #define BV_ATTRIBUTE_GENRE "BVPlayerAttributeGenreKey"
 #define BV_ATTRIBUTE_YEAR "BVPlayerAttributeYearKey"
+#define BV_ATTRIBUTE_COMMENT "BVPlayerAttributeCommentKey"
+#define BV_ATTRIBUTE_COPYRIGHT "BVPlayerAttributeCopyrightKey"
+#define BV_ATTRIBUTE_TRACK_NUMBER "BVPlayerAttributeTrackNumberKey"
 
 /* The current value of an attribute as text (numbers in decimal, e.g. a
  * duration "215.5"), or NULL when the player has none under that key.
@@ -191,10 +229,11 @@ BV_EXPORT char *bv_player_get_attribute(const bv_player *player, const char *key
 /* ---- Callbacks --------------------------------------------------------- */
 
 /* An error that ended a playback. The strings are valid only during the
- * callback. */
+ * callback. Every domain and code is listed in <belvane/BVErrorCodes.h>;
+ * bv_error_is_retryable() tells whether trying again later can help. */
 typedef struct bv_player_error {
   int64_t code;
-  const char *domain;      /* e.g. "BVBelvaneErrorDomain" */
+  const char *domain;      /* e.g. BV_ERROR_DOMAIN_SHOUTSTREAMER */
   const char *description; /* worded for a listener */
 } bv_player_error;
 
@@ -205,8 +244,8 @@ typedef void (*bv_state_callback)(bv_player *player, bv_state from, bv_state to,
 
 /* The attributes changed: keys[i] has values[i], for count pairs, every
  * current attribute (not only the changed ones) as text, as
- * bv_player_get_attribute gives it. The arrays and strings are valid only
- * during the callback. */
+ * bv_player_get_attribute gives it: a key that is missing has no value
+ * now. The arrays and strings are valid only during the callback. */
 typedef void (*bv_attribute_callback)(bv_player *player, const char *const *keys, const char *const *values,
                                       size_t count, void *userdata);
 
@@ -218,6 +257,34 @@ typedef void (*bv_position_callback)(bv_player *player, double position, void *u
 BV_EXPORT void bv_player_set_state_callback(bv_player *player, bv_state_callback callback, void *userdata);
 BV_EXPORT void bv_player_set_attribute_callback(bv_player *player, bv_attribute_callback callback, void *userdata);
 BV_EXPORT void bv_player_set_position_callback(bv_player *player, bv_position_callback callback, void *userdata);
+
+/* ---- Desktop media controls (MPRIS) ------------------------------------ */
+
+/* Shows the player in the desktop's media controls (MPRIS 2 on the D-Bus
+ * session bus, as org.mpris.MediaPlayer2.belvane, or
+ * org.mpris.MediaPlayer2.belvane.instance<pid> when that name is taken):
+ * panels, media keys and playerctl then see its state, title, artist,
+ * album and length, and can pause, stop, seek, play again and set the
+ * volume. Off by default. enable non-zero publishes, 0 withdraws (as does
+ * bv_player_destroy). The callbacks arrive as before, also for what the
+ * desktop asked. BV_ERROR_UNAVAILABLE when there is no session bus or no
+ * name could be had. */
+BV_EXPORT int bv_player_publish_mpris(bv_player *player, int enable);
+
+/* ---- Log --------------------------------------------------------------- */
+
+/* A diagnostic line of the library (UTF-8, without passwords), valid only
+ * during the call. */
+typedef void (*bv_log_callback)(const char *message, void *userdata);
+
+/* Routes the library's diagnostic lines to callback, for the whole process.
+ * Without one (NULL, and the default once a bv_player was created) they
+ * stay quiet: they go to GLib's log at the debug level, printed only when
+ * G_MESSAGES_DEBUG names "Belvane" or "all". The callback is called on
+ * whatever thread logged, possibly on several at once; it must not call
+ * bv_set_log_callback. When this returns, the previous callback is no
+ * longer running and is not called again. */
+BV_EXPORT void bv_set_log_callback(bv_log_callback callback, void *userdata);
 
 #ifdef __cplusplus
 }

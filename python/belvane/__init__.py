@@ -17,23 +17,28 @@ The shared library is found through $BELVANE_LIBRARY, then beside an
 installed package (<prefix>/lib), then in a source checkout's Release build
 (build-release), then by the system's dynamic loader.
 """
+from belvane import errors
 from belvane._player import (
     ATTRIBUTE_ALBUM,
     ATTRIBUTE_ARTIST,
+    ATTRIBUTE_COMMENT,
+    ATTRIBUTE_COPYRIGHT,
     ATTRIBUTE_DURATION,
     ATTRIBUTE_GENRE,
     ATTRIBUTE_STREAM_TITLE,
+    ATTRIBUTE_TRACK_NUMBER,
     ATTRIBUTE_TRACK_TITLE,
     ATTRIBUTE_YEAR,
     BelvaneError,
     PlaybackError,
     Player,
     State,
+    set_log_handler,
     version,
 )
 
 __all__ = [
-    "ATTRIBUTE_ALBUM", "ATTRIBUTE_ARTIST", "ATTRIBUTE_DURATION", "ATTRIBUTE_GENRE",
-    "ATTRIBUTE_STREAM_TITLE", "ATTRIBUTE_TRACK_TITLE", "ATTRIBUTE_YEAR",
-    "BelvaneError", "PlaybackError", "Player", "State", "version",
+    "ATTRIBUTE_ALBUM", "ATTRIBUTE_ARTIST", "ATTRIBUTE_COMMENT", "ATTRIBUTE_COPYRIGHT", "ATTRIBUTE_DURATION",
+    "ATTRIBUTE_GENRE", "ATTRIBUTE_STREAM_TITLE", "ATTRIBUTE_TRACK_NUMBER", "ATTRIBUTE_TRACK_TITLE", "ATTRIBUTE_YEAR",
+    "BelvaneError", "PlaybackError", "Player", "State", "errors", "set_log_handler", "version",
 ]

@@ -56,6 +56,7 @@ STATE_CALLBACK = ctypes.CFUNCTYPE(None, c_player_p, ctypes.c_int, ctypes.c_int, 
 ATTRIBUTE_CALLBACK = ctypes.CFUNCTYPE(None, c_player_p, ctypes.POINTER(ctypes.c_char_p),
                                       ctypes.POINTER(ctypes.c_char_p), ctypes.c_size_t, ctypes.c_void_p)
 POSITION_CALLBACK = ctypes.CFUNCTYPE(None, c_player_p, ctypes.c_double, ctypes.c_void_p)
+LOG_CALLBACK = ctypes.CFUNCTYPE(None, ctypes.c_char_p, ctypes.c_void_p)
 
 
 def _declare(name, restype, *argtypes):
@@ -87,6 +88,15 @@ _declare("bv_player_get_attribute", ctypes.c_void_p, c_player_p, ctypes.c_char_p
 _declare("bv_player_set_state_callback", None, c_player_p, STATE_CALLBACK, ctypes.c_void_p)
 _declare("bv_player_set_attribute_callback", None, c_player_p, ATTRIBUTE_CALLBACK, ctypes.c_void_p)
 _declare("bv_player_set_position_callback", None, c_player_p, POSITION_CALLBACK, ctypes.c_void_p)
+_declare("bv_player_has_position", ctypes.c_int, c_player_p)
+_declare("bv_player_set_position", ctypes.c_int, c_player_p, ctypes.c_double)
+_declare("bv_player_seek", ctypes.c_int, c_player_p, ctypes.c_double)
+_declare("bv_player_pause", ctypes.c_int, c_player_p)
+_declare("bv_player_resume", ctypes.c_int, c_player_p)
+_declare("bv_player_is_paused", ctypes.c_int, c_player_p)
+_declare("bv_player_publish_mpris", ctypes.c_int, c_player_p, ctypes.c_int)
+_declare("bv_set_log_callback", None, LOG_CALLBACK, ctypes.c_void_p)
+_declare("bv_error_is_retryable", ctypes.c_int, ctypes.c_char_p, ctypes.c_int64)
 
 
 def take_string(pointer):

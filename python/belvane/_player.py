@@ -3,8 +3,8 @@ import ctypes
 import enum
 from typing import Callable, Dict, NamedTuple, Optional
 
-from belvane._library import (ATTRIBUTE_CALLBACK, POSITION_CALLBACK, STATE_CALLBACK, PlayOptions, lib,
-                              take_string)
+from belvane._library import (ATTRIBUTE_CALLBACK, LOG_CALLBACK, POSITION_CALLBACK, STATE_CALLBACK, PlayOptions,
+                              lib, take_string)
 
 ATTRIBUTE_STREAM_TITLE = "BVPlayerAttributeStreamTitleKey"
 ATTRIBUTE_TRACK_TITLE = "BVPlayerAttributeTrackTitleKey"
@@ -13,6 +13,9 @@ ATTRIBUTE_ALBUM = "BVPlayerAttributeAlbumKey"
 ATTRIBUTE_DURATION = "BVPlayerAttributeDurationKey"
 ATTRIBUTE_GENRE = "BVPlayerAttributeGenreKey"
 ATTRIBUTE_YEAR = "BVPlayerAttributeYearKey"
+ATTRIBUTE_COMMENT = "BVPlayerAttributeCommentKey"
+ATTRIBUTE_COPYRIGHT = "BVPlayerAttributeCopyrightKey"
+ATTRIBUTE_TRACK_NUMBER = "BVPlayerAttributeTrackNumberKey"
 
 
 class State(enum.IntEnum):
@@ -24,14 +27,21 @@ class State(enum.IntEnum):
 
 
 class PlaybackError(NamedTuple):
-    """Why a playback failed: description is worded for a listener."""
+    """Why a playback failed: description is worded for a listener; the
+    domain and code are listed in belvane.errors."""
     code: int
     domain: str
     description: str
 
+    @property
+    def retryable(self) -> bool:
+        """True when trying the same link again later can help."""
+        return bool(lib.bv_error_is_retryable(self.domain.encode(), self.code))
+
 
 class BelvaneError(Exception):
-    """A call was refused: a bad argument, an unreadable URL, no memory."""
+    """A call was refused: a bad argument, an unreadable URL, no memory, a
+    pause or seek of a live stream, no session bus for MPRIS."""
 
     def __init__(self, code: int):
         self.code = code
@@ -49,14 +59,30 @@ def version() -> tuple:
     return (number >> 16, (number >> 8) & 0xFF, number & 0xFF)
 
 
+_log_thunk = None
+
+
+def set_log_handler(handler: Optional[Callable[[str], None]]) -> None:
+    """Routes the library's diagnostic lines to handler(line), for the whole
+    process; None (the default) keeps them quiet (GLib's debug level, shown
+    with G_MESSAGES_DEBUG=Belvane). The handler is called on whatever thread
+    logged, the library's own threads too."""
+    global _log_thunk
+    thunk = LOG_CALLBACK(lambda message, _userdata: handler(message.decode("utf-8", "replace"))) if handler else None
+    lib.bv_set_log_callback(thunk or LOG_CALLBACK(), None)
+    _log_thunk = thunk  # the previous one is no longer called once the library has the new one
+
+
 class Player:
     """Plays one link at a time; a new play stops what was playing.
 
     Callbacks (attributes, None to remove) are called on GLib's default
     main context:
       on_state(player, old: State, new: State, error: PlaybackError | None)
-      on_attributes(player, attributes: dict)   every current attribute
-      on_title(player, title: str)              a new stream or track title
+      on_attributes(player, attributes: dict)   every current attribute (a
+                                                key that is missing has none)
+      on_title(player, title: str)              a new stream or track title;
+                                                "" when the station cleared it
       on_position(player, position: float)      a fraction of the whole
     """
 
@@ -118,8 +144,39 @@ class Player:
 
     @property
     def position(self) -> float:
-        """A fraction of the whole, 0.0 to 1.0; -1 for a live stream."""
+        """A fraction of the whole, 0.0 to 1.0; -1 for a live stream.
+        Setting it seeks a file (BelvaneError for a live stream)."""
         return lib.bv_player_get_position(self._live())
+
+    @position.setter
+    def position(self, fraction: float) -> None:
+        _check(lib.bv_player_set_position(self._live(), fraction))
+
+    @property
+    def has_position(self) -> bool:
+        """True for a file of known length: it can pause and seek."""
+        return bool(lib.bv_player_has_position(self._live()))
+
+    def seek(self, seconds: float) -> None:
+        """Seeks a file to seconds from the start."""
+        _check(lib.bv_player_seek(self._live(), seconds))
+
+    def pause(self) -> None:
+        """Pauses a file; the state stays PLAYING. BelvaneError for a live
+        stream, which cannot wait (stop it instead)."""
+        _check(lib.bv_player_pause(self._live()))
+
+    def resume(self) -> None:
+        _check(lib.bv_player_resume(self._live()))
+
+    @property
+    def paused(self) -> bool:
+        return bool(lib.bv_player_is_paused(self._live()))
+
+    def publish_mpris(self, enable: bool = True) -> None:
+        """Shows the player in the desktop's media controls (MPRIS), or
+        withdraws it; off by default. BelvaneError without a session bus."""
+        _check(lib.bv_player_publish_mpris(self._live(), int(bool(enable))))
 
     @property
     def elapsed_time(self) -> float:
@@ -171,8 +228,9 @@ class Player:
         attributes: Dict[str, str] = {keys[i].decode(): values[i].decode("utf-8", "replace") for i in range(count)}
         if self.on_attributes:
             self.on_attributes(self, attributes)
-        title = attributes.get(ATTRIBUTE_STREAM_TITLE) or attributes.get(ATTRIBUTE_TRACK_TITLE)
-        if title and title != self._title:
+        # A station's title when it has one ("" once it cleared it), else a file's.
+        title = attributes.get(ATTRIBUTE_STREAM_TITLE, attributes.get(ATTRIBUTE_TRACK_TITLE))
+        if title is not None and title != self._title:
             self._title = title
             if self.on_title:
                 self.on_title(self, title)

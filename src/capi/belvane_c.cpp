@@ -10,9 +10,16 @@
 // Destroying inside a callback: the handle counts the callbacks it is inside
 // of; a destroy there releases the master and silences the handle at once,
 // and the outermost callback frees it as it unwinds.
+//
+// Published on MPRIS, the publisher stands between the master and the
+// handle (it forwards every callback); withdrawing or destroying gives the
+// owner slot back. The library's log lines go through one process-wide
+// route: the host's callback, or GLib's debug level.
 #include <belvane/belvane.h>
 
 #include <belvane/BVConstants.h>
+#include <belvane/BVKitOwner.h>
+#include <belvane/BVMPRISPublisher.h>
 #include <belvane/BVMasterPlayer.h>
 #include <belvane/BVMediaFormat.h>
 #include <belvane/BVMediaLink.h>
@@ -24,9 +31,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <glib.h>
+
+#include <algorithm>
 #include <memory>
 #include <new>
 #include <optional>
+#include <shared_mutex>
 #include <string>
 #include <vector>
 
@@ -64,6 +75,39 @@ std::optional<std::string> attributeText(const BVValue& value) {
   }
 }
 
+// The C interface's log route: the host's callback, or GLib's debug level
+// (quiet unless G_MESSAGES_DEBUG asks). Installed as the kit owner's
+// delegate when a C host makes its first player or sets a callback, unless
+// another delegate (a C++ host's) is there.
+class CLogRoute final : public BVKitOwnerDelegate {
+ public:
+  static CLogRoute& shared() {
+    static CLogRoute* route = new CLogRoute();  // lives for the rest of the process
+    return *route;
+  }
+  void install() {
+    auto& owner = BVKitOwner::sharedOwner();
+    if (!owner.delegate()) owner.setDelegate(this);
+  }
+  void set(bv_log_callback callback, void* userdata) {
+    std::unique_lock lock(mutex_);  // waits for calls in progress
+    callback_ = callback;
+    userdata_ = userdata;
+  }
+  void belvaneOwnerDebugLog(const std::string& message) override {
+    std::shared_lock lock(mutex_);
+    if (callback_)
+      callback_(message.c_str(), userdata_);
+    else
+      g_log_structured(G_LOG_DOMAIN, G_LOG_LEVEL_DEBUG, "MESSAGE", "%s", message.c_str());
+  }
+
+ private:
+  std::shared_mutex mutex_;
+  bv_log_callback callback_ = nullptr;
+  void* userdata_ = nullptr;
+};
+
 }  // namespace
 }  // namespace belvane::detail
 
@@ -71,6 +115,9 @@ using namespace belvane::detail;
 
 struct bv_player final : BVPlayerOwner {
   std::shared_ptr<BVMasterPlayer> master = BVMasterPlayer::create();
+  // Between the master and this handle while published (it forwards every
+  // callback here).
+  std::shared_ptr<BVMPRISPublisher> publisher;
   bool destroyed = false;
   int callbackDepth = 0;
 
@@ -91,6 +138,7 @@ struct bv_player final : BVPlayerOwner {
 
   void releaseMaster() {
     if (!master) return;
+    publisher.reset();  // gives the owner slot back to this handle
     // The owner goes first, so the released player says nothing more.
     master->setOwner(nullptr);
     master.reset();
@@ -158,13 +206,23 @@ const char* bv_error_string(int code) {
     case BV_ERROR_INVALID_URL: return "invalid URL";
     case BV_ERROR_INVALID_AUDIO_OUTPUT: return "unknown audio output setting";
     case BV_ERROR_NOMEM: return "out of memory";
+    case BV_ERROR_NOT_SUPPORTED: return "not possible for this playback";
+    case BV_ERROR_UNAVAILABLE: return "system service unavailable";
   }
   return "unknown error";
 }
 
 void bv_free(void* data) { std::free(data); }
 
-bv_player* bv_player_create(void) { return new (std::nothrow) bv_player(); }
+bv_player* bv_player_create(void) {
+  CLogRoute::shared().install();
+  return new (std::nothrow) bv_player();
+}
+
+void bv_set_log_callback(bv_log_callback callback, void* userdata) {
+  CLogRoute::shared().set(callback, userdata);
+  CLogRoute::shared().install();
+}
 
 void bv_player_destroy(bv_player* player) {
   if (!player || player->destroyed) return;
@@ -227,9 +285,65 @@ uint64_t bv_player_get_frames_written(const bv_player* player) {
   return player && player->master ? player->master->outputFramesWritten() : 0;
 }
 
+int bv_player_has_position(const bv_player* player) {
+  return player && player->master && player->master->hasPosition() ? 1 : 0;
+}
+
+int bv_player_set_position(bv_player* player, double position) {
+  if (!player || !player->master || !(position >= 0.0 && position <= 1.0)) return BV_ERROR_INVALID_PARAMETER;
+  if (!player->master->hasPosition()) return BV_ERROR_NOT_SUPPORTED;
+  auto master = player->master;  // the position callback may destroy the handle
+  master->setPosition(static_cast<float>(position));
+  return BV_OK;
+}
+
+int bv_player_seek(bv_player* player, double seconds) {
+  if (!player || !player->master || !(seconds >= 0.0)) return BV_ERROR_INVALID_PARAMETER;
+  if (!player->master->hasPosition()) return BV_ERROR_NOT_SUPPORTED;
+  // The length: the duration attribute, else what the time played and the
+  // fraction it makes of the whole say.
+  double length = 0;
+  BVDictionary attributes = player->master->attributes();
+  if (auto it = attributes.find(std::string_view(BVPlayerAttributeDurationKey));
+      it != attributes.end() && it->second.isNumber())
+    length = it->second.doubleValue();
+  if (length <= 0) {
+    float fraction = player->master->position(), elapsed = player->master->elapsedTime();
+    if (fraction > 0.001f && elapsed > 0) length = elapsed / fraction;
+  }
+  if (length <= 0) return BV_ERROR_NOT_SUPPORTED;
+  return bv_player_set_position(player, std::min(seconds / length, 1.0));
+}
+
+int bv_player_pause(bv_player* player) {
+  if (!player || !player->master) return BV_ERROR_INVALID_PARAMETER;
+  if (!player->master->pause()) return BV_ERROR_NOT_SUPPORTED;
+  return BV_OK;
+}
+
+int bv_player_resume(bv_player* player) {
+  if (!player || !player->master) return BV_ERROR_INVALID_PARAMETER;
+  player->master->resume();
+  return BV_OK;
+}
+
+int bv_player_is_paused(const bv_player* player) { return player && player->master && player->master->isPaused() ? 1 : 0; }
+
+int bv_player_publish_mpris(bv_player* player, int enable) {
+  if (!player || !player->master) return BV_ERROR_INVALID_PARAMETER;
+  if (!enable) {
+    player->publisher.reset();
+    return BV_OK;
+  }
+  if (player->publisher) return BV_OK;
+  player->publisher = BVMPRISPublisher::create(player->master);
+  return player->publisher ? BV_OK : BV_ERROR_UNAVAILABLE;
+}
+
 int bv_player_set_volume(bv_player* player, double volume) {
   if (!player || !player->master || !(volume >= 0.0 && volume <= 1.0)) return BV_ERROR_INVALID_PARAMETER;
   player->master->setVolume(static_cast<float>(volume));
+  if (player->publisher) player->publisher->volumeChanged();
   return BV_OK;
 }
 
@@ -240,6 +354,7 @@ double bv_player_get_volume(const bv_player* player) {
 int bv_player_set_mute(bv_player* player, int muted) {
   if (!player || !player->master) return BV_ERROR_INVALID_PARAMETER;
   player->master->setMuted(muted != 0);
+  if (player->publisher) player->publisher->volumeChanged();
   return BV_OK;
 }
 

@@ -10,6 +10,8 @@
 #include <gio/gio.h>
 #include <unistd.h>
 
+#include "players/file_tags.h"
+
 #include <algorithm>
 #include <cmath>
 #include <string>
@@ -69,6 +71,45 @@ std::string attributeString(const BVDictionary& attributes, const char* key) {
   return it == attributes.end() ? std::string() : it->second.stringOr();
 }
 
+std::string fileURI(const std::string& path) {
+  gchar* uri = g_filename_to_uri(path.c_str(), nullptr, nullptr);
+  std::string result = uri ? uri : "";
+  g_free(uri);
+  return result;
+}
+
+// The picture of a local file for the desktop: the cover in its tags, kept
+// in the user's cache under the picture's checksum (desktops want a URL),
+// else a cover, folder or front picture beside it. Empty when none.
+std::string coverArtURL(const std::string& path) {
+  if (auto cover = belvane::detail::readFileCover(path)) {
+    gchar* sum = g_compute_checksum_for_data(G_CHECKSUM_SHA1, reinterpret_cast<const guchar*>(cover->bytes.data()),
+                                             cover->bytes.size());
+    std::string folder = std::string(g_get_user_cache_dir()) + "/belvane/covers";
+    std::string file = folder + "/" + sum + "." + cover->extension;
+    g_free(sum);
+    if (g_file_test(file.c_str(), G_FILE_TEST_EXISTS) ||
+        (g_mkdir_with_parents(folder.c_str(), 0700) == 0 &&
+         g_file_set_contents(file.c_str(), cover->bytes.data(), gssize(cover->bytes.size()), nullptr)))
+      return fileURI(file);
+  }
+  gchar* folder = g_path_get_dirname(path.c_str());
+  std::string found;
+  if (GDir* dir = g_dir_open(folder, 0, nullptr)) {
+    while (const char* name = g_dir_read_name(dir)) {
+      gchar* lower = g_ascii_strdown(name, -1);
+      for (const char* stem : {"cover.", "folder.", "front."})
+        for (const char* extension : {"jpg", "jpeg", "png"})
+          if (found.empty() && std::string(lower) == std::string(stem) + extension)
+            found = std::string(folder) + "/" + name;
+      g_free(lower);
+    }
+    g_dir_close(dir);
+  }
+  g_free(folder);
+  return found.empty() ? found : fileURI(found);
+}
+
 }  // namespace
 
 namespace belvane::detail {
@@ -91,6 +132,7 @@ struct MPRISConnection {
   double lengthSeconds(const BVMasterPlayer& player) const;
   void play();
   void stop();
+  void pause();
   void seekTo(double seconds);
 
   BVMPRISPublisher& publisher;
@@ -216,6 +258,7 @@ GVariant* MPRISConnection::property(const char* interface, const char* name) {
   if (n == "PlaybackStatus") {
     auto state = player ? player->state() : BVPlayerStateIdle;
     bool playing = state == BVPlayerStateConnecting || state == BVPlayerStatePlaying;
+    if (playing && player->isPaused()) return g_variant_new_string("Paused");
     return g_variant_new_string(playing ? "Playing" : "Stopped");
   }
   if (n == "Rate" || n == "MinimumRate" || n == "MaximumRate") return g_variant_new_double(1.0);
@@ -251,10 +294,13 @@ GVariant* MPRISConnection::property(const char* interface, const char* name) {
       }
       const std::string url = link->url().absoluteString();
       if (!url.empty()) g_variant_builder_add(&metadata, "{sv}", "xesam:url", g_variant_new_string(url.c_str()));
-      if (link->title() && !link->title()->empty())
-        g_variant_builder_add(&metadata, "{sv}", "xesam:album", g_variant_new_string(link->title()->c_str()));
+      std::string album = attributeString(publisher.attributes_, BVPlayerAttributeAlbumKey);
+      if (album.empty() && link->title()) album = *link->title();
+      if (!album.empty()) g_variant_builder_add(&metadata, "{sv}", "xesam:album", g_variant_new_string(album.c_str()));
       if (double length = lengthSeconds(*player); length > 0)
         g_variant_builder_add(&metadata, "{sv}", "mpris:length", g_variant_new_int64(gint64(length * 1e6)));
+      if (!publisher.artURL_.empty())
+        g_variant_builder_add(&metadata, "{sv}", "mpris:artUrl", g_variant_new_string(publisher.artURL_.c_str()));
     }
     return g_variant_builder_end(&metadata);
   }
@@ -279,9 +325,24 @@ bool MPRISConnection::setProperty(const char* name, GVariant* value) {
 void MPRISConnection::play() {
   auto player = this->player();
   if (!player) return;
+  if (player->isPaused()) {
+    player->resume();
+    emitChanged({"PlaybackStatus"});
+    return;
+  }
   auto state = player->state();
   if (state == BVPlayerStateConnecting || state == BVPlayerStatePlaying) return;
   if (auto link = player->link()) player->playLink(link);
+}
+
+// A file waits paused; a live station cannot, and stops.
+void MPRISConnection::pause() {
+  auto player = this->player();
+  if (!player) return;
+  if (player->pause())
+    emitChanged({"PlaybackStatus"});
+  else
+    player->stop();
 }
 
 void MPRISConnection::stop() {
@@ -308,10 +369,12 @@ void MPRISConnection::call(const char* interface, const char* method, GVariant* 
   bool playing = player && (player->state() == BVPlayerStateConnecting || player->state() == BVPlayerStatePlaying);
   if (m == "Play") {
     play();
-  } else if (m == "Pause" || m == "Stop") {
+  } else if (m == "Pause") {
+    pause();
+  } else if (m == "Stop") {
     stop();
   } else if (m == "PlayPause") {
-    playing ? stop() : play();
+    playing && !player->isPaused() ? pause() : play();
   } else if (m == "Seek") {
     gint64 offset = 0;
     g_variant_get(parameters, "(x)", &offset);
@@ -352,6 +415,8 @@ void BVMPRISPublisher::playerStateChanged(BVBasePlayer& player, BVPlayerState fr
   if (to == BVPlayerStateConnecting) {
     ++track_;
     attributes_.clear();
+    auto link = player.link();
+    artURL_ = link && link->url().isFileURL() ? coverArtURL(link->url().fileSystemPath()) : std::string();
   }
   connection_->emitChanged({"PlaybackStatus", "Metadata", "CanSeek"});
   if (hostOwner_) hostOwner_->playerStateChanged(player, from, to, error);

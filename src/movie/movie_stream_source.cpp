@@ -2,6 +2,7 @@
 #include "movie/movie_stream_source.h"
 
 #include "foundation/text_encoding.h"
+#include "foundation/title_encoding.h"
 #include "foundation/thread_name.h"
 #include "streaming/QLDebug.h"
 #include "streaming/shoutstreamer.h"
@@ -140,7 +141,7 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
   void metadata(std::span<const uint8_t> block, uint64_t) override {
     auto title = streamTitleFromMetadata(block);
     if (!title) return;
-    std::string text = stationTitleText(std::move(*title));
+    std::string text = stationTitleToUTF8(bytesOf(*title));
     QLDebugLog(QL_LOG_DEBUG, "stream: title '%s'", text.c_str());
     // Serialised events wait in the appsrc's queue behind the bytes before
     // them: the title reaches the parser where the station placed it.

@@ -13,7 +13,9 @@
 #include <belvane/BVRunLoop.h>
 
 #include <algorithm>
+#include <fstream>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 #include "streaming/shoutstreamer.h"
@@ -42,6 +44,7 @@ std::shared_ptr<BVBasePlayer> freshPlayerLike(const BVBasePlayer& current) {
 void BVMasterPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   BVBasePlayer::playLink(link);
   stopped_ = false;
+  relayedState_.reset();
   if (subPlayerUsed_) {
     // The sub-player has played before: what it played stops now, and the
     // new link starts afresh on the same engine, with nothing of the last
@@ -59,6 +62,7 @@ void BVMasterPlayer::stop() {
   auto self = shared_from_this();
   replaceSubPlayer(freshPlayerLike(*_subPlayer));
   stopped_ = true;
+  relayedState_ = BVPlayerStateStopped;
   if (auto* o = owner()) o->playerStateChanged(*this, from, BVPlayerStateStopped, nullptr);
 }
 
@@ -87,6 +91,9 @@ bool BVMasterPlayer::isMuted() const { return _subPlayer->isMuted(); }
 void BVMasterPlayer::setMuted(bool muted) { _subPlayer->setMuted(muted); }
 float BVMasterPlayer::elapsedTime() const { return _subPlayer->elapsedTime(); }
 BVDictionary BVMasterPlayer::attributes() const { return _subPlayer->attributes(); }
+bool BVMasterPlayer::pause() { return !stopped_ && _subPlayer->pause(); }
+void BVMasterPlayer::resume() { _subPlayer->resume(); }
+bool BVMasterPlayer::isPaused() const { return !stopped_ && _subPlayer->isPaused(); }
 
 namespace {
 using EngineList = std::vector<std::shared_ptr<BVBasePlayerEngine>>;
@@ -106,6 +113,12 @@ std::optional<std::string> declinedStreamType(const BVMP3StreamPlayer& player, c
     if (!type.empty()) return type;
   if (error->domain() == BVShoutstreamerErrorDomain && error->code() == SHOUTSTREAMER_ERROR_AAC) return "audio/aac";
   return std::nullopt;
+}
+
+bool startsWithID3Tag(const std::string& path) {
+  char head[3] = {};
+  std::ifstream file(path, std::ios::binary);
+  return file.read(head, sizeof head) && std::string_view(head, sizeof head) == "ID3";
 }
 
 // The link retyped with the type its stream was served with. The format is
@@ -143,7 +156,13 @@ std::pair<std::shared_ptr<BVBasePlayer>, std::shared_ptr<BVMediaLink>> BVMasterP
       if (engine->isAvailable())
         if (auto player = engine->createPlayer()) return {player, retyped};
   }
-  if (!failed.fallbackStreams().empty()) {
+  // A local MP3 file whose ID3 tag the streamer could not get past (a cover
+  // larger than it searches for the first frame) is for the general engine,
+  // which reads the file's structure.
+  const bool unreadableFile = link->url().isFileURL() && error->domain() == BVShoutstreamerErrorDomain &&
+                              error->code() == SHOUTSTREAMER_ERROR_NOT_MPEG &&
+                              startsWithID3Tag(link->url().fileSystemPath());
+  if (!failed.fallbackStreams().empty() || unreadableFile) {
     auto candidates = enginesOtherThanMP3(*link->format());
     if (!candidates.empty()) {
       auto engine = link->defaultEngineFromEngines(candidates);
@@ -171,6 +190,10 @@ void BVMasterPlayer::playerStateChanged(BVBasePlayer& player, BVPlayerState from
       return;
     }
   }
+  // The next engine's player starts from Idle and says Connecting again:
+  // the host heard that once for this playback already.
+  if (relayedState_ == to) return;
+  relayedState_ = to;
   if (auto* o = owner()) o->playerStateChanged(*this, from, to, error);
 }
 

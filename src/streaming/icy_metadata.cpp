@@ -196,11 +196,4 @@ std::optional<std::string> streamTitleFromMetadata(std::span<const uint8_t> bloc
   return std::string(text.substr(start, end - start));
 }
 
-std::string stationTitleText(std::string bytes) {
-  auto span = bytesOf(bytes);
-  if (isValidUTF8(span)) return bytes;
-  auto converted = decodeText(span, "WINDOWS-1252");
-  return converted ? *converted : latin1ToUTF8(span);
-}
-
 }  // namespace belvane::detail

@@ -90,9 +90,4 @@ class IcyDemuxer {
 // its closing "';", or nothing when the block has no StreamTitle.
 std::optional<std::string> streamTitleFromMetadata(std::span<const uint8_t> block);
 
-// A title's bytes as text: UTF-8 as sent, or converted when they are not
-// valid UTF-8 (stations that do not send UTF-8 almost always send
-// Windows-1252).
-std::string stationTitleText(std::string bytes);
-
 }  // namespace belvane::detail

@@ -3,6 +3,7 @@
 #include "streaming/shoutstreamer.h"
 
 #include "foundation/text_encoding.h"
+#include "foundation/title_encoding.h"
 #include "foundation/thread_name.h"
 #include "streaming/QLDebug.h"
 #include "streaming/shoutstreamer_buffer.h"
@@ -107,7 +108,7 @@ class StreamDecoder final : public StreamReader::Client, public PipelineSink {
   }
 
   void title(std::string bytes) override {
-    bytes = belvane::detail::stationTitleText(std::move(bytes));
+    bytes = belvane::detail::stationTitleToUTF8(belvane::detail::bytesOf(bytes));
     QLDebugLog(QL_LOG_DEBUG, "shoutstreamer: title '%s'", bytes.c_str());
     s_.buffer->appendTitle(std::move(bytes));
   }

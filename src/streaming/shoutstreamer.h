@@ -98,7 +98,8 @@ typedef void (*shoutstreamer_audio_callback_t)(shoutstreamer_t streamer, float s
 // The slot between audio and title; callers pass NULL.
 typedef void (*shoutstreamer_other_callback_t)(shoutstreamer_t streamer, void* data);
 // Title bytes (UTF-8 as the station sent them, not NUL-terminated; a title
-// that is not valid UTF-8 is converted from Windows-1252) and the number of
+// that is not valid UTF-8 is converted from the character set detected for
+// it) and the number of
 // decoded frames still to be delivered to the audio callback before the
 // audio that follows the title in the stream.
 typedef void (*shoutstreamer_title_callback_t)(shoutstreamer_t streamer, const char* bytes, int32_t length,

@@ -18,6 +18,11 @@ static void on_attributes(bv_player *player, const char *const *keys, const char
   for (i = 0; i < count; ++i) printf("%s = %s\n", keys[i], values[i]);
 }
 
+static void on_log(const char *message, void *userdata) {
+  (void)userdata;
+  puts(message);
+}
+
 static void on_position(bv_player *player, double position, void *userdata) {
   (void)player;
   (void)userdata;
@@ -46,6 +51,12 @@ int main(void) {
   bv_free(text);
   text = bv_player_get_audio_output_name(player);
   bv_free(text);
+  printf("%d %d %d %d %d %d %d\n", bv_player_has_position(player), bv_player_pause(player), bv_player_resume(player),
+         bv_player_is_paused(player), bv_player_set_position(player, 0.5), bv_player_seek(player, 1.0),
+         bv_player_publish_mpris(player, 0));
+  bv_set_log_callback(on_log, NULL);
+  printf("%d %s\n", bv_error_is_retryable(BV_ERROR_DOMAIN_SHOUTSTREAMER, BV_SHOUTSTREAMER_TIMED_OUT),
+         BV_ATTRIBUTE_COMMENT);
   bv_player_stop(player);
   bv_player_destroy(player);
   return 0;

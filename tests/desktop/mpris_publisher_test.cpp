@@ -5,6 +5,7 @@
 
 #include <belvane/BVMPRISPublisher.h>
 #include <belvane/BVMasterPlayer.h>
+#include <belvane/belvane.h>
 
 #include <gio/gio.h>
 #include <signal.h>
@@ -14,8 +15,11 @@
 #include <cstdlib>
 #include <optional>
 
+#include "support/gst_media_files.h"
 #include "support/icy_test_server.h"
+#include "support/mp3_test_data.h"
 #include "support/recording_owner.h"
+#include "support/temp_dir.h"
 
 using namespace belvane::test;
 
@@ -160,6 +164,14 @@ class Follower {
   std::string out_;
 };
 
+// A master player on the null output (in real time) that host owns.
+std::shared_ptr<BVMasterPlayer> masterOwnedBy(RecordingOwner& host) {
+  auto master = BVMasterPlayer::create();
+  EXPECT_EQ(master->setAudioOutput("null"), 0);
+  master->setOwner(&host);
+  return master;
+}
+
 std::shared_ptr<BVMediaLink> stationLink(const std::string& url) {
   auto link = linkTo(url)->mutableCopy();
   link->setTitle(std::string("Loopback FM"));
@@ -182,9 +194,7 @@ TEST(MPRISPublisher, PlayerctlReadsAndDrivesALiveStation) {
   server.serve("/live", {script});
 
   RecordingOwner host;
-  auto master = BVMasterPlayer::create();
-  ASSERT_EQ(master->setAudioOutput("null"), 0);
-  master->setOwner(&host);
+  auto master = masterOwnedBy(host);
   auto publisher = BVMPRISPublisher::create(master);
   ASSERT_TRUE(publisher);
   EXPECT_EQ(publisher->busName(), "org.mpris.MediaPlayer2.belvane");
@@ -235,6 +245,48 @@ TEST(MPRISPublisher, PlayerctlReadsAndDrivesALiveStation) {
   master->setOwner(nullptr);
 }
 
+TEST(MPRISPublisher, PlayerctlShowsAFilesTagsPausesAndSeeksIt) {
+  SKIP_WITHOUT_BUS_TOOLS();
+  BELVANE_SKIP_WITHOUT_LAME();
+  PrivateBus bus;
+  ASSERT_TRUE(bus.started());
+  TempDir dir;
+  setenv("XDG_CACHE_HOME", (dir.path() + "/cache").c_str(), 1);  // where the cover goes
+  const std::string png = "\x89PNG\r\n\x1a\n(a picture)";
+  std::string path = dir.write("song.mp3", id3v2Tag(3, {{"TIT2", "Song"}, {"TPE1", "Band"}, {"TALB", "Record"},
+                                                        {"APIC", std::string("image/png\0\x03\0", 12) + png}}) +
+                                               stereoTone44k()->bytes);
+  RecordingOwner host;
+  auto master = masterOwnedBy(host);
+  auto publisher = BVMPRISPublisher::create(master);
+  ASSERT_TRUE(publisher);
+  master->playLink(BVMediaLink::linkWithURL(BVURL::fileURLWithPath(path)));
+  ASSERT_TRUE(host.runUntil(BVPlayerStatePlaying));
+
+  // The tags and the length together, from the one attribute set.
+  EXPECT_EQ(ofBelvane({"metadata", "--format", "{{xesam:title}}|{{xesam:artist}}|{{xesam:album}}"}),
+            "Song|Band|Record");
+  EXPECT_NEAR(std::stod(ofBelvane({"metadata", "mpris:length"})), 4e6, 0.1e6);
+  gchar* art = g_filename_from_uri(ofBelvane({"metadata", "mpris:artUrl"}).c_str(), nullptr, nullptr);
+  ASSERT_TRUE(art);
+  EXPECT_EQ(readWholeFile(art), png);
+  g_free(art);
+
+  // A file waits paused, and moves while it waits.
+  ofBelvane({"pause"});
+  EXPECT_EQ(ofBelvane({"status"}), "Paused");
+  EXPECT_TRUE(master->isPaused());
+  ofBelvane({"position", "3"});
+  EXPECT_NEAR(master->elapsedTime(), 3.0, 0.05);
+  ofBelvane({"play"});
+  EXPECT_EQ(ofBelvane({"status"}), "Playing");
+  ASSERT_TRUE(runUntilEnded(host, 5));
+  EXPECT_EQ(host.sequence(),
+            (std::vector<BVPlayerState>{BVPlayerStateConnecting, BVPlayerStatePlaying, BVPlayerStateStopped}));
+  publisher.reset();
+  master->setOwner(nullptr);
+}
+
 TEST(MPRISPublisher, NamesTheSecondPlayerByInstanceAndNeedsABus) {
   SKIP_WITHOUT_BUS_TOOLS();
   {
@@ -245,6 +297,14 @@ TEST(MPRISPublisher, NamesTheSecondPlayerByInstanceAndNeedsABus) {
     ASSERT_TRUE(a && b);
     EXPECT_EQ(b->busName(), "org.mpris.MediaPlayer2.belvane.instance" + std::to_string(getpid()));
     EXPECT_EQ(playerctl({"-p", b->busName().substr(23), "status"}), "Stopped");
+    // A C host publishes on request, and withdraws.
+    a.reset();
+    bv_player* host = bv_player_create();
+    EXPECT_EQ(bv_player_publish_mpris(host, 1), BV_OK);
+    EXPECT_EQ(ofBelvane({"status"}), "Stopped");
+    EXPECT_EQ(bv_player_publish_mpris(host, 0), BV_OK);
+    EXPECT_EQ(("\n" + playerctl({"-l"}) + "\n").find("\nbelvane\n"), std::string::npos);
+    bv_player_destroy(host);
   }
   // No bus at the address: no publisher, and the player keeps its owner.
   setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
@@ -253,6 +313,9 @@ TEST(MPRISPublisher, NamesTheSecondPlayerByInstanceAndNeedsABus) {
   master->setOwner(&host);
   EXPECT_FALSE(BVMPRISPublisher::create(master));
   EXPECT_EQ(master->owner(), &host);
+  bv_player* cHost = bv_player_create();
+  EXPECT_EQ(bv_player_publish_mpris(cHost, 1), BV_ERROR_UNAVAILABLE);
+  bv_player_destroy(cHost);
   master->setOwner(nullptr);
   unsetenv("DBUS_SESSION_BUS_ADDRESS");
 }

@@ -8,7 +8,12 @@
 #include "support/recording_owner.h"
 #include "support/icy_test_server.h"
 #include "support/log_capture.h"
+#include "support/mp3_test_data.h"
 #include "support/temp_dir.h"
+
+#include <glib.h>
+
+#include <algorithm>
 
 using namespace belvane::test;
 
@@ -183,4 +188,113 @@ TEST(MP3StreamPlayerStates, OutputThatCannotStartIsAnErrorAtOnce) {
   EXPECT_EQ(error->localizedDescription(),
             "Audio player failed to start with error code " + std::to_string(error->code()) + ".");
   EXPECT_EQ(userInfoString(error, BVDoNotReportToRadioTimeErrorKey), "");
+}
+
+namespace {
+std::string inCharset(const char* utf8, const char* charset) {
+  gsize length = 0;
+  gchar* bytes = g_convert(utf8, -1, charset, "UTF-8", nullptr, &length, nullptr);
+  std::string result(bytes ? bytes : "", length);
+  g_free(bytes);
+  return result;
+}
+}  // namespace
+
+TEST(MP3StreamPlayerTitles, OtherCharacterSetsAreReadAndAnEmptyTitleClearsTheLast) {
+  BELVANE_SKIP_WITHOUT_LAME();
+  IcyTestServer server;
+  IcyStreamScript script = shortStream(64'000);
+  const std::string cyrillic = inCharset("Кино - Группа крови", "WINDOWS-1251");
+  const std::string koi8 = inCharset("Сплин - Выхода нет", "KOI8-R");
+  script.titleForBlock = [&](int block) { return block < 2 ? cyrillic : block < 4 ? kEmptyStreamTitle : koi8; };
+  server.serve("/live", {script});
+  RecordingOwner owner;
+  auto player = makePlayer(owner);
+  player->playLink(linkTo(server.url("/live")));
+  ASSERT_TRUE(runUntilEnded(owner));
+  auto titles = owner.titles;
+  titles.erase(std::unique(titles.begin(), titles.end()), titles.end());
+  EXPECT_EQ(titles, (std::vector<std::string>{"Кино - Группа крови", "", "Сплин - Выхода нет"}));
+}
+
+namespace {
+BVDictionary tagsOf(const std::string& path) {
+  RecordingOwner owner;
+  auto player = makePlayer(owner);
+  player->playLink(BVMediaLink::linkWithURL(BVURL::fileURLWithPath(path)));
+  // Known before any audio, and announced whole right after Connecting.
+  EXPECT_EQ(owner.sequence(), std::vector<BVPlayerState>{BVPlayerStateConnecting});
+  EXPECT_EQ(owner.attributeChanges, std::vector<BVDictionary>{player->attributes()});
+  player->setOwner(nullptr);
+  return player->attributes();
+}
+}  // namespace
+
+TEST(MP3StreamPlayerFiles, TagsOfEveryID3VersionAreShown) {
+  BELVANE_SKIP_WITHOUT_LAME();
+  TempDir dir;
+  const std::string& audio = stereoTone44k()->bytes;
+  auto v22 = tagsOf(dir.write("v22.mp3", id3v2Tag(2, {{"TT2", "Two"}, {"TP1", "Ann"}, {"TAL", "Old"}, {"TYE", "1998"},
+                                                   {"TCO", "Jazz"}}) + audio));
+  EXPECT_EQ(v22, (BVDictionary{{BVPlayerAttributeTrackTitleKey, "Two"}, {BVPlayerAttributeArtistKey, "Ann"},
+                               {BVPlayerAttributeAlbumKey, "Old"}, {BVPlayerAttributeYearKey, "1998"},
+                               {BVPlayerAttributeGenreKey, "Jazz"}, {BVPlayerAttributeDurationKey, v22[BVPlayerAttributeDurationKey]}}));
+  EXPECT_NEAR(v22[BVPlayerAttributeDurationKey].doubleValue(), 4.0, 0.1);
+  // An ID3v2.3 tag wins over the ID3v1 tag after the audio, field by field.
+  auto v23 = tagsOf(dir.write("v23.mp3", id3v2Tag(3, {{"TIT2", "Three"}, {"TPE1", "Bo"}}) + audio +
+                                              id3v1Tag("One", "Cy", "Album One", "2001", 17)));
+  EXPECT_EQ(v23[BVPlayerAttributeTrackTitleKey].stringOr(), "Three");
+  EXPECT_EQ(v23[BVPlayerAttributeArtistKey].stringOr(), "Bo");
+  EXPECT_EQ(v23[BVPlayerAttributeAlbumKey].stringOr(), "Album One");
+  EXPECT_EQ(v23[BVPlayerAttributeYearKey].stringOr(), "2001");
+  EXPECT_EQ(v23[BVPlayerAttributeGenreKey].stringOr(), "Rock");  // ID3v1 genre 17
+  // ID3v2.4 in UTF-8.
+  auto v24 = tagsOf(dir.write("v24.mp3", id3v2Tag(4, {{"TIT2", "Четыре"}, {"TCON", "Pop"}, {"TDRC", "2024"}}) + audio));
+  EXPECT_EQ(v24[BVPlayerAttributeTrackTitleKey].stringOr(), "Четыре");
+  EXPECT_EQ(v24[BVPlayerAttributeGenreKey].stringOr(), "Pop");
+  EXPECT_EQ(v24[BVPlayerAttributeYearKey].stringOr(), "2024");
+  // A stream has none of it.
+  RecordingOwner owner;
+  IcyTestServer server;
+  server.serve("/live", {shortStream()});
+  auto player = makePlayer(owner);
+  player->playLink(linkTo(server.url("/live")));
+  EXPECT_TRUE(player->attributes().empty());
+  EXPECT_FALSE(player->hasPosition());
+  player->setOwner(nullptr);
+}
+
+TEST(MP3StreamPlayerFiles, AFileReportsItsPositionSeeksAndPauses) {
+  BELVANE_SKIP_WITHOUT_LAME();
+  TempDir dir;
+  std::string path = dir.write("tone.mp3", stereoTone44k()->bytes);  // 4 s
+  RecordingOwner owner;
+  auto player = makePlayer(owner, "null");
+  player->playLink(BVMediaLink::linkWithURL(BVURL::fileURLWithPath(path)));
+  ASSERT_TRUE(owner.runUntil(BVPlayerStatePlaying));
+  EXPECT_TRUE(player->hasPosition());
+  BVRunLoop::main().runFor(0.5);
+  EXPECT_GT(player->position(), 0.05f);
+  EXPECT_LT(player->position(), 0.5f);
+
+  player->setPosition(0.5f);
+  EXPECT_NEAR(player->elapsedTime(), 2.0, 0.05);
+  ASSERT_FALSE(owner.positions.empty());
+  EXPECT_NEAR(owner.positions.back(), 0.5f, 0.01f);
+  BVRunLoop::main().runFor(0.4);
+  EXPECT_GT(player->elapsedTime(), 2.1f);
+
+  ASSERT_TRUE(player->pause());
+  float paused = player->position();
+  BVRunLoop::main().runFor(0.4);
+  EXPECT_TRUE(player->isPaused());
+  EXPECT_EQ(player->state(), BVPlayerStatePlaying);
+  EXPECT_FLOAT_EQ(player->position(), paused);
+  player->setPosition(0.75f);  // paused: the position moves, nothing plays
+  EXPECT_NEAR(player->position(), 0.75f, 1e-4);
+  player->resume();
+  ASSERT_TRUE(runUntilEnded(owner, 5));
+  EXPECT_EQ(owner.sequence(),
+            (std::vector<BVPlayerState>{BVPlayerStateConnecting, BVPlayerStatePlaying, BVPlayerStateStopped}));
+  EXPECT_GT(player->position(), 0.95f);
 }

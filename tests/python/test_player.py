@@ -1,4 +1,10 @@
-"""The Python package plays the loopback station through the C interface."""
+"""The Python package plays the loopback station and a file through the C
+interface."""
+import os
+import pathlib
+import re
+import struct
+
 import belvane
 import pytest
 from conftest import run_until
@@ -23,6 +29,8 @@ def test_station_plays_with_its_titles_in_order_and_stops(player, station):
     assert states[:2] == [belvane.State.CONNECTING, belvane.State.PLAYING]
     assert player.attribute(belvane.ATTRIBUTE_STREAM_TITLE) == "Belvane Test - Song Two"
     assert player.frames_written > 0 and player.audio_output_name == "null:fast"
+    with pytest.raises(belvane.BelvaneError):
+        player.pause()  # a live station cannot wait
 
     player.stop()
     assert player.state == belvane.State.STOPPED and states[-1] == belvane.State.STOPPED
@@ -36,6 +44,7 @@ def test_failure_reaches_the_callback_in_words_and_bad_calls_raise(player):
     assert run_until(lambda: errors), "no error arrived"
     assert player.state == belvane.State.ERROR
     assert errors[0].description and errors[0].domain
+    assert errors[0].retryable, errors[0]  # nothing listening now; maybe later
 
     with pytest.raises(belvane.BelvaneError):
         player.volume = 2.0
@@ -63,3 +72,59 @@ def test_a_player_closed_inside_its_own_callback_stays_quiet(station):
     with pytest.raises(ValueError):
         player.play(station.url)
     assert belvane.version() >= (0, 1, 0)
+
+
+def id3v23(**frames):
+    """An ID3v2.3 tag with ISO-8859-1 text frames (TIT2="Song", ...)."""
+    body = b"".join(name.encode() + struct.pack(">IH", len(text) + 1, 0) + b"\0" + text.encode("latin-1")
+                    for name, text in frames.items())
+    size = len(body)
+    return b"ID3\3\0\0" + bytes([(size >> 21) & 127, (size >> 14) & 127, (size >> 7) & 127, size & 127]) + body
+
+
+def test_a_file_has_its_tags_together_pauses_and_seeks(tmp_path):
+    path = tmp_path / "song.mp3"
+    path.write_bytes(id3v23(TIT2="Song", TPE1="Band", TALB="Record") + pathlib.Path(os.environ["BELVANE_TEST_MP3"]).read_bytes())
+    sets, titles, states = [], [], []
+    with belvane.Player() as player:
+        player.set_audio_output("null")
+        player.on_attributes = lambda p, attributes: sets.append(attributes)
+        player.on_title = lambda p, title: titles.append(title)
+        player.on_state = lambda p, old, new, error: states.append(new)
+        player.play(str(path))
+        assert run_until(lambda: player.state == belvane.State.PLAYING)
+        assert sets and all(s[belvane.ATTRIBUTE_ARTIST] == "Band" and s[belvane.ATTRIBUTE_ALBUM] == "Record"
+                            and float(s[belvane.ATTRIBUTE_DURATION]) > 1 for s in sets)
+        assert titles == ["Song"]
+
+        assert player.has_position
+        player.pause()
+        assert player.paused and player.state == belvane.State.PLAYING
+        player.seek(1.0)
+        assert abs(player.elapsed_time - 1.0) < 0.05
+        player.resume()
+        assert run_until(lambda: player.state == belvane.State.STOPPED)
+        assert states == [belvane.State.CONNECTING, belvane.State.PLAYING, belvane.State.STOPPED]
+
+
+def test_error_constants_are_those_of_the_c_header():
+    header = pathlib.Path(__file__).parents[2] / "include" / "belvane" / "BVErrorCodes.h"
+    names = dict(re.findall(r"^#define BV_(\w+) (.+?)\s*(?:/\*.*)?$", header.read_text(), re.M))
+    fourcc = re.compile(r"BV_FOURCC\('(.)', '(.)', '(.)', '(.)'\)")
+    checked = 0
+    for name, value in names.items():
+        python_name = name[len("ERROR_"):] if name.startswith("ERROR_DOMAIN_") else name
+        if python_name in ("FOURCC(a, b, c, d)", "BVERRORCODES_H") or "(" in python_name:
+            continue
+        if value.startswith('"'):
+            expected = value.strip('"')
+        elif fourcc.match(value):
+            expected = belvane.errors._fourcc("".join(fourcc.match(value).groups()))
+        else:
+            expected = int(value.replace("(int32_t)", "").strip("()").rstrip("u"), 0)
+            expected = expected - (1 << 32) if expected >= 1 << 31 else expected
+        assert getattr(belvane.errors, python_name) == expected, name
+        checked += 1
+    assert checked > 50
+    assert belvane.errors.is_retryable(belvane.errors.DOMAIN_HTTP, 503)
+    assert belvane.errors.shoutstreamer_http_status(404) == belvane.errors._fourcc("H404")

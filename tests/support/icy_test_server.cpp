@@ -67,7 +67,7 @@ std::string defaultTitle(int block) { return block % 4 == 0 ? "Title " + std::to
 
 std::string metadataBlock(const std::string& title) {
   if (title.empty()) return std::string(1, '\0');
-  std::string text = "StreamTitle='" + title + "';StreamUrl='';";
+  std::string text = "StreamTitle='" + (title == kEmptyStreamTitle ? std::string() : title) + "';StreamUrl='';";
   size_t units = (text.size() + 15) / 16;
   text.resize(units * 16, '\0');
   return char(units) + text;

@@ -27,6 +27,8 @@
 
 namespace belvane::test {
 
+inline const std::string kEmptyStreamTitle = "\x01";
+
 struct IcyStreamScript {
   enum class Payload { Mp3, Noise, Adts };
   enum class End { Close, Stall };
@@ -35,7 +37,8 @@ struct IcyStreamScript {
   std::string contentType = "audio/mpeg";
   std::vector<std::pair<std::string, std::string>> headers;  // added after the standard ones
   uint32_t metaint = 8192;                                    // 0: no metadata blocks
-  // The title for metadata block n (0-based); "" sends an empty block.
+  // The title for metadata block n (0-based); "" sends an empty block, and
+  // kEmptyStreamTitle the title '' (a station clearing its title).
   // Default: "Title n" for every fourth block, empty ones between.
   std::function<std::string(int block)> titleForBlock;
 

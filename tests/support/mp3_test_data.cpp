@@ -168,4 +168,29 @@ std::string noiseBytes(size_t count, uint32_t seed) {
   return out;
 }
 
+std::string id3v2Tag(int version, const std::vector<std::pair<std::string, std::string>>& frames) {
+  auto bigEndian = [](uint32_t n, int bytes) {
+    std::string out;
+    for (int i = bytes - 1; i >= 0; --i) out += char((n >> (8 * i)) & 0xFF);
+    return out;
+  };
+  std::string body;
+  for (const auto& [id, text] : frames) {
+    std::string payload = (version == 4 ? '\3' : '\0') + text;  // UTF-8 in v2.4, else ISO-8859-1
+    // Short frames: their size reads the same in v2.4's synchsafe form.
+    body += id + bigEndian(uint32_t(payload.size()), version == 2 ? 3 : 4) +
+            (version == 2 ? "" : std::string(2, '\0')) + payload;
+  }
+  uint32_t n = uint32_t(body.size());
+  std::string size{char((n >> 21) & 0x7F), char((n >> 14) & 0x7F), char((n >> 7) & 0x7F), char(n & 0x7F)};
+  return std::string("ID3") + char(version) + '\0' + '\0' + size + body;
+}
+
+std::string id3v1Tag(const std::string& title, const std::string& artist, const std::string& album,
+                     const std::string& year, uint8_t genre) {
+  auto field = [](std::string s, size_t n) { return s.append(n - s.size(), '\0'); };
+  return "TAG" + field(title, 30) + field(artist, 30) + field(album, 30) + field(year, 4) + field("", 30) +
+         char(genre);
+}
+
 }  // namespace belvane::test

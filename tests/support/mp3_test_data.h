@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace belvane::test {
@@ -50,6 +51,11 @@ Mp3Data splitAdtsFrames(const std::string& bytes);
 std::string adtsFrames(int count);
 // Bytes that hold no frame sync at all (no 0xFF byte), from a fixed seed.
 std::string noiseBytes(size_t count, uint32_t seed = 1);
+// ID3 tags written byte by byte, to put before (v2.2, v2.3, v2.4: frame id
+// and text) or after (v1) MP3 frames.
+std::string id3v2Tag(int version, const std::vector<std::pair<std::string, std::string>>& frames);
+std::string id3v1Tag(const std::string& title, const std::string& artist, const std::string& album,
+                     const std::string& year, uint8_t genre);
 
 }  // namespace belvane::test
 

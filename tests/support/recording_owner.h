@@ -27,7 +27,7 @@ class RecordingOwner : public BVPlayerOwner {
   std::vector<StateEvent> states;
   std::vector<float> positions;
   std::vector<BVDictionary> attributeChanges;
-  std::vector<std::string> titles;    // stream titles
+  std::vector<std::string> titles;    // stream titles, each when announced
   std::vector<uint64_t> titleFrames;  // frames() when each title arrived
   std::function<uint64_t()> frames;
   std::function<void(BVBasePlayer&, BVPlayerState)> onState;
@@ -37,10 +37,16 @@ class RecordingOwner : public BVPlayerOwner {
     if (onState) onState(p, to);
   }
   void playerPositionChanged(BVBasePlayer&, float position) override { positions.push_back(position); }
+  // Each call carries the whole set: its stream title is news when it
+  // differs from the last call's, or when the set is the last one again (a
+  // station announcing the same title anew).
   void playerAttributeChanged(BVBasePlayer&, const BVDictionary& attributes) override {
+    const BVDictionary previous = attributeChanges.empty() ? BVDictionary{} : attributeChanges.back();
     attributeChanges.push_back(attributes);
     auto it = attributes.find(BVPlayerAttributeStreamTitleKey);
     if (it == attributes.end()) return;
+    auto before = previous.find(BVPlayerAttributeStreamTitleKey);
+    if (before != previous.end() && before->second == it->second && previous != attributes) return;
     titles.push_back(it->second.stringOr());
     titleFrames.push_back(frames ? frames() : 0);
   }

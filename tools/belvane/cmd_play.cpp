@@ -104,8 +104,11 @@ class PlayReporter : public BVPlayerOwner {
       emit(line);
       return;
     }
+    // Every call carries the whole set: the title is news only when it changed.
     auto it = attributes.find(BVPlayerAttributeStreamTitleKey);
-    if (it != attributes.end() && it->second.string()) say("Now playing: " + *it->second.string());
+    if (it == attributes.end() || !it->second.string() || *it->second.string() == shownTitle_) return;
+    shownTitle_ = *it->second.string();
+    say("Now playing: " + shownTitle_);
   }
 
   void end() {
@@ -146,6 +149,7 @@ class PlayReporter : public BVPlayerOwner {
   bool json_;
   PlayTerminal* terminal_ = nullptr;
   BVErrorRef lastError_;
+  std::string shownTitle_;
   std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 

@@ -4,10 +4,12 @@
 #include <belvane/BVMP3StreamPlayer.h>
 #include <belvane/BVMediaLink.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <set>
 
 #include "foundation/text_encoding.h"
+#include "players/file_tags.h"
 #include "players/mp3_stream/shoutstreamer_delegate.h"
 #include "streaming/QLStreamTuner.h"
 #include "streaming/shoutstreamer.h"
@@ -90,6 +92,7 @@ BVMP3StreamPlayer::~BVMP3StreamPlayer() {
 
 void BVMP3StreamPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   BVBasePlayer::playLink(link);
+  readFileTags();
   _shoutstreamerDelegate->setRunLoop(BVRunLoop::current());
   int code = _shoutstreamerDelegate->startAudioPlayer();
   if (code != 0) {
@@ -101,10 +104,31 @@ void BVMP3StreamPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
     changeStateTo(BVPlayerStateError, _error);
     return;
   }
+  auto self = shared_from_this();
   changeStateTo(BVPlayerStateConnecting);
+  if (!fileAttributes_.empty()) changedAttribute(attributes());
   if (link) _streamTuner->setSourceURL(link->url());
   _streamTuner->start();
   _timeOfPlay = std::chrono::steady_clock::now();
+}
+
+// A local file's tags and length, before anything plays: the host has the
+// whole set with Connecting.
+void BVMP3StreamPlayer::readFileTags() {
+  fileAttributes_.clear();
+  fileDuration_ = 0;
+  fileSampleRate_ = 0;
+  fileStreamURL_.clear();
+  fileStartFrame_ = 0;
+  fileRestarted_ = false;
+  paused_ = false;
+  auto link = this->link();
+  if (!link || !link->url().isFileURL()) return;
+  if (auto tags = belvane::detail::readFileTags(link->url().fileSystemPath())) {
+    fileAttributes_ = std::move(tags->attributes);
+    fileDuration_ = tags->duration;
+    fileSampleRate_ = tags->sampleRate;
+  }
 }
 
 float BVMP3StreamPlayer::volume() const { return _shoutstreamerDelegate->volume(); }
@@ -113,14 +137,89 @@ bool BVMP3StreamPlayer::isMuted() const { return _shoutstreamerDelegate->isMuted
 void BVMP3StreamPlayer::setMuted(bool muted) { _shoutstreamerDelegate->setMuted(muted); }
 
 float BVMP3StreamPlayer::elapsedTime() const {
+  if (hasPosition()) return float(filePlayedSeconds());
   if (!_timeOfPlay) return 0.0f;
   return std::chrono::duration<float>(std::chrono::steady_clock::now() - *_timeOfPlay).count();
 }
 
 BVDictionary BVMP3StreamPlayer::attributes() const {
   BVDictionary result = BVBasePlayer::attributes();
+  for (const auto& [key, value] : fileAttributes_) result[key] = value;
   if (_currentTitle) result[BVPlayerAttributeStreamTitleKey] = BVValue(*_currentTitle);
   return result;
+}
+
+// ---- a local file: position, seeking and pausing ---------------------------------
+
+bool BVMP3StreamPlayer::hasPosition() const { return fileDuration_ > 0 && fileSampleRate_ > 0; }
+
+double BVMP3StreamPlayer::filePlayedSeconds() const {
+  int rate = _shoutstreamerDelegate->sampleRate();
+  if (rate <= 0) rate = fileSampleRate_;
+  double seconds = double(fileStartFrame_ + _shoutstreamerDelegate->framesDelivered()) / rate;
+  return std::min(seconds, fileDuration_);
+}
+
+float BVMP3StreamPlayer::position() const {
+  if (!hasPosition()) return -1.0f;
+  return float(filePlayedSeconds() / fileDuration_);
+}
+
+void BVMP3StreamPlayer::setPosition(float position) {
+  if (!hasPosition() || fileStreamURL_.empty() || state() != BVPlayerStatePlaying) return;
+  // As the general engine does: a request for the very end lands just before it.
+  double fraction = std::clamp(double(position), 0.0, 0.9999);
+  int rate = _shoutstreamerDelegate->sampleRate();
+  if (rate <= 0) rate = fileSampleRate_;
+  uint64_t frame = uint64_t(fraction * fileDuration_ * rate);
+  auto self = shared_from_this();
+  stopFileStream();
+  if (paused_) {
+    fileStartFrame_ = frame;  // resume() starts there
+    _shoutstreamerDelegate->startOver(0);
+  } else {
+    startFileAt(frame);
+  }
+  changedPosition(this->position());
+}
+
+bool BVMP3StreamPlayer::pause() {
+  if (paused_) return true;
+  if (!hasPosition() || fileStreamURL_.empty() || state() != BVPlayerStatePlaying) return false;
+  uint64_t frame = fileStartFrame_ + _shoutstreamerDelegate->framesDelivered();
+  stopFileStream();
+  fileStartFrame_ = frame;
+  _shoutstreamerDelegate->startOver(0);
+  paused_ = true;
+  return true;
+}
+
+void BVMP3StreamPlayer::resume() {
+  if (!paused_) return;
+  paused_ = false;
+  startFileAt(fileStartFrame_);
+}
+
+void BVMP3StreamPlayer::stopFileStream() {
+  // Destroying the stream stops the output (its interrupt callback), and a
+  // drain in progress is forgotten: the file goes on from elsewhere.
+  shoutstreamer_destroy(_shoutstreamer);
+  _shoutstreamer = shoutstreamer_create();
+  shoutstreamerStarted_ = false;
+  fileRestarted_ = true;
+  _shoutstreamerDelegate->stopAudioPlayerNow();
+  _shoutstreamerDelegate->audio()->forgetPendingTitles();
+}
+
+void BVMP3StreamPlayer::startFileAt(uint64_t frame) {
+  fileStartFrame_ = frame;
+  _shoutstreamerDelegate->startOver(frame);
+  int code = _shoutstreamerDelegate->startAudioPlayer();
+  if (code == 0) code = startShoutstreamer(fileStreamURL_);
+  if (code != 0) {
+    setError(errorWithBVShoutstreamerCode(code));
+    _shoutstreamerDelegate->askAudioPlayerToStop();
+  }
 }
 
 std::vector<BVURL> BVMP3StreamPlayer::fallbackStreams() const {
@@ -171,11 +270,7 @@ void BVMP3StreamPlayer::streamTunerDidFindStreamURL(QLStreamTuner&, const BVURL&
     shoutstreamer_destroy(_shoutstreamer);
     _shoutstreamer = shoutstreamer_create();
   }
-  shoutstreamer_set_interrupt_callback(_shoutstreamer, &BVShoutstreamerDelegate::interruptCallback);
-  int result = shoutstreamer_start(_shoutstreamer, text.c_str(), _shoutstreamerDelegate.get(),
-                                   &BVShoutstreamerDelegate::stateCallback, &BVShoutstreamerDelegate::audioCallback,
-                                   nullptr, &BVShoutstreamerDelegate::titleCallback);
-  shoutstreamerStarted_ = true;
+  int result = startShoutstreamer(text);
   if (result != 0) {
     setError(errorWithBVShoutstreamerCode(result));
     _shoutstreamerDelegate->askAudioPlayerToStop();
@@ -183,6 +278,7 @@ void BVMP3StreamPlayer::streamTunerDidFindStreamURL(QLStreamTuner&, const BVURL&
   }
   _fallbackStreams.reset();
   fallbackTypes_.clear();
+  if (url.isFileURL()) fileStreamURL_ = text;
 }
 
 void BVMP3StreamPlayer::streamTunerDidFailWithError(QLStreamTuner&, const BVErrorRef& error) {
@@ -193,7 +289,10 @@ void BVMP3StreamPlayer::streamTunerDidFailWithError(QLStreamTuner&, const BVErro
   _shoutstreamerDelegate->askAudioPlayerToStop();
 }
 
-void BVMP3StreamPlayer::streamTunerDidComplete(QLStreamTuner&) { _shoutstreamerDelegate->askAudioPlayerToStop(); }
+void BVMP3StreamPlayer::streamTunerDidComplete(QLStreamTuner&) {
+  if (fileRestarted_) return;  // the file's own stream ends the playback now
+  _shoutstreamerDelegate->askAudioPlayerToStop();
+}
 
 // ---- from the shoutstreamer delegate -------------------------------------------
 
@@ -220,6 +319,12 @@ void BVMP3StreamPlayer::_shoutstreamerChangedState(const belvane::detail::Stream
     _shoutstreamerDelegate->askAudioPlayerToStop();
     return;
   }
+  // A file started again for a seek has nothing after it: the tuner moved
+  // on from it long ago.
+  if (fileRestarted_) {
+    _shoutstreamerDelegate->askAudioPlayerToStop();
+    return;
+  }
   BVRunLoop::current().performAfterDelay(0.0, weak_from_this(), [this] { _streamTuner->tuneNextStream(); });
 }
 
@@ -227,7 +332,7 @@ void BVMP3StreamPlayer::shoutstreamerDidProvideTitle(const std::shared_ptr<const
   if (!title || title == _currentTitle) return;
   _currentTitle = title;
   auto self = shared_from_this();
-  changedAttribute({{BVPlayerAttributeStreamTitleKey, BVValue(*title)}});
+  changedAttribute(attributes());
 }
 
 void BVMP3StreamPlayer::didStopAudioPlayer() {
@@ -240,6 +345,16 @@ void BVMP3StreamPlayer::didStopAudioPlayer() {
 }
 
 // ---- private -------------------------------------------------------------------
+
+// Starts the handle on url with the delegate's callbacks; 0 or the library's code.
+int BVMP3StreamPlayer::startShoutstreamer(const std::string& url) {
+  shoutstreamer_set_interrupt_callback(_shoutstreamer, &BVShoutstreamerDelegate::interruptCallback);
+  int result = shoutstreamer_start(_shoutstreamer, url.c_str(), _shoutstreamerDelegate.get(),
+                                   &BVShoutstreamerDelegate::stateCallback, &BVShoutstreamerDelegate::audioCallback,
+                                   nullptr, &BVShoutstreamerDelegate::titleCallback);
+  shoutstreamerStarted_ = true;
+  return result;
+}
 
 std::string BVMP3StreamPlayer::basePlayerErrorDescription() const {
   auto tuned = _streamTuner ? _streamTuner->tunedURL() : std::nullopt;

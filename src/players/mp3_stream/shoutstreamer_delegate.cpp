@@ -84,9 +84,31 @@ void BVShoutstreamerDelegate::stopAudioPlayerNow() {
 
 void BVShoutstreamerDelegate::shoutstreamerChangedState(int oldState, int newState, int32_t errorCode) {
   belvane::detail::StreamerStateChange change{oldState, newState, errorCode};
-  performOnRunLoop([change](BVShoutstreamerDelegate& self) {
+  performOnRunLoop([change, generation = generation_.load()](BVShoutstreamerDelegate& self) {
+    if (generation != self.generation_) return;  // from a stream torn down for a seek
     if (auto o = self.owner()) o->_shoutstreamerChangedState(change);
   });
+}
+
+void BVShoutstreamerDelegate::shoutstreamerDidProvideAudio(float sampleRate, float** data, int32_t frames) {
+  sampleRate_ = int(sampleRate);
+  if (uint64_t skip = skipFrames_; skip > 0) {
+    int32_t skipped = int32_t(std::min<uint64_t>(skip, uint64_t(frames)));
+    skipFrames_ = skip - uint64_t(skipped);
+    if (skipped == frames) return;
+    float* rest[2] = {data[0] + skipped, data[1] + skipped};
+    _audio->write(sampleRate, rest, frames - skipped);
+    framesDelivered_ += uint64_t(frames - skipped);
+    return;
+  }
+  _audio->write(sampleRate, data, frames);
+  framesDelivered_ += uint64_t(frames);
+}
+
+void BVShoutstreamerDelegate::startOver(uint64_t skipFrames) {
+  ++generation_;
+  skipFrames_ = skipFrames;
+  framesDelivered_ = 0;
 }
 
 void BVShoutstreamerDelegate::shoutstreamerDidProvideTitle(const std::shared_ptr<const std::string>& title) {
@@ -115,7 +137,8 @@ void BVShoutstreamerDelegate::audioCallback(shoutstreamer_t streamer, float samp
 
 void BVShoutstreamerDelegate::titleCallback(shoutstreamer_t streamer, const char* bytes, int32_t length,
                                             int32_t framesBuffered) {
-  if (!bytes || length <= 0) return;
+  // An empty title (StreamTitle='') is news too: the host clears its display.
+  if (!bytes || length < 0) return;
   std::span<const uint8_t> raw(reinterpret_cast<const uint8_t*>(bytes), size_t(length));
   if (!belvane::detail::isValidUTF8(raw)) return;  // undecodable titles are dropped
   if (auto* d = contextOf(streamer)) d->shoutstreamerDidProvideTitle(std::string(bytes, size_t(length)), framesBuffered);

@@ -9,6 +9,7 @@
 
 #include <belvane/BVRunLoop.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -62,11 +63,19 @@ class BVShoutstreamerDelegate : public std::enable_shared_from_this<BVShoutstrea
   // Linux additions: the output to open at the next start, and what it has written.
   const std::shared_ptr<belvane::detail::AudioDelivery>& audio() const { return _audio; }
 
+  // Linux additions for seeking in a file. Between two streams (none runs):
+  // the next stream's first `skipFrames` frames are decoded but not played,
+  // the count of frames played starts again, and state changes the last
+  // stream left queued are dropped.
+  void startOver(uint64_t skipFrames);
+  // Frames handed to the output since the stream started (or startOver),
+  // and their rate (0 before the first).
+  uint64_t framesDelivered() const { return framesDelivered_; }
+  int sampleRate() const { return sampleRate_; }
+
   // Called from the streaming library's delivery thread.
   void shoutstreamerChangedState(int oldState, int newState, int32_t errorCode);
-  void shoutstreamerDidProvideAudio(float sampleRate, float** data, int32_t frames) {
-    _audio->write(sampleRate, data, frames);
-  }
+  void shoutstreamerDidProvideAudio(float sampleRate, float** data, int32_t frames);
   void shoutstreamerDidProvideTitle(const std::string& title, int32_t framesBuffered) {
     _audio->title(title, framesBuffered);
   }
@@ -92,4 +101,8 @@ class BVShoutstreamerDelegate : public std::enable_shared_from_this<BVShoutstrea
   std::weak_ptr<BVMP3StreamPlayer> _owner;
   mutable std::mutex loopMutex_;
   BVRunLoop loop_;
+  std::atomic<uint64_t> skipFrames_{0};
+  std::atomic<uint64_t> framesDelivered_{0};
+  std::atomic<int> sampleRate_{0};
+  std::atomic<uint64_t> generation_{0};  // counts startOver calls
 };

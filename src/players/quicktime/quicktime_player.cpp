@@ -59,6 +59,7 @@ void BVQuickTimePlayer::_releaseMovie() {
   if (movieCallbackDepth_ > 0) BVRunLoop::current().perform([old] {});
   _lastAttributes.reset();
   _lastIdleTimestamp = 0.0;
+  paused_ = false;
 }
 
 void BVQuickTimePlayer::changeStateTo(BVPlayerState state, const BVErrorRef& error) {
@@ -107,7 +108,7 @@ void BVQuickTimePlayer::_noteMovieDidEnd(const QTNotification*) {
 void BVQuickTimePlayer::_noteMovieRateDidChange(const QTNotification* notification) {
   if (!notification || !notification->rate) return;
   double rate = *notification->rate;
-  if (!(rate <= 0.0) || state() != BVPlayerStatePlaying || !_movie) return;
+  if (!(rate <= 0.0) || state() != BVPlayerStatePlaying || !_movie || paused_) return;
   int64_t loadState = _movie->attributeForKey(belvane::detail::QTMovieLoadStateAttribute).integerValue();
   // A file that stops while fully loaded has ended, whether or not the end
   // is announced; a stream that stalls has not.
@@ -198,6 +199,24 @@ void BVQuickTimePlayer::setPosition(float fraction) {
   _movie->setCurrentTime(time);
   _noteMovieTimeChange(nullptr);
 }
+
+bool BVQuickTimePlayer::pause() {
+  if (_subPlayer) return _subPlayer->pause();
+  if (paused_) return true;
+  if (!_movie || !hasPosition() || state() != BVPlayerStatePlaying) return false;
+  paused_ = true;
+  _movie->stop();
+  return true;
+}
+
+void BVQuickTimePlayer::resume() {
+  if (_subPlayer) return _subPlayer->resume();
+  if (!paused_) return;
+  paused_ = false;
+  if (_movie) _movie->play();
+}
+
+bool BVQuickTimePlayer::isPaused() const { return _subPlayer ? _subPlayer->isPaused() : paused_; }
 
 float BVQuickTimePlayer::elapsedTime() const {
   if (_subPlayer) return _subPlayer->elapsedTime();

@@ -54,6 +54,9 @@ BVDictionary BVQuickTimePlayer::_attribtesFromMovie(const std::shared_ptr<QTMovi
   }
   auto reader = QTMetaData::initWithMovie(movie);
   merge(_metaDataAsDictionary(reader.get()));
+  // What the media framework did not read of a local file's tags (an ID3v2.3
+  // year, say), TagLib did.
+  for (const auto& [key, value] : fileTags_) attributes.try_emplace(key, value);
   if (auto title = attributes.find(BVPlayerAttributeTrackTitleKey);
       title != attributes.end() && title->second == BVValue(kReferenceTrackTitle))
     attributes.erase(title);
@@ -66,14 +69,13 @@ BVDictionary BVQuickTimePlayer::_attribtesFromMovie(const std::shared_ptr<QTMovi
   return attributes;
 }
 
+// One announcement per refresh that changed, added or removed a key, with
+// the whole current set: a host never sees a title without the artist and
+// album read with it.
 void BVQuickTimePlayer::_notifyForChangedAttributes(const BVDictionary& newAttributes,
                                                     const BVDictionary& oldAttributes) {
-  for (const auto& [key, value] : oldAttributes)
-    if (!newAttributes.contains(key)) changedAttribute({{key, BVValue(BVNull{})}});
-  for (const auto& [key, value] : newAttributes) {
-    auto old = oldAttributes.find(key);
-    if (old == oldAttributes.end() || old->second != value) changedAttribute({{key, value}});
-  }
+  if (newAttributes == oldAttributes) return;
+  changedAttribute(attributes());
 }
 
 void BVQuickTimePlayer::_updateAttributesNotifyingChanges(bool notify) {

@@ -49,12 +49,13 @@ void BVQuickTimePlayer::stopMovieAudio() {
 }
 
 void BVQuickTimePlayer::streamTitleDue(const std::shared_ptr<const std::string>& title) {
-  // Files keep their metadata keys: their titles are track titles.
+  // Files (local, or served with their length, whose duration may not be
+  // known yet) keep their metadata keys: their titles are track titles.
   if (!title || !_movie || _movie->isFiniteResource()) return;
   if (streamTitle_ && *streamTitle_ == *title) return;
   streamTitle_ = title;
   auto self = shared_from_this();
-  changedAttribute({{BVPlayerAttributeStreamTitleKey, BVValue(*title)}});
+  changedAttribute(attributes());
 }
 
 int BVQuickTimePlayer::setAudioOutput(const std::string& setting) {

@@ -11,6 +11,7 @@
 
 #include "foundation/text_encoding.h"
 #include "movie/QTMovie.h"
+#include "players/file_tags.h"
 #include "players/quicktime/movie_audio_adapter.h"
 
 #include <unistd.h>
@@ -98,6 +99,9 @@ void BVQuickTimePlayer::playWithMovie(const std::shared_ptr<BVMediaLink>& link) 
     return;
   }
   _movie = std::move(movie);
+  fileTags_.clear();
+  if (auto path = _movie->filePath())
+    if (auto tags = belvane::detail::readFileTags(*path)) fileTags_ = std::move(tags->attributes);
   _movie->setAttribute(BVValue(true), belvane::detail::QTMovieDontInteractWithUserAttribute);
   observeMovie();
   changeStateTo(BVPlayerStateConnecting);
