@@ -12,6 +12,7 @@
 #include <gst/gst.h>
 
 #include <cstdlib>
+#include <vector>
 #include <utility>
 
 namespace belvane::detail {
@@ -102,7 +103,7 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
   int32_t body(std::span<const uint8_t> bytes) override {
     // A push the appsrc refused (flushing: the pipeline stops) ends the
     // reading quietly; a pipeline that failed reports that itself.
-    return demuxer_->feed(bytes, *this) ? 0 : StreamConnection::kStop;
+    return demuxer_->feed(bytes, *this) && push() ? 0 : StreamConnection::kStop;
   }
 
   bool hasPlayed() const override { return audioBytes_ >= kPlayedBytes; }
@@ -110,7 +111,16 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
   int32_t silentEndError() const override { return audioBytes_ > 0 ? 0 : SHOUTSTREAMER_ERROR_NO_AUDIO; }
 
  private:
+  // The audio of one piece of the body goes in one buffer, however many
+  // metadata blocks without a title cut it: fewer, larger hand-overs.
   bool audio(std::span<const uint8_t> bytes, uint64_t) override {
+    pending_.insert(pending_.end(), bytes.begin(), bytes.end());
+    return true;
+  }
+
+  bool push() {
+    if (pending_.empty()) return true;
+    std::span<const uint8_t> bytes(pending_);
     if (audioBytes_ == 0 && adtsCaps_ && hasADTSFrame(bytes)) {
       // Type finding waits for 2 KiB, which a station's first block (1400
       // bytes on Icecast) does not hold: the type is known already.
@@ -120,6 +130,8 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
       gst_caps_unref(caps);
     }
     GstBuffer* buffer = gst_buffer_new_memdup(bytes.data(), bytes.size());
+    const size_t size = bytes.size();
+    pending_.clear();
     if (discont_) {
       // A reconnection: the decoder picks the stream up afresh.
       GST_BUFFER_FLAG_SET(buffer, GST_BUFFER_FLAG_DISCONT);
@@ -133,14 +145,14 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
     GstFlowReturn flow = gst_app_src_push_buffer(appsrc_, buffer);
     if (flow == GST_FLOW_FLUSHING) source_.waitForSeek();
     if (flow != GST_FLOW_OK) return false;
-    audioBytes_ += bytes.size();
-    connectionAudioBytes_ += bytes.size();
+    audioBytes_ += size;
+    connectionAudioBytes_ += size;
     return true;
   }
 
   void metadata(std::span<const uint8_t> block, uint64_t) override {
     auto title = streamTitleFromMetadata(block);
-    if (!title) return;
+    if (!title || !push()) return;
     std::string text = stationTitleToUTF8(bytesOf(*title));
     QLDebugLog(QL_LOG_DEBUG, "stream: title '%s'", text.c_str());
     // Serialised events wait in the appsrc's queue behind the bytes before
@@ -153,6 +165,7 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
   GstAppSrc* appsrc_;
   const uint64_t offset_;
   std::unique_ptr<IcyDemuxer> demuxer_;
+  std::vector<uint8_t> pending_;  // audio not pushed yet
   uint64_t audioBytes_ = 0;
   uint64_t connectionAudioBytes_ = 0;
   int connections_ = 0;
@@ -218,14 +231,12 @@ void MovieStreamSource::cancel() {
 void MovieStreamSource::seekData(uint64_t offset) {
   std::lock_guard lock(mutex_);
   seekTo_ = offset;
+  seekPending_ = true;
   if (reader_) reader_->cancel();
   changed_.notify_all();
 }
 
-bool MovieStreamSource::seekPending() const {
-  std::lock_guard lock(mutex_);
-  return seekTo_.has_value();
-}
+bool MovieStreamSource::seekPending() const { return seekPending_.load(std::memory_order_acquire); }
 
 bool MovieStreamSource::waitForSeek() {
   std::unique_lock lock(mutex_);
@@ -278,6 +289,7 @@ void MovieStreamSource::readMain() {
     }
     if (seekTo_) {
       offset = *std::exchange(seekTo_, std::nullopt);
+      seekPending_ = false;
       QLDebugLog(QL_LOG_DEBUG, "stream: reading %s on from byte %llu", url_.c_str(),
                  static_cast<unsigned long long>(offset));
       continue;

@@ -88,6 +88,7 @@ class MovieStreamSource {
   std::unique_ptr<StreamReader> reader_;    // the current reading, guarded by mutex_
   bool cancelled_ = false;                  // guarded by mutex_
   std::optional<uint64_t> seekTo_;          // guarded by mutex_
+  std::atomic<bool> seekPending_{false};    // seekTo_ is set
   std::optional<std::string> contentType_;  // guarded by mutex_
   bool declaredLength_ = false;             // guarded by mutex_
 };

@@ -218,9 +218,10 @@ TEST(FiniteResource, FilesServedWithALengthArePlayedOnceFromOneRequest) {
       const double rate = c.path == "/episode.opus" ? 48000.0 : 44100.0;
       EXPECT_NEAR(double(run.master->outputFramesWritten()) / rate, c.seconds, 0.2);
       EXPECT_EQ(gets() - before, 1);
+      // Each callback carries every attribute: a title counts when it changes.
       std::vector<std::string> titles;
       for (const BVValue& title : run.owner.announced(BVPlayerAttributeTrackTitleKey))
-        if (!title.isNull()) titles.push_back(title.stringOr());
+        if (!title.isNull() && (titles.empty() || titles.back() != title.stringOr())) titles.push_back(title.stringOr());
       EXPECT_EQ(titles, c.titles);
     }
   }
