@@ -103,6 +103,16 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   // the setting is unchanged.
   virtual int setAudioOutput(const std::string& setting);
   std::string audioOutput() const;
+  // Linux additions: patience with a live station that breaks off (its
+  // connection drops, it stops sending, its server is gone or answers that
+  // the stream is away): the player keeps trying, on a fresh connection
+  // after 0.5 s, 1 s, then every 2 s, for this many seconds (default 300)
+  // while the state stays Playing, and only then fails with an error. 0
+  // keeps a short window of 10 s. It applies from the next playLink, on
+  // whichever engine plays; a negative or not-a-number value is ignored.
+  virtual void setReconnectPatience(double seconds);
+  double reconnectPatience() const { return reconnectPatience_; }
+
   // The output actually opened ("pulse", "alsa", "null", "null:fast", "wav";
   // "null (no sound output found)" when "auto" found nothing to play on;
   // "none" before playing) and the audio frames handed to it so far: the
@@ -132,6 +142,7 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   std::shared_ptr<BVMediaLink> link_;
   BVPlayerState state_ = BVPlayerStateIdle;
   std::string audioOutput_;
+  double reconnectPatience_ = 300.0;
 };
 
 using BVPlayerRef = std::shared_ptr<BVBasePlayer>;

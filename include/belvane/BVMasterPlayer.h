@@ -52,6 +52,7 @@ class BV_EXPORT BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
   bool isPaused() const override;
   // Kept for every later sub-player, fallbacks included.
   int setAudioOutput(const std::string& setting) override;
+  void setReconnectPatience(double seconds) override;
   std::string audioOutputName() const override;
   uint64_t outputFramesWritten() const override;
 

@@ -106,9 +106,12 @@ class QTMovie : public std::enable_shared_from_this<QTMovie> {
   // load state.
   //
   // Its audio goes to `audio` when one is given (every pipeline the movie
-  // builds, reconnections included); else it is rendered silently.
+  // builds, reconnections included); else it is rendered silently. A live
+  // stream read by Belvane's connection is tried again for reconnectPatience
+  // seconds after it breaks off (0: a short window of 10 s).
   static std::shared_ptr<QTMovie> movieWithURL(const BVURL& url, BVErrorRef* error,
-                                               std::shared_ptr<MovieAudioSink> audio = nullptr);
+                                               std::shared_ptr<MovieAudioSink> audio = nullptr,
+                                               double reconnectPatience = 0);
   ~QTMovie();
 
   QTMovie(const QTMovie&) = delete;

@@ -114,14 +114,16 @@ MoviePipeline::MoviePipeline(GMainContext* context, MoviePipelineListener* liste
 
 std::shared_ptr<MoviePipeline> MoviePipeline::create(const std::string& uri, GMainContext* context,
                                                      MoviePipelineListener* listener,
-                                                     std::shared_ptr<MovieAudioSink> audio, bool ownConnection) {
+                                                     std::shared_ptr<MovieAudioSink> audio,
+                                                     std::optional<double> ownConnection) {
   std::shared_ptr<MoviePipeline> pipeline(new MoviePipeline(context, listener));
   bool built = false;
   if (audio) {
     pipeline->tap_ = std::make_unique<MovieAudioTap>(std::move(audio));
     if (GstElement* tapBin = pipeline->tap_->makeSinkBin())
-      built = ownConnection && MovieStreamSource::handles(uri) ? pipeline->buildStreamDecoding(uri, tapBin)
-                                                              : pipeline->buildDecoding(uri, tapBin);
+      built = ownConnection && MovieStreamSource::handles(uri)
+                  ? pipeline->buildStreamDecoding(uri, tapBin, *ownConnection)
+                  : pipeline->buildDecoding(uri, tapBin);
   }
   if (!built && !pipeline->buildPlaybin(uri)) return nullptr;
 
@@ -178,8 +180,8 @@ bool MoviePipeline::buildDecoding(const std::string& uri, GstElement* tapBin) {
 // Belvane's connection into decodebin (type finding, demuxing, decoding),
 // linked to the tap's bin as uridecodebin is. No network queue: the reader
 // and the appsrc's queue buffer the stream. Takes the floating tap bin.
-bool MoviePipeline::buildStreamDecoding(const std::string& uri, GstElement* tapBin) {
-  auto stream = MovieStreamSource::create(uri);
+bool MoviePipeline::buildStreamDecoding(const std::string& uri, GstElement* tapBin, double reconnectPatience) {
+  auto stream = MovieStreamSource::create(uri, reconnectPatience);
   GstElement* decoder = stream ? gst_element_factory_make("decodebin", nullptr) : nullptr;
   if (!decoder) {
     gst_object_unref(gst_object_ref_sink(tapBin));

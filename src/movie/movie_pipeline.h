@@ -62,11 +62,12 @@ class MoviePipeline : public std::enable_shared_from_this<MoviePipeline> {
   // build it. With ownConnection (and an audio sink), a network stream is
   // read by Belvane's own connection (MovieStreamSource) instead of
   // GStreamer's HTTP source: the tuner's open reply is taken over, and the
-  // live policy (stalls, drops, reconnection) is the reader's.
+  // live policy (stalls, drops, reconnection for the given patience in
+  // seconds) is the reader's.
   static std::shared_ptr<MoviePipeline> create(const std::string& uri, GMainContext* context,
                                                MoviePipelineListener* listener,
                                                std::shared_ptr<MovieAudioSink> audio = nullptr,
-                                               bool ownConnection = false);
+                                               std::optional<double> ownConnection = std::nullopt);
   ~MoviePipeline();
   MoviePipeline(const MoviePipeline&) = delete;
   MoviePipeline& operator=(const MoviePipeline&) = delete;
@@ -114,7 +115,7 @@ class MoviePipeline : public std::enable_shared_from_this<MoviePipeline> {
   MoviePipeline(GMainContext* context, MoviePipelineListener* listener);
   bool buildPlaybin(const std::string& uri);
   bool buildDecoding(const std::string& uri, GstElement* tapBin);
-  bool buildStreamDecoding(const std::string& uri, GstElement* tapBin);
+  bool buildStreamDecoding(const std::string& uri, GstElement* tapBin, double reconnectPatience);
   void connectDecoderSignals();
   static int busWatchCallback(GstBus* bus, GstMessage* message, void* data);
   static void onSourceSetup(GstElement* element, GstElement* source, void* data);

@@ -181,16 +181,18 @@ bool MovieStreamSource::handles(const std::string& url) {
 }
 
 namespace {
-StreamReaderPolicy generalPolicy() {
+StreamReaderPolicy generalPolicy(double reconnectPatience) {
   StreamReaderPolicy policy;
   policy.refuseAAC = false;
+  policy.reconnectWindow = reconnectWindowForPatience(reconnectPatience);
   return policy;
 }
 }  // namespace
 
-MovieStreamSource::MovieStreamSource(const std::string& url, GstElement* appsrc) : appsrc_(appsrc), url_(url) {
+MovieStreamSource::MovieStreamSource(const std::string& url, GstElement* appsrc, double reconnectPatience)
+    : appsrc_(appsrc), url_(url), reconnectPatience_(reconnectPatience) {
   // The first reading is made now, so that it takes the tuner's reply at once.
-  reader_ = std::make_unique<StreamReader>(url_, generalPolicy());
+  reader_ = std::make_unique<StreamReader>(url_, generalPolicy(reconnectPatience_));
   tookHeld_ = reader_->tookHeldReply();
   GstAppSrcCallbacks callbacks{};
   callbacks.seek_data = [](GstAppSrc*, guint64 offset, gpointer self) -> gboolean {
@@ -200,7 +202,7 @@ MovieStreamSource::MovieStreamSource(const std::string& url, GstElement* appsrc)
   gst_app_src_set_callbacks(GST_APP_SRC(appsrc_), &callbacks, this, nullptr);
 }
 
-std::unique_ptr<MovieStreamSource> MovieStreamSource::create(const std::string& url) {
+std::unique_ptr<MovieStreamSource> MovieStreamSource::create(const std::string& url, double reconnectPatience) {
   GstElement* appsrc = gst_element_factory_make("appsrc", nullptr);
   if (!appsrc) return nullptr;
   gst_object_ref_sink(appsrc);
@@ -208,7 +210,7 @@ std::unique_ptr<MovieStreamSource> MovieStreamSource::create(const std::string& 
   // while the queue is full.
   g_object_set(appsrc, "format", GST_FORMAT_BYTES, "stream-type", GST_APP_STREAM_TYPE_STREAM, "block", TRUE,
                "max-bytes", kQueueBytes, "emit-signals", FALSE, nullptr);
-  return std::unique_ptr<MovieStreamSource>(new MovieStreamSource(url, appsrc));
+  return std::unique_ptr<MovieStreamSource>(new MovieStreamSource(url, appsrc, reconnectPatience));
 }
 
 MovieStreamSource::~MovieStreamSource() {
@@ -268,7 +270,7 @@ void MovieStreamSource::readMain() {
       std::lock_guard lock(mutex_);
       if (cancelled_) return;
       if (!reader_) {
-        StreamReaderPolicy policy = generalPolicy();
+        StreamReaderPolicy policy = generalPolicy(reconnectPatience_);
         policy.startOffset = offset;
         reader_ = std::make_unique<StreamReader>(url_, policy);
       }

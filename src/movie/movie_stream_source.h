@@ -43,8 +43,9 @@ class MovieStreamSource {
   // The addresses read this way: network streams in http(s), icy or shttp.
   static bool handles(const std::string& url);
 
-  // Makes the appsrc; nullptr when GStreamer has none.
-  static std::unique_ptr<MovieStreamSource> create(const std::string& url);
+  // Makes the appsrc; nullptr when GStreamer has none. A live stream that
+  // breaks off is tried again for reconnectPatience seconds (0: 10 s).
+  static std::unique_ptr<MovieStreamSource> create(const std::string& url, double reconnectPatience = 0);
   // Cancels the reading; call stop() on the pipeline (to NULL) before
   // destroying, so that a push blocked on a full queue returns.
   ~MovieStreamSource();
@@ -70,7 +71,7 @@ class MovieStreamSource {
 
  private:
   class Client;
-  MovieStreamSource(const std::string& url, GstElement* appsrc);
+  MovieStreamSource(const std::string& url, GstElement* appsrc, double reconnectPatience);
   void readMain();
   // On a streaming thread: the appsrc was flushed for a seek to offset.
   void seekData(uint64_t offset);
@@ -81,6 +82,7 @@ class MovieStreamSource {
 
   GstElement* appsrc_;
   const std::string url_;
+  const double reconnectPatience_;
   bool tookHeld_ = false;
   std::thread thread_;
   mutable std::mutex mutex_;

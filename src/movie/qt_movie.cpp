@@ -114,6 +114,7 @@ struct QTMovie::Impl final : MoviePipelineListener {
   std::shared_ptr<MoviePipeline> pipeline;  // the only reference
   std::unique_ptr<MovieStationList> stationList;
   std::shared_ptr<MovieAudioSink> audio;
+  double reconnectPatience = 0;  // seconds; 0: the short window
   GSource* idleTimer = nullptr;
   GSource* reconnectTimer = nullptr;
   GSource* loadWatchdog = nullptr;
@@ -235,7 +236,8 @@ struct QTMovie::Impl final : MoviePipelineListener {
     resetPlaybackFacts();
     url = target;
     bool ownConnection = !isHLS && asciiLower(target.pathExtension()) != "m3u8";
-    pipeline = MoviePipeline::create(target.absoluteString(), context, this, audio, ownConnection);
+    pipeline = MoviePipeline::create(target.absoluteString(), context, this, audio,
+                                     ownConnection ? std::optional<double>(reconnectPatience) : std::nullopt);
     if (!pipeline) return kMovieStatusNotAMovie;
     startLoadWatchdog();
     pipeline->setVolume(std::clamp(volume, 0.0f, 1.0f));
@@ -514,7 +516,7 @@ QTMovie::QTMovie() : impl_(std::make_unique<Impl>()) { impl_->movie = this; }
 QTMovie::~QTMovie() = default;
 
 std::shared_ptr<QTMovie> QTMovie::movieWithURL(const BVURL& url, BVErrorRef* error,
-                                               std::shared_ptr<MovieAudioSink> audio) {
+                                               std::shared_ptr<MovieAudioSink> audio, double reconnectPatience) {
   if (error) *error = nullptr;
   if (!ensureGStreamer()) {
     if (error) *error = BVError::create(BVOSStatusErrorDomain, kMovieStatusNotAMovie);
@@ -524,6 +526,7 @@ std::shared_ptr<QTMovie> QTMovie::movieWithURL(const BVURL& url, BVErrorRef* err
   Impl& impl = *movie->impl_;
   impl.context = g_main_context_ref(BVRunLoop::current().context());
   impl.audio = std::move(audio);
+  impl.reconnectPatience = reconnectPatience;
   if (int32_t failure = impl.open(url, true)) {
     if (error) *error = BVError::create(BVOSStatusErrorDomain, failure);
     return nullptr;

@@ -1,8 +1,11 @@
-// BVBasePlayer: the audio output setting every player keeps and hands on.
+// BVBasePlayer: the audio output and reconnection settings every player
+// keeps and hands on.
 #include <belvane/BVBasePlayer.h>
 
 #include "audio_output/orplayer.h"
 #include "audio_output/output_setting.h"
+
+#include <cmath>
 
 int BVBasePlayer::setAudioOutput(const std::string& setting) {
   if (!belvane::detail::parseOutputSpec(setting)) return ORPLAYER_ERROR_BAD_SPEC;
@@ -11,3 +14,8 @@ int BVBasePlayer::setAudioOutput(const std::string& setting) {
 }
 
 std::string BVBasePlayer::audioOutput() const { return audioOutput_; }
+
+void BVBasePlayer::setReconnectPatience(double seconds) {
+  if (std::isnan(seconds) || seconds < 0) return;
+  reconnectPatience_ = seconds;
+}

@@ -71,6 +71,7 @@ void BVMasterPlayer::stop() {
 // call that may be running inside it has returned, and its audio stops with it.
 void BVMasterPlayer::replaceSubPlayer(std::shared_ptr<BVBasePlayer> next) {
   next->setAudioOutput(audioOutput());
+  next->setReconnectPatience(reconnectPatience());
   next->setVolume(volume());
   next->setMuted(isMuted());
   auto old = std::move(_subPlayer);
@@ -195,6 +196,11 @@ void BVMasterPlayer::playerStateChanged(BVBasePlayer& player, BVPlayerState from
   if (relayedState_ == to) return;
   relayedState_ = to;
   if (auto* o = owner()) o->playerStateChanged(*this, from, to, error);
+}
+
+void BVMasterPlayer::setReconnectPatience(double seconds) {
+  BVBasePlayer::setReconnectPatience(seconds);
+  _subPlayer->setReconnectPatience(reconnectPatience());
 }
 
 int BVMasterPlayer::setAudioOutput(const std::string& setting) {

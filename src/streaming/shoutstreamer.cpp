@@ -237,6 +237,7 @@ int shoutstreamer_start(shoutstreamer_t s, const char* url, void* context,
   policy.stallTimeout = s->tuning.stallTimeout;
   policy.reconnectWindow = s->tuning.reconnectWindow;
   policy.reconnectFirstDelay = s->tuning.reconnectFirstDelay;
+  policy.reconnectMaxDelay = s->tuning.reconnectMaxDelay;
   s->reader = std::make_unique<StreamReader>(s->url, policy);
   QLDebugLog(QL_LOG_INFO, "shoutstreamer: starting %s", url);
   int result = 0;

@@ -13,6 +13,7 @@ struct ShoutstreamerTuning {
   double stallTimeout = 8.0;         // seconds without a byte once the head is in
   double reconnectWindow = 10.0;     // seconds after a drop during which reconnection is tried
   double reconnectFirstDelay = 0.5;  // pause before the first try; doubled for each next one
+  double reconnectMaxDelay = 2.0;    // ... up to this
   size_t bufferFrames = 72000;       // decoded frames held (1.5 s at 48 kHz; 562 KiB)
   double prebufferSeconds = 0.5;     // audio buffered before playing and after an underrun
   // An underrun refilled within this time is not reported as buffering: the

@@ -116,7 +116,7 @@ bool StreamReader::reconnect(Client& client, Attempt* resumed, int32_t* error) {
       return true;
     }
     *error = attempt.result.error ? attempt.result.error : SHOUTSTREAMER_ERROR_CONNECTION_LOST;
-    delay *= 2;
+    delay = std::min(delay * 2, policy_.reconnectMaxDelay);
   }
   return false;
 }

@@ -6,13 +6,14 @@
 // A reply that ends where it said it would (a length, a chunked end, a
 // file) is an end. A reply with a length that breaks before its end is
 // resumed where it broke when its server takes Range requests, and fails
-// otherwise: a file is never played again from its start. A live stream that breaks (an error on the way, a stall
-// longer than the stall time-out, a close without a declared end) after it
-// has played is opened again on a fresh connection, after 0.5 s, 1 s, 2 s,
-// 4 s ... within the reconnection window; a try counts as back only when it
-// has delivered enough to play again. Only then does the reader give up
-// with the last error. A stream that fails before it has played fails at
-// once.
+// otherwise: a file is never played again from its start. A live stream
+// that breaks (an error on the way, a stall longer than the stall time-out,
+// a close without a declared end) after it has played is opened again on a
+// fresh connection, after 0.5 s, 1 s, then every 2 s, within the
+// reconnection window (the player's patience); a try counts as back only
+// when it has delivered enough to play again. Only then does the reader
+// give up with the last error. A stream that fails before it has played
+// fails at once.
 //
 // The client decodes: it gets each connection's head and bytes on the
 // thread that reads them (run()'s caller, or the held reply's own transfer
@@ -39,6 +40,7 @@ struct StreamReaderPolicy {
   double stallTimeout = 8.0;         // seconds without a byte once the head is in
   double reconnectWindow = 10.0;     // seconds after a drop during which reconnection is tried
   double reconnectFirstDelay = 0.5;  // pause before the first try; doubled for each next one
+  double reconnectMaxDelay = 2.0;    // up to this, so a server that is back is heard within ~3 s
   // Content types a connection refuses with an error (SHOUTSTREAMER_ERROR_AAC
   // for AAC): the MP3 decoder refuses AAC, the general one nothing.
   bool refuseAAC = true;
@@ -46,6 +48,10 @@ struct StreamReaderPolicy {
   // Range requests); 0 takes the tuner's reply when there is one.
   uint64_t startOffset = 0;
 };
+
+// The reconnection window for a player's patience in seconds: 0 is the
+// short window of 10 s.
+inline double reconnectWindowForPatience(double patience) { return patience > 0 ? patience : 10.0; }
 
 class StreamReader {
  public:

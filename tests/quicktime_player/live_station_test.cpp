@@ -16,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 
 using namespace belvane::test;
@@ -119,6 +120,7 @@ TEST(LiveStation, StallsAndDropsKeepPlayingUntilReconnectingFails) {
   server.serve("/", {stalls});
 
   MasterRun run("null:fast");
+  run.master->setReconnectPatience(0);  // the short window
   run.master->playLink(linkTo(server.url("/")));
   ASSERT_TRUE(run.owner.runUntil(BVPlayerStatePlaying, 30.0));
   const int before = server.connections("/");
@@ -134,6 +136,46 @@ TEST(LiveStation, StallsAndDropsKeepPlayingUntilReconnectingFails) {
   ASSERT_TRUE(run.owner.states.back().error);
   EXPECT_FALSE(run.owner.states.back().error->localizedDescription().empty());
 }
+
+// A station whose stream breaks off and whose server then says it is away
+// (404) for longer than the short window comes back, on either engine,
+// within 3 s of its return: the player keeps trying for its patience and
+// the host hears nothing.
+class Outage : public ::testing::TestWithParam<IcyStreamScript::Payload> {};
+
+TEST_P(Outage, AStationAwayForLongerThanTheShortWindowComesBack) {
+  TempDir dir;
+  Mp3Data aac = aacTone(dir, 2.0);
+  const Mp3Data* mp3 = stereoTone44k();
+  if (!mp3) GTEST_SKIP() << "lame is not installed";
+  const bool isAAC = GetParam() == IcyStreamScript::Payload::Adts;
+  IcyStreamScript live{.contentType = isAAC ? "audio/aacp" : "audio/mpeg", .audio = {isAAC ? &aac : mp3}};
+  IcyStreamScript drops = live;
+  drops.audioBytes = 80'000;
+  IcyStreamScript away;
+  away.statusLine = "ICY 404 Not Found";
+  IcyTestServer server;
+  server.serve("/", {drops, away});
+
+  MasterRun run("null");
+  run.master->setReconnectPatience(60);
+  run.master->playLink(linkTo(server.url("/")));
+  ASSERT_TRUE(run.owner.runUntil(BVPlayerStatePlaying, 30.0));
+  ASSERT_TRUE(BVRunLoop::main().runUntil([&] { return server.connections("/") >= 3; }, 30.0)) << "no try after the drop";
+  BVRunLoop::main().runFor(12.0);  // away for longer than the short window
+  const size_t statesBefore = run.owner.states.size();
+  const uint64_t framesBefore = run.master->outputFramesWritten();
+  server.serve("/", {live});
+  const auto back = std::chrono::steady_clock::now();
+  ASSERT_TRUE(BVRunLoop::main().runUntil([&] { return run.master->outputFramesWritten() > framesBefore + 4410; }, 10.0));
+  const double waited = std::chrono::duration<double>(std::chrono::steady_clock::now() - back).count();
+  EXPECT_LT(waited, 3.0) << "heard again only after " << waited << " s";
+  EXPECT_EQ(run.owner.states.size(), statesBefore) << "the host heard a state change";
+  EXPECT_EQ(run.master->state(), BVPlayerStatePlaying);
+  EXPECT_TRUE(run.runUntilTitles(run.owner.titles.size() + 1, 15.0)) << "no title after the return";
+}
+
+INSTANTIATE_TEST_SUITE_P(Engines, Outage, ::testing::Values(IcyStreamScript::Payload::Mp3, IcyStreamScript::Payload::Adts));
 
 // Icecast delivers the titles of an Ogg mount as the comments of each new
 // chain; each is announced when its chain's first sample is written. A DJ

@@ -13,6 +13,8 @@
 #include "players/mp3_stream/shoutstreamer_delegate.h"
 #include "streaming/QLStreamTuner.h"
 #include "streaming/shoutstreamer.h"
+#include "streaming/shoutstreamer_tuning.h"
+#include "streaming/stream_reader.h"
 
 using belvane::detail::asciiLower;
 
@@ -349,6 +351,9 @@ void BVMP3StreamPlayer::didStopAudioPlayer() {
 // Starts the handle on url with the delegate's callbacks; 0 or the library's code.
 int BVMP3StreamPlayer::startShoutstreamer(const std::string& url) {
   shoutstreamer_set_interrupt_callback(_shoutstreamer, &BVShoutstreamerDelegate::interruptCallback);
+  belvane::detail::ShoutstreamerTuning tuning;
+  tuning.reconnectWindow = belvane::detail::reconnectWindowForPatience(reconnectPatience());
+  belvane::detail::shoutstreamerSetTuning(_shoutstreamer, tuning);
   int result = shoutstreamer_start(_shoutstreamer, url.c_str(), _shoutstreamerDelegate.get(),
                                    &BVShoutstreamerDelegate::stateCallback, &BVShoutstreamerDelegate::audioCallback,
                                    nullptr, &BVShoutstreamerDelegate::titleCallback);

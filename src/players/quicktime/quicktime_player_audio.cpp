@@ -66,6 +66,11 @@ int BVQuickTimePlayer::setAudioOutput(const std::string& setting) {
   return 0;
 }
 
+void BVQuickTimePlayer::setReconnectPatience(double seconds) {
+  BVBasePlayer::setReconnectPatience(seconds);
+  if (_subPlayer) _subPlayer->setReconnectPatience(reconnectPatience());
+}
+
 std::string BVQuickTimePlayer::audioOutputName() const {
   if (_subPlayer) return _subPlayer->audioOutputName();
   return audio_ ? audio_->outputName() : "none";

@@ -68,6 +68,7 @@ void BVQuickTimePlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   if (!_subPlayer) return;
   _subPlayer->setVolume(_volume);
   _subPlayer->setAudioOutput(audioOutput());
+  _subPlayer->setReconnectPatience(reconnectPatience());
   _subPlayer->setOwner(this);
   auto sub = _subPlayer;
   sub->playLink(link);
@@ -89,7 +90,7 @@ void BVQuickTimePlayer::playWithMovie(const std::shared_ptr<BVMediaLink>& link) 
     return;
   }
   BVErrorRef error;
-  auto movie = QTMovie::movieWithURL(safeLink->url(), &error, movieAudio_);
+  auto movie = QTMovie::movieWithURL(safeLink->url(), &error, movieAudio_, reconnectPatience());
   // The movie has read the reference movie made for the link (or failed):
   // the file is not needed any more.
   if (safeLink != link) unlink(safeLink->url().fileSystemPath().c_str());
