@@ -16,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cmath>
 
@@ -278,6 +279,32 @@ TEST(FiniteResource, FilesServedWithALengthArePlayedOnceFromOneRequest) {
       EXPECT_EQ(titles, c.titles);
     }
   }
+}
+
+// A file whose connection breaks off halfway is resumed from that byte when
+// its server takes Range requests: heard once and whole, never again from
+// its start.
+TEST(FiniteResource, AFileThatBreaksOffIsResumedWhereItBroke) {
+  TempDir dir;
+  const std::string wav = readWholeFile(writeMediaFile(dir.path() + "/e.wav", MediaKind::WAV, 2.0));
+  TestHTTPServer server;
+  auto requests = std::make_shared<std::atomic<int>>(0);
+  server.route("/episode.wav", [&wav, requests](const ReceivedRequest& request) {
+    if (request.method == "GET" && (*requests)++ > 0) return Response::file(request, "audio/wav", wav);
+    // The whole length announced, half of it sent, then the connection closes.
+    return Response::raw("HTTP/1.1 200 OK\r\nContent-Type: audio/wav\r\nAccept-Ranges: bytes\r\nContent-Length: " +
+                         std::to_string(wav.size()) + "\r\n\r\n" + wav.substr(0, wav.size() / 2));
+  });
+  MasterRun run("null:fast");
+  run.master->playLink(linkTo(server.url("/episode.wav")));
+  ASSERT_TRUE(BVRunLoop::main().runUntil([&] { return run.ended(); }, 30.0));
+  EXPECT_EQ(run.owner.states.back().to, BVPlayerStateStopped);
+  EXPECT_NEAR(double(run.master->outputFramesWritten()) / 44100.0, 2.0, 0.1);
+  auto received = server.requests();
+  std::erase_if(received, [](const ReceivedRequest& r) { return r.method != "GET"; });
+  ASSERT_EQ(received.size(), 2u);
+  ASSERT_TRUE(received[1].header("range"));
+  EXPECT_EQ(*received[1].header("range"), "bytes=" + std::to_string(wav.size() / 2) + "-");
 }
 
 // Local files, and files from a server that takes Range requests (read by
