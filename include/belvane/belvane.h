@@ -187,6 +187,14 @@ BV_EXPORT uint64_t bv_player_get_frames_written(const bv_player *player);
 BV_EXPORT int bv_player_set_volume(bv_player *player, double volume);
 BV_EXPORT double bv_player_get_volume(const bv_player *player);
 
+/* Seconds a live station that breaks off (a drop, a stall, its server gone
+ * or answering that the stream is away) is tried again, while the state
+ * stays playing, before the playback fails: 300 by default, 0 for a short
+ * window of 10 s. It holds from the next playback. BV_ERROR_INVALID_PARAMETER
+ * for a negative value. */
+BV_EXPORT int bv_player_set_reconnect_patience(bv_player *player, double seconds);
+BV_EXPORT double bv_player_get_reconnect_patience(const bv_player *player);
+
 /* Mutes (non-zero) or unmutes (0) without changing the volume. */
 BV_EXPORT int bv_player_set_mute(bv_player *player, int muted);
 BV_EXPORT int bv_player_get_mute(const bv_player *player);

@@ -196,6 +196,17 @@ class Player:
         _check(lib.bv_player_set_volume(self._live(), gain))
 
     @property
+    def reconnect_patience(self) -> float:
+        """Seconds a live station that breaks off is tried again before the
+        playback fails (300 by default; 0: a short window of 10 s), from the
+        next play()."""
+        return lib.bv_player_get_reconnect_patience(self._live())
+
+    @reconnect_patience.setter
+    def reconnect_patience(self, seconds: float) -> None:
+        _check(lib.bv_player_set_reconnect_patience(self._live(), seconds))
+
+    @property
     def muted(self) -> bool:
         return bool(lib.bv_player_get_mute(self._live()))
 

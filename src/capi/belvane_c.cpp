@@ -351,6 +351,16 @@ double bv_player_get_volume(const bv_player* player) {
   return player && player->master ? player->master->volume() : -1.0;
 }
 
+int bv_player_set_reconnect_patience(bv_player* player, double seconds) {
+  if (!player || !player->master || !(seconds >= 0.0)) return BV_ERROR_INVALID_PARAMETER;
+  player->master->setReconnectPatience(seconds);
+  return BV_OK;
+}
+
+double bv_player_get_reconnect_patience(const bv_player* player) {
+  return player && player->master ? player->master->reconnectPatience() : -1.0;
+}
+
 int bv_player_set_mute(bv_player* player, int muted) {
   if (!player || !player->master) return BV_ERROR_INVALID_PARAMETER;
   player->master->setMuted(muted != 0);

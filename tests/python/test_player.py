@@ -50,8 +50,13 @@ def test_failure_reaches_the_callback_in_words_and_bad_calls_raise(player):
         player.volume = 2.0
     with pytest.raises(belvane.BelvaneError):
         player.set_audio_output("speakers")
+    with pytest.raises(belvane.BelvaneError):
+        player.reconnect_patience = -1
     player.volume, player.muted = 0.25, True
     assert (player.volume, player.muted) == (0.25, True)
+    assert player.reconnect_patience == 300
+    player.reconnect_patience = 0
+    assert player.reconnect_patience == 0
 
 
 def test_a_player_closed_inside_its_own_callback_stays_quiet(station):

@@ -179,6 +179,9 @@ int runPlay(const Arguments& args) {
   double volume = args.number("volume", -1);
   if (args.option("volume") && !(volume >= 0 && volume <= 1))
     throw UsageError("option --volume takes a gain from 0 to 1, not '" + *args.option("volume") + "'");
+  double patience = args.number("patience", -1);
+  if (args.option("patience") && !(patience >= 0))
+    throw UsageError("option --patience takes seconds (0 or more), not '" + *args.option("patience") + "'");
   bool json = args.flag("json");
 
   std::unique_ptr<DemoStation> demo;
@@ -218,6 +221,7 @@ int runPlay(const Arguments& args) {
   // not otherwise); their Pause or Stop ends the play as q does.
   auto mpris = BVMPRISPublisher::create(master);
   if (volume >= 0) master->setVolume(float(volume));
+  if (patience >= 0) master->setReconnectPatience(patience);
   if (args.flag("mute")) master->setMuted(true);
   if (!announcement.empty()) std::fprintf(stdout, "%s\n", announcement.c_str());
 
@@ -263,7 +267,8 @@ int runPlay(const Arguments& args) {
 }  // namespace
 
 std::vector<Command> playCommands() {
-  return {{"play", "[URL] [--output O] [--duration S] [--volume V] [--mute] [--json] [--tool] [--tool-path PATH]",
+  return {{"play",
+           "[URL] [--output O] [--duration S] [--volume V] [--mute] [--patience S] [--json] [--tool] [--tool-path PATH]",
            "Plays URL through the master player until it stops, the duration passes or q is pressed.\n"
            "Without a URL it plays the built-in demo station, a loopback Shoutcast server with a\n"
            "synthesised clip whose titles change with each piece.\n"
@@ -271,13 +276,15 @@ std::vector<Command> playCommands() {
            "  --duration S   stop after S seconds (S above 0)\n"
            "  --volume V     linear gain from 0 to 1\n"
            "  --mute         start muted\n"
+           "  --patience S   seconds a station that breaks off is tried again before the play fails\n"
+           "                 (default 300; 0: 10 s)\n"
            "  --json         one JSON object a line for every player callback, then {\"event\":\"end\"}\n"
            "  --tool         play in a separate player-tool process (state followed by polling)\n"
            "  --tool-path P  the player-tool executable (default: belvane-player-tool beside belvane)\n"
            "Exit status 0 when playback stopped or the duration passed, 1 when it ended in an error\n"
            "(said in one line on stderr), 2 for bad arguments.",
            runPlay,
-           {"output", "duration", "volume", "tool-path"},
+           {"output", "duration", "volume", "patience", "tool-path"},
            {"mute", "json", "tool"}}};
 }
 
