@@ -39,6 +39,7 @@ extern "C" {
 #define BV_SHOUTSTREAMER_LOST_SYNC BV_FOURCC('E', 's', 'y', 'n')          /* retry */
 #define BV_SHOUTSTREAMER_CONNECTION_LOST BV_FOURCC('E', 'l', 's', 't')    /* retry */
 #define BV_SHOUTSTREAMER_NO_AUDIO BV_FOURCC('E', 'n', 'o', 'd')           /* retry (closed before any audio) */
+#define BV_SHOUTSTREAMER_WEB_PAGE BV_FOURCC('E', 'h', 't', 'm')           /* a web page, not a stream */
 #define BV_SHOUTSTREAMER_BAD_REPLY BV_FOURCC('E', 'b', 'a', 'd')          /* malformed reply, redirect loop */
 #define BV_SHOUTSTREAMER_SECURE_CONNECTION BV_FOURCC('E', 't', 'l', 's')  /* TLS could not be set up */
 #define BV_SHOUTSTREAMER_BAD_URL BV_FOURCC('E', 'u', 'r', 'l')

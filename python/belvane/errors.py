@@ -24,6 +24,7 @@ SHOUTSTREAMER_NOT_MPEG = _fourcc("Egar")
 SHOUTSTREAMER_LOST_SYNC = _fourcc("Esyn")            # retry
 SHOUTSTREAMER_CONNECTION_LOST = _fourcc("Elst")      # retry
 SHOUTSTREAMER_NO_AUDIO = _fourcc("Enod")             # retry
+SHOUTSTREAMER_WEB_PAGE = _fourcc("Ehtm")
 SHOUTSTREAMER_BAD_REPLY = _fourcc("Ebad")
 SHOUTSTREAMER_SECURE_CONNECTION = _fourcc("Etls")
 SHOUTSTREAMER_BAD_URL = _fourcc("Eurl")

@@ -2,6 +2,7 @@
 // and reconnects, and a delivery thread that makes every callback.
 #include "streaming/shoutstreamer.h"
 
+#include "foundation/mime_type.h"
 #include "foundation/text_encoding.h"
 #include "foundation/title_encoding.h"
 #include "foundation/thread_name.h"
@@ -80,11 +81,15 @@ class StreamDecoder final : public StreamReader::Client, public PipelineSink {
                metaint);
     pipeline_ = std::make_unique<StreamPipeline>(metaint, *this, s_.tuning.syncSearchBytes);
     connectionFrames_ = connectionAudioBytes_ = 0;
+    const std::string* type = head.field("content-type");
+    servedAsHTML_ = type && belvane::detail::mimeTypeWithoutParameters(*type) == "text/html";
     s_.buffer->setConnected();
     return 0;
   }
 
   int32_t body(std::span<const uint8_t> bytes) override {
+    if (servedAsHTML_ && isMarkup(bytes)) return SHOUTSTREAMER_ERROR_WEB_PAGE;
+    servedAsHTML_ = false;  // only the first bytes tell
     switch (pipeline_->feed(bytes)) {
       case StreamPipeline::Status::Ok: return 0;
       case StreamPipeline::Status::Stopped: return StreamConnection::kStop;
@@ -122,6 +127,17 @@ class StreamDecoder final : public StreamReader::Client, public PipelineSink {
   std::unique_ptr<StreamPipeline> pipeline_;
   uint64_t connectionFrames_ = 0;
   uint64_t connectionAudioBytes_ = 0;
+  // Served as text/html (which Shoutcast servers also send for streams):
+  // the first bytes tell a page from audio.
+  bool servedAsHTML_ = false;
+
+  static bool isMarkup(std::span<const uint8_t> bytes) {
+    for (uint8_t byte : bytes) {
+      if (byte == ' ' || byte == '\t' || byte == '\r' || byte == '\n') continue;
+      return byte == '<';
+    }
+    return false;
+  }
 };
 
 void networkMain(shoutstreamer* s) {

@@ -77,6 +77,8 @@ enum {
 #define SHOUTSTREAMER_ERROR_LOST_SYNC SHOUTSTREAMER_FOURCC('E', 's', 'y', 'n')
 // The connection broke (and, after playing, could not be made again).
 #define SHOUTSTREAMER_ERROR_CONNECTION_LOST SHOUTSTREAMER_FOURCC('E', 'l', 's', 't')
+// The address answered with a web page (served as HTML), not a stream.
+#define SHOUTSTREAMER_ERROR_WEB_PAGE SHOUTSTREAMER_FOURCC('E', 'h', 't', 'm')
 // The server closed the stream before any audio.
 #define SHOUTSTREAMER_ERROR_NO_AUDIO SHOUTSTREAMER_FOURCC('E', 'n', 'o', 'd')
 // A reply that cannot be read (malformed head, redirect loop).

@@ -93,6 +93,7 @@ const char* fixedText(int32_t code) {
       return "The station's server could not be found. Check the address and your internet connection.";
     case SHOUTSTREAMER_ERROR_TIMED_OUT: return "The station stopped responding (the connection timed out).";
     case SHOUTSTREAMER_ERROR_NOT_MPEG: return "The station sent something that is not MP3 audio.";
+    case SHOUTSTREAMER_ERROR_WEB_PAGE: return "The address serves a web page, not a station's stream.";
     case SHOUTSTREAMER_ERROR_LOST_SYNC: return "The station's audio is damaged and could no longer be decoded.";
     case SHOUTSTREAMER_ERROR_CONNECTION_LOST:
       return "The connection to the station was lost and could not be restored.";

@@ -82,4 +82,6 @@ TEST(ShoutstreamerFailure, AacAndDataThatIsNotMpegAudio) {
   EXPECT_EQ(failureOf(server.url("/noise")), SHOUTSTREAMER_ERROR_NOT_MPEG);
   server.http().route("/empty", Response::ok("audio/mpeg", ""));
   EXPECT_EQ(failureOf(server.url("/empty")), SHOUTSTREAMER_ERROR_NO_AUDIO);
+  server.http().route("/page", Response::ok("text/html; charset=utf-8", "\n<!DOCTYPE html><html><body>Listen live!</body></html>"));
+  EXPECT_EQ(failureOf(server.url("/page")), SHOUTSTREAMER_ERROR_WEB_PAGE);
 }
