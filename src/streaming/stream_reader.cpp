@@ -1,6 +1,7 @@
 // StreamReader: connections, drops and reconnection (see stream_reader.h).
 #include "streaming/stream_reader.h"
 
+#include "foundation/network_watch.h"
 #include "streaming/QLDebug.h"
 #include "streaming/held_stream.h"
 #include "streaming/shoutstreamer.h"
@@ -40,9 +41,17 @@ bool StreamReader::isCancelled() {
   return cancelled_;
 }
 
+// Sleeps until seconds have passed, the network has news, or cancel();
+// false for cancel().
 bool StreamReader::pause(double seconds) {
   std::unique_lock lock(mutex_);
-  return !changed_.wait_for(lock, std::chrono::duration<double>(seconds), [&] { return cancelled_; });
+  changed_.wait_for(lock, std::chrono::duration<double>(seconds), [&] { return cancelled_ || networkNews_; });
+  networkNews_ = false;
+  return !cancelled_;
+}
+
+bool StreamReader::networkKnownDown() const {
+  return policy_.followNetwork && !isLoopbackURL(url_) && !NetworkWatch::shared().isNetworkAvailable();
 }
 
 StreamReader::Attempt StreamReader::connectOnce(Client& client, double connectTimeout, uint64_t offset) {
@@ -97,12 +106,34 @@ StreamReader::Attempt StreamReader::connectOnce(Client& client, double connectTi
 // attempt that played again (it has ended by then); false when every try
 // failed (*error: the last one's) or cancel() came.
 bool StreamReader::reconnect(Client& client, Attempt* resumed, int32_t* error) {
-  const auto deadline = Clock::now() + std::chrono::duration<double>(policy_.reconnectWindow);
+  auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                     std::chrono::duration<double>(policy_.reconnectWindow));
   auto remaining = [&] { return std::chrono::duration<double>(deadline - Clock::now()).count(); };
+  // News of the network cuts the pauses short while this runs.
+  uint64_t listener = 0;
+  if (policy_.followNetwork) {
+    listener = NetworkWatch::shared().addListener([this] {
+      std::lock_guard lock(mutex_);
+      networkNews_ = true;
+      changed_.notify_all();
+    });
+  }
+  struct Unlisten {
+    uint64_t id;
+    ~Unlisten() {
+      if (id) NetworkWatch::shared().removeListener(id);
+    }
+  } unlisten{listener};
   double delay = policy_.reconnectFirstDelay;
   int tries = 0;
   while (remaining() > 0) {
+    const auto pausedAt = Clock::now();
     if (!pause(std::min(delay, remaining()))) return false;
+    if (networkKnownDown()) {
+      // Nothing can be reached off this machine: the wait does not count.
+      deadline += Clock::now() - pausedAt;
+      continue;
+    }
     if (remaining() <= 0) break;
     ++tries;
     QLDebugLog(QL_LOG_INFO, "stream: reconnecting to %s (try %d)", url_.c_str(), tries);

@@ -13,7 +13,10 @@
 // reconnection window (the player's patience); a try counts as back only
 // when it has delivered enough to play again. Only then does the reader
 // give up with the last error. A stream that fails before it has played
-// fails at once.
+// fails at once. The network's state steers the tries (see NetworkWatch):
+// the network coming back or a resume from suspend makes the next try at
+// once, and an outage of the machine's own network does not use up the
+// window.
 //
 // The client decodes: it gets each connection's head and bytes on the
 // thread that reads them (run()'s caller, or the held reply's own transfer
@@ -41,6 +44,11 @@ struct StreamReaderPolicy {
   double reconnectWindow = 10.0;     // seconds after a drop during which reconnection is tried
   double reconnectFirstDelay = 0.5;  // pause before the first try; doubled for each next one
   double reconnectMaxDelay = 2.0;    // up to this, so a server that is back is heard within ~3 s
+  // Whether the machine's news count: a network that comes back or changes,
+  // or a resume from suspend, cuts a pause short; while the network is known
+  // to be down, a station on another machine is not tried and the time does
+  // not count against the window.
+  bool followNetwork = true;
   // Content types a connection refuses with an error (SHOUTSTREAMER_ERROR_AAC
   // for AAC): the MP3 decoder refuses AAC, the general one nothing.
   bool refuseAAC = true;
@@ -113,6 +121,7 @@ class StreamReader {
   bool reconnect(Client& client, Attempt* resumed, int32_t* error);
   bool pause(double seconds);
   bool isCancelled();
+  bool networkKnownDown() const;
 
   const std::string url_;
   const StreamReaderPolicy policy_;
@@ -123,6 +132,7 @@ class StreamReader {
   std::mutex mutex_;
   std::condition_variable changed_;
   bool cancelled_ = false;
+  bool networkNews_ = false;  // the network changed or the machine resumed
   StreamConnection* connection_ = nullptr;
 };
 

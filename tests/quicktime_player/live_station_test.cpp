@@ -176,7 +176,8 @@ TEST_P(Outage, AStationAwayForLongerThanTheShortWindowComesBack) {
   EXPECT_TRUE(run.runUntilTitles(run.owner.titles.size() + 1, 15.0)) << "no title after the return";
 }
 
-INSTANTIATE_TEST_SUITE_P(Engines, Outage, ::testing::Values(IcyStreamScript::Payload::Mp3, IcyStreamScript::Payload::Adts));
+INSTANTIATE_TEST_SUITE_P(Engines, Outage, ::testing::Values(IcyStreamScript::Payload::Mp3, IcyStreamScript::Payload::Adts),
+                         [](const auto& info) { return info.param == IcyStreamScript::Payload::Adts ? "AAC" : "MP3"; });
 
 // Icecast delivers the titles of an Ogg mount as the comments of each new
 // chain; each is announced when its chain's first sample is written. A DJ
@@ -220,7 +221,8 @@ TEST_P(OggMount, AnnouncesEachChainWhenItsAudioStarts) {
   EXPECT_EQ(run.master->state(), BVPlayerStatePlaying);
 }
 
-INSTANTIATE_TEST_SUITE_P(Codecs, OggMount, ::testing::Values(MediaKind::OggVorbis, MediaKind::OggOpus));
+INSTANTIATE_TEST_SUITE_P(Codecs, OggMount, ::testing::Values(MediaKind::OggVorbis, MediaKind::OggOpus),
+                         [](const auto& info) { return info.param == MediaKind::OggOpus ? "Opus" : "Vorbis"; });
 
 // A podcast episode or a file over plain HTTP ends with its body: it is
 // played once and whole, whichever engine plays it, from the reply the tuner

@@ -9,6 +9,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <unistd.h>
 
 using belvane::test::IcyStreamScript;
 using belvane::test::IcyTestServer;
@@ -162,4 +165,42 @@ TEST(Shoutstreamer, FailsOnlyWhenReconnectionFails) {
   EXPECT_EQ(shoutstreamer_status(recorder.streamer(), nullptr), SHOUTSTREAMER_ERROR_NOT_FOUND);
   // Everything received before the drop was delivered first.
   EXPECT_GE(recorder.frames(), 100'000 / 418 * kMpegFrame - 2 * kMpegFrame);
+}
+
+// News of the machine's network (here its loopback going down and up again
+// in a network namespace of the test's own) makes a reconnection try at
+// once instead of after its pause. Needs root and unshare(1), as CI has.
+TEST(Shoutstreamer, ANetworkThatComesBackIsTriedAtOnce) {
+  BELVANE_SKIP_WITHOUT_LAME();
+  if (!std::getenv("BELVANE_TEST_IN_NETNS")) {
+    if (geteuid() != 0 || std::system("unshare -n true >/dev/null 2>&1") != 0)
+      GTEST_SKIP() << "needs root and a network namespace (unshare -n)";
+    std::string again = "BELVANE_TEST_IN_NETNS=1 unshare -n /proc/" + std::to_string(getpid()) +
+                        "/exe --gtest_filter=Shoutstreamer.ANetworkThatComesBackIsTriedAtOnce";
+    EXPECT_EQ(std::system(again.c_str()), 0);
+    return;
+  }
+  ASSERT_EQ(std::system("ip link set lo up"), 0);
+  IcyTestServer server;
+  server.serve("/radio", {toneScript(60'000), toneScript(4'000'000)});
+  auto tuning = belvane::test::fastTuning();
+  tuning.reconnectWindow = 60;
+  tuning.reconnectFirstDelay = 8;  // a pause the network's news must cut short
+  tuning.reconnectMaxDelay = 8;
+  StreamRecorder recorder(tuning);
+  ASSERT_EQ(recorder.start(server.url("/radio")), 0);
+  ASSERT_TRUE(recorder.waitForState(SHOUTSTREAMER_STATE_PLAYING));
+  // The first connection closes: the reader pauses before its next try.
+  ASSERT_TRUE(recorder.waitForFrames(60'000 / 418 * kMpegFrame - 30 * kMpegFrame));
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  ASSERT_EQ(std::system("ip link set lo down"), 0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  const auto up = std::chrono::steady_clock::now();
+  ASSERT_EQ(std::system("ip link set lo up"), 0);
+  ASSERT_TRUE(recorder.waitFor([&] { return server.connections("/radio") >= 2; }, 20.0));
+  const double waited = std::chrono::duration<double>(std::chrono::steady_clock::now() - up).count();
+  EXPECT_LT(waited, 3.0) << "the try came " << waited << " s after the network was back";
+  const uint64_t before = recorder.frames();
+  EXPECT_TRUE(recorder.waitForFrames(before + 44100, 10.0));
+  for (auto& [from, to] : recorder.states()) EXPECT_NE(to, SHOUTSTREAMER_STATE_FAILED);
 }
