@@ -49,12 +49,15 @@ class AlsaOutput final : public OutputBackend {
     if (error < 0) {
       pcm_ = nullptr;
       outputLog(QL_LOG_INFO, "ALSA unavailable: %s", snd_strerror(error));
+      failureReason_ = std::string("no ALSA sound device could be opened (") + snd_strerror(error) + ")";
       return ORPLAYER_ERROR_ALSA;
     }
     error = snd_pcm_set_params(pcm_, SND_PCM_FORMAT_FLOAT, SND_PCM_ACCESS_RW_INTERLEAVED, 2, rate, 1,
                                static_cast<unsigned>(deviceSeconds_ * 1e6));
     if (error < 0) {
       outputLog(QL_LOG_WARNING, "ALSA cannot play stereo float at %u Hz: %s", rate, snd_strerror(error));
+      failureReason_ = "the ALSA sound device cannot play stereo float audio at " + std::to_string(rate) + " Hz (" +
+                       snd_strerror(error) + ")";
       close();
       return ORPLAYER_ERROR_ALSA;
     }

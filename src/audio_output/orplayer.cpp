@@ -64,6 +64,7 @@ struct orplayer {
   std::mutex control;  // serialises start, stop, destroy and the settings
   orplayer_options_t options{};
   std::optional<std::string> outputSpec;  // set by orplayer_set_output
+  std::string failureReason;              // of the last start, guarded by control
   std::thread thread;
   std::shared_ptr<OutputSession> session;
   // An unpaced backend written by play_wait itself; guarded by `direct`.
@@ -196,8 +197,10 @@ int orplayer_start(orplayer_t player) {
     text = env;
   }
   auto setting = belvane::detail::parseOutputSpec(text);
+  player->failureReason.clear();
   if (!setting) {
     outputLog(QL_LOG_ERROR, "output \"%s\" not understood", text.c_str());
+    player->failureReason = "the output setting \"" + text + "\" is not understood";
     return ORPLAYER_ERROR_BAD_SPEC;
   }
 
@@ -214,6 +217,7 @@ int orplayer_start(orplayer_t player) {
   if (!opened.backend) {
     outputLog(QL_LOG_ERROR, "cannot open \"%s\": %s", text.empty() ? "auto" : text.c_str(),
               orplayer_error_string(opened.error));
+    player->failureReason = opened.reason;
     return opened.error;
   }
   const char* name = opened.backend->name();
@@ -373,6 +377,12 @@ int orplayer_is_real_time(orplayer_t player) { return player ? player->core->rea
 uint64_t orplayer_underruns(orplayer_t player) { return player ? player->core->underruns.load() : 0; }
 
 uint64_t orplayer_frames_written(orplayer_t player) { return player ? player->core->framesWritten.load() : 0; }
+
+const char* orplayer_failure_reason(orplayer_t player) {
+  if (!player) return "";
+  std::lock_guard control(player->control);
+  return player->failureReason.c_str();
+}
 
 const char* orplayer_error_string(int code) {
   switch (code) {

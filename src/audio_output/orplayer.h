@@ -95,6 +95,11 @@ uint64_t orplayer_underruns(orplayer_t player);
 uint64_t orplayer_frames_written(orplayer_t player);
 // A listener-readable text for an error code (static; never NULL).
 const char* orplayer_error_string(int code);
+// Linux addition: why the last orplayer_start of this player failed, as a
+// listener-readable clause ("no PulseAudio (or PipeWire) server answered
+// (Connection refused)"); empty after a start that worked. Valid until the
+// next start or destroy.
+const char* orplayer_failure_reason(orplayer_t player);
 
 #ifdef __cplusplus
 }

@@ -52,8 +52,10 @@ class OutputBackend {
   // When everything handed over will have been heard (now, for an unpaced
   // backend); read by the thread that writes.
   virtual std::chrono::steady_clock::time_point playedOutAt() const { return std::chrono::steady_clock::now(); }
-  // Opens for two channels at `rate`: 0, or an orplayer error code.
+  // Opens for two channels at `rate`: 0, or an orplayer error code, with
+  // why in failureReason() (a listener-readable clause).
   virtual int open(unsigned rate) = 0;
+  const std::string& failureReason() const { return failureReason_; }
   unsigned rate() const { return rate_; }
   // Hands frames over, blocking while the device is full. False on failure
   // (or when the session was asked to stop).
@@ -73,6 +75,7 @@ class OutputBackend {
 
  protected:
   unsigned rate_ = 0;
+  std::string failureReason_;
 };
 
 // Device buffer length asked of paced outputs, in seconds.

@@ -22,7 +22,10 @@ namespace {
 OpenedOutput tryOpen(std::unique_ptr<OutputBackend> backend, unsigned rate) {
   OpenedOutput opened;
   opened.error = backend->open(rate);
-  if (opened.error == 0) opened.backend = std::move(backend);
+  if (opened.error == 0)
+    opened.backend = std::move(backend);
+  else
+    opened.reason = backend->failureReason();
   return opened;
 }
 
@@ -55,8 +58,10 @@ OpenedOutput openOutput(const OutputSpec& setting, unsigned rate, double deviceS
   if (!opened.backend) opened = tryOpen(makeNullOutput(true, deviceSeconds, session), rate);
   if (opened.backend)
     outputLog(QL_LOG_INFO, "automatic choice took \"%s\"", opened.backend->name());
-  else
+  else {
     opened.error = ORPLAYER_ERROR_NO_OUTPUT;
+    opened.reason = "no sound server, sound card or silent output could be opened";
+  }
   return opened;
 }
 

@@ -25,6 +25,7 @@ std::optional<OutputSpec> parseOutputSpec(std::string_view text);
 struct OpenedOutput {
   std::unique_ptr<OutputBackend> backend;  // open, or empty on failure
   int error = 0;
+  std::string reason;  // why it failed, for a listener
 };
 
 OpenedOutput openOutput(const OutputSpec& setting, unsigned rate, double deviceSeconds,

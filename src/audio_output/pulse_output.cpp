@@ -37,6 +37,7 @@ class PulseOutput final : public OutputBackend {
                             &error);
     if (!stream_) {
       outputLog(QL_LOG_INFO, "PulseAudio unavailable: %s", pa_strerror(error));
+      failureReason_ = std::string("no PulseAudio (or PipeWire) server answered (") + pa_strerror(error) + ")";
       return ORPLAYER_ERROR_PULSE;
     }
     return 0;

@@ -92,6 +92,7 @@ class WavOutput final : public OutputBackend {
     file_ = fopen(path.c_str(), "wb");
     if (!file_) {
       outputLog(QL_LOG_ERROR, "cannot open \"%s\": %s", path.c_str(), strerror(errno));
+      failureReason_ = "the WAV file " + path + " cannot be written (" + strerror(errno) + ")";
       return false;
     }
     dataBytes_ = 0;

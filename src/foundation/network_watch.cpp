@@ -59,10 +59,12 @@ NetworkWatch::NetworkWatch() {
           this, nullptr);
     }
     {
+      // Told under the lock: the constructor's waiting ends (and its
+      // stack with these goes) only once this has let go.
       std::lock_guard lock(started);
       running = true;
+      ready.notify_all();
     }
-    ready.notify_all();
     GMainLoop* loop = g_main_loop_new(context, FALSE);
     g_main_loop_run(loop);  // for the life of the process
   }).detach();

@@ -1,6 +1,7 @@
 // AudioDelivery: writing, title timing by frames, and gain (see audio_delivery.h).
 #include "players/audio_delivery.h"
 
+#include <belvane/BVConstants.h>
 #include <belvane/BVKitOwner.h>
 
 #include <algorithm>
@@ -74,6 +75,15 @@ int AudioDelivery::start() {
   // is playing, count from what the output has taken.
   if (!orplayer_is_playing(output_)) framesQueued_ = orplayer_frames_written(output_);
   return orplayer_start(output_);
+}
+
+BVErrorRef AudioDelivery::startError(int code) const {
+  BVDictionary info{
+      {BVLocalizedDescriptionKey, BVValue("Audio player failed to start with error code " + std::to_string(code) + ".")},
+      {BVDoNotReportToRadioTimeErrorKey, BVValue("")}};
+  std::string reason = orplayer_failure_reason(output_);
+  if (!reason.empty()) info[BVLocalizedFailureReasonErrorKey] = BVValue("The audio output could not start: " + reason + ".");
+  return BVError::create(BVShoutstreamerErrorDomain, code, std::move(info));
 }
 
 void AudioDelivery::stop() { orplayer_stop(output_); }

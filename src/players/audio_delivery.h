@@ -13,6 +13,7 @@
 // loop makes a title late, never the audio.
 #pragma once
 
+#include <belvane/BVError.h>
 #include <belvane/BVRunLoop.h>
 
 #include <atomic>
@@ -64,6 +65,11 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   // Opens the output (0, or an orplayer error code); a started output stays
   // open. stop() drops what is queued and releases a blocked writer.
   int start();
+  // The error a player reports when start() returned code: the fixed
+  // "Audio player failed to start with error code N." and, as its failure
+  // reason, why the output could not open; marked not to be reported to
+  // RadioTime.
+  BVErrorRef startError(int code) const;
   void stop();
   bool isPlaying() const;
   void playDone();

@@ -11,7 +11,6 @@ namespace belvane::tool {
 
 namespace {
 
-constexpr size_t kKeptLines = 64;
 // The streaming library's "information" level: the audio output logs there
 // why a sound server or card could not be opened. Asked for, everything down
 // to "debugging" (ALSA's own messages among them).
@@ -51,20 +50,10 @@ void LogSink::install(bool verbose) {
 
 void LogSink::belvaneOwnerDebugLog(const std::string& message) {
   std::lock_guard lock(mutex_);
-  recent_.push_back(message);
-  if (recent_.size() > kKeptLines) recent_.pop_front();
   if (verbose_) {
     std::fflush(stdout);
     std::fprintf(stderr, "Belvane: %s\n", message.c_str());
   }
-}
-
-std::vector<std::string> LogSink::recentLines(const std::string& prefix) const {
-  std::lock_guard lock(mutex_);
-  std::vector<std::string> lines;
-  for (auto& line : recent_)
-    if (line.rfind(prefix, 0) == 0) lines.push_back(line.substr(prefix.size()));
-  return lines;
 }
 
 }  // namespace belvane::tool

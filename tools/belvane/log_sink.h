@@ -1,8 +1,7 @@
 // The library's diagnostics inside the belvane tool. Library log lines and
 // the warnings of the libraries beneath it (GLib, GStreamer) are kept off the
 // terminal unless asked for: with --verbose or G_MESSAGES_DEBUG set they go
-// to stderr. Either way the last lines are kept, so that a command can say
-// why something failed (the audio output logs why it could not open).
+// to stderr.
 #pragma once
 
 #include <belvane/BVKitOwner.h>
@@ -25,15 +24,11 @@ class LogSink : public BVKitOwnerDelegate {
 
   void belvaneOwnerDebugLog(const std::string& message) override;
 
-  // The kept lines that begin with prefix, oldest first, prefix removed.
-  std::vector<std::string> recentLines(const std::string& prefix) const;
-
  private:
   LogSink() = default;
 
   bool verbose_ = false;
-  mutable std::mutex mutex_;
-  std::deque<std::string> recent_;
+  std::mutex mutex_;
 };
 
 }  // namespace belvane::tool

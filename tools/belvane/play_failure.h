@@ -1,8 +1,9 @@
 // What `belvane play` says beside a playback error. The library's texts are
 // the host's and stay as they are ("Audio player failed to start with error
-// code ...", "The stream is not available at this time."); the tool knows
-// more about the situation (the output asked for, the file named, the log
-// lines the output wrote) and says it next to them.
+// code ...", "The stream is not available at this time.") with the failure
+// reason the library gives (why an output could not start); where it gives
+// none, the tool says what it knows of the situation (the file named, the
+// address's scheme) next to them.
 #pragma once
 
 #include <belvane/BVError.h>

@@ -98,11 +98,7 @@ void BVMP3StreamPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   _shoutstreamerDelegate->setRunLoop(BVRunLoop::current());
   int code = _shoutstreamerDelegate->startAudioPlayer();
   if (code != 0) {
-    BVDictionary info{
-        {BVLocalizedDescriptionKey,
-         BVValue("Audio player failed to start with error code " + std::to_string(code) + ".")},
-        {BVDoNotReportToRadioTimeErrorKey, BVValue("")}};
-    setError(BVError::create(BVShoutstreamerErrorDomain, code, std::move(info)));
+    setError(_shoutstreamerDelegate->audio()->startError(code));
     changeStateTo(BVPlayerStateError, _error);
     return;
   }

@@ -82,11 +82,7 @@ void BVQuickTimePlayer::playWithMovie(const std::shared_ptr<BVMediaLink>& link) 
   // A sub-player left from an earlier link stays and keeps answering.
   _releaseMovie();
   if (int code = startMovieAudio()) {
-    BVDictionary info{
-        {BVLocalizedDescriptionKey,
-         BVValue("Audio player failed to start with error code " + std::to_string(code) + ".")},
-        {BVDoNotReportToRadioTimeErrorKey, BVValue("")}};
-    changeStateTo(BVPlayerStateError, BVError::create(BVShoutstreamerErrorDomain, code, std::move(info)));
+    changeStateTo(BVPlayerStateError, audio_->startError(code));
     return;
   }
   BVErrorRef error;
