@@ -17,6 +17,7 @@
 #include "movie/movie_station_list.h"
 #include "movie/movie_status.h"
 #include "movie/reference_movie.h"
+#include "streaming/stream_reader.h"
 #include "playlists/playlist_format.h"
 
 namespace belvane::detail {
@@ -49,11 +50,11 @@ constexpr unsigned kIdleIntervalMilliseconds = 250;
 constexpr unsigned kLocalLoadTimeoutMilliseconds = 10'000;
 constexpr unsigned kNetworkLoadTimeoutMilliseconds = 30'000;
 constexpr int kMaximumReferenceDepth = 8;
-// Reconnection of a live stream that broke: tries within this many seconds
-// of the break, the first after the shorter pause, each next after twice the
-// pause before it.
-constexpr double kReconnectWindowSeconds = 10.0;
+// Reconnection of a live stream GStreamer reads (HLS) that broke: tries for
+// the movie's patience after the break, the first after the shorter pause,
+// each next after twice the pause before it, up to the longer.
 constexpr double kReconnectFirstDelaySeconds = 0.5;
+constexpr double kReconnectMaxDelaySeconds = 2.0;
 
 constexpr size_t kReferenceSniffLength = 64 * 1024;
 
@@ -443,7 +444,7 @@ struct QTMovie::Impl final : MoviePipelineListener {
     auto now = std::chrono::steady_clock::now();
     if (!reconnectDeadline)
       reconnectDeadline = now + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                                    std::chrono::duration<double>(kReconnectWindowSeconds));
+                                    std::chrono::duration<double>(reconnectWindowForPatience(reconnectPatience)));
     auto pause = std::chrono::duration_cast<std::chrono::steady_clock::duration>(
         std::chrono::duration<double>(reconnectDelay));
     if (now + pause > *reconnectDeadline) {
@@ -457,7 +458,7 @@ struct QTMovie::Impl final : MoviePipelineListener {
     if (!reportRate(0.0)) return;
     stopReconnectTimer();
     reconnectTimer = g_timeout_source_new(unsigned(reconnectDelay * 1000));
-    reconnectDelay *= 2;
+    reconnectDelay = std::min(reconnectDelay * 2, kReconnectMaxDelaySeconds);
     g_source_set_callback(
         reconnectTimer,
         [](gpointer data) -> gboolean {

@@ -176,6 +176,36 @@ TEST_P(Outage, AStationAwayForLongerThanTheShortWindowComesBack) {
   EXPECT_TRUE(run.runUntilTitles(run.owner.titles.size() + 1, 15.0)) << "no title after the return";
 }
 
+// Past its patience the player gives up once, in words that say what
+// happened and for how long it tried.
+TEST_P(Outage, PastThePatienceOneErrorSaysHowLongItTried) {
+  TempDir dir;
+  Mp3Data aac = aacTone(dir, 2.0);
+  const Mp3Data* mp3 = stereoTone44k();
+  if (!mp3) GTEST_SKIP() << "lame is not installed";
+  const bool isAAC = GetParam() == IcyStreamScript::Payload::Adts;
+  IcyStreamScript drops{.contentType = isAAC ? "audio/aacp" : "audio/mpeg", .audio = {isAAC ? &aac : mp3}};
+  drops.audioBytes = 80'000;
+  IcyStreamScript away;
+  away.statusLine = "ICY 404 Not Found";
+  IcyTestServer server;
+  server.serve("/", {drops, away});
+
+  MasterRun run("null");
+  run.master->setReconnectPatience(3);
+  run.master->playLink(linkTo(server.url("/")));
+  ASSERT_TRUE(run.owner.runUntil(BVPlayerStateError, 60.0));
+  auto states = run.owner.sequence();
+  EXPECT_EQ(std::count(states.begin(), states.end(), BVPlayerStateError), 1);
+  EXPECT_EQ(std::count(states.begin(), states.end(), BVPlayerStatePlaying), 1);
+  EXPECT_GE(server.connections("/"), 3);
+  const BVErrorRef& error = run.owner.states.back().error;
+  ASSERT_TRUE(error);
+  const std::string* reason = BVDictionaryString(error->userInfo(), BVLocalizedFailureReasonErrorKey);
+  ASSERT_TRUE(reason) << error->localizedDescription();
+  EXPECT_EQ(*reason, "The station stopped while playing, and it could not be reached again in 3 seconds of trying.");
+}
+
 INSTANTIATE_TEST_SUITE_P(Engines, Outage, ::testing::Values(IcyStreamScript::Payload::Mp3, IcyStreamScript::Payload::Adts),
                          [](const auto& info) { return info.param == IcyStreamScript::Payload::Adts ? "AAC" : "MP3"; });
 

@@ -15,10 +15,25 @@
 #include "streaming/shoutstreamer.h"
 #include "streaming/shoutstreamer_tuning.h"
 #include "streaming/stream_reader.h"
+#include "players/reconnect_wording.h"
 
 using belvane::detail::asciiLower;
 
 namespace {
+
+// Codes with which a stream that broke off ends once reconnecting failed
+// (the last try's answer); not those of a stream that is no MP3 at all.
+bool isNetworkBreak(int32_t code) {
+  switch (code) {
+    case SHOUTSTREAMER_ERROR_AAC:
+    case SHOUTSTREAMER_ERROR_NOT_MPEG:
+    case SHOUTSTREAMER_ERROR_LOST_SYNC:
+    case SHOUTSTREAMER_ERROR_WEB_PAGE:
+    case SHOUTSTREAMER_ERROR_BAD_URL:
+    case SHOUTSTREAMER_ERROR_INTERNAL: return false;
+    default: return true;
+  }
+}
 const std::set<std::string>& playableURLSchemes() {
   static const std::set<std::string> s{"http", "https", "icy", "file", "shttp"};
   return s;
@@ -313,7 +328,11 @@ void BVMP3StreamPlayer::_shoutstreamerChangedState(const belvane::detail::Stream
     return;
   }
   if (errorCode != 0) {
-    setError(errorWithBVShoutstreamerCode(errorCode));
+    BVErrorRef error = errorWithBVShoutstreamerCode(errorCode);
+    // A live station that played and broke off was tried again first.
+    if (state() == BVPlayerStatePlaying && link() && !link()->url().isFileURL() && isNetworkBreak(errorCode))
+      error = belvane::detail::withReconnectionAccount(error, reconnectPatience());
+    setError(error);
     _shoutstreamerDelegate->askAudioPlayerToStop();
     return;
   }

@@ -6,7 +6,9 @@
 #include <belvane/BVRunLoop.h>
 
 #include "movie/QTMovie.h"
+#include "movie/movie_status.h"
 #include "players/audio_delivery.h"
+#include "players/reconnect_wording.h"
 
 #include <cmath>
 
@@ -88,7 +90,12 @@ void BVQuickTimePlayer::_noteMovieLoadingChange(const QTNotification*) {
   } else if (loadState == 1 || loadState == belvane::detail::QTMovieLoadStateError) {
     int32_t status = _movie->movieStatus();
     if (status == 0) status = -1;
-    changeStateTo(BVPlayerStateError, BVErrorForQuickTimeErrorCode(status));
+    BVErrorRef error = BVErrorForQuickTimeErrorCode(status);
+    // A live station that played and broke off was tried again first.
+    if (state() == BVPlayerStatePlaying && !_movie->isFiniteResource() &&
+        (status == belvane::detail::kMovieStatusCannotReachStream || status >= 100))
+      error = belvane::detail::withReconnectionAccount(error, reconnectPatience());
+    changeStateTo(BVPlayerStateError, error);
   }
 }
 
