@@ -111,6 +111,7 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   // A local file: its tags and length, the stream URL playing it, and the
   // frame the current stream started from (after a seek or a pause).
   BVDictionary fileAttributes_;
+  BVDictionary stationFacts_;  // what the station's server announced of it
   double fileDuration_ = 0;
   int fileSampleRate_ = 0;
   std::string fileStreamURL_;

@@ -228,6 +228,12 @@ BV_EXPORT char *bv_player_get_audio_output_name(const bv_player *player);
 #define BV_ATTRIBUTE_COMMENT "BVPlayerAttributeCommentKey"
 #define BV_ATTRIBUTE_COPYRIGHT "BVPlayerAttributeCopyrightKey"
 #define BV_ATTRIBUTE_TRACK_NUMBER "BVPlayerAttributeTrackNumberKey"
+/* What a station's server announces of it: its name, genre, home page and
+ * bit rate (kbit/s). */
+#define BV_ATTRIBUTE_STATION_NAME "BVPlayerAttributeStationNameKey"
+#define BV_ATTRIBUTE_STATION_GENRE "BVPlayerAttributeStationGenreKey"
+#define BV_ATTRIBUTE_STATION_HOME_PAGE "BVPlayerAttributeStationHomePageKey"
+#define BV_ATTRIBUTE_STATION_BIT_RATE "BVPlayerAttributeStationBitRateKey"
 
 /* The current value of an attribute as text (numbers in decimal, e.g. a
  * duration "215.5"), or NULL when the player has none under that key.

@@ -16,6 +16,11 @@ ATTRIBUTE_YEAR = "BVPlayerAttributeYearKey"
 ATTRIBUTE_COMMENT = "BVPlayerAttributeCommentKey"
 ATTRIBUTE_COPYRIGHT = "BVPlayerAttributeCopyrightKey"
 ATTRIBUTE_TRACK_NUMBER = "BVPlayerAttributeTrackNumberKey"
+# What a station's server announces of it (the bit rate in kbit/s).
+ATTRIBUTE_STATION_NAME = "BVPlayerAttributeStationNameKey"
+ATTRIBUTE_STATION_GENRE = "BVPlayerAttributeStationGenreKey"
+ATTRIBUTE_STATION_HOME_PAGE = "BVPlayerAttributeStationHomePageKey"
+ATTRIBUTE_STATION_BIT_RATE = "BVPlayerAttributeStationBitRateKey"
 
 
 class State(enum.IntEnum):

@@ -17,5 +17,9 @@ const char* const BVPlayerAttributeAlbumKey = "BVPlayerAttributeAlbumKey";
 const char* const BVPlayerAttributeArtistKey = "BVPlayerAttributeArtistKey";
 const char* const BVPlayerAttributeStreamTitleKey = "BVPlayerAttributeStreamTitleKey";
 const char* const BVPlayerAttributeTrackTitleKey = "BVPlayerAttributeTrackTitleKey";
+const char* const BVPlayerAttributeStationNameKey = "BVPlayerAttributeStationNameKey";
+const char* const BVPlayerAttributeStationGenreKey = "BVPlayerAttributeStationGenreKey";
+const char* const BVPlayerAttributeStationHomePageKey = "BVPlayerAttributeStationHomePageKey";
+const char* const BVPlayerAttributeStationBitRateKey = "BVPlayerAttributeStationBitRateKey";
 
 const char* const BVDoNotReportToRadioTimeErrorKey = "RTDoNotReportToRadioTimeErrorKey";

@@ -156,6 +156,9 @@ class QTMovie : public std::enable_shared_from_this<QTMovie> {
   // A resource with an end: a local file, or a network reply that declared
   // its length. Its titles are track titles, not stream titles.
   bool isFiniteResource() const;
+  // What a station's server announced of it in its reply (player attribute
+  // keys: BVPlayerAttributeStation...); empty for other media.
+  BVDictionary stationFacts() const;
 
   // The URL being played (after references and station lists were followed).
   BVURL url() const;

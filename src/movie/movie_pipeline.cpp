@@ -510,4 +510,6 @@ bool MoviePipeline::httpDeclaredLength() const {
 
 bool MoviePipeline::tookHeldReply() const { return stream_ && stream_->tookHeldReply(); }
 
+BVDictionary MoviePipeline::stationFacts() const { return stream_ ? stream_->stationFacts() : BVDictionary{}; }
+
 }  // namespace belvane::detail

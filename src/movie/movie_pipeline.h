@@ -15,6 +15,8 @@
 // destroy the pipeline from inside any of its calls.
 #pragma once
 
+#include <belvane/BVValue.h>
+
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -104,6 +106,8 @@ class MoviePipeline : public std::enable_shared_from_this<MoviePipeline> {
   // Whether Belvane's own connection feeds the pipeline (it reconnects a
   // live stream itself), and whether it took over the tuner's open reply.
   bool readsOwnConnection() const { return stream_ != nullptr; }
+  // What the station's reply announced of it (Belvane's connection only).
+  BVDictionary stationFacts() const;
   bool tookHeldReply() const;
 
  private:

@@ -81,6 +81,7 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
     {
       std::lock_guard lock(source_.mutex_);
       if (type) source_.contentType_ = *type;
+      source_.stationFacts_ = stationFactsFromHead(head);
       if (offset_ == 0) source_.declaredLength_ = length != nullptr;
     }
     if (length && connections_ == 0 && offset_ == 0) {
@@ -253,6 +254,11 @@ void MovieStreamSource::join() {
 std::optional<std::string> MovieStreamSource::contentType() const {
   std::lock_guard lock(mutex_);
   return contentType_;
+}
+
+BVDictionary MovieStreamSource::stationFacts() const {
+  std::lock_guard lock(mutex_);
+  return stationFacts_;
 }
 
 bool MovieStreamSource::declaredLength() const {

@@ -23,6 +23,8 @@
 // between the server and the decoder.
 #pragma once
 
+#include <belvane/BVValue.h>
+
 #include "streaming/stream_reader.h"
 
 #include <atomic>
@@ -63,8 +65,10 @@ class MovieStreamSource {
   // Waits for the reading thread after cancel() and the pipeline's stop.
   void join();
 
-  // What the reply head said (thread-safe; empty until it came).
+  // What the reply head said (thread-safe; empty until it came), and what
+  // it announced of the station (the BVPlayerAttributeStation... keys).
   std::optional<std::string> contentType() const;
+  BVDictionary stationFacts() const;
   bool declaredLength() const;
   // Whether the first connection took over the tuner's open reply.
   bool tookHeldReply() const { return tookHeld_; }
@@ -92,6 +96,7 @@ class MovieStreamSource {
   std::optional<uint64_t> seekTo_;          // guarded by mutex_
   std::atomic<bool> seekPending_{false};    // seekTo_ is set
   std::optional<std::string> contentType_;  // guarded by mutex_
+  BVDictionary stationFacts_;               // guarded by mutex_
   bool declaredLength_ = false;             // guarded by mutex_
 };
 

@@ -669,6 +669,10 @@ GstTagList* QTMovie::copyTrackTags(size_t index) const {
 
 bool QTMovie::isFiniteResource() const { return impl_->isFinite(); }
 
+BVDictionary QTMovie::stationFacts() const {
+  return impl_->pipeline ? impl_->pipeline->stationFacts() : BVDictionary{};
+}
+
 BVURL QTMovie::url() const { return *impl_->url; }
 
 }  // namespace belvane::detail

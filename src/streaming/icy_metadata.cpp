@@ -2,6 +2,9 @@
 #include "streaming/icy_metadata.h"
 
 #include "foundation/text_encoding.h"
+#include "foundation/title_encoding.h"
+
+#include <belvane/BVConstants.h>
 
 #include <algorithm>
 #include <cctype>
@@ -194,6 +197,29 @@ std::optional<std::string> streamTitleFromMetadata(std::span<const uint8_t> bloc
     return std::string(quote == std::string_view::npos ? value : value.substr(0, quote));
   }
   return std::string(text.substr(start, end - start));
+}
+
+BVDictionary stationFactsFromHead(const StreamReplyHead& head) {
+  BVDictionary facts;
+  auto text = [&](const char* field, const char* key) {
+    const std::string* raw = head.field(field);
+    if (!raw) return;
+    std::string value = trimWhitespaceAndNewlines(*raw);
+    std::string converted = stationTitleToUTF8(bytesOf(value));
+    if (!converted.empty()) facts[key] = BVValue(std::move(converted));
+  };
+  text("icy-name", BVPlayerAttributeStationNameKey);
+  text("icy-genre", BVPlayerAttributeStationGenreKey);
+  text("icy-url", BVPlayerAttributeStationHomePageKey);
+  int64_t bitRate = 0;
+  if (const std::string* br = head.field("icy-br")) bitRate = std::strtoll(br->c_str(), nullptr, 10);
+  if (const std::string* info = head.field("ice-audio-info"); bitRate <= 0 && info) {
+    size_t at = asciiLower(*info).find("bitrate=");
+    if (at != std::string::npos) bitRate = std::strtoll(info->c_str() + at + 8, nullptr, 10);
+  }
+  // icy-br sometimes lists several rates ("128,128"): the first counts.
+  if (bitRate > 0 && bitRate < 100000) facts[BVPlayerAttributeStationBitRateKey] = BVValue(bitRate);
+  return facts;
 }
 
 }  // namespace belvane::detail

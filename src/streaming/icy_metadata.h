@@ -6,6 +6,8 @@
 // as audio after a length byte without a body), and the StreamTitle reader.
 #pragma once
 
+#include <belvane/BVValue.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -85,6 +87,12 @@ class IcyDemuxer {
   bool readingLength_ = false;
   uint8_t meta_[255 * 16];
 };
+
+// What a station's reply head announces of it, as player attributes (the
+// BVPlayerAttributeStation... keys): icy-name, icy-genre, icy-url, and the
+// bit rate from icy-br or Icecast's ice-audio-info ("bitrate=96;...").
+// Text in whatever character set the server used comes out as UTF-8.
+BVDictionary stationFactsFromHead(const StreamReplyHead& head);
 
 // The title of a metadata block: the raw bytes between "StreamTitle='" and
 // its closing "';", or nothing when the block has no StreamTitle.

@@ -54,6 +54,9 @@ struct shoutstreamer {
   std::mutex controlMutex;
   std::condition_variable controlChanged;
   bool threadsStored = false;  // start has stored both thread objects
+  // What the last reply head announced of the station; guarded by factsMutex.
+  std::mutex factsMutex;
+  BVDictionary stationFacts;
 };
 
 namespace {
@@ -80,6 +83,10 @@ class StreamDecoder final : public StreamReader::Client, public PipelineSink {
     QLDebugLog(QL_LOG_INFO, "shoutstreamer: %s answered %d, metadata every %u bytes", s_.url.c_str(), head.status,
                metaint);
     pipeline_ = std::make_unique<StreamPipeline>(metaint, *this, s_.tuning.syncSearchBytes);
+    {
+      std::lock_guard lock(s_.factsMutex);
+      s_.stationFacts = belvane::detail::stationFactsFromHead(head);
+    }
     connectionFrames_ = connectionAudioBytes_ = 0;
     const std::string* type = head.field("content-type");
     servedAsHTML_ = type && belvane::detail::mimeTypeWithoutParameters(*type) == "text/html";
@@ -226,6 +233,12 @@ namespace belvane::detail {
 
 void shoutstreamerSetTuning(shoutstreamer_t streamer, const ShoutstreamerTuning& tuning) {
   if (streamer && !streamer->started) streamer->tuning = tuning;
+}
+
+BVDictionary shoutstreamerStationFacts(shoutstreamer_t streamer) {
+  if (!streamer) return {};
+  std::lock_guard lock(streamer->factsMutex);
+  return streamer->stationFacts;
 }
 
 }  // namespace belvane::detail

@@ -2,6 +2,8 @@
 // defaults suit internet radio; tests shorten the times.
 #pragma once
 
+#include <belvane/BVValue.h>
+
 #include "streaming/shoutstreamer.h"
 
 #include <cstddef>
@@ -25,5 +27,8 @@ struct ShoutstreamerTuning {
 
 // Replaces the tuning of a streamer that has not been started.
 void shoutstreamerSetTuning(shoutstreamer_t streamer, const ShoutstreamerTuning& tuning);
+// What the stream's last reply head announced of the station (the
+// BVPlayerAttributeStation... keys); any thread.
+BVDictionary shoutstreamerStationFacts(shoutstreamer_t streamer);
 
 }  // namespace belvane::detail

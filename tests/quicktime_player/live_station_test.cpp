@@ -142,9 +142,9 @@ TEST(LiveStation, StallsAndDropsKeepPlayingUntilReconnectingFails) {
 // (404) for longer than the short window comes back, on either engine,
 // within 3 s of its return: the player keeps trying for its patience and
 // the host hears nothing.
-class Outage : public ::testing::TestWithParam<IcyStreamScript::Payload> {};
+class EachEngine : public ::testing::TestWithParam<IcyStreamScript::Payload> {};
 
-TEST_P(Outage, AStationAwayForLongerThanTheShortWindowComesBack) {
+TEST_P(EachEngine, AStationAwayForLongerThanTheShortWindowComesBack) {
   TempDir dir;
   Mp3Data aac = aacTone(dir, 2.0);
   const Mp3Data* mp3 = stereoTone44k();
@@ -178,7 +178,7 @@ TEST_P(Outage, AStationAwayForLongerThanTheShortWindowComesBack) {
 
 // Past its patience the player gives up once, in words that say what
 // happened and for how long it tried.
-TEST_P(Outage, PastThePatienceOneErrorSaysHowLongItTried) {
+TEST_P(EachEngine, PastThePatienceOneErrorSaysHowLongItTried) {
   TempDir dir;
   Mp3Data aac = aacTone(dir, 2.0);
   const Mp3Data* mp3 = stereoTone44k();
@@ -206,7 +206,34 @@ TEST_P(Outage, PastThePatienceOneErrorSaysHowLongItTried) {
   EXPECT_EQ(*reason, "The station stopped while playing, and it could not be reached again in 3 seconds of trying.");
 }
 
-INSTANTIATE_TEST_SUITE_P(Engines, Outage, ::testing::Values(IcyStreamScript::Payload::Mp3, IcyStreamScript::Payload::Adts),
+// What a station's server announces of it reaches the host as attributes
+// on either engine, in UTF-8 whatever the server sent.
+TEST_P(EachEngine, TheStationsOwnAnnouncementsAreAttributes) {
+  TempDir dir;
+  Mp3Data aac = aacTone(dir, 2.0);
+  const Mp3Data* mp3 = stereoTone44k();
+  if (!mp3) GTEST_SKIP() << "lame is not installed";
+  const bool isAAC = GetParam() == IcyStreamScript::Payload::Adts;
+  IcyStreamScript live{.contentType = isAAC ? "audio/aacp" : "audio/mpeg",
+                       .headers = {{"icy-name", "Radio K\xf6ln"},
+                                   {"icy-genre", "Jazz"},
+                                   {"icy-url", "http://radio.example/"},
+                                   {isAAC ? "ice-audio-info" : "icy-br", isAAC ? "samplerate=44100;bitrate=96" : "128"}},
+                       .audio = {isAAC ? &aac : mp3}};
+  IcyTestServer server;
+  server.serve("/", {live});
+  MasterRun run("null:fast");
+  run.master->playLink(linkTo(server.url("/")));
+  ASSERT_TRUE(run.owner.runUntil(BVPlayerStatePlaying, 30.0));
+  BVRunLoop::main().runUntil([&] { return run.master->attributes().contains(BVPlayerAttributeStationNameKey); }, 5.0);
+  BVDictionary attributes = run.master->attributes();
+  EXPECT_EQ(attributes[BVPlayerAttributeStationNameKey].stringOr(), "Radio K\u00f6ln");
+  EXPECT_EQ(attributes[BVPlayerAttributeStationGenreKey].stringOr(), "Jazz");
+  EXPECT_EQ(attributes[BVPlayerAttributeStationHomePageKey].stringOr(), "http://radio.example/");
+  EXPECT_EQ(attributes[BVPlayerAttributeStationBitRateKey].integerValue(), isAAC ? 96 : 128);
+}
+
+INSTANTIATE_TEST_SUITE_P(Engines, EachEngine, ::testing::Values(IcyStreamScript::Payload::Mp3, IcyStreamScript::Payload::Adts),
                          [](const auto& info) { return info.param == IcyStreamScript::Payload::Adts ? "AAC" : "MP3"; });
 
 // Icecast delivers the titles of an Ogg mount as the comments of each new

@@ -158,6 +158,7 @@ float BVMP3StreamPlayer::elapsedTime() const {
 BVDictionary BVMP3StreamPlayer::attributes() const {
   BVDictionary result = BVBasePlayer::attributes();
   for (const auto& [key, value] : fileAttributes_) result[key] = value;
+  for (const auto& [key, value] : stationFacts_) result[key] = value;
   if (_currentTitle) result[BVPlayerAttributeStreamTitleKey] = BVValue(*_currentTitle);
   return result;
 }
@@ -325,6 +326,12 @@ void BVMP3StreamPlayer::_shoutstreamerChangedState(const belvane::detail::Stream
   auto self = shared_from_this();
   if (newState == 3) {
     if (state() != BVPlayerStatePlaying) changeStateTo(BVPlayerStatePlaying);
+    // What the station's server announced of it, once it plays.
+    BVDictionary facts = belvane::detail::shoutstreamerStationFacts(_shoutstreamer);
+    if (facts != stationFacts_) {
+      stationFacts_ = std::move(facts);
+      changedAttribute(attributes());
+    }
     return;
   }
   if (errorCode != 0) {

@@ -60,6 +60,7 @@ BVDictionary BVQuickTimePlayer::_attribtesFromMovie(const std::shared_ptr<QTMovi
   if (auto title = attributes.find(BVPlayerAttributeTrackTitleKey);
       title != attributes.end() && title->second == BVValue(kReferenceTrackTitle))
     attributes.erase(title);
+  for (const auto& [key, value] : movie->stationFacts()) attributes.insert_or_assign(key, value);
   if (!movie->isFiniteResource()) {
     // A live stream's title and artist are its stream title, announced in
     // time with the audio (streamTitleDue), not when the demuxer read them.
