@@ -44,8 +44,16 @@ NetworkWatch::NetworkWatch() {
                        watch->notifyChanged();
                      }),
                      this);
+    {
+      // Told under the lock: the constructor's waiting ends (and its
+      // stack with these goes) only once this has let go.
+      std::lock_guard lock(started);
+      running = true;
+      ready.notify_all();
+    }
     // Resumed from suspend: logind says PrepareForSleep(false). Quietly
-    // nothing where there is no system bus.
+    // nothing where there is no system bus; the monitor works meanwhile
+    // (a system bus that is slow to answer holds up nobody).
     if (GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr)) {
       g_dbus_connection_signal_subscribe(
           bus, nullptr, "org.freedesktop.login1.Manager", "PrepareForSleep", "/org/freedesktop/login1", nullptr,
@@ -57,13 +65,6 @@ NetworkWatch::NetworkWatch() {
             if (!sleeping) static_cast<NetworkWatch*>(self)->notifyChanged();
           },
           this, nullptr);
-    }
-    {
-      // Told under the lock: the constructor's waiting ends (and its
-      // stack with these goes) only once this has let go.
-      std::lock_guard lock(started);
-      running = true;
-      ready.notify_all();
     }
     GMainLoop* loop = g_main_loop_new(context, FALSE);
     g_main_loop_run(loop);  // for the life of the process
