@@ -138,35 +138,49 @@ TEST(LiveStation, StallsAndDropsKeepPlayingUntilReconnectingFails) {
   EXPECT_FALSE(run.owner.states.back().error->localizedDescription().empty());
 }
 
+// A loopback station of each engine's codec (MP3 for the streamer, AAC for
+// the general engine), as the cases below need it.
+class EachEngine : public ::testing::TestWithParam<IcyStreamScript::Payload> {
+ protected:
+  void SetUp() override {
+    if (!stereoTone44k()) GTEST_SKIP() << "lame is not installed";
+    aac_ = aacTone(dir_, 2.0);
+  }
+  bool isAAC() const { return GetParam() == IcyStreamScript::Payload::Adts; }
+  // An endless station of this engine's codec.
+  IcyStreamScript live() const {
+    return {.contentType = isAAC() ? "audio/aacp" : "audio/mpeg", .audio = {isAAC() ? &aac_ : stereoTone44k()}};
+  }
+  // Serves a station that breaks off after 80 kB, and then answers that
+  // its stream is away.
+  void serveDropThenAway() {
+    IcyStreamScript drops = live();
+    drops.audioBytes = 80'000;
+    IcyStreamScript away;
+    away.statusLine = "ICY 404 Not Found";
+    server_.serve("/", {drops, away});
+  }
+
+  TempDir dir_;
+  Mp3Data aac_;
+  IcyTestServer server_;
+};
+
 // A station whose stream breaks off and whose server then says it is away
-// (404) for longer than the short window comes back, on either engine,
-// within 3 s of its return: the player keeps trying for its patience and
-// the host hears nothing.
-class EachEngine : public ::testing::TestWithParam<IcyStreamScript::Payload> {};
-
+// (404) for longer than the short window comes back within 3 s of its
+// return: the player keeps trying for its patience and the host hears
+// nothing.
 TEST_P(EachEngine, AStationAwayForLongerThanTheShortWindowComesBack) {
-  TempDir dir;
-  Mp3Data aac = aacTone(dir, 2.0);
-  const Mp3Data* mp3 = stereoTone44k();
-  if (!mp3) GTEST_SKIP() << "lame is not installed";
-  const bool isAAC = GetParam() == IcyStreamScript::Payload::Adts;
-  IcyStreamScript live{.contentType = isAAC ? "audio/aacp" : "audio/mpeg", .audio = {isAAC ? &aac : mp3}};
-  IcyStreamScript drops = live;
-  drops.audioBytes = 80'000;
-  IcyStreamScript away;
-  away.statusLine = "ICY 404 Not Found";
-  IcyTestServer server;
-  server.serve("/", {drops, away});
-
+  serveDropThenAway();
   MasterRun run("null");
   run.master->setReconnectPatience(60);
-  run.master->playLink(linkTo(server.url("/")));
+  run.master->playLink(linkTo(server_.url("/")));
   ASSERT_TRUE(run.owner.runUntil(BVPlayerStatePlaying, 30.0));
-  ASSERT_TRUE(BVRunLoop::main().runUntil([&] { return server.connections("/") >= 3; }, 30.0)) << "no try after the drop";
+  ASSERT_TRUE(BVRunLoop::main().runUntil([&] { return server_.connections("/") >= 3; }, 30.0)) << "no try after the drop";
   BVRunLoop::main().runFor(12.0);  // away for longer than the short window
   const size_t statesBefore = run.owner.states.size();
   const uint64_t framesBefore = run.master->outputFramesWritten();
-  server.serve("/", {live});
+  server_.serve("/", {live()});
   const auto back = std::chrono::steady_clock::now();
   ASSERT_TRUE(BVRunLoop::main().runUntil([&] { return run.master->outputFramesWritten() > framesBefore + 4410; }, 10.0));
   const double waited = std::chrono::duration<double>(std::chrono::steady_clock::now() - back).count();
@@ -179,26 +193,15 @@ TEST_P(EachEngine, AStationAwayForLongerThanTheShortWindowComesBack) {
 // Past its patience the player gives up once, in words that say what
 // happened and for how long it tried.
 TEST_P(EachEngine, PastThePatienceOneErrorSaysHowLongItTried) {
-  TempDir dir;
-  Mp3Data aac = aacTone(dir, 2.0);
-  const Mp3Data* mp3 = stereoTone44k();
-  if (!mp3) GTEST_SKIP() << "lame is not installed";
-  const bool isAAC = GetParam() == IcyStreamScript::Payload::Adts;
-  IcyStreamScript drops{.contentType = isAAC ? "audio/aacp" : "audio/mpeg", .audio = {isAAC ? &aac : mp3}};
-  drops.audioBytes = 80'000;
-  IcyStreamScript away;
-  away.statusLine = "ICY 404 Not Found";
-  IcyTestServer server;
-  server.serve("/", {drops, away});
-
+  serveDropThenAway();
   MasterRun run("null");
   run.master->setReconnectPatience(3);
-  run.master->playLink(linkTo(server.url("/")));
+  run.master->playLink(linkTo(server_.url("/")));
   ASSERT_TRUE(run.owner.runUntil(BVPlayerStateError, 60.0));
   auto states = run.owner.sequence();
   EXPECT_EQ(std::count(states.begin(), states.end(), BVPlayerStateError), 1);
   EXPECT_EQ(std::count(states.begin(), states.end(), BVPlayerStatePlaying), 1);
-  EXPECT_GE(server.connections("/"), 3);
+  EXPECT_GE(server_.connections("/"), 3);
   const BVErrorRef& error = run.owner.states.back().error;
   ASSERT_TRUE(error);
   const std::string* reason = BVDictionaryString(error->userInfo(), BVLocalizedFailureReasonErrorKey);
@@ -209,28 +212,21 @@ TEST_P(EachEngine, PastThePatienceOneErrorSaysHowLongItTried) {
 // What a station's server announces of it reaches the host as attributes
 // on either engine, in UTF-8 whatever the server sent.
 TEST_P(EachEngine, TheStationsOwnAnnouncementsAreAttributes) {
-  TempDir dir;
-  Mp3Data aac = aacTone(dir, 2.0);
-  const Mp3Data* mp3 = stereoTone44k();
-  if (!mp3) GTEST_SKIP() << "lame is not installed";
-  const bool isAAC = GetParam() == IcyStreamScript::Payload::Adts;
-  IcyStreamScript live{.contentType = isAAC ? "audio/aacp" : "audio/mpeg",
-                       .headers = {{"icy-name", "Radio K\xf6ln"},
-                                   {"icy-genre", "Jazz"},
-                                   {"icy-url", "http://radio.example/"},
-                                   {isAAC ? "ice-audio-info" : "icy-br", isAAC ? "samplerate=44100;bitrate=96" : "128"}},
-                       .audio = {isAAC ? &aac : mp3}};
-  IcyTestServer server;
-  server.serve("/", {live});
+  IcyStreamScript station = live();
+  station.headers = {{"icy-name", "Radio K\xf6ln"},
+                     {"icy-genre", "Jazz"},
+                     {"icy-url", "http://radio.example/"},
+                     {isAAC() ? "ice-audio-info" : "icy-br", isAAC() ? "samplerate=44100;bitrate=96" : "128"}};
+  server_.serve("/", {station});
   MasterRun run("null:fast");
-  run.master->playLink(linkTo(server.url("/")));
+  run.master->playLink(linkTo(server_.url("/")));
   ASSERT_TRUE(run.owner.runUntil(BVPlayerStatePlaying, 30.0));
   BVRunLoop::main().runUntil([&] { return run.master->attributes().contains(BVPlayerAttributeStationNameKey); }, 5.0);
   BVDictionary attributes = run.master->attributes();
   EXPECT_EQ(attributes[BVPlayerAttributeStationNameKey].stringOr(), "Radio K\u00f6ln");
   EXPECT_EQ(attributes[BVPlayerAttributeStationGenreKey].stringOr(), "Jazz");
   EXPECT_EQ(attributes[BVPlayerAttributeStationHomePageKey].stringOr(), "http://radio.example/");
-  EXPECT_EQ(attributes[BVPlayerAttributeStationBitRateKey].integerValue(), isAAC ? 96 : 128);
+  EXPECT_EQ(attributes[BVPlayerAttributeStationBitRateKey].integerValue(), isAAC() ? 96 : 128);
 }
 
 INSTANTIATE_TEST_SUITE_P(Engines, EachEngine, ::testing::Values(IcyStreamScript::Payload::Mp3, IcyStreamScript::Payload::Adts),
