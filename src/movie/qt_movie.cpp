@@ -17,8 +17,8 @@
 #include "movie/movie_station_list.h"
 #include "movie/movie_status.h"
 #include "movie/reference_movie.h"
-#include "streaming/stream_reader.h"
 #include "playlists/playlist_format.h"
+#include "streaming/stream_reader.h"
 
 namespace belvane::detail {
 
@@ -50,11 +50,11 @@ constexpr unsigned kIdleIntervalMilliseconds = 250;
 constexpr unsigned kLocalLoadTimeoutMilliseconds = 10'000;
 constexpr unsigned kNetworkLoadTimeoutMilliseconds = 30'000;
 constexpr int kMaximumReferenceDepth = 8;
-// Reconnection of a live stream GStreamer reads (HLS) that broke: tries for
-// the movie's patience after the break, the first after the shorter pause,
-// each next after twice the pause before it, up to the longer.
-constexpr double kReconnectFirstDelaySeconds = 0.5;
-constexpr double kReconnectMaxDelaySeconds = 2.0;
+// Reconnection of a live stream GStreamer reads (HLS) that broke: the pace
+// of Belvane's own connection (first pause, doubled up to the longest), for
+// the movie's patience after the break.
+constexpr double kReconnectFirstDelaySeconds = StreamReaderPolicy{}.reconnectFirstDelay;
+constexpr double kReconnectMaxDelaySeconds = StreamReaderPolicy{}.reconnectMaxDelay;
 
 constexpr size_t kReferenceSniffLength = 64 * 1024;
 
