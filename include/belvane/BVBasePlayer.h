@@ -28,6 +28,31 @@ enum BVPlayerState : int32_t {
   BVPlayerStateError = 4,
 };
 
+// Linux addition: how the audio of a playback is arriving. The state stays
+// Playing while a station refills or reconnects (the listener is still
+// tuned in); this says what the listener hears meanwhile.
+enum BVPlayerReceptionState : int32_t {
+  BVPlayerReceptionNone = 0,           // nothing playing, or the playback ended
+  BVPlayerReceptionPrebuffering = 1,   // connecting and filling before the first sound
+  BVPlayerReceptionReceiving = 2,      // audio is being heard (a paused file counts as receiving)
+  BVPlayerReceptionBuffering = 3,      // the audio ran out; the connection is up but brings too little
+  BVPlayerReceptionReconnecting = 4,   // the audio ran out; the connection broke and is being made again
+};
+
+struct BVPlayerReception {
+  BVPlayerReceptionState state = BVPlayerReceptionNone;
+  // Seconds since the listener last heard audio; 0 unless Buffering or
+  // Reconnecting.
+  double secondsWithoutAudio = 0.0;
+  // Fresh connections tried since the audio ran out; 0 unless Reconnecting.
+  int32_t tries = 0;
+  // While Prebuffering: how full the buffer that must fill before the first
+  // sound is, 0.0 to 1.0 (engines that cannot tell stay at 0.0 until the
+  // first sound); 1.0 otherwise.
+  float prebufferProgress = 0.0f;
+  bool operator==(const BVPlayerReception&) const = default;
+};
+
 // What the host (or a master player) hears from a player. Every call does
 // nothing by default. The player keeps itself alive for the call, so the
 // owner may drop it inside. Calls arrive on the thread whose run loop plays.
@@ -45,6 +70,11 @@ class BV_EXPORT BVPlayerOwner {
   // constants, as attributes() returns it: a key that is absent has no
   // value now, so a host may replace what it shows with this set.
   virtual void playerAttributeChanged(BVBasePlayer& /*player*/, const BVDictionary& /*attributes*/) {}
+  // Linux addition: the reception changed, as reception() returns it: on
+  // every change of its state, while Prebuffering as the buffer fills, and
+  // once a second (and at each new try) while the audio is missing. The
+  // audio running out is told within a second.
+  virtual void playerReceptionChanged(BVBasePlayer& /*player*/, const BVPlayerReception& /*reception*/) {}
 };
 
 // Playing and stopping: playLink starts a link (again on the same player to
@@ -94,6 +124,9 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   virtual void resume() {}
   virtual bool isPaused() const { return false; }
 
+  // Linux addition: how the audio is arriving (see BVPlayerReception).
+  virtual BVPlayerReception reception() const { return {}; }
+
   // Linux additions: the audio output. The setting is one of "auto"
   // (PulseAudio or PipeWire, then ALSA, then silence), "pulse", "alsa",
   // "null" (silent, in real time), "null:fast" (silent, as fast as decoded)
@@ -132,6 +165,7 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   void changedPosition(float position);
   // attributes: the whole current set, as attributes() returns it.
   void changedAttribute(const BVDictionary& attributes);
+  void changedReception(const BVPlayerReception& reception);
   // The error with the link's URL, MIME type and RadioTime type added under
   // BVBasePlayerErrorKey (after any text already there).
   virtual BVErrorRef customizeError(const BVErrorRef& error);

@@ -23,6 +23,7 @@ class QLStreamTuner;
 struct shoutstreamer;
 namespace belvane::detail {
 struct StreamerStateChange;
+class ReceptionWatch;
 }
 
 class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
@@ -50,6 +51,8 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   bool pause() override;
   void resume() override;
   bool isPaused() const override { return paused_; }
+  // Linux addition: from the output's progress and the stream's connection.
+  BVPlayerReception reception() const override;
 
   // The first error of this playback, or nothing.
   BVErrorRef error() const { return _error; }
@@ -118,4 +121,5 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   uint64_t fileStartFrame_ = 0;
   bool fileRestarted_ = false;  // the tuner's stream was torn down for a seek or pause
   bool paused_ = false;
+  std::unique_ptr<belvane::detail::ReceptionWatch> receptionWatch_;
 };

@@ -50,6 +50,7 @@ class BV_EXPORT BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
   bool pause() override;
   void resume() override;
   bool isPaused() const override;
+  BVPlayerReception reception() const override;
   // Kept for every later sub-player, fallbacks included.
   int setAudioOutput(const std::string& setting) override;
   void setReconnectPatience(double seconds) override;
@@ -65,6 +66,7 @@ class BV_EXPORT BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
   void playerStateChanged(BVBasePlayer& player, BVPlayerState from, BVPlayerState to, const BVErrorRef& error) override;
   void playerPositionChanged(BVBasePlayer& player, float position) override;
   void playerAttributeChanged(BVBasePlayer& player, const BVDictionary& attributes) override;
+  void playerReceptionChanged(BVBasePlayer& player, const BVPlayerReception& reception) override;
 
  protected:
   BVMasterPlayer();
@@ -77,6 +79,7 @@ class BV_EXPORT BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
   std::shared_ptr<BVBasePlayer> _subPlayer;
   bool subPlayerUsed_ = false;  // the sub-player has been given a link
   bool stopped_ = false;        // stop() ended the playback; no playLink since
+  BVPlayerReception relayedReception_;  // the last reception relayed to the owner
   // The last state relayed to the owner since playLink: a switch of engines
   // within one playback does not repeat it.
   std::optional<BVPlayerState> relayedState_;

@@ -25,6 +25,7 @@ struct QuickTimePlayerAccess;
 class AudioDelivery;
 class MovieAudioAdapter;
 class QuickTimeTitleClient;
+class ReceptionWatch;
 class QTMovie;
 class QTMovieController;
 class QTMetaData;
@@ -60,6 +61,9 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   bool pause() override;
   void resume() override;
   bool isPaused() const override;
+  // Linux addition: the sub-player's, or from the output's progress and the
+  // movie's connection.
+  BVPlayerReception reception() const override;
   float volume() const override;
   void setVolume(float volume) override;
   bool isMuted() const override;
@@ -80,6 +84,7 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
                           const BVErrorRef& error) override;
   void playerPositionChanged(BVBasePlayer& player, float position) override;
   void playerAttributeChanged(BVBasePlayer& player, const BVDictionary& attributes) override;
+  void playerReceptionChanged(BVBasePlayer& player, const BVPlayerReception& reception) override;
 
   // Windows Media component work-around. The version answer is process-wide:
   // a negative answer is cached, a positive one is looked up again each time.
@@ -155,4 +160,5 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   std::shared_ptr<belvane::detail::QuickTimeTitleClient> titleClient_;
   std::shared_ptr<belvane::detail::MovieAudioAdapter> movieAudio_;
   std::shared_ptr<const std::string> streamTitle_;
+  std::unique_ptr<belvane::detail::ReceptionWatch> receptionWatch_;
 };

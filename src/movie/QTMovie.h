@@ -32,6 +32,8 @@
 #include <string>
 #include <vector>
 
+#include "streaming/stream_reader.h"
+
 typedef struct _GstTagList GstTagList;
 
 namespace belvane::detail {
@@ -159,6 +161,10 @@ class QTMovie : public std::enable_shared_from_this<QTMovie> {
   // What a station's server announced of it in its reply (player attribute
   // keys: BVPlayerAttributeStation...); empty for other media.
   BVDictionary stationFacts() const;
+  // Fresh connections tried after breaks since the movie opened, and
+  // whether one is under way (our own connection, or a stream GStreamer
+  // reads opened again); on the movie's thread.
+  StreamReaderProgress connectionProgress() const;
 
   // The URL being played (after references and station lists were followed).
   BVURL url() const;

@@ -510,6 +510,9 @@ bool MoviePipeline::httpDeclaredLength() const {
 
 bool MoviePipeline::tookHeldReply() const { return stream_ && stream_->tookHeldReply(); }
 
+StreamReaderProgress MoviePipeline::connectionProgress() const {
+  return stream_ ? stream_->connectionProgress() : StreamReaderProgress{};
+}
 BVDictionary MoviePipeline::stationFacts() const { return stream_ ? stream_->stationFacts() : BVDictionary{}; }
 
 }  // namespace belvane::detail

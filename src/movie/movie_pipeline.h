@@ -24,6 +24,8 @@
 #include <string>
 #include <vector>
 
+#include "streaming/stream_reader.h"
+
 typedef struct _GMainContext GMainContext;
 typedef struct _GstElement GstElement;
 typedef struct _GstPad GstPad;
@@ -108,6 +110,8 @@ class MoviePipeline : public std::enable_shared_from_this<MoviePipeline> {
   bool readsOwnConnection() const { return stream_ != nullptr; }
   // What the station's reply announced of it (Belvane's connection only).
   BVDictionary stationFacts() const;
+  // Our own connection's reconnections (none for a source GStreamer reads).
+  StreamReaderProgress connectionProgress() const;
   bool tookHeldReply() const;
 
  private:

@@ -98,6 +98,7 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
     // A new connection to a live stream joins it somewhere else; a file
     // resumed where it broke (206) goes on from the same byte.
     discont_ = connections_++ > 0 && head.status != 206;
+    source_.connectionBroken_ = false;
     return 0;
   }
 
@@ -110,6 +111,10 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
   bool hasPlayed() const override { return audioBytes_ >= kPlayedBytes; }
   bool connectionPlayed() const override { return connectionAudioBytes_ >= kPlayedBytes; }
   int32_t silentEndError() const override { return audioBytes_ > 0 ? 0 : SHOUTSTREAMER_ERROR_NO_AUDIO; }
+  void reconnecting(int) override {
+    source_.reconnectAttempts_.fetch_add(1);
+    source_.connectionBroken_ = true;
+  }
 
  private:
   // The audio of one piece of the body goes in one buffer, however many
@@ -254,6 +259,10 @@ void MovieStreamSource::join() {
 std::optional<std::string> MovieStreamSource::contentType() const {
   std::lock_guard lock(mutex_);
   return contentType_;
+}
+
+StreamReaderProgress MovieStreamSource::connectionProgress() const {
+  return {reconnectAttempts_.load(), connectionBroken_.load()};
 }
 
 BVDictionary MovieStreamSource::stationFacts() const {

@@ -70,6 +70,8 @@ class MovieStreamSource {
   std::optional<std::string> contentType() const;
   BVDictionary stationFacts() const;
   bool declaredLength() const;
+  // Thread-safe: the reconnections since start and whether one is under way.
+  StreamReaderProgress connectionProgress() const;
   // Whether the first connection took over the tuner's open reply.
   bool tookHeldReply() const { return tookHeld_; }
 
@@ -98,6 +100,8 @@ class MovieStreamSource {
   std::optional<std::string> contentType_;  // guarded by mutex_
   BVDictionary stationFacts_;               // guarded by mutex_
   bool declaredLength_ = false;             // guarded by mutex_
+  std::atomic<int32_t> reconnectAttempts_{0};
+  std::atomic<bool> connectionBroken_{false};
 };
 
 }  // namespace belvane::detail

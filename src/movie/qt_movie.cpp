@@ -144,6 +144,10 @@ struct QTMovie::Impl final : MoviePipelineListener {
   bool playedLive = false;
   std::optional<std::chrono::steady_clock::time_point> reconnectDeadline;
   double reconnectDelay = kReconnectFirstDelaySeconds;
+  // This movie's own reopenings of a stream GStreamer reads, and whether one
+  // is under way (from the break until it plays again).
+  int32_t reopenAttempts = 0;
+  bool reopening = false;
 
   // HLS: its adaptive demuxer fetches the playlist and segments itself, so
   // the pipeline reads it with GStreamer's own HTTP source; every other
@@ -370,6 +374,7 @@ struct QTMovie::Impl final : MoviePipelineListener {
       reconnectDeadline.reset();  // it plays again: a later break gets a new window
       reconnectDelay = kReconnectFirstDelaySeconds;
     }
+    if (playing) reopening = false;
     reportRate(playing ? 1.0 : 0.0);
   }
 
@@ -454,6 +459,7 @@ struct QTMovie::Impl final : MoviePipelineListener {
       return;
     }
     pipeline.reset();
+    reopening = true;
     if (!setLoadState(QTMovieLoadStatePlayable)) return;
     if (!reportRate(0.0)) return;
     stopReconnectTimer();
@@ -464,6 +470,7 @@ struct QTMovie::Impl final : MoviePipelineListener {
         [](gpointer data) -> gboolean {
           auto* self = static_cast<Impl*>(data);
           self->stopReconnectTimer();
+          ++self->reopenAttempts;
           if (auto target = self->url)
             if (int32_t failure = self->startPipeline(*target)) self->streamBroke(failure);
           return G_SOURCE_REMOVE;
@@ -668,6 +675,13 @@ GstTagList* QTMovie::copyTrackTags(size_t index) const {
 }
 
 bool QTMovie::isFiniteResource() const { return impl_->isFinite(); }
+
+StreamReaderProgress QTMovie::connectionProgress() const {
+  StreamReaderProgress progress = impl_->pipeline ? impl_->pipeline->connectionProgress() : StreamReaderProgress{};
+  progress.reconnectAttempts += impl_->reopenAttempts;
+  progress.broken = progress.broken || impl_->reopening;
+  return progress;
+}
 
 BVDictionary QTMovie::stationFacts() const {
   return impl_->pipeline ? impl_->pipeline->stationFacts() : BVDictionary{};

@@ -19,6 +19,9 @@ constexpr auto kTitleHandOffWait = std::chrono::milliseconds(40);
 constexpr auto kTitleHandOffWaitOffline = std::chrono::seconds(2);
 // The longest wait for the device to take what was queued before a title.
 constexpr auto kWrittenWait = std::chrono::seconds(2);
+// The most the output (its queue and the device, at low latency) holds ahead
+// of the listener, with room for a device that asks for a little more.
+constexpr auto kMostHeldAhead = std::chrono::milliseconds(500);
 }  // namespace
 
 std::shared_ptr<AudioDelivery> AudioDelivery::create() { return std::shared_ptr<AudioDelivery>(new AudioDelivery()); }
@@ -69,8 +72,14 @@ const char* AudioDelivery::outputName() const { return orplayer_output_name(outp
 uint64_t AudioDelivery::framesWritten() const { return orplayer_frames_written(output_); }
 uint64_t AudioDelivery::underruns() const { return orplayer_underruns(output_); }
 
+std::chrono::steady_clock::time_point AudioDelivery::audioRunsOutAt() const {
+  return std::chrono::steady_clock::time_point(std::chrono::steady_clock::duration(runsOutAt_.load()));
+}
+
 int AudioDelivery::start() {
   interrupted_ = false;
+  ending_ = false;
+  runsOutAt_ = 0;
   // What an earlier run queued but dropped was never written: once nothing
   // is playing, count from what the output has taken.
   if (!orplayer_is_playing(output_)) framesQueued_ = orplayer_frames_written(output_);
@@ -88,7 +97,10 @@ BVErrorRef AudioDelivery::startError(int code) const {
 
 void AudioDelivery::stop() { orplayer_stop(output_); }
 bool AudioDelivery::isPlaying() const { return orplayer_is_playing(output_); }
-void AudioDelivery::playDone() { orplayer_play_done(output_); }
+void AudioDelivery::playDone() {
+  ending_ = true;
+  orplayer_play_done(output_);
+}
 
 void AudioDelivery::interrupt() {
   {
@@ -181,6 +193,7 @@ void AudioDelivery::title(const std::string& title, int32_t framesBuffered) {
 }
 
 void AudioDelivery::playOut() {
+  ending_ = true;
   orplayer_play_done(output_);
   // Bounded: the queue and the device hold a fraction of a second.
   auto deadline = std::chrono::steady_clock::now() + kWrittenWait;
@@ -233,6 +246,17 @@ void AudioDelivery::writeRange(float sampleRate, float** channels, int32_t from,
   orplayer_play_wait(output_, sampleRate, part, count);
   framesQueued_.fetch_add(uint64_t(count), std::memory_order_relaxed);
   if (sampleRate > 0) lastSampleRate_ = sampleRate;
+  // The write returned once the output had room, so what it holds ahead of
+  // now is at most its queue and device buffer: the estimate accumulates the
+  // lengths written but never runs further ahead than that, which keeps a
+  // device clock that drifts from ours (or an unpaced output) from pushing
+  // it out of reach.
+  using namespace std::chrono;
+  auto now = steady_clock::now();
+  auto length = duration_cast<steady_clock::duration>(duration<double>(count / double(lastSampleRate_)));
+  auto previous = steady_clock::time_point(steady_clock::duration(runsOutAt_.load(std::memory_order_relaxed)));
+  auto estimate = std::min(std::max(previous, now) + length, now + kMostHeldAhead);
+  runsOutAt_.store(estimate.time_since_epoch().count(), std::memory_order_relaxed);
 }
 
 void AudioDelivery::waitUntilWritten() {

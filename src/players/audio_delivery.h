@@ -17,6 +17,7 @@
 #include <belvane/BVRunLoop.h>
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -61,6 +62,13 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   uint64_t framesWritten() const;
   // Times the output ran dry while being written (see orplayer_underruns).
   uint64_t underruns() const;
+  // Any thread: when the audio written so far will have been heard, as far
+  // as the writes tell (each adds its length; never more than the queue and
+  // device hold ahead of now); the epoch before the first write since
+  // start(). Whether the playback is ending: play-out was asked for, so the
+  // audio running out is its end, not a gap.
+  std::chrono::steady_clock::time_point audioRunsOutAt() const;
+  bool isEnding() const { return ending_.load(std::memory_order_relaxed); }
 
   // Opens the output (0, or an orplayer error code); a started output stays
   // open. stop() drops what is queued and releases a blocked writer.
@@ -113,6 +121,8 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   std::condition_variable ackCondition_;
   uint64_t titlesSent_ = 0, titlesAnnounced_ = 0;
   std::atomic<bool> interrupted_{false};
+  std::atomic<bool> ending_{false};
+  std::atomic<int64_t> runsOutAt_{0};  // steady clock ticks; 0: nothing written since start
   mutable std::mutex clientMutex_;
   AudioDeliveryClient* client_ = nullptr;
   BVRunLoop loop_;

@@ -45,6 +45,12 @@ void BVBasePlayer::changedAttribute(const BVDictionary& attributes) {
   owner_->playerAttributeChanged(*this, attributes);
 }
 
+void BVBasePlayer::changedReception(const BVPlayerReception& reception) {
+  if (!owner_) return;
+  auto self = shared_from_this();
+  owner_->playerReceptionChanged(*this, reception);
+}
+
 BVErrorRef BVBasePlayer::customizeError(const BVErrorRef& error) {
   auto link = this->link();
   if (!error || !link) return error;

@@ -64,6 +64,10 @@ void BVMasterPlayer::stop() {
   stopped_ = true;
   relayedState_ = BVPlayerStateStopped;
   if (auto* o = owner()) o->playerStateChanged(*this, from, BVPlayerStateStopped, nullptr);
+  if (relayedReception_ != BVPlayerReception{}) {
+    relayedReception_ = {};
+    changedReception({});
+  }
 }
 
 // The next sub-player takes over the output, volume and mute of the current
@@ -95,6 +99,9 @@ BVDictionary BVMasterPlayer::attributes() const { return _subPlayer->attributes(
 bool BVMasterPlayer::pause() { return !stopped_ && _subPlayer->pause(); }
 void BVMasterPlayer::resume() { _subPlayer->resume(); }
 bool BVMasterPlayer::isPaused() const { return !stopped_ && _subPlayer->isPaused(); }
+BVPlayerReception BVMasterPlayer::reception() const {
+  return stopped_ ? BVPlayerReception{} : _subPlayer->reception();
+}
 
 namespace {
 using EngineList = std::vector<std::shared_ptr<BVBasePlayerEngine>>;
@@ -220,4 +227,13 @@ void BVMasterPlayer::playerPositionChanged(BVBasePlayer&, float position) {
 void BVMasterPlayer::playerAttributeChanged(BVBasePlayer&, const BVDictionary& attributes) {
   auto self = shared_from_this();
   if (auto* o = owner()) o->playerAttributeChanged(*this, attributes);
+}
+
+// A fallback's new sub-player starts prebuffering as the last one did: the
+// host hears changes only.
+void BVMasterPlayer::playerReceptionChanged(BVBasePlayer&, const BVPlayerReception& reception) {
+  if (reception == relayedReception_) return;
+  relayedReception_ = reception;
+  auto self = shared_from_this();
+  changedReception(reception);
 }

@@ -57,6 +57,8 @@ struct shoutstreamer {
   // What the last reply head announced of the station; guarded by factsMutex.
   std::mutex factsMutex;
   BVDictionary stationFacts;
+  std::atomic<int32_t> reconnectAttempts{0};
+  std::atomic<bool> connectionBroken{false};
 };
 
 namespace {
@@ -91,7 +93,13 @@ class StreamDecoder final : public StreamReader::Client, public PipelineSink {
     const std::string* type = head.field("content-type");
     servedAsHTML_ = type && belvane::detail::mimeTypeWithoutParameters(*type) == "text/html";
     s_.buffer->setConnected();
+    s_.connectionBroken = false;
     return 0;
+  }
+
+  void reconnecting(int) override {
+    s_.reconnectAttempts.fetch_add(1);
+    s_.connectionBroken = true;
   }
 
   int32_t body(std::span<const uint8_t> bytes) override {
@@ -239,6 +247,16 @@ BVDictionary shoutstreamerStationFacts(shoutstreamer_t streamer) {
   if (!streamer) return {};
   std::lock_guard lock(streamer->factsMutex);
   return streamer->stationFacts;
+}
+
+ShoutstreamerReception shoutstreamerReception(shoutstreamer_t streamer) {
+  if (!streamer) return {};
+  ShoutstreamerReception reception;
+  reception.reconnectAttempts = streamer->reconnectAttempts.load();
+  reception.connectionBroken = streamer->connectionBroken.load();
+  // The buffer is made at start, on the thread that starts the stream.
+  reception.prebufferFill = streamer->buffer ? streamer->buffer->prebufferFill() : 0.0f;
+  return reception;
 }
 
 }  // namespace belvane::detail

@@ -104,6 +104,12 @@ size_t StreamBuffer::prebufferFrames() const {
   return prebufferLocked();
 }
 
+float StreamBuffer::prebufferFill() const {
+  std::lock_guard lock(mutex_);
+  size_t target = prebufferLocked();
+  return target == 0 ? 1.0f : std::min(1.0f, float(availableLocked()) / float(target));
+}
+
 size_t StreamBuffer::prebufferLocked() const {
   long rate = rates_.empty() ? kAssumedRate : rates_.back().rate;
   auto frames = size_t(double(rate) * prebufferSeconds_);

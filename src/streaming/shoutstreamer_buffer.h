@@ -35,6 +35,8 @@ class StreamBuffer {
   uint64_t framesAppended() const;
   // Frames buffered before playing starts, at the current sample rate.
   size_t prebufferFrames() const;
+  // Any thread: how much of that the buffer holds now, 0.0 to 1.0.
+  float prebufferFill() const;
 
   // Reader side (delivery thread).
   enum class Phase { Connecting, Buffering, Playing };

@@ -31,4 +31,13 @@ void shoutstreamerSetTuning(shoutstreamer_t streamer, const ShoutstreamerTuning&
 // BVPlayerAttributeStation... keys); any thread.
 BVDictionary shoutstreamerStationFacts(shoutstreamer_t streamer);
 
+// How the stream's connection fares, for the listener's view of it; any
+// thread.
+struct ShoutstreamerReception {
+  int32_t reconnectAttempts = 0;  // fresh connections tried after breaks, since start
+  bool connectionBroken = false;  // from a break until the next connection answers
+  float prebufferFill = 0.0f;     // how full the buffer is of what it holds before playing, 0..1
+};
+ShoutstreamerReception shoutstreamerReception(shoutstreamer_t streamer);
+
 }  // namespace belvane::detail

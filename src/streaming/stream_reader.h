@@ -59,6 +59,12 @@ struct StreamReaderPolicy {
 
 // The reconnection window for a player's patience in seconds: 0 is the
 // short window of 10 s.
+// How a reading's connection fares, for the listener's view of it.
+struct StreamReaderProgress {
+  int32_t reconnectAttempts = 0;  // fresh connections tried after breaks, since the reading began
+  bool broken = false;            // from a break until the next connection answers
+};
+
 inline double reconnectWindowForPatience(double patience) { return patience > 0 ? patience : 10.0; }
 
 class StreamReader {

@@ -168,16 +168,39 @@ class EachEngine : public ::testing::TestWithParam<IcyStreamScript::Payload> {
 
 // A station whose stream breaks off and whose server then says it is away
 // (404) for longer than the short window comes back within 3 s of its
-// return: the player keeps trying for its patience and the host hears
-// nothing.
+// return: the player keeps trying for its patience, the state stays Playing,
+// and the reception tells the host of the silence (soon after the audio ran
+// out, with the seconds and the tries) and of the audio's return.
 TEST_P(EachEngine, AStationAwayForLongerThanTheShortWindowComesBack) {
   serveDropThenAway();
   MasterRun run("null");
   run.master->setReconnectPatience(60);
+  // When the output last took audio, sampled finely.
+  uint64_t lastFrames = 0;
+  std::chrono::steady_clock::time_point lastAudio{};
+  auto sampler = BVTimer::scheduledTimer(0.02, true, [&](BVTimer&) {
+    if (uint64_t frames = run.master->outputFramesWritten(); frames != lastFrames) {
+      lastFrames = frames;
+      lastAudio = std::chrono::steady_clock::now();
+    }
+  });
   run.master->playLink(linkTo(server_.url("/")));
   ASSERT_TRUE(run.owner.runUntil(BVPlayerStatePlaying, 30.0));
   ASSERT_TRUE(BVRunLoop::main().runUntil([&] { return server_.connections("/") >= 3; }, 30.0)) << "no try after the drop";
   BVRunLoop::main().runFor(12.0);  // away for longer than the short window
+  auto& receptions = run.owner.receptions;
+  ASSERT_FALSE(receptions.empty());
+  EXPECT_EQ(receptions.front().reception.state, BVPlayerReceptionPrebuffering);
+  auto missing = std::find_if(receptions.begin(), receptions.end(), [](const auto& e) {
+    return e.reception.state == BVPlayerReceptionBuffering || e.reception.state == BVPlayerReceptionReconnecting;
+  });
+  ASSERT_NE(missing, receptions.end()) << "the silence was not told";
+  EXPECT_LT(std::chrono::duration<double>(missing->at - lastAudio).count(), 1.2) << "told late";
+  const BVPlayerReception now = run.master->reception();
+  EXPECT_EQ(now.state, BVPlayerReceptionReconnecting);
+  EXPECT_GE(now.tries, 2);
+  const double silent = std::chrono::duration<double>(std::chrono::steady_clock::now() - lastAudio).count();
+  EXPECT_NEAR(now.secondsWithoutAudio, silent, 1.5);
   const size_t statesBefore = run.owner.states.size();
   const uint64_t framesBefore = run.master->outputFramesWritten();
   server_.serve("/", {live()});
@@ -188,6 +211,9 @@ TEST_P(EachEngine, AStationAwayForLongerThanTheShortWindowComesBack) {
   EXPECT_EQ(run.owner.states.size(), statesBefore) << "the host heard a state change";
   EXPECT_EQ(run.master->state(), BVPlayerStatePlaying);
   EXPECT_TRUE(run.runUntilTitles(run.owner.titles.size() + 1, 15.0)) << "no title after the return";
+  EXPECT_EQ(receptions.back().reception.state, BVPlayerReceptionReceiving);
+  EXPECT_EQ(run.master->reception().state, BVPlayerReceptionReceiving);
+  sampler->invalidate();
 }
 
 // Past its patience the player gives up once, in words that say what
@@ -207,6 +233,7 @@ TEST_P(EachEngine, PastThePatienceOneErrorSaysHowLongItTried) {
   const std::string* reason = BVDictionaryString(error->userInfo(), BVLocalizedFailureReasonErrorKey);
   ASSERT_TRUE(reason) << error->localizedDescription();
   EXPECT_EQ(*reason, "The station stopped while playing, and it could not be reached again in 3 seconds of trying.");
+  EXPECT_EQ(run.master->reception().state, BVPlayerReceptionNone);
 }
 
 // What a station's server announces of it reaches the host as attributes

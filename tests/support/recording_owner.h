@@ -31,12 +31,20 @@ class RecordingOwner : public BVPlayerOwner {
   std::vector<uint64_t> titleFrames;  // frames() when each title arrived
   std::function<uint64_t()> frames;
   std::function<void(BVBasePlayer&, BVPlayerState)> onState;
+  struct ReceptionEvent {
+    BVPlayerReception reception;
+    std::chrono::steady_clock::time_point at;
+  };
+  std::vector<ReceptionEvent> receptions;
 
   void playerStateChanged(BVBasePlayer& p, BVPlayerState from, BVPlayerState to, const BVErrorRef& e) override {
     states.push_back({from, to, e, &p});
     if (onState) onState(p, to);
   }
   void playerPositionChanged(BVBasePlayer&, float position) override { positions.push_back(position); }
+  void playerReceptionChanged(BVBasePlayer&, const BVPlayerReception& reception) override {
+    receptions.push_back({reception, std::chrono::steady_clock::now()});
+  }
   // Each call carries the whole set: its stream title is news when it
   // differs from the last call's, or when the set is the last one again (a
   // station announcing the same title anew).

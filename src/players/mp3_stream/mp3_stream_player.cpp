@@ -15,6 +15,7 @@
 #include "streaming/shoutstreamer.h"
 #include "streaming/shoutstreamer_tuning.h"
 #include "streaming/stream_reader.h"
+#include "players/reception_watch.h"
 #include "players/reconnect_wording.h"
 
 using belvane::detail::asciiLower;
@@ -82,6 +83,15 @@ struct BVMP3StreamPlayer::TunerDelegate : QLStreamTunerDelegate {
 std::shared_ptr<BVMP3StreamPlayer> BVMP3StreamPlayer::create() {
   std::shared_ptr<BVMP3StreamPlayer> player(new BVMP3StreamPlayer());
   player->_shoutstreamerDelegate->setOwner(player);
+  auto* p = player.get();
+  player->receptionWatch_ = std::make_unique<belvane::detail::ReceptionWatch>(
+      player->_shoutstreamerDelegate->audio(),
+      [p] {
+        auto connection = belvane::detail::shoutstreamerReception(p->_shoutstreamer);
+        return belvane::detail::ReceptionWatch::Readings{connection.reconnectAttempts, connection.connectionBroken,
+                                                         connection.prebufferFill, p->paused_};
+      },
+      [p](const BVPlayerReception& reception) { p->changedReception(reception); });
   return player;
 }
 
@@ -94,6 +104,7 @@ BVMP3StreamPlayer::BVMP3StreamPlayer() {
 }
 
 BVMP3StreamPlayer::~BVMP3StreamPlayer() {
+  receptionWatch_.reset();
   // No callback may reach this object from here on: the delegate's weak
   // reference to us has expired, then the stream stops (waiting for a
   // callback in progress), and only then does the output go with the delegate.
@@ -119,6 +130,7 @@ void BVMP3StreamPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   }
   auto self = shared_from_this();
   changeStateTo(BVPlayerStateConnecting);
+  receptionWatch_->start();
   if (!fileAttributes_.empty()) changedAttribute(attributes());
   if (link) _streamTuner->setSourceURL(link->url());
   _streamTuner->start();
@@ -359,6 +371,8 @@ void BVMP3StreamPlayer::shoutstreamerDidProvideTitle(const std::shared_ptr<const
   changedAttribute(attributes());
 }
 
+BVPlayerReception BVMP3StreamPlayer::reception() const { return receptionWatch_->reception(); }
+
 void BVMP3StreamPlayer::didStopAudioPlayer() {
   if (state() == BVPlayerStateStopped || state() == BVPlayerStateError) return;
   auto self = shared_from_this();
@@ -366,6 +380,7 @@ void BVMP3StreamPlayer::didStopAudioPlayer() {
     changeStateTo(BVPlayerStateError, _error);
   else
     changeStateTo(BVPlayerStateStopped);
+  receptionWatch_->stop();
 }
 
 // ---- private -------------------------------------------------------------------

@@ -8,6 +8,7 @@
 #include "movie/QTMovie.h"
 #include "movie/movie_status.h"
 #include "players/audio_delivery.h"
+#include "players/reception_watch.h"
 #include "players/reconnect_wording.h"
 
 #include <cmath>
@@ -65,6 +66,7 @@ void BVQuickTimePlayer::_releaseMovie() {
 }
 
 void BVQuickTimePlayer::changeStateTo(BVPlayerState state, const BVErrorRef& error) {
+  auto self = weak_from_this().lock();  // the owner may let us go when told
   if (state == BVPlayerStateStopped || state == BVPlayerStateError) stopObservingMovie();
   BVErrorRef reported = error;
   if (error && error->domain() == BVOSStatusErrorDomain && (error->code() == -2048 || error->code() == -19160) &&
@@ -74,6 +76,7 @@ void BVQuickTimePlayer::changeStateTo(BVPlayerState state, const BVErrorRef& err
     reported = BVError::create(error->domain(), error->code(), std::move(info));
   }
   BVBasePlayer::changeStateTo(state, reported);
+  if (self && (state == BVPlayerStateStopped || state == BVPlayerStateError) && receptionWatch_) receptionWatch_->stop();
 }
 
 // Movie notifications.

@@ -7,6 +7,7 @@
 #include "movie/QTMovie.h"
 #include "players/audio_delivery.h"
 #include "players/quicktime/movie_audio_adapter.h"
+#include "players/reception_watch.h"
 
 namespace belvane::detail {
 // Hands due titles to the player on the run loop, while it lives.
@@ -33,6 +34,14 @@ int BVQuickTimePlayer::startMovieAudio() {
     audio_->setOutput(audioOutput());
     audio_->setVolume(_volume);
     audio_->setMuted(_muted);
+    receptionWatch_ = std::make_unique<belvane::detail::ReceptionWatch>(
+        audio_,
+        [this] {
+          auto connection = _movie ? _movie->connectionProgress() : belvane::detail::StreamReaderProgress{};
+          return belvane::detail::ReceptionWatch::Readings{connection.reconnectAttempts, connection.broken, -1.0f,
+                                                           paused_};
+        },
+        [this](const BVPlayerReception& reception) { changedReception(reception); });
   }
   audio_->useCurrentRunLoop();
   int code = audio_->start();
@@ -56,6 +65,16 @@ void BVQuickTimePlayer::streamTitleDue(const std::shared_ptr<const std::string>&
   streamTitle_ = title;
   auto self = shared_from_this();
   changedAttribute(attributes());
+}
+
+BVPlayerReception BVQuickTimePlayer::reception() const {
+  if (_subPlayer) return _subPlayer->reception();
+  return receptionWatch_ ? receptionWatch_->reception() : BVPlayerReception{};
+}
+
+void BVQuickTimePlayer::playerReceptionChanged(BVBasePlayer&, const BVPlayerReception& reception) {
+  auto self = shared_from_this();
+  changedReception(reception);
 }
 
 int BVQuickTimePlayer::setAudioOutput(const std::string& setting) {

@@ -13,6 +13,7 @@
 #include "movie/QTMovie.h"
 #include "players/file_tags.h"
 #include "players/quicktime/movie_audio_adapter.h"
+#include "players/reception_watch.h"
 
 #include <unistd.h>
 
@@ -102,6 +103,7 @@ void BVQuickTimePlayer::playWithMovie(const std::shared_ptr<BVMediaLink>& link) 
   _movie->setAttribute(BVValue(true), belvane::detail::QTMovieDontInteractWithUserAttribute);
   observeMovie();
   changeStateTo(BVPlayerStateConnecting);
+  receptionWatch_->start();
   changedPosition(position());
   _updateAttributesNotifyingChanges(true);
   // A movie that is already loaded moves on at once.
