@@ -53,6 +53,10 @@ struct BVPlayerReception {
   bool operator==(const BVPlayerReception&) const = default;
 };
 
+// The state's name for logs and status lines: "none", "prebuffering",
+// "receiving", "buffering" or "reconnecting".
+BV_EXPORT const char* BVPlayerReceptionStateName(BVPlayerReceptionState state);
+
 // What the host (or a master player) hears from a player. Every call does
 // nothing by default. The player keeps itself alive for the call, so the
 // owner may drop it inside. Calls arrive on the thread whose run loop plays.

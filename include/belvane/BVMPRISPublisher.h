@@ -28,6 +28,11 @@
 //   front image beside it) is mpris:artUrl. Each attribute call carries the
 //   whole set, so these always come from one and the same set. xesam:url
 //   is the link's URL; mpris:trackid is new for every playLink.
+//   belvane:reception tells what the listener hears ("prebuffering",
+//   "receiving", "buffering", "reconnecting"); while audio is missing,
+//   belvane:secondsWithoutAudio and belvane:reconnectTries (integers) say
+//   for how long and how many fresh connections were tried. PlaybackStatus
+//   stays Playing meanwhile.
 // - Volume: the player's volume; 0 while muted. Setting a Volume above 0
 //   also unmutes. The player has no volume callback: a host that changes
 //   the volume or mute itself calls volumeChanged().
@@ -73,6 +78,7 @@ class BV_EXPORT BVMPRISPublisher : public BVPlayerOwner, public std::enable_shar
   void playerStateChanged(BVBasePlayer& player, BVPlayerState from, BVPlayerState to, const BVErrorRef& error) override;
   void playerPositionChanged(BVBasePlayer& player, float position) override;
   void playerAttributeChanged(BVBasePlayer& player, const BVDictionary& attributes) override;
+  void playerReceptionChanged(BVBasePlayer& player, const BVPlayerReception& reception) override;
 
  private:
   friend struct belvane::detail::MPRISConnection;
@@ -84,5 +90,6 @@ class BV_EXPORT BVMPRISPublisher : public BVPlayerOwner, public std::enable_shar
   std::string busName_;
   uint64_t track_ = 0;       // counts the links played, for mpris:trackid
   BVDictionary attributes_;  // the last attributes heard
+  BVPlayerReception reception_;  // the last reception heard
   std::string artURL_;       // of the file playing, or empty
 };

@@ -272,6 +272,37 @@ BV_EXPORT void bv_player_set_state_callback(bv_player *player, bv_state_callback
 BV_EXPORT void bv_player_set_attribute_callback(bv_player *player, bv_attribute_callback callback, void *userdata);
 BV_EXPORT void bv_player_set_position_callback(bv_player *player, bv_position_callback callback, void *userdata);
 
+/* ---- Reception --------------------------------------------------------- */
+
+/* What the listener hears of a playback. The state stays BV_STATE_PLAYING
+ * while a station refills or reconnects; this says whether audio is heard
+ * meanwhile. */
+typedef enum bv_reception_state {
+  BV_RECEPTION_NONE = 0,          /* nothing playing, or the playback ended */
+  BV_RECEPTION_PREBUFFERING = 1,  /* connecting and filling before the first sound */
+  BV_RECEPTION_RECEIVING = 2,     /* audio is heard (a paused file counts as receiving) */
+  BV_RECEPTION_BUFFERING = 3,     /* the audio ran out; the connection brings too little */
+  BV_RECEPTION_RECONNECTING = 4   /* the audio ran out; the connection broke and is made again */
+} bv_reception_state;
+
+typedef struct bv_reception {
+  bv_reception_state state;
+  double seconds_without_audio; /* whole seconds since audio was last heard; 0 unless buffering or reconnecting */
+  int32_t tries;                /* fresh connections tried in this silence; 0 unless reconnecting */
+  double prebuffer_progress;    /* 0.0 to 1.0 while prebuffering (engines that cannot tell stay at 0.0); 1.0 after */
+} bv_reception;
+
+/* The current reception into *reception; BV_OK, or
+ * BV_ERROR_INVALID_PARAMETER for a NULL argument. */
+BV_EXPORT int bv_player_get_reception(const bv_player *player, bv_reception *reception);
+
+/* The reception changed: on each change of its state, as the prebuffer
+ * fills, and once a second (and at each new try) while audio is missing;
+ * the audio running out is told within a second. *reception is valid only
+ * during the callback. */
+typedef void (*bv_reception_callback)(bv_player *player, const bv_reception *reception, void *userdata);
+BV_EXPORT void bv_player_set_reception_callback(bv_player *player, bv_reception_callback callback, void *userdata);
+
 /* ---- Desktop media controls (MPRIS) ------------------------------------ */
 
 /* Shows the player in the desktop's media controls (MPRIS 2 on the D-Bus

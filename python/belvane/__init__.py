@@ -36,6 +36,8 @@ from belvane._player import (
     BelvaneError,
     PlaybackError,
     Player,
+    Reception,
+    ReceptionState,
     State,
     set_log_handler,
     version,
@@ -45,5 +47,5 @@ __all__ = [
     "ATTRIBUTE_ALBUM", "ATTRIBUTE_ARTIST", "ATTRIBUTE_COMMENT", "ATTRIBUTE_COPYRIGHT", "ATTRIBUTE_DURATION",
     "ATTRIBUTE_GENRE", "ATTRIBUTE_STATION_BIT_RATE", "ATTRIBUTE_STATION_GENRE", "ATTRIBUTE_STATION_HOME_PAGE",
     "ATTRIBUTE_STATION_NAME", "ATTRIBUTE_STREAM_TITLE", "ATTRIBUTE_TRACK_NUMBER", "ATTRIBUTE_TRACK_TITLE", "ATTRIBUTE_YEAR",
-    "BelvaneError", "PlaybackError", "Player", "State", "errors", "set_log_handler", "version",
+    "BelvaneError", "PlaybackError", "Player", "Reception", "ReceptionState", "State", "errors", "set_log_handler", "version",
 ]

@@ -56,6 +56,14 @@ STATE_CALLBACK = ctypes.CFUNCTYPE(None, c_player_p, ctypes.c_int, ctypes.c_int, 
 ATTRIBUTE_CALLBACK = ctypes.CFUNCTYPE(None, c_player_p, ctypes.POINTER(ctypes.c_char_p),
                                       ctypes.POINTER(ctypes.c_char_p), ctypes.c_size_t, ctypes.c_void_p)
 POSITION_CALLBACK = ctypes.CFUNCTYPE(None, c_player_p, ctypes.c_double, ctypes.c_void_p)
+
+
+class CReception(ctypes.Structure):
+    _fields_ = [("state", ctypes.c_int), ("seconds_without_audio", ctypes.c_double), ("tries", ctypes.c_int32),
+                ("prebuffer_progress", ctypes.c_double)]
+
+
+RECEPTION_CALLBACK = ctypes.CFUNCTYPE(None, c_player_p, ctypes.POINTER(CReception), ctypes.c_void_p)
 LOG_CALLBACK = ctypes.CFUNCTYPE(None, ctypes.c_char_p, ctypes.c_void_p)
 
 
@@ -90,6 +98,8 @@ _declare("bv_player_get_attribute", ctypes.c_void_p, c_player_p, ctypes.c_char_p
 _declare("bv_player_set_state_callback", None, c_player_p, STATE_CALLBACK, ctypes.c_void_p)
 _declare("bv_player_set_attribute_callback", None, c_player_p, ATTRIBUTE_CALLBACK, ctypes.c_void_p)
 _declare("bv_player_set_position_callback", None, c_player_p, POSITION_CALLBACK, ctypes.c_void_p)
+_declare("bv_player_set_reception_callback", None, c_player_p, RECEPTION_CALLBACK, ctypes.c_void_p)
+_declare("bv_player_get_reception", ctypes.c_int, c_player_p, ctypes.POINTER(CReception))
 _declare("bv_player_has_position", ctypes.c_int, c_player_p)
 _declare("bv_player_set_position", ctypes.c_int, c_player_p, ctypes.c_double)
 _declare("bv_player_seek", ctypes.c_int, c_player_p, ctypes.c_double)

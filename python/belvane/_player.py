@@ -3,8 +3,8 @@ import ctypes
 import enum
 from typing import Callable, Dict, NamedTuple, Optional
 
-from belvane._library import (ATTRIBUTE_CALLBACK, LOG_CALLBACK, POSITION_CALLBACK, STATE_CALLBACK, PlayOptions,
-                              lib, take_string)
+from belvane._library import (ATTRIBUTE_CALLBACK, LOG_CALLBACK, POSITION_CALLBACK, RECEPTION_CALLBACK, STATE_CALLBACK,
+                              CReception, PlayOptions, lib, take_string)
 
 ATTRIBUTE_STREAM_TITLE = "BVPlayerAttributeStreamTitleKey"
 ATTRIBUTE_TRACK_TITLE = "BVPlayerAttributeTrackTitleKey"
@@ -29,6 +29,29 @@ class State(enum.IntEnum):
     PLAYING = 2
     STOPPED = 3  # stopped by the program, or the playback ended
     ERROR = 4    # the playback failed; the state callback has the error
+
+
+class ReceptionState(enum.IntEnum):
+    """What the listener hears; the state stays PLAYING meanwhile."""
+    NONE = 0          # nothing playing, or the playback ended
+    PREBUFFERING = 1  # connecting and filling before the first sound
+    RECEIVING = 2     # audio is heard (a paused file counts as receiving)
+    BUFFERING = 3     # the audio ran out; the connection brings too little
+    RECONNECTING = 4  # the audio ran out; the connection broke and is made again
+
+
+class Reception(NamedTuple):
+    """seconds_without_audio and tries are 0 unless audio is missing;
+    prebuffer_progress goes from 0.0 to 1.0 while prebuffering (engines
+    that cannot tell stay at 0.0), and is 1.0 afterwards."""
+    state: ReceptionState
+    seconds_without_audio: float
+    tries: int
+    prebuffer_progress: float
+
+    @staticmethod
+    def _of(c: CReception) -> "Reception":
+        return Reception(ReceptionState(c.state), c.seconds_without_audio, c.tries, c.prebuffer_progress)
 
 
 class PlaybackError(NamedTuple):
@@ -89,6 +112,9 @@ class Player:
       on_title(player, title: str)              a new stream or track title;
                                                 "" when the station cleared it
       on_position(player, position: float)      a fraction of the whole
+      on_reception(player, reception: Reception) what the listener hears: on
+                                                each change, as the prebuffer
+                                                fills, each second of silence
     """
 
     def __init__(self) -> None:
@@ -99,15 +125,18 @@ class Player:
         self.on_attributes: Optional[Callable] = None
         self.on_title: Optional[Callable] = None
         self.on_position: Optional[Callable] = None
+        self.on_reception: Optional[Callable] = None
         self._title: Optional[str] = None
         # ctypes keeps no reference to a function handed to C: these live
         # as long as the player.
         self._state_thunk = STATE_CALLBACK(self._state_changed)
         self._attribute_thunk = ATTRIBUTE_CALLBACK(self._attributes_changed)
         self._position_thunk = POSITION_CALLBACK(self._position_changed)
+        self._reception_thunk = RECEPTION_CALLBACK(self._reception_changed)
         lib.bv_player_set_state_callback(self._handle, self._state_thunk, None)
         lib.bv_player_set_attribute_callback(self._handle, self._attribute_thunk, None)
         lib.bv_player_set_position_callback(self._handle, self._position_thunk, None)
+        lib.bv_player_set_reception_callback(self._handle, self._reception_thunk, None)
 
     # Lifetime: close() stops the audio at once and frees the player; it
     # is also what the garbage collector and a with-block do.
@@ -184,6 +213,12 @@ class Player:
         _check(lib.bv_player_publish_mpris(self._live(), int(bool(enable))))
 
     @property
+    def reception(self) -> Reception:
+        reception = CReception()
+        _check(lib.bv_player_get_reception(self._live(), ctypes.byref(reception)))
+        return Reception._of(reception)
+
+    @property
     def elapsed_time(self) -> float:
         return lib.bv_player_get_elapsed_time(self._live())
 
@@ -254,3 +289,7 @@ class Player:
     def _position_changed(self, _handle, position, _userdata) -> None:
         if self.on_position:
             self.on_position(self, position)
+
+    def _reception_changed(self, _handle, reception, _userdata) -> None:
+        if self.on_reception:
+            self.on_reception(self, Reception._of(reception.contents))

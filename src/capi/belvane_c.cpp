@@ -127,6 +127,8 @@ struct bv_player final : BVPlayerOwner {
   void* attributeUserdata = nullptr;
   bv_position_callback positionCallback = nullptr;
   void* positionUserdata = nullptr;
+  bv_reception_callback receptionCallback = nullptr;
+  void* receptionUserdata = nullptr;
 
   bv_player() { master->setOwner(this); }
   ~bv_player() override { releaseMaster(); }
@@ -176,6 +178,17 @@ struct bv_player final : BVPlayerOwner {
     if (destroyed || !positionCallback) return;
     CallbackScope scope(this);
     positionCallback(this, position, positionUserdata);
+  }
+
+  void playerReceptionChanged(BVBasePlayer&, const BVPlayerReception& reception) override {
+    if (destroyed || !receptionCallback) return;
+    bv_reception r = receptionOf(reception);
+    CallbackScope scope(this);
+    receptionCallback(this, &r, receptionUserdata);
+  }
+
+  static bv_reception receptionOf(const BVPlayerReception& r) {
+    return {static_cast<bv_reception_state>(r.state), r.secondsWithoutAudio, r.tries, double(r.prebufferProgress)};
   }
 
   void playerAttributeChanged(BVBasePlayer&, const BVDictionary& attributes) override {
@@ -405,6 +418,18 @@ void bv_player_set_position_callback(bv_player* player, bv_position_callback cal
   if (!player) return;
   player->positionCallback = callback;
   player->positionUserdata = userdata;
+}
+
+void bv_player_set_reception_callback(bv_player* player, bv_reception_callback callback, void* userdata) {
+  if (!player) return;
+  player->receptionCallback = callback;
+  player->receptionUserdata = userdata;
+}
+
+int bv_player_get_reception(const bv_player* player, bv_reception* reception) {
+  if (!player || !reception || !player->master) return BV_ERROR_INVALID_PARAMETER;
+  *reception = bv_player::receptionOf(player->master->reception());
+  return BV_OK;
 }
 
 }  // extern "C"

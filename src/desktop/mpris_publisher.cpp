@@ -71,6 +71,17 @@ std::string attributeString(const BVDictionary& attributes, const char* key) {
   return it == attributes.end() ? std::string() : it->second.stringOr();
 }
 
+// What the listener hears, while something plays.
+void addReception(GVariantBuilder& metadata, const BVPlayerReception& reception) {
+  if (reception.state == BVPlayerReceptionNone) return;
+  g_variant_builder_add(&metadata, "{sv}", "belvane:reception",
+                        g_variant_new_string(BVPlayerReceptionStateName(reception.state)));
+  if (reception.state != BVPlayerReceptionBuffering && reception.state != BVPlayerReceptionReconnecting) return;
+  g_variant_builder_add(&metadata, "{sv}", "belvane:secondsWithoutAudio",
+                        g_variant_new_int32(gint32(reception.secondsWithoutAudio)));
+  g_variant_builder_add(&metadata, "{sv}", "belvane:reconnectTries", g_variant_new_int32(reception.tries));
+}
+
 std::string fileURI(const std::string& path) {
   gchar* uri = g_filename_to_uri(path.c_str(), nullptr, nullptr);
   std::string result = uri ? uri : "";
@@ -301,6 +312,7 @@ GVariant* MPRISConnection::property(const char* interface, const char* name) {
         g_variant_builder_add(&metadata, "{sv}", "mpris:length", g_variant_new_int64(gint64(length * 1e6)));
       if (!publisher.artURL_.empty())
         g_variant_builder_add(&metadata, "{sv}", "mpris:artUrl", g_variant_new_string(publisher.artURL_.c_str()));
+      addReception(metadata, publisher.reception_);
     }
     return g_variant_builder_end(&metadata);
   }
@@ -424,6 +436,13 @@ void BVMPRISPublisher::playerStateChanged(BVBasePlayer& player, BVPlayerState fr
 
 void BVMPRISPublisher::playerPositionChanged(BVBasePlayer& player, float position) {
   if (hostOwner_) hostOwner_->playerPositionChanged(player, position);
+}
+
+void BVMPRISPublisher::playerReceptionChanged(BVBasePlayer& player, const BVPlayerReception& reception) {
+  auto self = shared_from_this();
+  reception_ = reception;
+  connection_->emitChanged({"Metadata"});
+  if (hostOwner_) hostOwner_->playerReceptionChanged(player, reception);
 }
 
 void BVMPRISPublisher::playerAttributeChanged(BVBasePlayer& player, const BVDictionary& attributes) {

@@ -45,6 +45,17 @@ void BVBasePlayer::changedAttribute(const BVDictionary& attributes) {
   owner_->playerAttributeChanged(*this, attributes);
 }
 
+const char* BVPlayerReceptionStateName(BVPlayerReceptionState state) {
+  switch (state) {
+    case BVPlayerReceptionPrebuffering: return "prebuffering";
+    case BVPlayerReceptionReceiving: return "receiving";
+    case BVPlayerReceptionBuffering: return "buffering";
+    case BVPlayerReceptionReconnecting: return "reconnecting";
+    case BVPlayerReceptionNone: break;
+  }
+  return "none";
+}
+
 void BVBasePlayer::changedReception(const BVPlayerReception& reception) {
   if (!owner_) return;
   auto self = shared_from_this();

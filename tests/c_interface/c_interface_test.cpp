@@ -26,6 +26,7 @@ struct Recorder {
   std::vector<std::pair<bv_state, bv_state>> states;
   std::vector<std::string> streamTitles;
   std::vector<std::map<std::string, std::string>> attributeSets;
+  std::vector<bv_reception> receptions;
   std::optional<std::pair<std::string, int64_t>> error;
   bool destroyOnPlaying = false;
   int callsAfterDestroy = 0;
@@ -53,6 +54,10 @@ void onAttributes(bv_player*, const char* const* keys, const char* const* values
   }
 }
 
+void onReception(bv_player*, const bv_reception* reception, void* userdata) {
+  static_cast<Recorder*>(userdata)->receptions.push_back(*reception);
+}
+
 // A station that sends its audio at once, then keeps the connection open.
 IcyStreamScript station() {
   IcyStreamScript s;
@@ -77,6 +82,7 @@ TEST(CInterface, PlaysAStationReportsItAndStops) {
   ASSERT_TRUE(player);
   bv_player_set_state_callback(player, onState, &r);
   bv_player_set_attribute_callback(player, onAttributes, &r);
+  bv_player_set_reception_callback(player, onReception, &r);
 
   // A bad setting is refused and leaves the good one in place.
   ASSERT_EQ(bv_player_set_audio_output(player, "null:fast"), BV_OK);
@@ -106,8 +112,19 @@ TEST(CInterface, PlaysAStationReportsItAndStops) {
   uint64_t frames = bv_player_get_frames_written(player);
   EXPECT_TRUE(runUntil([&] { return bv_player_get_frames_written(player) > frames; }));
 
+  // The burst has been played and the station sends nothing more: still
+  // Playing, and the reception says the audio is missing.
+  ASSERT_TRUE(runUntil([&] { return !r.receptions.empty() && r.receptions.back().state == BV_RECEPTION_BUFFERING; }));
+  EXPECT_EQ(r.receptions.front().state, BV_RECEPTION_PREBUFFERING);
+  EXPECT_EQ(r.receptions.back().tries, 0);
+  EXPECT_EQ(bv_player_get_state(player), BV_STATE_PLAYING);
+
   // Stop reports Stopped at once, and nothing follows.
   ASSERT_EQ(bv_player_stop(player), BV_OK);
+  bv_reception now{};
+  ASSERT_EQ(bv_player_get_reception(player, &now), BV_OK);
+  EXPECT_EQ(now.state, BV_RECEPTION_NONE);
+  EXPECT_EQ(r.receptions.back().state, BV_RECEPTION_NONE);
   EXPECT_EQ(r.states.back(), std::make_pair(BV_STATE_PLAYING, BV_STATE_STOPPED));
   EXPECT_EQ(bv_player_get_state(player), BV_STATE_STOPPED);
   EXPECT_EQ(bv_player_get_frames_written(player), 0u);

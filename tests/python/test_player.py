@@ -19,9 +19,10 @@ def player():
 
 
 def test_station_plays_with_its_titles_in_order_and_stops(player, station):
-    states, titles = [], []
+    states, titles, receptions = [], [], []
     player.on_state = lambda p, old, new, error: states.append(new)
     player.on_title = lambda p, title: titles.append(title)
+    player.on_reception = lambda p, reception: receptions.append(reception.state)
     player.play(station.url, title="Python Test Station")
 
     assert run_until(lambda: len(titles) >= 2), f"titles: {titles}, states: {states}"
@@ -32,8 +33,12 @@ def test_station_plays_with_its_titles_in_order_and_stops(player, station):
     with pytest.raises(belvane.BelvaneError):
         player.pause()  # a live station cannot wait
 
+    assert receptions[0] == belvane.ReceptionState.PREBUFFERING
+    assert run_until(lambda: belvane.ReceptionState.RECEIVING in receptions), receptions
+
     player.stop()
     assert player.state == belvane.State.STOPPED and states[-1] == belvane.State.STOPPED
+    assert player.reception.state == belvane.ReceptionState.NONE
 
 
 def test_failure_reaches_the_callback_in_words_and_bad_calls_raise(player):
