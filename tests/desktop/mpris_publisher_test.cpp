@@ -211,6 +211,7 @@ TEST(MPRISPublisher, PlayerctlReadsAndDrivesALiveStation) {
   EXPECT_EQ(ofBelvane({"metadata", "xesam:artist"}), "The Loopbacks");
   EXPECT_EQ(ofBelvane({"metadata", "xesam:album"}), "Loopback FM");
   EXPECT_EQ(ofBelvane({"metadata", "xesam:url"}), server.url("/live"));
+  EXPECT_EQ(belvaneUntil({"metadata", "belvane:reception"}, "receiving"), "receiving");
   EXPECT_TRUE(follower.waitFor("Second Song"));
   EXPECT_EQ(ofBelvane({"metadata", "xesam:title"}), "Second Song");
   // The host's owner heard it all too.
