@@ -111,6 +111,28 @@ class PlayReporter : public BVPlayerOwner {
     say("Now playing: " + shownTitle_);
   }
 
+  // Said when what the listener hears changes kind; with --json, every
+  // change (the seconds and tries while audio is missing too).
+  void playerReceptionChanged(BVBasePlayer&, const BVPlayerReception& reception) override {
+    if (json_) {
+      auto line = common("reception");
+      line["reception"] = BVPlayerReceptionStateName(reception.state);
+      line["secondsWithoutAudio"] = reception.secondsWithoutAudio;
+      line["tries"] = reception.tries;
+      line["prebufferProgress"] = reception.prebufferProgress;
+      emit(line);
+      return;
+    }
+    const bool silent =
+        reception.state == BVPlayerReceptionBuffering || reception.state == BVPlayerReceptionReconnecting;
+    if (silent && reception.state != saidReception_)
+      say(std::string("The audio stopped: ") + BVPlayerReceptionStateName(reception.state));
+    else if (reception.state == BVPlayerReceptionReceiving && saidReception_ != BVPlayerReceptionReceiving &&
+             saidReception_ != BVPlayerReceptionPrebuffering && saidReception_ != BVPlayerReceptionNone)
+      say("The audio is back.");
+    saidReception_ = reception.state;
+  }
+
   void end() {
     if (json_) emit({{"t", seconds()}, {"event", "end"}, {"state", int(finalState())}});
   }
@@ -150,6 +172,7 @@ class PlayReporter : public BVPlayerOwner {
   PlayTerminal* terminal_ = nullptr;
   BVErrorRef lastError_;
   std::string shownTitle_;
+  BVPlayerReceptionState saidReception_ = BVPlayerReceptionNone;
   std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 

@@ -86,6 +86,16 @@ gboolean PlayTerminal::onWindowChange(gpointer self) {
 void PlayTerminal::redraw() {
   StatusParts parts;
   parts.state = stateName(player_->state());
+  // While the station is silent the state stays Playing: say why instead.
+  const BVPlayerReception reception = player_->reception();
+  const int silent = int(reception.secondsWithoutAudio);
+  if (reception.state == BVPlayerReceptionBuffering) {
+    parts.state = "Buffering " + std::to_string(silent) + "s";
+  } else if (reception.state == BVPlayerReceptionReconnecting) {
+    parts.state = "Reconnecting " + std::to_string(silent) + "s, try " + std::to_string(reception.tries);
+  } else if (reception.state == BVPlayerReceptionPrebuffering && reception.prebufferProgress > 0) {
+    parts.state += " " + std::to_string(int(std::lround(reception.prebufferProgress * 100))) + "%";
+  }
   parts.engine = engineName_();
   auto attributes = player_->attributes();
   auto text = [&](const char* key) {
