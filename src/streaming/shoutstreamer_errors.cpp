@@ -84,6 +84,12 @@ std::string statusText(int status) {
   return "The station's server could not deliver the stream (error " + detail + ").";
 }
 
+}  // namespace
+
+std::string belvane::detail::shoutstreamerStatusDescription(int status) { return statusText(status); }
+
+namespace {
+
 const char* fixedText(int32_t code) {
   switch (code) {
     case SHOUTSTREAMER_ERROR_AAC: return "This station broadcasts in AAC format, which the MP3 player cannot play.";

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace belvane::detail {
@@ -11,6 +12,8 @@ namespace belvane::detail {
 int32_t shoutstreamerErrorForCurlCode(int curlCode);
 // The code for a reply status that is not a success (HTTP or ICY).
 int32_t shoutstreamerErrorForStatus(int status);
+// A listener's words for a station's reply status that is not a success.
+std::string shoutstreamerStatusDescription(int status);
 // Whether a content type (parameters allowed) names AAC audio.
 bool isAACContentType(std::string_view contentType);
 
