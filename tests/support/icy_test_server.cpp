@@ -93,6 +93,9 @@ void streamScript(const IcyStreamScript& script, int connection, const std::shar
   if (http) head += "Connection: close\r\n";
   head += "\r\n";
   if (!writer.write(head)) return;
+  if (script.silentUntil)
+    while (std::chrono::steady_clock::now() < *script.silentUntil)
+      if (!writer.pause(0.05)) return;
 
   AudioSource source(script);
   uint64_t sent = 0;
@@ -122,7 +125,7 @@ void streamScript(const IcyStreamScript& script, int connection, const std::shar
 
 }  // namespace
 
-IcyTestServer::IcyTestServer() : state_(std::make_shared<State>()) {}
+IcyTestServer::IcyTestServer(int port) : state_(std::make_shared<State>()), http_(port) {}
 
 IcyTestServer::~IcyTestServer() = default;
 

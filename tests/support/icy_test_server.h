@@ -20,7 +20,9 @@
 #include "support/mp3_test_data.h"
 #include "support/test_http_server.h"
 
+#include <chrono>
 #include <functional>
+#include <optional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -47,6 +49,9 @@ struct IcyStreamScript {
   uint64_t audioBytes = 4'000'000;    // audio bytes sent before the end
   End end = End::Close;
   double stallSeconds = 0;  // End::Stall: how long before closing (0: until the client goes)
+  // Nothing after the head until this moment, then the audio: a server
+  // whose source froze and that comes back on every open connection at once.
+  std::optional<std::chrono::steady_clock::time_point> silentUntil;
   // HTTP status lines only: send Content-Length (a declared end).
   bool contentLength = false;
 };
@@ -68,7 +73,7 @@ struct IcyTitleMark {
 
 class IcyTestServer {
  public:
-  IcyTestServer();
+  explicit IcyTestServer(int port = 0);  // see TestHTTPServer
   ~IcyTestServer();
 
   // The connections from now on take the scripts in turn (the last repeats).

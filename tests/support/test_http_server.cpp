@@ -184,7 +184,7 @@ struct TestHTTPServer::Impl {
   void waitForClientToLeave(int fd);
 };
 
-TestHTTPServer::TestHTTPServer() : impl_(std::make_unique<Impl>()) {
+TestHTTPServer::TestHTTPServer(int port) : impl_(std::make_unique<Impl>()) {
   if (pipe2(impl_->wakePipe, O_CLOEXEC) != 0) throw std::runtime_error("test server: pipe failed");
   impl_->listenFd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   int on = 1;
@@ -192,7 +192,7 @@ TestHTTPServer::TestHTTPServer() : impl_(std::make_unique<Impl>()) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = 0;
+  address.sin_port = htons(uint16_t(port));
   socklen_t length = sizeof address;
   if (bind(impl_->listenFd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
       listen(impl_->listenFd, 64) != 0 ||

@@ -109,7 +109,9 @@ using Handler = std::function<Response(const ReceivedRequest&)>;
 
 class TestHTTPServer {
  public:
-  TestHTTPServer();  // listening at once
+  // Listening at once, on a free port or on the one given (a server that
+  // comes back where it was).
+  explicit TestHTTPServer(int port = 0);
   ~TestHTTPServer();
   TestHTTPServer(const TestHTTPServer&) = delete;
   TestHTTPServer& operator=(const TestHTTPServer&) = delete;
