@@ -76,6 +76,29 @@ struct HTTPFacts {
 };
 
 // Picks the Content-Type and whether a Content-Length came out of
+// A player's request settings on GStreamer's HTTP source (souphttpsrc):
+// its user agent, extra header fields and proxy, each where the source has
+// the property. Without a proxy of the player's own, souphttpsrc takes
+// http_proxy from the environment itself.
+void configureHTTPSource(GstElement* source, const BVRequestSettings& settings) {
+  GObjectClass* type = G_OBJECT_GET_CLASS(source);
+  auto has = [type](const char* name) { return g_object_class_find_property(type, name) != nullptr; };
+  if (has("user-agent")) g_object_set(source, "user-agent", settings.userAgent().c_str(), nullptr);
+  if (has("extra-headers") && !settings.headerFields().empty()) {
+    GstStructure* headers = gst_structure_new_empty("extra-headers");
+    for (const auto& [name, value] : settings.headerFields())
+      gst_structure_set(headers, name.c_str(), G_TYPE_STRING, value.c_str(), nullptr);
+    g_object_set(source, "extra-headers", headers, nullptr);
+    gst_structure_free(headers);
+  }
+  if (!has("proxy")) return;
+  switch (settings.proxy()) {
+    case BVRequestSettings::Proxy::Environment: break;
+    case BVRequestSettings::Proxy::None: g_object_set(source, "proxy", nullptr, nullptr); break;
+    case BVRequestSettings::Proxy::URL: g_object_set(source, "proxy", settings.proxyURL().c_str(), nullptr); break;
+  }
+}
+
 // souphttpsrc's "http-headers" event.
 GstPadProbeReturn watchHTTPHeaders(GstPad*, GstPadProbeInfo* info, gpointer data) {
   GstEvent* event = GST_PAD_PROBE_INFO_EVENT(info);
@@ -115,14 +138,15 @@ MoviePipeline::MoviePipeline(GMainContext* context, MoviePipelineListener* liste
 std::shared_ptr<MoviePipeline> MoviePipeline::create(const std::string& uri, GMainContext* context,
                                                      MoviePipelineListener* listener,
                                                      std::shared_ptr<MovieAudioSink> audio,
-                                                     std::optional<double> ownConnection) {
+                                                     const MovieReading& reading, bool ownConnection) {
   std::shared_ptr<MoviePipeline> pipeline(new MoviePipeline(context, listener));
+  pipeline->requestSettings_ = reading.requestSettings;
   bool built = false;
   if (audio) {
     pipeline->tap_ = std::make_unique<MovieAudioTap>(std::move(audio));
     if (GstElement* tapBin = pipeline->tap_->makeSinkBin())
       built = ownConnection && MovieStreamSource::handles(uri)
-                  ? pipeline->buildStreamDecoding(uri, tapBin, *ownConnection)
+                  ? pipeline->buildStreamDecoding(uri, tapBin, reading)
                   : pipeline->buildDecoding(uri, tapBin);
   }
   if (!built && !pipeline->buildPlaybin(uri)) return nullptr;
@@ -180,8 +204,8 @@ bool MoviePipeline::buildDecoding(const std::string& uri, GstElement* tapBin) {
 // Belvane's connection into decodebin (type finding, demuxing, decoding),
 // linked to the tap's bin as uridecodebin is. No network queue: the reader
 // and the appsrc's queue buffer the stream. Takes the floating tap bin.
-bool MoviePipeline::buildStreamDecoding(const std::string& uri, GstElement* tapBin, double reconnectPatience) {
-  auto stream = MovieStreamSource::create(uri, reconnectPatience);
+bool MoviePipeline::buildStreamDecoding(const std::string& uri, GstElement* tapBin, const MovieReading& reading) {
+  auto stream = MovieStreamSource::create(uri, reading);
   GstElement* decoder = stream ? gst_element_factory_make("decodebin", nullptr) : nullptr;
   if (!decoder) {
     gst_object_unref(gst_object_ref_sink(tapBin));
@@ -294,6 +318,7 @@ void MoviePipeline::onSourceSetup(GstElement*, GstElement* source, void* data) {
   GParamSpec* timeout = g_object_class_find_property(G_OBJECT_GET_CLASS(source), "timeout");
   if (timeout && timeout->value_type == G_TYPE_UINT && g_str_has_prefix(G_OBJECT_TYPE_NAME(source), "GstSoupHTTPSrc"))
     g_object_set(source, "timeout", kNetworkReadTimeoutSeconds, nullptr);
+  if (self->requestSettings_) configureHTTPSource(source, *self->requestSettings_);
   {
     std::lock_guard lock(self->mutex_);
     if (self->source_) gst_object_unref(self->source_);

@@ -72,6 +72,7 @@ void BVMasterPlayer::stop() {
 void BVMasterPlayer::replaceSubPlayer(std::shared_ptr<BVBasePlayer> next) {
   next->setAudioOutput(audioOutput());
   next->setReconnectPatience(reconnectPatience());
+  next->setRequestSettings(requestSettings());
   next->setVolume(volume());
   next->setMuted(isMuted());
   auto old = std::move(_subPlayer);
@@ -201,6 +202,11 @@ void BVMasterPlayer::playerStateChanged(BVBasePlayer& player, BVPlayerState from
 void BVMasterPlayer::setReconnectPatience(double seconds) {
   BVBasePlayer::setReconnectPatience(seconds);
   _subPlayer->setReconnectPatience(reconnectPatience());
+}
+
+void BVMasterPlayer::setRequestSettings(BVRequestSettingsRef settings) {
+  BVBasePlayer::setRequestSettings(std::move(settings));
+  _subPlayer->setRequestSettings(requestSettings());
 }
 
 int BVMasterPlayer::setAudioOutput(const std::string& setting) {
