@@ -9,6 +9,7 @@
 #include <belvane/BVPlayerEngines.h>
 #include <belvane/BVQuickTimePlayer.h>
 
+#include "foundation/request_settings_scope.h"
 #include "foundation/text_encoding.h"
 #include "movie/QTMovie.h"
 #include "players/file_tags.h"
@@ -30,6 +31,8 @@ const BVMediaFormat& formatOf(const BVMediaLink& link) {
 void BVQuickTimePlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   if (!link) return;
   auto self = shared_from_this();
+  // Requests made while engines are chosen go out as the playback's own do.
+  belvane::detail::RequestSettingsScope requests(requestSettings());
   _employedFlip4MacWorkAround = false;
   std::string extension = asciiLower(link->url().pathExtension());
   if (extension == "asx" || extension == "wax") return handleASXPlaylistLink(link);
