@@ -27,6 +27,8 @@
 #include <belvane/BVURLAdditions.h>
 
 
+#include "foundation/request_settings_scope.h"
+
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -255,6 +257,8 @@ int bv_player_play_with_options(bv_player* player, const char* url, const bv_pla
   auto parsed = bvURLFromArgument(url);
   if (!parsed) return BV_ERROR_INVALID_URL;
   try {
+    // Making the link may ask its server for its type: as the playback's requests go.
+    RequestSettingsScope requests(player->master->requestSettings());
     std::shared_ptr<BVMediaLink> link;
     const bool hasClues = options && (options->mime_type || options->engine_id);
     std::optional<std::string> title;

@@ -275,9 +275,11 @@ int runPlay(const Arguments& args) {
   if (duration > 0) timeLimit = BVRunLoop::main().performAfterDelay(duration, [] { BVRunLoop::main().stop(); });
 
   reporter.begin();
+  // Played as it is: a copy would ask the server for the link's type
+  // before the player's request settings are in force.
   auto link = BVMediaMutableLink::linkWithURL(*url);
   link->setTitleEncoding(requests.titleEncoding);
-  master->playLink(link->copy());
+  master->playLink(link);
   if (!json && master->state() != BVPlayerStateError) {
     std::string note = "Audio output: " + master->audioOutputName();
     if (terminal) terminal->print(note); else std::fprintf(stdout, "%s\n", note.c_str());
