@@ -31,6 +31,7 @@ typedef struct _GstElement GstElement;
 typedef struct _GstPad GstPad;
 typedef struct _GstMessage GstMessage;
 typedef struct _GstBus GstBus;
+typedef struct _GstBin GstBin;
 typedef struct _GstTagList GstTagList;
 typedef struct _GSource GSource;
 typedef struct _GError GError;
@@ -126,6 +127,7 @@ class MoviePipeline : public std::enable_shared_from_this<MoviePipeline> {
   void connectDecoderSignals();
   static int busWatchCallback(GstBus* bus, GstMessage* message, void* data);
   static void onSourceSetup(GstElement* element, GstElement* source, void* data);
+  static void onDeepElementAdded(GstBin* bin, GstBin* subBin, GstElement* element, void* data);
   static void onPadAdded(GstElement* decoder, GstPad* pad, void* data);
   static void onPadRemoved(GstElement* decoder, GstPad* pad, void* data);
   static void onNoMorePads(GstElement* decoder, void* data);
