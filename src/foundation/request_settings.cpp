@@ -105,7 +105,8 @@ BVRequestSettingsRef BVRequestSettings::withHeader(const std::string& name, cons
   if (sameName(name, "User-Agent")) return withUserAgent(trimmed, reason);
   auto copy = std::make_shared<BVRequestSettings>(*this);
   auto& fields = copy->headerFields_;
-  auto same = std::find_if(fields.begin(), fields.end(), [&](const auto& field) { return sameName(field.first, name); });
+  auto same =
+      std::find_if(fields.begin(), fields.end(), [&](const auto& field) { return sameName(field.first, name); });
   if (same != fields.end())
     *same = {name, std::move(trimmed)};
   else
