@@ -10,6 +10,7 @@
 
 #include <belvane/BVError.h>
 #include <belvane/BVObject.h>
+#include <belvane/BVRequestSettings.h>
 #include <belvane/BVValue.h>
 
 #include <cstdint>
@@ -149,6 +150,14 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   // whichever engine plays; a negative or not-a-number value is ignored.
   virtual void setReconnectPatience(double seconds);
   double reconnectPatience() const { return reconnectPatience_; }
+  // Linux additions: how the playback's requests go out: the user agent,
+  // extra header fields and proxy of every request made for it (the
+  // tuner's looks at the station and its playlists, the station's
+  // connection, reconnections, and GStreamer's HTTP source for HLS); see
+  // BVRequestSettings. It applies from the next playLink, on whichever
+  // engine plays; null restores the defaults.
+  virtual void setRequestSettings(BVRequestSettingsRef settings);
+  const BVRequestSettingsRef& requestSettings() const { return requestSettings_; }
 
   // The output actually opened ("pulse", "alsa", "null", "null:fast", "wav";
   // "null (no sound output found)" when "auto" found nothing to play on;
@@ -181,6 +190,7 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   BVPlayerState state_ = BVPlayerStateIdle;
   std::string audioOutput_;
   double reconnectPatience_ = 300.0;
+  BVRequestSettingsRef requestSettings_ = BVRequestSettings::defaultSettings();
 };
 
 using BVPlayerRef = std::shared_ptr<BVBasePlayer>;

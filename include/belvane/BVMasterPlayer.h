@@ -54,6 +54,7 @@ class BV_EXPORT BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
   // Kept for every later sub-player, fallbacks included.
   int setAudioOutput(const std::string& setting) override;
   void setReconnectPatience(double seconds) override;
+  void setRequestSettings(BVRequestSettingsRef settings) override;
   std::string audioOutputName() const override;
   uint64_t outputFramesWritten() const override;
 

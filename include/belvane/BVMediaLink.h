@@ -51,6 +51,17 @@ class BV_EXPORT BVMediaLink : public BVBaseObject {
   const std::shared_ptr<BVMediaFormat>& format() const { return format_; }
   const std::shared_ptr<BVMediaLinkSource>& source() const { return source_; }
   const BVErrorRef& lastError() const { return lastError_; }
+  // Linux addition: the character set the station's titles (its ICY stream
+  // titles) are read in, by a name iconv knows ("WINDOWS-1251", "KOI8-R",
+  // "SHIFT_JIS", ...), for a station whose titles detection reads wrongly;
+  // nothing (the default): valid UTF-8 is kept and anything else detected.
+  // Bytes that are not valid in the named set are detected as usual. Every
+  // engine that reads the link's titles honours it; it is copied with the
+  // link and kept in its property list ("titleEncoding"), not in archives.
+  const std::optional<std::string>& titleEncoding() const { return titleEncoding_; }
+  // Whether iconv knows the character set name (for checking a host's
+  // choice before it goes on a link).
+  static bool isUsableTitleEncoding(const std::string& name);
 
   // True when the format has a RadioTime media type.
   bool isRadioTimeMediaLink() const;
@@ -82,7 +93,7 @@ class BV_EXPORT BVMediaLink : public BVBaseObject {
   // URL (absolute string or absent), title, format, source; no last error.
   void encodeWithCoder(belvane::BVArchiveEncoder& coder) const override;
 
-  // BVBaseObject: persistent "title"; "format", "source" (nested
+  // BVBaseObject: persistent "title" and "titleEncoding"; "format", "source" (nested
   // dictionaries) and "URL" (absolute string) are added by hand.
   std::vector<std::string> persistentKeys() const override;
   BVValue valueForKey(std::string_view key) const override;
@@ -98,8 +109,8 @@ class BV_EXPORT BVMediaLink : public BVBaseObject {
                                  const std::shared_ptr<BVMediaLinkSource>& source);
   template <class T>
   static std::shared_ptr<T> fromCoder(belvane::BVArchiveDecoder& coder);
-  // URL through url() (so "http://" when none), title, format and source
-  // copied; the last error is not.
+  // URL through url() (so "http://" when none), title, format, source and
+  // title encoding copied; the last error is not.
   void _basicCopyTo(BVMediaLink& target) const;
   void _setLastError(BVErrorRef error) { lastError_ = std::move(error); }
 
@@ -108,6 +119,7 @@ class BV_EXPORT BVMediaLink : public BVBaseObject {
   std::shared_ptr<BVMediaFormat> format_;
   std::shared_ptr<BVMediaLinkSource> source_;
   BVErrorRef lastError_;
+  std::optional<std::string> titleEncoding_;
 };
 
 class BV_EXPORT BVMediaMutableLink : public BVMediaLink {
@@ -125,6 +137,10 @@ class BV_EXPORT BVMediaMutableLink : public BVMediaLink {
   void setTitle(const std::optional<std::string>& title) { title_ = title; }
   void setFormat(std::shared_ptr<BVMediaFormat> format) { format_ = std::move(format); }
   void setSource(std::shared_ptr<BVMediaLinkSource> source) { source_ = std::move(source); }
+  // Empty text counts as nothing.
+  void setTitleEncoding(const std::optional<std::string>& name) {
+    titleEncoding_ = name && !name->empty() ? name : std::nullopt;
+  }
 
   std::string className() const override { return "BVMediaMutableLink"; }
 

@@ -72,6 +72,7 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   // The audio output, also handed to a sub-player.
   int setAudioOutput(const std::string& setting) override;
   void setReconnectPatience(double seconds) override;
+  void setRequestSettings(BVRequestSettingsRef settings) override;
   std::string audioOutputName() const override;
   uint64_t outputFramesWritten() const override;
 

@@ -12,6 +12,7 @@
 #include <belvane/BVExport.h>
 
 #include <belvane/BVError.h>
+#include <belvane/BVRequestSettings.h>
 #include <belvane/BVRunLoop.h>
 #include <belvane/BVURL.h>
 
@@ -38,6 +39,9 @@ struct BV_EXPORT BVURLRequest {
   bool ignoreCache = true;
   // Allow replies whose status line is not HTTP (Shoutcast); on by default.
   bool allowNonHTTPReplies = true;
+  // The user agent, extra header fields and proxy of the player the request
+  // is made for; null: the defaults (BVRequestSettings::defaultSettings()).
+  BVRequestSettingsRef requestSettings;
 
   explicit BVURLRequest(BVURL u, double timeout = 60.0) : url(std::move(u)), timeoutInterval(timeout) {}
 };

@@ -24,6 +24,8 @@ class BV_EXPORT BVURLMIMETypeThread final : public BVObject, public BVURLConnect
   struct Parameters {
     BVURL URL;
     double timeout;
+    // The waiting caller's request settings (see BVRequestSettings).
+    BVRequestSettingsRef requestSettings;
   };
 
   static std::shared_ptr<BVURLMIMETypeThread> create();

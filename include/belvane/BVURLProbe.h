@@ -63,6 +63,8 @@ class BV_EXPORT BVURLProbeThread final : public BVObject, public BVURLConnection
   struct Parameters {
     BVURL URL;
     double timeout;
+    // The waiting caller's request settings (see BVRequestSettings).
+    BVRequestSettingsRef requestSettings;
   };
 
   static std::shared_ptr<BVURLProbeThread> create();

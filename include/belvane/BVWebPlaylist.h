@@ -109,6 +109,10 @@ class BV_EXPORT BVWebPlaylist : public BVObject, protected BVURLConnectionDelega
   // unless set); it applies to the next load.
   void setDownloadDeadline(double seconds) { downloadDeadline_ = seconds; }
   double downloadDeadline() const { return downloadDeadline_; }
+  // The user agent, extra header fields and proxy of the download (those of
+  // the player it is made for; null: the defaults); it applies to the next load.
+  void setRequestSettings(BVRequestSettingsRef settings) { requestSettings_ = std::move(settings); }
+  const BVRequestSettingsRef& requestSettings() const { return requestSettings_; }
 
   size_t countOfTracks() const { return tracks_.size(); }
   const BVDictionary& objectInTracksAtIndex(size_t index) const;
@@ -162,6 +166,7 @@ class BV_EXPORT BVWebPlaylist : public BVObject, protected BVURLConnectionDelega
   BVURLConnectionRef urlConnection_;
   std::shared_ptr<BVTimer> deadlineTimer_;
   double downloadDeadline_ = BVWebPlaylistDownloadDeadline;
+  BVRequestSettingsRef requestSettings_;
   std::string contents_;
   BVArray tracks_;
   bool finishedLoading_ = false;

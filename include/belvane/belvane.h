@@ -122,9 +122,14 @@ typedef struct bv_play_options {
   const char *mime_type;
   /* The identifier of the engine that must play the link. */
   const char *engine_id;
+  /* The character set the station's titles are read in, by a name iconv
+   * knows ("WINDOWS-1251", "KOI8-R", "SHIFT_JIS"), for a station whose
+   * titles come out wrongly; NULL detects it. An unknown name makes the
+   * play fail with BV_ERROR_INVALID_PARAMETER. */
+  const char *title_encoding;
 } bv_play_options;
 
-#define BV_PLAY_OPTIONS_INIT {NULL, NULL, NULL}
+#define BV_PLAY_OPTIONS_INIT {NULL, NULL, NULL, NULL}
 
 /* Plays a link, stopping what was playing. url is an absolute URL
  * ("http://host/stream", "file:///music/a.mp3") or a file path (absolute,
@@ -194,6 +199,36 @@ BV_EXPORT double bv_player_get_volume(const bv_player *player);
  * for a negative value. */
 BV_EXPORT int bv_player_set_reconnect_patience(bv_player *player, double seconds);
 BV_EXPORT double bv_player_get_reconnect_patience(const bv_player *player);
+
+/* ---- Request settings -------------------------------------------------- */
+
+/* How the player's requests go out, for every request made for a playback
+ * (the station, its playlists, reconnections, every engine). Each holds
+ * from the next playback. A refused value returns BV_ERROR_INVALID_PARAMETER,
+ * logs why (see bv_set_log_callback) and changes nothing. */
+
+/* The User-Agent; NULL or "" restores the default ("Belvane/0.1"). Refused
+ * with a line break. */
+BV_EXPORT int bv_player_set_user_agent(bv_player *player, const char *user_agent);
+/* The User-Agent requests send; free it with bv_free(). */
+BV_EXPORT char *bv_player_get_user_agent(const bv_player *player);
+/* An extra header field for every request; one of the same name is
+ * replaced. Refused: a name that is not an HTTP token, a value with a line
+ * break, and the fields Belvane writes itself (Host, Content-Length,
+ * Transfer-Encoding, Connection, Range, Icy-MetaData). A "User-Agent"
+ * field sets the user agent. */
+BV_EXPORT int bv_player_add_request_header(bv_player *player, const char *name, const char *value);
+/* Removes every extra header field. */
+BV_EXPORT int bv_player_clear_request_headers(bv_player *player);
+/* The proxy: NULL takes it from the environment as libcurl does
+ * (http_proxy, https_proxy, all_proxy, no_proxy; the default), "" uses
+ * none, anything else is the proxy's URL ("http://proxy:3128",
+ * "socks5h://127.0.0.1:1080"; "host:port" is an HTTP proxy), refused when
+ * it does not parse. */
+BV_EXPORT int bv_player_set_proxy(bv_player *player, const char *proxy);
+/* The proxy as bv_player_set_proxy takes it: NULL for the environment's,
+ * "" for none, else the URL. Free it with bv_free(). */
+BV_EXPORT char *bv_player_get_proxy(const bv_player *player);
 
 /* Mutes (non-zero) or unmutes (0) without changing the volume. */
 BV_EXPORT int bv_player_set_mute(bv_player *player, int muted);

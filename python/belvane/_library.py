@@ -44,7 +44,8 @@ c_player_p = ctypes.c_void_p
 
 
 class PlayOptions(ctypes.Structure):
-    _fields_ = [("title", ctypes.c_char_p), ("mime_type", ctypes.c_char_p), ("engine_id", ctypes.c_char_p)]
+    _fields_ = [("title", ctypes.c_char_p), ("mime_type", ctypes.c_char_p), ("engine_id", ctypes.c_char_p),
+                ("title_encoding", ctypes.c_char_p)]
 
 
 class PlayerError(ctypes.Structure):
@@ -109,6 +110,13 @@ _declare("bv_player_is_paused", ctypes.c_int, c_player_p)
 _declare("bv_player_publish_mpris", ctypes.c_int, c_player_p, ctypes.c_int)
 _declare("bv_set_log_callback", None, LOG_CALLBACK, ctypes.c_void_p)
 _declare("bv_error_is_retryable", ctypes.c_int, ctypes.c_char_p, ctypes.c_int64)
+# Request settings.
+_declare("bv_player_set_user_agent", ctypes.c_int, c_player_p, ctypes.c_char_p)
+_declare("bv_player_get_user_agent", ctypes.c_void_p, c_player_p)
+_declare("bv_player_add_request_header", ctypes.c_int, c_player_p, ctypes.c_char_p, ctypes.c_char_p)
+_declare("bv_player_clear_request_headers", ctypes.c_int, c_player_p)
+_declare("bv_player_set_proxy", ctypes.c_int, c_player_p, ctypes.c_char_p)
+_declare("bv_player_get_proxy", ctypes.c_void_p, c_player_p)
 
 
 def take_string(pointer):

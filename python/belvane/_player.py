@@ -161,11 +161,13 @@ class Player:
 
     # Playback.
     def play(self, url: str, title: Optional[str] = None, mime_type: Optional[str] = None,
-             engine_id: Optional[str] = None) -> None:
-        """Plays a URL or a file path; title, mime_type and engine_id are clues."""
+             engine_id: Optional[str] = None, title_encoding: Optional[str] = None) -> None:
+        """Plays a URL or a file path; title, mime_type and engine_id are clues.
+        title_encoding names the character set the station's titles are read
+        in ("WINDOWS-1251", "KOI8-R", ...) instead of detecting it."""
         def text(value):
             return value.encode() if value is not None else None
-        options = PlayOptions(text(title), text(mime_type), text(engine_id))
+        options = PlayOptions(text(title), text(mime_type), text(engine_id), text(title_encoding))
         self._title = None
         _check(lib.bv_player_play_with_options(self._live(), url.encode(), ctypes.byref(options)))
 
@@ -245,6 +247,38 @@ class Player:
     @reconnect_patience.setter
     def reconnect_patience(self, seconds: float) -> None:
         _check(lib.bv_player_set_reconnect_patience(self._live(), seconds))
+
+    # Request settings: how every request of the next play() goes out. A
+    # refused value raises BelvaneError and changes nothing (the library's
+    # log says why).
+    @property
+    def user_agent(self) -> str:
+        """The User-Agent of the requests ("Belvane/0.1" unless set; None or
+        "" restores that)."""
+        return take_string(lib.bv_player_get_user_agent(self._live()))
+
+    @user_agent.setter
+    def user_agent(self, user_agent: Optional[str]) -> None:
+        _check(lib.bv_player_set_user_agent(self._live(), user_agent.encode() if user_agent else None))
+
+    def add_request_header(self, name: str, value: str) -> None:
+        """An extra header field for every request (replacing one of the
+        same name)."""
+        _check(lib.bv_player_add_request_header(self._live(), name.encode(), value.encode()))
+
+    def clear_request_headers(self) -> None:
+        _check(lib.bv_player_clear_request_headers(self._live()))
+
+    @property
+    def proxy(self) -> Optional[str]:
+        """None: the environment's proxy (http_proxy, ...; the default);
+        "": none; else the proxy's URL ("http://proxy:3128")."""
+        pointer = lib.bv_player_get_proxy(self._live())
+        return take_string(pointer) if pointer else None
+
+    @proxy.setter
+    def proxy(self, proxy: Optional[str]) -> None:
+        _check(lib.bv_player_set_proxy(self._live(), proxy.encode() if proxy is not None else None))
 
     @property
     def muted(self) -> bool:

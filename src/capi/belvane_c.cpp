@@ -27,6 +27,8 @@
 #include <belvane/BVURLAdditions.h>
 
 
+#include "foundation/request_settings_scope.h"
+
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -208,6 +210,19 @@ struct bv_player final : BVPlayerOwner {
   }
 };
 
+namespace {
+// Sets what `change` makes of the master's request settings (each call of
+// the C interface changes one thing); a refusal (nullptr) changes nothing.
+template <class Change>
+int changeRequestSettings(bv_player* player, Change change) {
+  if (!player || !player->master) return BV_ERROR_INVALID_PARAMETER;
+  BVRequestSettingsRef changed = change(*player->master->requestSettings());
+  if (!changed) return BV_ERROR_INVALID_PARAMETER;
+  player->master->setRequestSettings(std::move(changed));
+  return BV_OK;
+}
+}  // namespace
+
 extern "C" {
 
 unsigned long bv_version(void) { return BELVANE_VERSION; }
@@ -255,10 +270,18 @@ int bv_player_play_with_options(bv_player* player, const char* url, const bv_pla
   auto parsed = bvURLFromArgument(url);
   if (!parsed) return BV_ERROR_INVALID_URL;
   try {
+    // Making the link may ask its server for its type: as the playback's requests go.
+    RequestSettingsScope requests(player->master->requestSettings());
     std::shared_ptr<BVMediaLink> link;
     const bool hasClues = options && (options->mime_type || options->engine_id);
     std::optional<std::string> title;
     if (options && options->title) title = options->title;
+    const char* encoding = options && options->title_encoding && *options->title_encoding ? options->title_encoding
+                                                                                            : nullptr;
+    if (encoding && !BVMediaLink::isUsableTitleEncoding(encoding)) {
+      BVLog("Title encoding refused: '%s' is no character set iconv knows", encoding);
+      return BV_ERROR_INVALID_PARAMETER;
+    }
     if (hasClues || title) {
       auto format = BVMediaMutableFormat::formatByInferringFromURL(
           *parsed, options->mime_type ? std::optional<std::string>(options->mime_type) : std::nullopt);
@@ -266,6 +289,11 @@ int bv_player_play_with_options(bv_player* player, const char* url, const bv_pla
       link = BVMediaLink::create(parsed, title, format, nullptr);
     } else {
       link = BVMediaLink::linkWithURL(*parsed);
+    }
+    if (encoding) {
+      auto withEncoding = link->mutableCopy();
+      withEncoding->setTitleEncoding(std::string(encoding));
+      link = withEncoding->copy();
     }
     auto master = player->master;  // the callbacks below may destroy the handle
     master->playLink(link);
@@ -372,6 +400,44 @@ int bv_player_set_reconnect_patience(bv_player* player, double seconds) {
 
 double bv_player_get_reconnect_patience(const bv_player* player) {
   return player && player->master ? player->master->reconnectPatience() : -1.0;
+}
+
+int bv_player_set_user_agent(bv_player* player, const char* userAgent) {
+  return changeRequestSettings(player,
+                               [&](const BVRequestSettings& s) { return s.withUserAgent(userAgent ? userAgent : ""); });
+}
+
+char* bv_player_get_user_agent(const bv_player* player) {
+  if (!player || !player->master) return nullptr;
+  return duplicate(player->master->requestSettings()->userAgent());
+}
+
+int bv_player_add_request_header(bv_player* player, const char* name, const char* value) {
+  if (!name || !value) return BV_ERROR_INVALID_PARAMETER;
+  return changeRequestSettings(player, [&](const BVRequestSettings& s) { return s.withHeader(name, value); });
+}
+
+int bv_player_clear_request_headers(bv_player* player) {
+  return changeRequestSettings(player, [](const BVRequestSettings& s) { return s.withoutHeaders(); });
+}
+
+int bv_player_set_proxy(bv_player* player, const char* proxy) {
+  return changeRequestSettings(player, [&](const BVRequestSettings& s) {
+    if (!proxy) return s.withProxy(BVRequestSettings::Proxy::Environment);
+    if (!*proxy) return s.withProxy(BVRequestSettings::Proxy::None);
+    return s.withProxyURL(proxy);
+  });
+}
+
+char* bv_player_get_proxy(const bv_player* player) {
+  if (!player || !player->master) return nullptr;
+  const BVRequestSettings& settings = *player->master->requestSettings();
+  switch (settings.proxy()) {
+    case BVRequestSettings::Proxy::Environment: return nullptr;
+    case BVRequestSettings::Proxy::None: return duplicate("");
+    case BVRequestSettings::Proxy::URL: return duplicate(settings.proxyURL());
+  }
+  return nullptr;
 }
 
 int bv_player_set_mute(bv_player* player, int muted) {

@@ -1,6 +1,7 @@
 // CurlTransfer: one libcurl easy transfer driven by a private multi handle.
 #include "foundation/curl_transfer.h"
 
+#include "foundation/curl_request_settings.h"
 #include "foundation/local_mime_type.h"
 
 #include <belvane/BVError.h>
@@ -211,7 +212,6 @@ CurlTransfer::CurlTransfer(const BVURLRequest& request) : impl_(std::make_unique
     curl_easy_setopt(e, CURLOPT_HTTP200ALIASES, icyStatusLine);
   }
   curl_easy_setopt(e, CURLOPT_ACCEPT_ENCODING, "");
-  curl_easy_setopt(e, CURLOPT_USERAGENT, "Belvane/0.1");
   long connectMs = request.timeoutInterval > 0 ? long(request.timeoutInterval * 1000) : 0L;
   curl_easy_setopt(e, CURLOPT_CONNECTTIMEOUT_MS, connectMs > 0 ? connectMs : 1L);
   if (request.httpMethod == "HEAD") {
@@ -221,6 +221,7 @@ CurlTransfer::CurlTransfer(const BVURLRequest& request) : impl_(std::make_unique
   }
   for (auto& [k, v] : request.headerFields) impl_->headers = curl_slist_append(impl_->headers, (k + ": " + v).c_str());
   if (request.ignoreCache) impl_->headers = curl_slist_append(impl_->headers, "Cache-Control: no-cache");
+  applyRequestSettings(e, request.requestSettings.get(), &impl_->headers);
   curl_easy_setopt(e, CURLOPT_HTTPHEADER, impl_->headers);
   curl_easy_setopt(e, CURLOPT_HEADERFUNCTION, &Impl::onHeader);
   curl_easy_setopt(e, CURLOPT_HEADERDATA, impl_.get());

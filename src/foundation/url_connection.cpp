@@ -4,6 +4,7 @@
 
 #include "foundation/curl_transfer.h"
 #include "foundation/mime_type.h"
+#include "foundation/request_settings_scope.h"
 #include "foundation/thread_name.h"
 #include "foundation/url_connection_diversion.h"
 
@@ -105,8 +106,17 @@ struct BVURLConnection::State {
 
 BVURLConnection::BVURLConnection(std::shared_ptr<State> state) : state_(std::move(state)) {}
 
+namespace {
+// The request with the thread's scoped settings when it has none of its own.
+BVURLRequest withScopedSettings(const BVURLRequest& request) {
+  BVURLRequest scoped = request;
+  if (!scoped.requestSettings) scoped.requestSettings = belvane::detail::RequestSettingsScope::current();
+  return scoped;
+}
+}  // namespace
+
 BVURLConnectionRef BVURLConnection::start(const BVURLRequest& request, BVURLConnectionDelegate* delegate) {
-  auto state = std::make_shared<State>(request);
+  auto state = std::make_shared<State>(withScopedSettings(request));
   state->delegate = delegate;
   auto connection = std::make_shared<BVURLConnection>(state);
   state->connection = connection;
@@ -248,7 +258,7 @@ void URLConnectionAccess::resume(BVURLConnection& connection) { connection.state
 std::optional<std::vector<uint8_t>> BVURLConnection::sendSynchronousRequest(const BVURLRequest& request,
                                                                            std::shared_ptr<BVURLResponse>* response,
                                                                            BVErrorRef* error, size_t maxBodyBytes) {
-  belvane::detail::CurlTransfer transfer(request);
+  belvane::detail::CurlTransfer transfer(withScopedSettings(request));
   std::vector<uint8_t> body;
   std::shared_ptr<BVURLResponse> last;
   bool tooLarge = false;

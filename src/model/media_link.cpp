@@ -5,6 +5,8 @@
 #include <belvane/BVMediaLink.h>
 
 #include "foundation/text_encoding.h"
+
+#include <glib.h>
 #include "model/record_values.h"
 
 using belvane::detail::optionalString;
@@ -73,6 +75,14 @@ bool BVMediaLink::isEqualToLink(const std::shared_ptr<const BVMediaLink>& link) 
   return url() == link->url();
 }
 
+bool BVMediaLink::isUsableTitleEncoding(const std::string& name) {
+  if (name.empty()) return false;
+  GIConv converter = g_iconv_open("UTF-8", name.c_str());
+  if (converter == reinterpret_cast<GIConv>(-1)) return false;
+  g_iconv_close(converter);
+  return true;
+}
+
 // ---- Copying ----------------------------------------------------------------
 
 void BVMediaLink::_basicCopyTo(BVMediaLink& target) const {
@@ -80,6 +90,7 @@ void BVMediaLink::_basicCopyTo(BVMediaLink& target) const {
   target.title_ = title_;
   target.format_ = format_ ? format_->copy() : nullptr;
   target.source_ = source_ ? source_->copy() : nullptr;
+  target.titleEncoding_ = titleEncoding_;
 }
 
 std::shared_ptr<BVMediaLink> BVMediaLink::copy() const {
@@ -106,11 +117,13 @@ std::string BVMediaLink::description() const {
 std::vector<std::string> BVMediaLink::persistentKeys() const {
   auto keys = BVBaseObject::persistentKeys();
   keys.push_back("title");
+  keys.push_back("titleEncoding");
   return keys;
 }
 
 BVValue BVMediaLink::valueForKey(std::string_view key) const {
   if (key == "title") return valueOf(title_);
+  if (key == "titleEncoding") return valueOf(titleEncoding_);
   if (key == "url") return BVValue(url().absoluteString());
   if (key == "format") return BVValue(format_);
   if (key == "source") return BVValue(source_);
@@ -121,6 +134,8 @@ BVValue BVMediaLink::valueForKey(std::string_view key) const {
 void BVMediaLink::setValueForKey(std::string_view key, const BVValue& value) {
   if (key == "title") {
     title_ = optionalString(value);  // as given: no trimming
+  } else if (key == "titleEncoding") {
+    titleEncoding_ = optionalString(value);
   } else if (key == "url") {
     url_ = belvane::detail::optionalURL(value);
   } else if (key == "format") {

@@ -25,6 +25,8 @@
 #include <belvane/BVURL.h>
 #include <belvane/BVValue.h>
 
+#include "movie/movie_stream_source.h"
+
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -109,11 +111,14 @@ class QTMovie : public std::enable_shared_from_this<QTMovie> {
   //
   // Its audio goes to `audio` when one is given (every pipeline the movie
   // builds, reconnections included); else it is rendered silently. A live
-  // stream read by Belvane's connection is tried again for reconnectPatience
-  // seconds after it breaks off (0: a short window of 10 s).
+  // stream read by Belvane's connection is tried again for the reading's
+  // patience after it breaks off (0: a short window of 10 s); every request
+  // (station lists, streams, GStreamer's HTTP source) goes out with the
+  // reading's request settings, and the station's titles are read in its
+  // title encoding when it names one.
   static std::shared_ptr<QTMovie> movieWithURL(const BVURL& url, BVErrorRef* error,
                                                std::shared_ptr<MovieAudioSink> audio = nullptr,
-                                               double reconnectPatience = 0);
+                                               const MovieReading& reading = {});
   ~QTMovie();
 
   QTMovie(const QTMovie&) = delete;

@@ -76,6 +76,32 @@ struct HTTPFacts {
 };
 
 // Picks the Content-Type and whether a Content-Length came out of
+// A player's request settings on one of GStreamer's HTTP sources
+// (souphttpsrc: the pipeline's own, and those HLS's demuxer makes for its
+// segments): its user agent, extra header fields and proxy, each where the
+// source has the property. Without a proxy of the player's own, souphttpsrc
+// takes http_proxy from the environment itself.
+void configureHTTPSource(GstElement* source, const BVRequestSettings& settings) {
+  GObjectClass* type = G_OBJECT_GET_CLASS(source);
+  auto has = [type](const char* name) { return g_object_class_find_property(type, name) != nullptr; };
+  if (has("user-agent")) g_object_set(source, "user-agent", settings.userAgent().c_str(), nullptr);
+  if (has("extra-headers") && !settings.headerFields().empty()) {
+    GstStructure* headers = gst_structure_new_empty("extra-headers");
+    for (const auto& [name, value] : settings.headerFields())
+      gst_structure_set(headers, name.c_str(), G_TYPE_STRING, value.c_str(), nullptr);
+    g_object_set(source, "extra-headers", headers, nullptr);
+    gst_structure_free(headers);
+  }
+  if (!has("proxy")) return;
+  switch (settings.proxy()) {
+    case BVRequestSettings::Proxy::Environment: break;
+    case BVRequestSettings::Proxy::None: g_object_set(source, "proxy", nullptr, nullptr); break;
+    case BVRequestSettings::Proxy::URL: g_object_set(source, "proxy", settings.proxyURL().c_str(), nullptr); break;
+  }
+}
+
+bool isSoupHTTPSource(GstElement* element) { return g_str_has_prefix(G_OBJECT_TYPE_NAME(element), "GstSoupHTTPSrc"); }
+
 // souphttpsrc's "http-headers" event.
 GstPadProbeReturn watchHTTPHeaders(GstPad*, GstPadProbeInfo* info, gpointer data) {
   GstEvent* event = GST_PAD_PROBE_INFO_EVENT(info);
@@ -115,14 +141,15 @@ MoviePipeline::MoviePipeline(GMainContext* context, MoviePipelineListener* liste
 std::shared_ptr<MoviePipeline> MoviePipeline::create(const std::string& uri, GMainContext* context,
                                                      MoviePipelineListener* listener,
                                                      std::shared_ptr<MovieAudioSink> audio,
-                                                     std::optional<double> ownConnection) {
+                                                     const MovieReading& reading, bool ownConnection) {
   std::shared_ptr<MoviePipeline> pipeline(new MoviePipeline(context, listener));
+  pipeline->requestSettings_ = reading.requestSettings;
   bool built = false;
   if (audio) {
     pipeline->tap_ = std::make_unique<MovieAudioTap>(std::move(audio));
     if (GstElement* tapBin = pipeline->tap_->makeSinkBin())
       built = ownConnection && MovieStreamSource::handles(uri)
-                  ? pipeline->buildStreamDecoding(uri, tapBin, *ownConnection)
+                  ? pipeline->buildStreamDecoding(uri, tapBin, reading)
                   : pipeline->buildDecoding(uri, tapBin);
   }
   if (!built && !pipeline->buildPlaybin(uri)) return nullptr;
@@ -154,6 +181,7 @@ bool MoviePipeline::buildPlaybin(const std::string& uri) {
   g_object_set(playbin, "uri", uri.c_str(), "audio-sink", makeSilentSink(), "video-sink", makeSilentSink(),
                "text-sink", makeSilentSink(), nullptr);
   g_signal_connect(playbin, "source-setup", G_CALLBACK(onSourceSetup), this);
+  g_signal_connect(playbin, "deep-element-added", G_CALLBACK(onDeepElementAdded), this);
   return true;
 }
 
@@ -173,6 +201,7 @@ bool MoviePipeline::buildDecoding(const std::string& uri, GstElement* tapBin) {
   // the buffering messages the movie pauses and resumes on.
   g_object_set(decoder, "uri", uri.c_str(), "use-buffering", TRUE, "buffer-size", kNetworkQueueBytes, nullptr);
   g_signal_connect(decoder, "source-setup", G_CALLBACK(onSourceSetup), this);
+  g_signal_connect(pipeline_, "deep-element-added", G_CALLBACK(onDeepElementAdded), this);
   connectDecoderSignals();
   return true;
 }
@@ -180,8 +209,8 @@ bool MoviePipeline::buildDecoding(const std::string& uri, GstElement* tapBin) {
 // Belvane's connection into decodebin (type finding, demuxing, decoding),
 // linked to the tap's bin as uridecodebin is. No network queue: the reader
 // and the appsrc's queue buffer the stream. Takes the floating tap bin.
-bool MoviePipeline::buildStreamDecoding(const std::string& uri, GstElement* tapBin, double reconnectPatience) {
-  auto stream = MovieStreamSource::create(uri, reconnectPatience);
+bool MoviePipeline::buildStreamDecoding(const std::string& uri, GstElement* tapBin, const MovieReading& reading) {
+  auto stream = MovieStreamSource::create(uri, reading);
   GstElement* decoder = stream ? gst_element_factory_make("decodebin", nullptr) : nullptr;
   if (!decoder) {
     gst_object_unref(gst_object_ref_sink(tapBin));
@@ -271,7 +300,8 @@ MoviePipeline::~MoviePipeline() {
   if (stream_) stream_->cancel();
   if (pipeline_) {
     gst_element_set_state(pipeline_, GST_STATE_NULL);
-    g_signal_handlers_disconnect_by_data(decoder_ ? decoder_ : pipeline_, this);
+    g_signal_handlers_disconnect_by_data(pipeline_, this);
+    if (decoder_) g_signal_handlers_disconnect_by_data(decoder_, this);
     gst_object_unref(pipeline_);
   }
   {
@@ -286,14 +316,36 @@ MoviePipeline::~MoviePipeline() {
   g_main_context_unref(context_);
 }
 
+// On a streaming thread: HLS's demuxer reads its segments with HTTP sources
+// of its own, inside a bin it adds to itself; they make the playback's
+// requests too.
+void MoviePipeline::onDeepElementAdded(GstBin*, GstBin*, GstElement* element, void* data) {
+  auto* self = static_cast<MoviePipeline*>(data);
+  if (!self->requestSettings_) return;
+  if (!GST_IS_BIN(element)) {
+    if (isSoupHTTPSource(element)) configureHTTPSource(element, *self->requestSettings_);
+    return;
+  }
+  GstIterator* children = gst_bin_iterate_recurse(GST_BIN(element));
+  GValue item = G_VALUE_INIT;
+  while (gst_iterator_next(children, &item) == GST_ITERATOR_OK) {
+    auto* child = GST_ELEMENT(g_value_get_object(&item));
+    if (isSoupHTTPSource(child)) configureHTTPSource(child, *self->requestSettings_);
+    g_value_reset(&item);
+  }
+  g_value_unset(&item);
+  gst_iterator_free(children);
+}
+
 void MoviePipeline::onSourceSetup(GstElement*, GstElement* source, void* data) {
   // Called on a streaming thread while the pipeline starts.
   auto* self = static_cast<MoviePipeline*>(data);
   // souphttpsrc's read time-out, in seconds (other sources' "timeout" means
   // other things and is left alone).
   GParamSpec* timeout = g_object_class_find_property(G_OBJECT_GET_CLASS(source), "timeout");
-  if (timeout && timeout->value_type == G_TYPE_UINT && g_str_has_prefix(G_OBJECT_TYPE_NAME(source), "GstSoupHTTPSrc"))
+  if (timeout && timeout->value_type == G_TYPE_UINT && isSoupHTTPSource(source))
     g_object_set(source, "timeout", kNetworkReadTimeoutSeconds, nullptr);
+  if (self->requestSettings_) configureHTTPSource(source, *self->requestSettings_);
   {
     std::lock_guard lock(self->mutex_);
     if (self->source_) gst_object_unref(self->source_);

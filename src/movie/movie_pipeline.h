@@ -17,6 +17,8 @@
 
 #include <belvane/BVValue.h>
 
+#include "movie/movie_stream_source.h"
+
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -31,6 +33,7 @@ typedef struct _GstElement GstElement;
 typedef struct _GstPad GstPad;
 typedef struct _GstMessage GstMessage;
 typedef struct _GstBus GstBus;
+typedef struct _GstBin GstBin;
 typedef struct _GstTagList GstTagList;
 typedef struct _GSource GSource;
 typedef struct _GError GError;
@@ -39,7 +42,6 @@ namespace belvane::detail {
 
 class MovieAudioSink;
 class MovieAudioTap;
-class MovieStreamSource;
 
 struct MoviePipelineError {
   const GError* error = nullptr;
@@ -66,12 +68,14 @@ class MoviePipeline : public std::enable_shared_from_this<MoviePipeline> {
   // build it. With ownConnection (and an audio sink), a network stream is
   // read by Belvane's own connection (MovieStreamSource) instead of
   // GStreamer's HTTP source: the tuner's open reply is taken over, and the
-  // live policy (stalls, drops, reconnection for the given patience in
-  // seconds) is the reader's.
+  // live policy (stalls, drops, reconnection for the reading's patience) is
+  // the reader's. Either way the requests go out with the reading's
+  // request settings (GStreamer's HTTP source is given its user agent,
+  // extra header fields and proxy as it starts).
   static std::shared_ptr<MoviePipeline> create(const std::string& uri, GMainContext* context,
                                                MoviePipelineListener* listener,
                                                std::shared_ptr<MovieAudioSink> audio = nullptr,
-                                               std::optional<double> ownConnection = std::nullopt);
+                                               const MovieReading& reading = {}, bool ownConnection = false);
   ~MoviePipeline();
   MoviePipeline(const MoviePipeline&) = delete;
   MoviePipeline& operator=(const MoviePipeline&) = delete;
@@ -123,10 +127,11 @@ class MoviePipeline : public std::enable_shared_from_this<MoviePipeline> {
   MoviePipeline(GMainContext* context, MoviePipelineListener* listener);
   bool buildPlaybin(const std::string& uri);
   bool buildDecoding(const std::string& uri, GstElement* tapBin);
-  bool buildStreamDecoding(const std::string& uri, GstElement* tapBin, double reconnectPatience);
+  bool buildStreamDecoding(const std::string& uri, GstElement* tapBin, const MovieReading& reading);
   void connectDecoderSignals();
   static int busWatchCallback(GstBus* bus, GstMessage* message, void* data);
   static void onSourceSetup(GstElement* element, GstElement* source, void* data);
+  static void onDeepElementAdded(GstBin* bin, GstBin* subBin, GstElement* element, void* data);
   static void onPadAdded(GstElement* decoder, GstPad* pad, void* data);
   static void onPadRemoved(GstElement* decoder, GstPad* pad, void* data);
   static void onNoMorePads(GstElement* decoder, void* data);
@@ -144,6 +149,7 @@ class MoviePipeline : public std::enable_shared_from_this<MoviePipeline> {
   GstTagList* tags_ = nullptr;
   std::unique_ptr<MovieAudioTap> tap_;
   std::unique_ptr<MovieStreamSource> stream_;  // Belvane's connection, or null
+  BVRequestSettingsRef requestSettings_;       // for GStreamer's HTTP source
   bool playing_ = false;
   bool live_ = false;
   bool prerolled_ = false;

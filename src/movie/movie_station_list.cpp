@@ -33,10 +33,12 @@ std::optional<PlaylistFormat> MovieStationList::formatForContentType(const std::
   return stationListFormat(playlistFormatForMIMEType(contentType, PlaylistNames::Own));
 }
 
-MovieStationList::MovieStationList(const BVURL& url, PlaylistFormat format, Completion completion)
+MovieStationList::MovieStationList(const BVURL& url, PlaylistFormat format, const BVRequestSettingsRef& settings,
+                                   Completion completion)
     : url_(url), format_(format), completion_(std::move(completion)) {
   playlist_ = std::make_shared<StationListDownload>(url);
   playlist_->setDelegate(this);
+  playlist_->setRequestSettings(settings);
   playlist_->loadAsynchronously();
 }
 

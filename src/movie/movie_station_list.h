@@ -33,9 +33,11 @@ class MovieStationList : private BVWebPlaylistDelegate {
   };
   using Completion = std::function<void(const Result& result)>;
 
-  // Starts loading; completion is called once, on this thread's run loop.
+  // Starts loading with the player's request settings (null: the
+  // defaults); completion is called once, on this thread's run loop.
   // Destroying the list (also from inside completion) stops it.
-  MovieStationList(const BVURL& url, PlaylistFormat format, Completion completion);
+  MovieStationList(const BVURL& url, PlaylistFormat format, const BVRequestSettingsRef& settings,
+                   Completion completion);
   ~MovieStationList() override;
   MovieStationList(const MovieStationList&) = delete;
   MovieStationList& operator=(const MovieStationList&) = delete;

@@ -159,7 +159,7 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
   void metadata(std::span<const uint8_t> block, uint64_t) override {
     auto title = streamTitleFromMetadata(block);
     if (!title || !push()) return;
-    std::string text = stationTitleToUTF8(bytesOf(*title));
+    std::string text = stationTitleToUTF8(bytesOf(*title), source_.reading_.titleEncoding.value_or(""));
     QLDebugLog(QL_LOG_DEBUG, "stream: title '%s'", text.c_str());
     // Serialised events wait in the appsrc's queue behind the bytes before
     // them: the title reaches the parser where the station placed it.
@@ -187,18 +187,19 @@ bool MovieStreamSource::handles(const std::string& url) {
 }
 
 namespace {
-StreamReaderPolicy generalPolicy(double reconnectPatience) {
+StreamReaderPolicy generalPolicy(const MovieReading& reading) {
   StreamReaderPolicy policy;
   policy.refuseAAC = false;
-  policy.reconnectWindow = reconnectWindowForPatience(reconnectPatience);
+  policy.reconnectWindow = reconnectWindowForPatience(reading.reconnectPatience);
+  policy.requestSettings = reading.requestSettings;
   return policy;
 }
 }  // namespace
 
-MovieStreamSource::MovieStreamSource(const std::string& url, GstElement* appsrc, double reconnectPatience)
-    : appsrc_(appsrc), url_(url), reconnectPatience_(reconnectPatience) {
+MovieStreamSource::MovieStreamSource(const std::string& url, GstElement* appsrc, const MovieReading& reading)
+    : appsrc_(appsrc), url_(url), reading_(reading) {
   // The first reading is made now, so that it takes the tuner's reply at once.
-  reader_ = std::make_unique<StreamReader>(url_, generalPolicy(reconnectPatience_));
+  reader_ = std::make_unique<StreamReader>(url_, generalPolicy(reading_));
   tookHeld_ = reader_->tookHeldReply();
   GstAppSrcCallbacks callbacks{};
   callbacks.seek_data = [](GstAppSrc*, guint64 offset, gpointer self) -> gboolean {
@@ -208,7 +209,7 @@ MovieStreamSource::MovieStreamSource(const std::string& url, GstElement* appsrc,
   gst_app_src_set_callbacks(GST_APP_SRC(appsrc_), &callbacks, this, nullptr);
 }
 
-std::unique_ptr<MovieStreamSource> MovieStreamSource::create(const std::string& url, double reconnectPatience) {
+std::unique_ptr<MovieStreamSource> MovieStreamSource::create(const std::string& url, const MovieReading& reading) {
   GstElement* appsrc = gst_element_factory_make("appsrc", nullptr);
   if (!appsrc) return nullptr;
   gst_object_ref_sink(appsrc);
@@ -216,7 +217,7 @@ std::unique_ptr<MovieStreamSource> MovieStreamSource::create(const std::string& 
   // while the queue is full.
   g_object_set(appsrc, "format", GST_FORMAT_BYTES, "stream-type", GST_APP_STREAM_TYPE_STREAM, "block", TRUE,
                "max-bytes", kQueueBytes, "emit-signals", FALSE, nullptr);
-  return std::unique_ptr<MovieStreamSource>(new MovieStreamSource(url, appsrc, reconnectPatience));
+  return std::unique_ptr<MovieStreamSource>(new MovieStreamSource(url, appsrc, reading));
 }
 
 MovieStreamSource::~MovieStreamSource() {
@@ -285,7 +286,7 @@ void MovieStreamSource::readMain() {
       std::lock_guard lock(mutex_);
       if (cancelled_) return;
       if (!reader_) {
-        StreamReaderPolicy policy = generalPolicy(reconnectPatience_);
+        StreamReaderPolicy policy = generalPolicy(reading_);
         policy.startOffset = offset;
         reader_ = std::make_unique<StreamReader>(url_, policy);
       }

@@ -23,6 +23,7 @@
 // between the server and the decoder.
 #pragma once
 
+#include <belvane/BVRequestSettings.h>
 #include <belvane/BVValue.h>
 
 #include "streaming/stream_reader.h"
@@ -40,14 +41,26 @@ typedef struct _GstElement GstElement;
 
 namespace belvane::detail {
 
+// How a movie reads from the network for its player; the movie hands it to
+// each pipeline and to Belvane's connection into it.
+struct MovieReading {
+  // Seconds a live stream that breaks off is tried again (0: 10 s).
+  double reconnectPatience = 0;
+  // The player's user agent, extra header fields and proxy (null: the defaults).
+  BVRequestSettingsRef requestSettings;
+  // The character set the station's titles are read in, over detection.
+  std::optional<std::string> titleEncoding;
+};
+
 class MovieStreamSource {
  public:
   // The addresses read this way: network streams in http(s), icy or shttp.
   static bool handles(const std::string& url);
 
   // Makes the appsrc; nullptr when GStreamer has none. A live stream that
-  // breaks off is tried again for reconnectPatience seconds (0: 10 s).
-  static std::unique_ptr<MovieStreamSource> create(const std::string& url, double reconnectPatience = 0);
+  // breaks off is tried again for the reading's patience; its requests go
+  // out with the reading's settings, its titles are read in its encoding.
+  static std::unique_ptr<MovieStreamSource> create(const std::string& url, const MovieReading& reading = {});
   // Cancels the reading; call stop() on the pipeline (to NULL) before
   // destroying, so that a push blocked on a full queue returns.
   ~MovieStreamSource();
@@ -77,7 +90,7 @@ class MovieStreamSource {
 
  private:
   class Client;
-  MovieStreamSource(const std::string& url, GstElement* appsrc, double reconnectPatience);
+  MovieStreamSource(const std::string& url, GstElement* appsrc, const MovieReading& reading);
   void readMain();
   // On a streaming thread: the appsrc was flushed for a seek to offset.
   void seekData(uint64_t offset);
@@ -88,7 +101,7 @@ class MovieStreamSource {
 
   GstElement* appsrc_;
   const std::string url_;
-  const double reconnectPatience_;
+  const MovieReading reading_;
   bool tookHeld_ = false;
   std::thread thread_;
   mutable std::mutex mutex_;

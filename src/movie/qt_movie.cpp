@@ -53,8 +53,8 @@ constexpr int kMaximumReferenceDepth = 8;
 // Reconnection of a live stream GStreamer reads (HLS) that broke: the pace
 // of Belvane's own connection (first pause, doubled up to the longest), for
 // the movie's patience after the break.
-constexpr double kReconnectFirstDelaySeconds = StreamReaderPolicy{}.reconnectFirstDelay;
-constexpr double kReconnectMaxDelaySeconds = StreamReaderPolicy{}.reconnectMaxDelay;
+constexpr double kReconnectFirstDelaySeconds = kStreamReconnectFirstDelay;
+constexpr double kReconnectMaxDelaySeconds = kStreamReconnectMaxDelay;
 
 constexpr size_t kReferenceSniffLength = 64 * 1024;
 
@@ -115,7 +115,7 @@ struct QTMovie::Impl final : MoviePipelineListener {
   std::shared_ptr<MoviePipeline> pipeline;  // the only reference
   std::unique_ptr<MovieStationList> stationList;
   std::shared_ptr<MovieAudioSink> audio;
-  double reconnectPatience = 0;  // seconds; 0: the short window
+  MovieReading reading;  // patience (0: the short window), request settings, title encoding
   GSource* idleTimer = nullptr;
   GSource* reconnectTimer = nullptr;
   GSource* loadWatchdog = nullptr;
@@ -241,8 +241,7 @@ struct QTMovie::Impl final : MoviePipelineListener {
     resetPlaybackFacts();
     url = target;
     bool ownConnection = !isHLS && asciiLower(target.pathExtension()) != "m3u8";
-    pipeline = MoviePipeline::create(target.absoluteString(), context, this, audio,
-                                     ownConnection ? std::optional<double>(reconnectPatience) : std::nullopt);
+    pipeline = MoviePipeline::create(target.absoluteString(), context, this, audio, reading, ownConnection);
     if (!pipeline) return kMovieStatusNotAMovie;
     startLoadWatchdog();
     pipeline->setVolume(std::clamp(volume, 0.0f, 1.0f));
@@ -255,7 +254,8 @@ struct QTMovie::Impl final : MoviePipelineListener {
     playingStationList = true;
     url = listURL;
     stationList = std::make_unique<MovieStationList>(
-        listURL, format, [this](const MovieStationList::Result& result) { stationListLoaded(result); });
+        listURL, format, reading.requestSettings,
+        [this](const MovieStationList::Result& result) { stationListLoaded(result); });
   }
 
   void stationListLoaded(const MovieStationList::Result& result) {
@@ -447,9 +447,10 @@ struct QTMovie::Impl final : MoviePipelineListener {
   // is only playable, so that its player does not take the silence for an end.
   void streamBroke(int32_t code) {
     auto now = std::chrono::steady_clock::now();
-    if (!reconnectDeadline)
-      reconnectDeadline = now + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                                    std::chrono::duration<double>(reconnectWindowForPatience(reconnectPatience)));
+    if (!reconnectDeadline) {
+      auto window = std::chrono::duration<double>(reconnectWindowForPatience(reading.reconnectPatience));
+      reconnectDeadline = now + std::chrono::duration_cast<std::chrono::steady_clock::duration>(window);
+    }
     auto pause = std::chrono::duration_cast<std::chrono::steady_clock::duration>(
         std::chrono::duration<double>(reconnectDelay));
     if (now + pause > *reconnectDeadline) {
@@ -524,7 +525,7 @@ QTMovie::QTMovie() : impl_(std::make_unique<Impl>()) { impl_->movie = this; }
 QTMovie::~QTMovie() = default;
 
 std::shared_ptr<QTMovie> QTMovie::movieWithURL(const BVURL& url, BVErrorRef* error,
-                                               std::shared_ptr<MovieAudioSink> audio, double reconnectPatience) {
+                                               std::shared_ptr<MovieAudioSink> audio, const MovieReading& reading) {
   if (error) *error = nullptr;
   if (!ensureGStreamer()) {
     if (error) *error = BVError::create(BVOSStatusErrorDomain, kMovieStatusNotAMovie);
@@ -534,7 +535,7 @@ std::shared_ptr<QTMovie> QTMovie::movieWithURL(const BVURL& url, BVErrorRef* err
   Impl& impl = *movie->impl_;
   impl.context = g_main_context_ref(BVRunLoop::current().context());
   impl.audio = std::move(audio);
-  impl.reconnectPatience = reconnectPatience;
+  impl.reading = reading;
   if (int32_t failure = impl.open(url, true)) {
     if (error) *error = BVError::create(BVOSStatusErrorDomain, failure);
     return nullptr;

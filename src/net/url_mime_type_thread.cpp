@@ -4,10 +4,12 @@
 
 #include <thread>
 
+#include "foundation/request_settings_scope.h"
+
 std::shared_ptr<BVURLMIMETypeThread> BVURLMIMETypeThread::create() { return std::make_shared<BVURLMIMETypeThread>(); }
 
 std::optional<std::string> BVURLMIMETypeThread::getMIMETypeForURL(const BVURL& url, double timeout) {
-  Parameters parameters{url, timeout};
+  Parameters parameters{url, timeout, belvane::detail::RequestSettingsScope::current()};
   // The worker keeps this object alive until its thread ends.
   std::thread([self = std::static_pointer_cast<BVURLMIMETypeThread>(shared_from_this()), parameters] {
     self->getMIMETypeThread(parameters);
@@ -23,6 +25,7 @@ void BVURLMIMETypeThread::getMIMETypeThread(const Parameters& parameters) {
   BVRunLoop::ThreadScope scope;
   BVURLRequest request(parameters.URL, parameters.timeout);
   request.ignoreCache = true;
+  request.requestSettings = parameters.requestSettings;
   request.httpMethod = "HEAD";
   BVURLConnectionRef connection = BVURLConnection::start(request, this);
   if (!connection) {

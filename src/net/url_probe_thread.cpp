@@ -4,10 +4,12 @@
 
 #include <thread>
 
+#include "foundation/request_settings_scope.h"
+
 std::shared_ptr<BVURLProbeThread> BVURLProbeThread::create() { return std::make_shared<BVURLProbeThread>(); }
 
 void BVURLProbeThread::downloadDataForURL(const BVURL& url, double timeout) {
-  Parameters parameters{url, timeout};
+  Parameters parameters{url, timeout, belvane::detail::RequestSettingsScope::current()};
   std::thread([self = std::static_pointer_cast<BVURLProbeThread>(shared_from_this()), parameters] {
     self->downloadThread(parameters);
   }).detach();
@@ -30,6 +32,7 @@ void BVURLProbeThread::downloadThread(const Parameters& parameters) {
   // A plain GET: the probe wants body bytes.
   BVURLRequest request(parameters.URL, parameters.timeout);
   request.ignoreCache = true;
+  request.requestSettings = parameters.requestSettings;
   BVURLConnectionRef connection = BVURLConnection::start(request, this);
   {
     std::lock_guard<std::recursive_mutex> guard(_lock);

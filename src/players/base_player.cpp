@@ -5,6 +5,7 @@
 #include <belvane/BVMediaFormat.h>
 #include <belvane/BVMediaLink.h>
 
+#include "foundation/request_settings_scope.h"
 #include "foundation/url_redaction.h"
 
 #include <vector>
@@ -69,6 +70,8 @@ BVErrorRef BVBasePlayer::customizeError(const BVErrorRef& error) {
   std::string url = belvane::detail::withoutURLPasswords(link->url().absoluteString());
   if (!url.empty()) lines.push_back("MediaLink URL:\n" + url);
   if (auto format = link->format()) {
+    // A link whose type is not known yet asks its server: as the playback's requests do.
+    belvane::detail::RequestSettingsScope requests(requestSettings());
     if (auto mime = format->mimeType()) lines.push_back("MediaLink MIME Type: " + *mime);
     if (auto rt = format->radioTimeMediaType()) lines.push_back("MediaLink RadioTime Media Type: " + *rt);
   }

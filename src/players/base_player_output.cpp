@@ -1,5 +1,5 @@
-// BVBasePlayer: the audio output and reconnection settings every player
-// keeps and hands on.
+// BVBasePlayer: the audio output, reconnection and request settings every
+// player keeps and hands on.
 #include <belvane/BVBasePlayer.h>
 
 #include "audio_output/orplayer.h"
@@ -18,4 +18,8 @@ std::string BVBasePlayer::audioOutput() const { return audioOutput_; }
 void BVBasePlayer::setReconnectPatience(double seconds) {
   if (std::isnan(seconds) || seconds < 0) return;
   reconnectPatience_ = seconds;
+}
+
+void BVBasePlayer::setRequestSettings(BVRequestSettingsRef settings) {
+  requestSettings_ = settings ? std::move(settings) : BVRequestSettings::defaultSettings();
 }

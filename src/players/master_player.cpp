@@ -18,6 +18,7 @@
 #include <string_view>
 #include <utility>
 
+#include "foundation/request_settings_scope.h"
 #include "streaming/shoutstreamer.h"
 
 std::shared_ptr<BVMasterPlayer> BVMasterPlayer::create() {
@@ -42,6 +43,9 @@ std::shared_ptr<BVBasePlayer> freshPlayerLike(const BVBasePlayer& current) {
 }  // namespace
 
 void BVMasterPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
+  // Requests made while engines are chosen (a link's type asked of its
+  // server) go out as the playback's own do.
+  belvane::detail::RequestSettingsScope requests(requestSettings());
   BVBasePlayer::playLink(link);
   stopped_ = false;
   relayedState_.reset();
@@ -76,6 +80,7 @@ void BVMasterPlayer::stop() {
 void BVMasterPlayer::replaceSubPlayer(std::shared_ptr<BVBasePlayer> next) {
   next->setAudioOutput(audioOutput());
   next->setReconnectPatience(reconnectPatience());
+  next->setRequestSettings(requestSettings());
   next->setVolume(volume());
   next->setMuted(isMuted());
   auto old = std::move(_subPlayer);
@@ -189,6 +194,7 @@ void BVMasterPlayer::playerStateChanged(BVBasePlayer& player, BVPlayerState from
   if (auto* general = dynamic_cast<BVQuickTimePlayer*>(&player); general && !mp3)
     mp3 = dynamic_cast<BVMP3StreamPlayer*>(general->subPlayer().get());
   if (error && mp3 && &player == _subPlayer.get()) {
+    belvane::detail::RequestSettingsScope requests(requestSettings());
     auto [next, link] = fallbackPlayer(*mp3, error);
     if (next) {
       next->setPosition(position());
@@ -208,6 +214,11 @@ void BVMasterPlayer::playerStateChanged(BVBasePlayer& player, BVPlayerState from
 void BVMasterPlayer::setReconnectPatience(double seconds) {
   BVBasePlayer::setReconnectPatience(seconds);
   _subPlayer->setReconnectPatience(reconnectPatience());
+}
+
+void BVMasterPlayer::setRequestSettings(BVRequestSettingsRef settings) {
+  BVBasePlayer::setRequestSettings(std::move(settings));
+  _subPlayer->setRequestSettings(requestSettings());
 }
 
 int BVMasterPlayer::setAudioOutput(const std::string& setting) {

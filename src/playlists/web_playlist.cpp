@@ -140,6 +140,7 @@ void BVWebPlaylist::load() {
   }
   BVURLRequest request(*url_);
   request.ignoreCache = true;
+  request.requestSettings = requestSettings_;
   BVErrorRef error;
   auto data = belvane::detail::downloadPlaylist(request, downloadDeadline_, BVWebPlaylistMaximumDownloadLength, &error);
   if (!data) {
@@ -167,7 +168,9 @@ void BVWebPlaylist::startDownload() {
   receivedLength_ = 0;
   stopDownload();
   if (url_) {
-    urlConnection_ = BVURLConnection::start(BVURLRequest(*url_), this);
+    BVURLRequest request(*url_);
+    request.requestSettings = requestSettings_;
+    urlConnection_ = BVURLConnection::start(request, this);
     // The whole download has a deadline: a server that keeps trickling
     // bytes never lets the connection's own time-out fire.
     std::weak_ptr<BVObject> weak = weak_from_this();

@@ -63,6 +63,7 @@ struct QLStreamTuner::Impl {
   BVErrorRef candidateError;
   int fetchesLeft = kMaximumFetches;
   double searchTimeout = QLStreamTunerSearchTimeout;
+  BVRequestSettingsRef requestSettings;
   // Declined replies kept on offer for another engine: they go with the
   // tuner (its player is released only after the next engine has opened
   // the station), or after HeldStream::kParkSeconds at the latest.
@@ -179,7 +180,7 @@ struct QLStreamTuner::Impl {
   void look(const Candidate& candidate) {
     std::weak_ptr<QLStreamTuner> weak = owner.weak_from_this();
     uint64_t since = generation;
-    fetch = TunerFetch::start(candidate.url, [this, weak, since, candidate](TunerFetchResult result) {
+    fetch = TunerFetch::start(candidate.url, requestSettings, [this, weak, since, candidate](TunerFetchResult result) {
       auto tuner = weak.lock();  // held for the call, as the loop holds its targets
       if (!tuner || generation != since) return;
       looked(candidate, std::move(result));
@@ -326,6 +327,8 @@ void QLStreamTuner::stop() { impl_->stop(); }
 void QLStreamTuner::tuneNextStream() { impl_->tuneNextStream(); }
 
 void QLStreamTuner::setSearchTimeout(double seconds) { impl_->searchTimeout = seconds; }
+
+void QLStreamTuner::setRequestSettings(BVRequestSettingsRef settings) { impl_->requestSettings = std::move(settings); }
 
 std::optional<BVURL> QLStreamTuner::tunedURL() const {
   return impl_->tunedURL ? impl_->tunedURL : impl_->sourceURL;

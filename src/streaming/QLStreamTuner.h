@@ -13,6 +13,7 @@
 #pragma once
 
 #include <belvane/BVError.h>
+#include <belvane/BVRequestSettings.h>
 #include <belvane/BVURL.h>
 
 #include <memory>
@@ -62,6 +63,9 @@ class QLStreamTuner : public std::enable_shared_from_this<QLStreamTuner> {
   void stop();
   // Goes on from the candidate after the one reported last.
   void tuneNextStream();
+  // The user agent, extra header fields and proxy of every look from the
+  // next start() on (null: the defaults).
+  void setRequestSettings(BVRequestSettingsRef settings);
   // The search's bound (QLStreamTunerSearchTimeout unless set).
   void setSearchTimeout(double seconds);
   // The URL tuned last (the source URL before any candidate was offered).

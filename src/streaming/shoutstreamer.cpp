@@ -128,7 +128,7 @@ class StreamDecoder final : public StreamReader::Client, public PipelineSink {
   }
 
   void title(std::string bytes) override {
-    bytes = belvane::detail::stationTitleToUTF8(belvane::detail::bytesOf(bytes));
+    bytes = belvane::detail::stationTitleToUTF8(belvane::detail::bytesOf(bytes), s_.tuning.titleEncoding);
     QLDebugLog(QL_LOG_DEBUG, "shoutstreamer: title '%s'", bytes.c_str());
     s_.buffer->appendTitle(std::move(bytes));
   }
@@ -285,6 +285,7 @@ int shoutstreamer_start(shoutstreamer_t s, const char* url, void* context,
   policy.reconnectWindow = s->tuning.reconnectWindow;
   policy.reconnectFirstDelay = s->tuning.reconnectFirstDelay;
   policy.reconnectMaxDelay = s->tuning.reconnectMaxDelay;
+  policy.requestSettings = s->tuning.requestSettings;
   s->reader = std::make_unique<StreamReader>(s->url, policy);
   QLDebugLog(QL_LOG_INFO, "shoutstreamer: starting %s", url);
   int result = 0;

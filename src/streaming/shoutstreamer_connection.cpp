@@ -2,6 +2,7 @@
 // handle, so that cancel() can wake the wait at once.
 #include "streaming/shoutstreamer_connection.h"
 
+#include "foundation/curl_request_settings.h"
 #include "foundation/text_encoding.h"
 #include "streaming/QLDebug.h"
 #include "streaming/held_stream.h"
@@ -166,7 +167,8 @@ struct StreamConnection::Impl {
   }
 };
 
-StreamConnection::StreamConnection(const std::string& url, double connectTimeout, double stallTimeout)
+StreamConnection::StreamConnection(const std::string& url, double connectTimeout, double stallTimeout,
+                                   const BVRequestSettingsRef& settings)
     : impl_(std::make_unique<Impl>(url, connectTimeout, stallTimeout)) {
   static std::once_flag once;
   std::call_once(once, [] { curl_global_init(CURL_GLOBAL_ALL); });
@@ -182,9 +184,9 @@ StreamConnection::StreamConnection(const std::string& url, double connectTimeout
   curl_easy_setopt(e, CURLOPT_PROTOCOLS_STR, "http,https,file");
   curl_easy_setopt(e, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
   curl_easy_setopt(e, CURLOPT_HTTP09_ALLOWED, 1L);
-  curl_easy_setopt(e, CURLOPT_USERAGENT, "Belvane/0.1");
   curl_easy_setopt(e, CURLOPT_CONNECTTIMEOUT_MS, std::max(1L, long(connectTimeout * 1000)));
   s.requestHeaders = curl_slist_append(s.requestHeaders, "Icy-MetaData: 1");
+  applyRequestSettings(e, settings.get(), &s.requestHeaders);
   curl_easy_setopt(e, CURLOPT_HTTPHEADER, s.requestHeaders);
   curl_easy_setopt(e, CURLOPT_HEADERFUNCTION, &Impl::onHeader);
   curl_easy_setopt(e, CURLOPT_HEADERDATA, impl_.get());

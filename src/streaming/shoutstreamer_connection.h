@@ -17,6 +17,8 @@
 // ends run() promptly from any thread.
 #pragma once
 
+#include <belvane/BVRequestSettings.h>
+
 #include "streaming/icy_metadata.h"
 
 #include <cstdint>
@@ -48,7 +50,10 @@ class StreamConnection {
     bool headSeen = false;
   };
 
-  StreamConnection(const std::string& url, double connectTimeout, double stallTimeout);
+  // settings: the player's user agent, extra header fields and proxy (null:
+  // the defaults).
+  StreamConnection(const std::string& url, double connectTimeout, double stallTimeout,
+                   const BVRequestSettingsRef& settings = nullptr);
   StreamConnection(const std::string& url, std::shared_ptr<HeldStream> held, double stallTimeout);
   ~StreamConnection();
   StreamConnection(const StreamConnection&) = delete;

@@ -2,11 +2,13 @@
 // defaults suit internet radio; tests shorten the times.
 #pragma once
 
+#include <belvane/BVRequestSettings.h>
 #include <belvane/BVValue.h>
 
 #include "streaming/shoutstreamer.h"
 
 #include <cstddef>
+#include <string>
 
 namespace belvane::detail {
 
@@ -23,6 +25,11 @@ struct ShoutstreamerTuning {
   double underrunReportDelay = 0.1;
   size_t maxCallbackFrames = 2048;   // frames handed to one audio callback at most
   size_t syncSearchBytes = 64 * 1024;  // audio bytes searched for MPEG frames before giving up
+  // The player's user agent, extra header fields and proxy (null: the defaults).
+  BVRequestSettingsRef requestSettings;
+  // The character set the link's titles are read in, over detection (see
+  // stationTitleToUTF8); empty: detected.
+  std::string titleEncoding;
 };
 
 // Replaces the tuning of a streamer that has not been started.

@@ -57,8 +57,9 @@ bool StreamReader::networkKnownDown() const {
 StreamReader::Attempt StreamReader::connectOnce(Client& client, double connectTimeout, uint64_t offset) {
   Attempt attempt;
   std::shared_ptr<HeldStream> held = std::move(held_);
-  StreamConnection connection = held ? StreamConnection(url_, std::move(held), policy_.stallTimeout)
-                                     : StreamConnection(url_, connectTimeout, policy_.stallTimeout);
+  StreamConnection connection =
+      held ? StreamConnection(url_, std::move(held), policy_.stallTimeout)
+           : StreamConnection(url_, connectTimeout, policy_.stallTimeout, policy_.requestSettings);
   connection.setRefusesAAC(policy_.refuseAAC);
   if (offset > 0) connection.setStartOffset(offset);
   {

@@ -38,12 +38,17 @@ namespace belvane::detail {
 
 class HeldStream;
 
+// The pace of reconnection every reader keeps unless told otherwise: the
+// pause before the first try, doubled for each next one up to the longest.
+inline constexpr double kStreamReconnectFirstDelay = 0.5;
+inline constexpr double kStreamReconnectMaxDelay = 2.0;
+
 struct StreamReaderPolicy {
   double connectTimeout = 10.0;      // seconds from the request to the end of the reply head
   double stallTimeout = 8.0;         // seconds without a byte once the head is in
   double reconnectWindow = 10.0;     // seconds after a drop during which reconnection is tried
-  double reconnectFirstDelay = 0.5;  // pause before the first try; doubled for each next one
-  double reconnectMaxDelay = 2.0;    // up to this, so a server that is back is heard within ~3 s
+  double reconnectFirstDelay = kStreamReconnectFirstDelay;  // pause before the first try; doubled for each next one
+  double reconnectMaxDelay = kStreamReconnectMaxDelay;  // up to this, so a server that is back is heard within ~3 s
   // Whether the machine's news count: a network that comes back or changes,
   // or a resume from suspend, cuts a pause short; while the network is known
   // to be down, a station on another machine is not tried and the time does
@@ -55,6 +60,9 @@ struct StreamReaderPolicy {
   // The byte of the body to start at (a seek in a file whose server takes
   // Range requests); 0 takes the tuner's reply when there is one.
   uint64_t startOffset = 0;
+  // The player's user agent, extra header fields and proxy for every
+  // connection (null: the defaults).
+  BVRequestSettingsRef requestSettings;
 };
 
 // The reconnection window for a player's patience in seconds: 0 is the

@@ -46,9 +46,11 @@ bool startsWithICY(std::span<const uint8_t> bytes) {
 
 }  // namespace
 
-std::shared_ptr<TunerFetch> TunerFetch::start(const BVURL& url, Completion completion) {
+std::shared_ptr<TunerFetch> TunerFetch::start(const BVURL& url, const BVRequestSettingsRef& settings,
+                                              Completion completion) {
   auto fetch = std::make_shared<TunerFetch>(url, std::move(completion));
   BVURLRequest request(url, kTunerFetchTimeout);
+  request.requestSettings = settings;
   // Asked as the streamer asks, so that a stream's reply can be handed to it.
   request.headerFields["Icy-MetaData"] = "1";
   fetch->connection_ = BVURLConnection::start(request, fetch.get());

@@ -54,8 +54,10 @@ class TunerFetch final : public BVURLConnectionDelegate, public std::enable_shar
   using Completion = std::function<void(TunerFetchResult result)>;
 
   // Starts at once; completion is called once, on the calling thread's run
-  // loop, unless the fetch is cancelled or destroyed first.
-  static std::shared_ptr<TunerFetch> start(const BVURL& url, Completion completion);
+  // loop, unless the fetch is cancelled or destroyed first. settings: the
+  // player's user agent, extra header fields and proxy (null: the defaults).
+  static std::shared_ptr<TunerFetch> start(const BVURL& url, const BVRequestSettingsRef& settings,
+                                           Completion completion);
   ~TunerFetch() override;
   // No completion call after this returns.
   void cancel();

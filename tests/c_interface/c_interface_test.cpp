@@ -89,6 +89,22 @@ TEST(CInterface, PlaysAStationReportsItAndStops) {
   EXPECT_EQ(bv_player_set_audio_output(player, "loudspeaker"), BV_ERROR_INVALID_AUDIO_OUTPUT);
   EXPECT_EQ(bv_player_play(player, "", nullptr), BV_ERROR_INVALID_URL);
   EXPECT_EQ(bv_player_get_state(player), BV_STATE_IDLE);
+  // So are request settings that cannot go into a request, and a title
+  // encoding nobody knows; the station then sees the good ones.
+  EXPECT_EQ(bv_player_add_request_header(player, "X-From", "C\r\nInjected: 1"), BV_ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(bv_player_add_request_header(player, "Host", "elsewhere"), BV_ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(bv_player_set_proxy(player, "http://[unclosed"), BV_ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(bv_player_get_proxy(player), nullptr);  // the environment's
+  ASSERT_EQ(bv_player_set_proxy(player, ""), BV_OK);
+  char* proxy = bv_player_get_proxy(player);
+  EXPECT_STREQ(proxy, "");
+  bv_free(proxy);
+  ASSERT_EQ(bv_player_set_user_agent(player, "CHost/1.0"), BV_OK);
+  ASSERT_EQ(bv_player_add_request_header(player, "X-From", "C"), BV_OK);
+  bv_play_options options = BV_PLAY_OPTIONS_INIT;
+  options.title_encoding = "NO-SUCH-CHARSET";
+  EXPECT_EQ(bv_player_play_with_options(player, server.url("/live").c_str(), &options), BV_ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(bv_player_get_state(player), BV_STATE_IDLE);
 
   ASSERT_EQ(bv_player_play(player, server.url("/live").c_str(), "Loopback FM"), BV_OK);
   ASSERT_TRUE(runUntil([&] { return !r.streamTitles.empty() && bv_player_get_frames_written(player) > 0; }));
@@ -108,6 +124,10 @@ TEST(CInterface, PlaysAStationReportsItAndStops) {
   EXPECT_EQ(bv_player_has_position(player), 0);
   EXPECT_EQ(bv_player_pause(player), BV_ERROR_NOT_SUPPORTED);
   EXPECT_EQ(bv_player_seek(player, 1.0), BV_ERROR_NOT_SUPPORTED);
+  for (const auto& request : server.http().requests()) {
+    EXPECT_EQ(request.header("User-Agent") ? *request.header("User-Agent") : "", "CHost/1.0");
+    EXPECT_EQ(request.header("X-From") ? *request.header("X-From") : "", "C");
+  }
 
   uint64_t frames = bv_player_get_frames_written(player);
   EXPECT_TRUE(runUntil([&] { return bv_player_get_frames_written(player) > frames; }));
@@ -132,7 +152,11 @@ TEST(CInterface, PlaysAStationReportsItAndStops) {
   BVRunLoop::main().runFor(0.3);
   EXPECT_EQ(r.states.size() + r.streamTitles.size(), events);
 
-  // A later play starts afresh.
+  // A later play starts afresh (with the default user agent again).
+  ASSERT_EQ(bv_player_set_user_agent(player, nullptr), BV_OK);
+  char* agent = bv_player_get_user_agent(player);
+  EXPECT_STREQ(agent, "Belvane/0.1");
+  bv_free(agent);
   r.states.clear();
   ASSERT_EQ(bv_player_play(player, server.url("/live").c_str(), nullptr), BV_OK);
   ASSERT_TRUE(runUntil([&] { return bv_player_get_state(player) == BV_STATE_PLAYING; }));

@@ -1,5 +1,6 @@
 // Movies on loopback servers: a live AAC stream, HTTP errors, a stalling
-// server, HLS, station lists and an Icecast-style stream title.
+// server, HLS (with a player's request settings), station lists and an
+// Icecast-style stream title.
 #include <belvane/BVURLAdditions.h>
 #include <gst/gst.h>
 #include <gtest/gtest.h>
@@ -8,6 +9,7 @@
 #include "support/gst_media_files.h"
 #include "support/icy_test_server.h"
 #include "support/temp_dir.h"
+#include "support/test_http_proxy.h"
 #include "support/test_http_server.h"
 
 using namespace belvane::detail;
@@ -89,9 +91,20 @@ TEST_F(NetworkMovie, HLSPlaylistsPlayAndFailWhenSegmentsAreMissing) {
     std::string name = "/segment0000" + std::to_string(i) + ".ts";
     server_.route("/hls" + name, Response::ok("video/mp2t", readWholeFile(dir_.path() + "/hls" + name)));
   }
-  auto good = openURL(server_.url("/hls/playlist.m3u8"));
+  // The player's request settings reach the playlist's request and every
+  // segment's, which the demuxer makes with HTTP sources of its own.
+  TestHTTPProxy proxy;
+  auto settings = BVRequestSettings::defaultSettings()->withUserAgent("HLSHost/1.0")->withProxyURL(proxy.url());
+  BVErrorRef error;
+  auto good = QTMovie::movieWithURL(*BVURL::URLWithString(server_.url("/hls/playlist.m3u8")), &error, nullptr,
+                                    {.requestSettings = settings});
   ASSERT_TRUE(good);
   EXPECT_TRUE(runUntil([&] { return loadState(*good) >= QTMovieLoadStatePlaythroughOK; }));
+  EXPECT_GE(server_.requestCount("/hls/segment00000.ts"), 1);
+  for (const auto& request : server_.requests()) {
+    EXPECT_EQ(request.header("User-Agent") ? *request.header("User-Agent") : "", "HLSHost/1.0") << request.path;
+    EXPECT_TRUE(request.header("Via")) << request.path << " did not come through the proxy";
+  }
   auto broken = openURL(server_.url("/broken/playlist.m3u8"));
   ASSERT_TRUE(broken);
   EXPECT_TRUE(runUntil([&] { return loadState(*broken) == QTMovieLoadStateError; }, 60));

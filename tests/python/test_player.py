@@ -63,6 +63,21 @@ def test_failure_reaches_the_callback_in_words_and_bad_calls_raise(player):
     player.reconnect_patience = 0
     assert player.reconnect_patience == 0
 
+    # Request settings: what cannot go into a request is refused.
+    with pytest.raises(belvane.BelvaneError):
+        player.add_request_header("X-From", "Python\r\nInjected: 1")
+    with pytest.raises(belvane.BelvaneError):
+        player.proxy = "ftp://proxy.example"
+    with pytest.raises(belvane.BelvaneError):
+        player.play("http://127.0.0.1:9/stream", title_encoding="NO-SUCH-CHARSET")
+    assert (player.user_agent, player.proxy) == ("Belvane/0.1", None)
+    player.user_agent, player.proxy = "PyHost/1.0", ""
+    assert (player.user_agent, player.proxy) == ("PyHost/1.0", "")
+    player.proxy = "proxy.example:3128"
+    assert player.proxy == "http://proxy.example:3128"
+    player.add_request_header("X-From", "Python")
+    player.clear_request_headers()
+
 
 def test_a_player_closed_inside_its_own_callback_stays_quiet(station):
     player = belvane.Player()

@@ -15,6 +15,7 @@
 #include <belvane/BVMasterPlayer.h>
 #include <belvane/BVMediaLink.h>
 #include <belvane/BVPlayerEngineCenter.h>
+#include <belvane/BVRequestSettings.h>
 #include <belvane/BVURLAdditions.h>
 
 #include <glib-unix.h>
@@ -189,6 +190,39 @@ std::string defaultPlayerToolPath() {
   return dir + "/belvane-player-tool";
 }
 
+// The request settings and title encoding the options ask for; a usage
+// error names what the library refused.
+struct RequestOptions {
+  BVRequestSettingsRef settings = BVRequestSettings::defaultSettings();
+  std::optional<std::string> titleEncoding;
+  bool given = false;
+};
+
+RequestOptions requestOptions(const Arguments& args) {
+  RequestOptions options;
+  auto apply = [&](BVRequestSettingsRef changed, const std::string& why) {
+    if (!changed) throw UsageError(why);
+    options.settings = std::move(changed);
+    options.given = true;
+  };
+  std::string why;
+  if (auto agent = args.option("user-agent")) apply(options.settings->withUserAgent(*agent, &why), why);
+  for (const std::string& line : args.allValues("header")) apply(options.settings->withHeaderLine(line, &why), why);
+  if (auto proxy = args.option("proxy")) {
+    if (*proxy == "none")
+      apply(options.settings->withProxy(BVRequestSettings::Proxy::None), why);
+    else
+      apply(options.settings->withProxyURL(*proxy, &why), why);
+  }
+  if (auto encoding = args.option("title-encoding")) {
+    if (!BVMediaLink::isUsableTitleEncoding(*encoding))
+      throw UsageError("option --title-encoding takes a character set iconv knows, not '" + *encoding + "'");
+    options.titleEncoding = *encoding;
+    options.given = true;
+  }
+  return options;
+}
+
 gboolean stopOnSignal(gpointer) {
   BVRunLoop::main().stop();
   return G_SOURCE_CONTINUE;
@@ -206,6 +240,7 @@ int runPlay(const Arguments& args) {
   if (args.option("patience") && !(patience >= 0))
     throw UsageError("option --patience takes seconds (0 or more), not '" + *args.option("patience") + "'");
   bool json = args.flag("json");
+  RequestOptions requests = requestOptions(args);
 
   std::unique_ptr<DemoStation> demo;
   std::optional<BVURL> url;
@@ -230,6 +265,8 @@ int runPlay(const Arguments& args) {
   }
 
   if (args.flag("tool") || args.option("tool-path")) {
+    if (requests.given)
+      throw UsageError("--user-agent, --header, --proxy and --title-encoding do not reach a separate player tool");
     int status = playThroughTool(args.option("tool-path").value_or(defaultPlayerToolPath()), *url, output, duration,
                                  volume, args.flag("mute"), json, announcement);
     demo.reset();
@@ -245,6 +282,7 @@ int runPlay(const Arguments& args) {
   auto mpris = BVMPRISPublisher::create(master);
   if (volume >= 0) master->setVolume(float(volume));
   if (patience >= 0) master->setReconnectPatience(patience);
+  master->setRequestSettings(requests.settings);
   if (args.flag("mute")) master->setMuted(true);
   if (!announcement.empty()) std::fprintf(stdout, "%s\n", announcement.c_str());
 
@@ -260,7 +298,11 @@ int runPlay(const Arguments& args) {
   if (duration > 0) timeLimit = BVRunLoop::main().performAfterDelay(duration, [] { BVRunLoop::main().stop(); });
 
   reporter.begin();
-  master->playLink(BVMediaLink::linkWithURL(*url));
+  // Played as it is: a copy would ask the server for the link's type
+  // before the player's request settings are in force.
+  auto link = BVMediaMutableLink::linkWithURL(*url);
+  link->setTitleEncoding(requests.titleEncoding);
+  master->playLink(link);
   if (!json && master->state() != BVPlayerStateError) {
     std::string note = "Audio output: " + master->audioOutputName();
     if (terminal) terminal->print(note); else std::fprintf(stdout, "%s\n", note.c_str());
@@ -291,7 +333,8 @@ int runPlay(const Arguments& args) {
 
 std::vector<Command> playCommands() {
   return {{"play",
-           "[URL] [--output O] [--duration S] [--volume V] [--mute] [--patience S] [--json] [--tool] [--tool-path PATH]",
+           "[URL] [--output O] [--duration S] [--volume V] [--mute] [--patience S] [--user-agent S] [--header H]"
+           " [--proxy URL] [--title-encoding NAME] [--json] [--tool] [--tool-path PATH]",
            "Plays URL through the master player until it stops, the duration passes or q is pressed.\n"
            "Without a URL it plays the built-in demo station, a loopback Shoutcast server with a\n"
            "synthesised clip whose titles change with each piece.\n"
@@ -301,13 +344,20 @@ std::vector<Command> playCommands() {
            "  --mute         start muted\n"
            "  --patience S   seconds a station that breaks off is tried again before the play fails\n"
            "                 (default 300; 0: 10 s)\n"
+           "  --user-agent S the User-Agent of every request (default Belvane/0.1)\n"
+           "  --header 'Name: value'   an extra header field for every request (may be repeated)\n"
+           "  --proxy URL    the proxy every request goes through (\"none\": none; default: the\n"
+           "                 environment's http_proxy, https_proxy, all_proxy and no_proxy)\n"
+           "  --title-encoding NAME    read the station's titles in this character set (WINDOWS-1251,\n"
+           "                 KOI8-R, ...) instead of detecting it\n"
            "  --json         one JSON object a line for every player callback, then {\"event\":\"end\"}\n"
            "  --tool         play in a separate player-tool process (state followed by polling)\n"
            "  --tool-path P  the player-tool executable (default: belvane-player-tool beside belvane)\n"
            "Exit status 0 when playback stopped or the duration passed, 1 when it ended in an error\n"
            "(said in one line on stderr), 2 for bad arguments.",
            runPlay,
-           {"output", "duration", "volume", "patience", "tool-path"},
+           {"output", "duration", "volume", "patience", "tool-path", "user-agent", "header", "proxy",
+            "title-encoding"},
            {"mute", "json", "tool"}}};
 }
 

@@ -32,6 +32,7 @@ Arguments::Arguments(const std::vector<std::string>& args, const std::set<std::s
           value = args[++i];
         }
         options_[name] = value;
+        givenOptions_.emplace_back(name, value);
       } else if (flags.count(name) && !inlineValue) {
         flags_.insert(name);
       } else {
@@ -47,6 +48,13 @@ std::optional<std::string> Arguments::option(const std::string& name) const {
   auto it = options_.find(name);
   if (it == options_.end()) return std::nullopt;
   return it->second;
+}
+
+std::vector<std::string> Arguments::allValues(const std::string& name) const {
+  std::vector<std::string> values;
+  for (const auto& [given, value] : givenOptions_)
+    if (given == name) values.push_back(value);
+  return values;
 }
 
 const std::string& Arguments::onePositional(const char* what) const {

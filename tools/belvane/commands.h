@@ -30,7 +30,10 @@ class Arguments {
  public:
   Arguments(const std::vector<std::string>& args, const std::set<std::string>& valueOptions,
             const std::set<std::string>& flags);
+  // The option's value (the last one when given more than once).
   std::optional<std::string> option(const std::string& name) const;
+  // Every value of an option given more than once, in order.
+  std::vector<std::string> allValues(const std::string& name) const;
   bool flag(const std::string& name) const { return flags_.count(name) > 0; }
   const std::vector<std::string>& positional() const { return positional_; }
   // The single positional argument; a usage error when missing or extra.
@@ -41,6 +44,7 @@ class Arguments {
 
  private:
   std::map<std::string, std::string> options_;
+  std::vector<std::pair<std::string, std::string>> givenOptions_;  // every one, in order
   std::set<std::string> flags_;
   std::vector<std::string> positional_;
 };

@@ -133,6 +133,7 @@ void BVMP3StreamPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   receptionWatch_->start();
   if (!fileAttributes_.empty()) changedAttribute(attributes());
   if (link) _streamTuner->setSourceURL(link->url());
+  _streamTuner->setRequestSettings(requestSettings());
   _streamTuner->start();
   _timeOfPlay = std::chrono::steady_clock::now();
 }
@@ -390,6 +391,8 @@ int BVMP3StreamPlayer::startShoutstreamer(const std::string& url) {
   shoutstreamer_set_interrupt_callback(_shoutstreamer, &BVShoutstreamerDelegate::interruptCallback);
   belvane::detail::ShoutstreamerTuning tuning;
   tuning.reconnectWindow = belvane::detail::reconnectWindowForPatience(reconnectPatience());
+  tuning.requestSettings = requestSettings();
+  if (auto link = this->link()) tuning.titleEncoding = link->titleEncoding().value_or("");
   belvane::detail::shoutstreamerSetTuning(_shoutstreamer, tuning);
   int result = shoutstreamer_start(_shoutstreamer, url.c_str(), _shoutstreamerDelegate.get(),
                                    &BVShoutstreamerDelegate::stateCallback, &BVShoutstreamerDelegate::audioCallback,

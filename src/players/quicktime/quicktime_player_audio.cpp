@@ -90,6 +90,11 @@ void BVQuickTimePlayer::setReconnectPatience(double seconds) {
   if (_subPlayer) _subPlayer->setReconnectPatience(reconnectPatience());
 }
 
+void BVQuickTimePlayer::setRequestSettings(BVRequestSettingsRef settings) {
+  BVBasePlayer::setRequestSettings(std::move(settings));
+  if (_subPlayer) _subPlayer->setRequestSettings(requestSettings());
+}
+
 std::string BVQuickTimePlayer::audioOutputName() const {
   if (_subPlayer) return _subPlayer->audioOutputName();
   return audio_ ? audio_->outputName() : "none";

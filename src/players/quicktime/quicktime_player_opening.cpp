@@ -9,6 +9,7 @@
 #include <belvane/BVPlayerEngines.h>
 #include <belvane/BVQuickTimePlayer.h>
 
+#include "foundation/request_settings_scope.h"
 #include "foundation/text_encoding.h"
 #include "movie/QTMovie.h"
 #include "players/file_tags.h"
@@ -31,6 +32,8 @@ const BVMediaFormat& formatOf(const BVMediaLink& link) {
 void BVQuickTimePlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   if (!link) return;
   auto self = shared_from_this();
+  // Requests made while engines are chosen go out as the playback's own do.
+  belvane::detail::RequestSettingsScope requests(requestSettings());
   _employedFlip4MacWorkAround = false;
   std::string extension = asciiLower(link->url().pathExtension());
   if (extension == "asx" || extension == "wax") return handleASXPlaylistLink(link);
@@ -70,6 +73,7 @@ void BVQuickTimePlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   _subPlayer->setVolume(_volume);
   _subPlayer->setAudioOutput(audioOutput());
   _subPlayer->setReconnectPatience(reconnectPatience());
+  _subPlayer->setRequestSettings(requestSettings());
   _subPlayer->setOwner(this);
   auto sub = _subPlayer;
   sub->playLink(link);
@@ -87,7 +91,8 @@ void BVQuickTimePlayer::playWithMovie(const std::shared_ptr<BVMediaLink>& link) 
     return;
   }
   BVErrorRef error;
-  auto movie = QTMovie::movieWithURL(safeLink->url(), &error, movieAudio_, reconnectPatience());
+  auto movie = QTMovie::movieWithURL(safeLink->url(), &error, movieAudio_,
+                                     {reconnectPatience(), requestSettings(), link->titleEncoding()});
   // The movie has read the reference movie made for the link (or failed):
   // the file is not needed any more.
   if (safeLink != link) unlink(safeLink->url().fileSystemPath().c_str());
@@ -118,6 +123,7 @@ void BVQuickTimePlayer::handleASXPlaylistLink(const std::shared_ptr<BVMediaLink>
   _playlist = BVWebPlaylist::initWithURL(link->url());
   if (_playlist) {
     _playlist->setDelegate(this);
+    _playlist->setRequestSettings(requestSettings());
     _playlist->loadAsynchronously();
   }
   changeStateTo(BVPlayerStateConnecting);
@@ -146,8 +152,11 @@ bool BVQuickTimePlayer::playTrackNumber(uint32_t index) {
   std::optional<BVURL> url = text ? BVURL::URLWithString(*text) : std::nullopt;
   if (!url) return false;
   changeStateTo(BVPlayerStateConnecting);
-  // The whole choice runs again: a track may itself be a playlist.
-  playLink(BVMediaLink::linkWithURL(*url));
+  // The whole choice runs again: a track may itself be a playlist. It
+  // keeps the playlist link's title encoding.
+  auto trackLink = BVMediaMutableLink::linkWithURL(*url);
+  if (auto current = link()) trackLink->setTitleEncoding(current->titleEncoding());
+  playLink(trackLink->copy());
   return true;
 }
 
