@@ -96,46 +96,51 @@ std::string caseName(const std::tuple<IcyStreamScript::Payload, Outage>& param) 
 TEST_P(StationOutage, TheStationIsHeardAgainWithin3sOfTheServersReturn) {
   const double away = outageSeconds();
   std::unique_ptr<IcyTestServer> server;
+  int port = 0;
+  if (outage() == Outage::IcecastSourceAway) {
+    ASSERT_TRUE(icecast_.start());
+    ASSERT_TRUE(startIcecastSource());
+    play(icecast_.url("/live"));
+  } else {
+    server = std::make_unique<IcyTestServer>();
+    server->serve("/", {fallsSilent()});
+    play(server->url("/"));
+    port = server->http().port();
+  }
+  const auto returnAt = Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                           std::chrono::duration<double>(3.0 + away));
   switch (outage()) {
     case Outage::SilentServer: {
       // The first connection falls silent and stays open; every connection
       // made meanwhile is answered and then silent too, until the return.
-      server = std::make_unique<IcyTestServer>();
       IcyStreamScript frozen = live();
-      frozen.silentUntil = Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                                              std::chrono::duration<double>(away + 8.0));
-      server->serve("/", {fallsSilent(), frozen});
-      play(server->url("/"));
-      BVRunLoop::main().runFor(away + 8.0);
-      break;
-    }
-    case Outage::ServerGone: {
-      server = std::make_unique<IcyTestServer>();
-      server->serve("/", {fallsSilent()});
-      play(server->url("/"));
+      frozen.silentUntil = returnAt;
+      server->serve("/", {frozen});
       BVRunLoop::main().runFor(3.0);
-      const int port = server->http().port();
-      server.reset();  // every connection closed, the port refused
-      BVRunLoop::main().runFor(away);
-      server = std::make_unique<IcyTestServer>(port);
-      server->serve("/", {live()});
       break;
     }
+    case Outage::ServerGone:
+      BVRunLoop::main().runFor(3.0);
+      server.reset();  // every connection closed, the port refused
+      break;
     case Outage::IcecastSourceAway:
-      ASSERT_TRUE(icecast_.start());
-      ASSERT_TRUE(startIcecastSource());
-      play(icecast_.url("/live"));
       BVRunLoop::main().runFor(3.0);
       icecast_.stopSource();  // the mount goes: its listeners dropped, then 404
-      BVRunLoop::main().runFor(away);
-      ASSERT_TRUE(startIcecastSource());
       break;
   }
-  // The server is back now: the audio that was missing for minutes returns.
+  BVRunLoop::main().runFor(away - 0.5);
   const BVPlayerReception during = master_->reception();
   EXPECT_TRUE(during.state == BVPlayerReceptionBuffering || during.state == BVPlayerReceptionReconnecting)
       << BVPlayerReceptionStateName(during.state);
   EXPECT_GT(during.secondsWithoutAudio, away - 15);
+  BVRunLoop::main().runUntil([] { return false; }, std::chrono::duration<double>(returnAt - Clock::now()).count());
+  if (outage() == Outage::ServerGone) {
+    server = std::make_unique<IcyTestServer>(port);
+    server->serve("/", {live()});
+  } else if (outage() == Outage::IcecastSourceAway) {
+    ASSERT_TRUE(startIcecastSource());
+  }
+  // The server is back now: the audio that was missing for minutes returns.
   const double waited = secondsUntilHeardPast(master_->outputFramesWritten(), 10.0);
   EXPECT_GE(waited, 0.0) << "not heard again within 10 s";
   EXPECT_LT(waited, 3.0);
