@@ -18,6 +18,9 @@ constexpr const char* kTapDescription =
     "audioconvert ! audio/x-raw,format=F32LE,layout=non-interleaved,channels=[1,2] ! "
     "appsink name=tap sync=false max-buffers=2 drop=false enable-last-sample=false";
 
+// Timed titles waiting for their audio.
+constexpr size_t kMaxTimedTitles = 64;
+
 GstFlowReturn onNewSample(GstAppSink* appsink, gpointer data) {
   static_cast<MovieAudioTap*>(data)->handleSample(GST_ELEMENT(appsink));
   return GST_FLOW_OK;
@@ -151,6 +154,9 @@ void MovieAudioTap::addTimedTitle(uint64_t pts, std::string title) {
   auto later = std::upper_bound(timed_.begin(), timed_.end(), pts,
                                 [](uint64_t value, const TimedTitle& t) { return value < t.pts; });
   timed_.insert(later, TimedTitle{pts, std::move(title)});
+  // Past the cap the latest goes: after a clock that jumped back, titles
+  // the audio will never reach are the latest.
+  if (timed_.size() > kMaxTimedTitles) timed_.pop_back();
 }
 
 std::optional<std::pair<int64_t, std::string>> MovieAudioTap::takeTimedTitle(uint64_t pts, int rate, int64_t frames) {

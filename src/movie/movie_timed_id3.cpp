@@ -92,8 +92,11 @@ struct Demuxer {
     std::lock_guard lock(mutex);
     auto& queue = packets[pid];
     size_t size = gst_buffer_get_size(buffer);
+    if (queue.empty()) return;
+    // The packet of the same size, else (a demuxer that reworked the
+    // payload) the next one in order.
     auto match = std::find_if(queue.begin(), queue.end(), [size](const Packet& p) { return p.size == size; });
-    if (match == queue.end()) return;
+    if (match == queue.end()) match = queue.begin();
     std::optional<int64_t> pts = match->pts;
     queue.erase(queue.begin(), match + 1);
     if (!pts || !GST_BUFFER_PTS_IS_VALID(buffer) || titles.empty()) return;
