@@ -39,8 +39,8 @@ namespace belvane::test {
 // MPEG-TS segments of AAC, into which a metadata stream (stream_type 0x15,
 // 'ID3 ') is injected with one ID3 tag at each segment's first audio PTS and
 // one more in the middle of `middleSegment`, half a codec frame past a frame.
-// Every PTS and PCR is moved so that the 33-bit clock wraps around during
-// the third segment. The playlist at <path>/playlist.m3u8 shows a window of
+// Every PTS and PCR is moved so that the 33-bit clock wraps around inside
+// the audio frame that middle title falls in, just before the title. The playlist at <path>/playlist.m3u8 shows a window of
 // three segments that moves on by one every second, with no end.
 class TimedID3Station {
  public:

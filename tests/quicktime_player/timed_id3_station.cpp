@@ -109,6 +109,30 @@ std::string metadataPackets(const std::string& artist, const std::string& title,
   return out;
 }
 
+// Adds the metadata stream to a segment's PMTs and moves its clock on by
+// shift; returns where each audio PES packet starts, with its PTS (moved on,
+// not wrapped). Every segment starts with a PAT and a PMT.
+std::vector<std::pair<size_t, int64_t>> rewriteSegment(std::string& bytes, int64_t shift) {
+  uint16_t pmtPID = 0x1FFF, audioPID = 0x1FFF;
+  std::vector<std::pair<size_t, int64_t>> starts;
+  for (size_t at = 0; at + kPacket <= bytes.size(); at += kPacket) {
+    std::string p = bytes.substr(at, kPacket);
+    uint16_t pid = pidOf(p);
+    size_t payload = payloadOffset(p);
+    if (pid == 0 && startsUnit(p)) pmtPID = uint16_t((uint8_t(p[payload + 11]) & 0x1F) << 8 | uint8_t(p[payload + 12]));
+    if (pid == pmtPID && startsUnit(p)) {
+      size_t section = payload + 1 + uint8_t(p[payload]);
+      size_t es = section + 12 + (size_t(uint8_t(p[section + 10]) & 0x0F) << 8 | uint8_t(p[section + 11]));
+      audioPID = uint16_t((uint8_t(p[es + 1]) & 0x1F) << 8 | uint8_t(p[es + 2]));
+      addMetadataStream(p);
+    }
+    if (pid == audioPID && startsUnit(p)) starts.emplace_back(at, readPTS(p, payload + 9) + shift);
+    shiftClock(p, shift);
+    bytes.replace(at, kPacket, p);
+  }
+  return starts;
+}
+
 }  // namespace
 
 TimedID3Station::TimedID3Station(TestHTTPServer& server, const std::string& path, const std::string& folder,
@@ -124,39 +148,25 @@ void TimedID3Station::serve(TestHTTPServer& server, const std::string& path, con
   for (std::string line; std::getline(lines, line);)
     if (line.rfind("#EXTINF:", 0) == 0) durations.push_back(line.substr(8));
   ASSERT_GE(int(durations.size()), segments);
-
-  uint16_t pmtPID = 0, audioPID = 0;
-  int64_t shift = -1;
-  uint8_t counter = 0;
   auto bodies = std::make_shared<std::vector<std::string>>();
   for (int segment = 0; segment < segments; ++segment) {
     char name[32];
     std::snprintf(name, sizeof name, "/segment%05d.ts", segment);
-    std::string bytes = readWholeFile(folder + name);
-    ASSERT_EQ(bytes.size() % kPacket, 0u);
-    // The audio PES packets' first TS packets and their PTS, after the shift.
-    std::vector<std::pair<size_t, int64_t>> starts;
-    for (size_t at = 0; at < bytes.size(); at += kPacket) {
-      std::string p = bytes.substr(at, kPacket);
-      uint16_t pid = pidOf(p);
-      size_t payload = payloadOffset(p);
-      if (pid == 0 && startsUnit(p)) pmtPID = uint16_t((uint8_t(p[payload + 11]) & 0x1F) << 8 | uint8_t(p[payload + 12]));
-      if (pid == pmtPID && startsUnit(p)) {
-        if (!audioPID) {
-          size_t section = payload + 1 + uint8_t(p[payload]);
-          size_t es = section + 12 + (size_t(uint8_t(p[section + 10]) & 0x0F) << 8 | uint8_t(p[section + 11]));
-          audioPID = uint16_t((uint8_t(p[es + 1]) & 0x1F) << 8 | uint8_t(p[es + 2]));
-        }
-        addMetadataStream(p);
-      }
-      if (audioPID && pid == audioPID && startsUnit(p)) {
-        // The clock wraps 2.5 s into the station.
-        if (shift < 0) shift = kWrap - readPTS(p, payload + 9) - 225'000;
-        starts.emplace_back(at, readPTS(p, payload + 9) + shift);
-      }
-      shiftClock(p, shift < 0 ? 0 : shift);
-      bytes.replace(at, kPacket, p);
-    }
+    bodies->push_back(readWholeFile(folder + name));
+    ASSERT_EQ(bodies->back().size() % kPacket, 0u);
+  }
+  // The clock wraps between the audio frame the middle title falls in and
+  // the title: the title is read after the wrap, with audio from before it
+  // still on its way through the demuxer.
+  std::string middle = (*bodies)[middleSegment];
+  auto plain = rewriteSegment(middle, 0);
+  ASSERT_GT(plain.size(), 4u);
+  const int64_t shift = kWrap - (plain[plain.size() / 2].second + kHalfFrame / 2);
+
+  uint8_t counter = 0;
+  for (int segment = 0; segment < segments; ++segment) {
+    std::string& bytes = (*bodies)[segment];
+    auto starts = rewriteSegment(bytes, shift);
     ASSERT_GT(starts.size(), 4u);
     // Each tag goes in just ahead of the first audio at or after its time;
     // the packets are made in stream order (the continuity counter runs on),
@@ -169,7 +179,6 @@ void TimedID3Station::serve(TestHTTPServer& server, const std::string& path, con
       bytes.insert(starts[half + 1].first, metadataPackets("", "Interlude", titles_.back().pts, counter));
     }
     bytes.insert(starts[0].first, first);
-    bodies->push_back(std::move(bytes));
   }
 
   const auto start = std::chrono::steady_clock::now();
