@@ -19,6 +19,7 @@ constexpr size_t kMaxSectionLength = 1021;
 constexpr size_t kMaxPendingPackets = 4096;
 // Of an elementary stream's PES, only the header's fixed part and the PTS are kept.
 constexpr size_t kElementaryHeadBytes = 14;
+constexpr size_t kMaxPESHeaderBytes = 9 + 255;
 constexpr int64_t kPTSModulus = int64_t(1) << 33;
 
 // CRC-32 of MPEG-2 sections (polynomial 0x04C11DB7, not reflected): a section
@@ -211,11 +212,14 @@ void TransportStreamScanner::pesBytes(uint16_t pid, bool start, std::span<const 
     return;
   }
   pes.total += payload.size();
-  size_t keep = pes.metadata ? payload.size() : std::min(payload.size(), kElementaryHeadBytes - std::min(pes.head.size(), kElementaryHeadBytes));
-  if (pes.metadata && pes.head.size() + keep > kTimedMetadataMaxBytes + 512) {
+  // Of a metadata PES every byte is kept (a tag too large is dropped), of
+  // another the header's first bytes.
+  const size_t room = pes.metadata ? kTimedMetadataMaxBytes + kMaxPESHeaderBytes : kElementaryHeadBytes;
+  if (pes.metadata && pes.head.size() + payload.size() > room) {
     pes = PES{};
     return;
   }
+  size_t keep = std::min(payload.size(), room - std::min(pes.head.size(), room));
   pes.head.insert(pes.head.end(), payload.begin(), payload.begin() + std::ptrdiff_t(keep));
   if (pes.head.size() >= 6 && pes.declared == 0 && pes.total - payload.size() < 6) {
     if (pes.head[0] != 0 || pes.head[1] != 0 || pes.head[2] != 1) {

@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <filesystem>
+#include <cstdio>
 #include <sstream>
 
 namespace belvane::test {
@@ -188,10 +188,12 @@ void TimedID3Station::serve(TestHTTPServer& server, const std::string& path, con
     int first = std::max(0, newest - 2);
     std::string text = "#EXTM3U\n#EXT-X-VERSION:3\n#EXT-X-TARGETDURATION:1\n#EXT-X-MEDIA-SEQUENCE:" +
                        std::to_string(first) + "\n";
-    for (int i = first; i <= newest; ++i) text += "#EXTINF:" + durations[i] + "\nsegment" + std::to_string(i) + ".ts\n";
+    for (int i = first; i <= newest; ++i)
+      text += "#EXTINF:" + durations[i] + "\nsegment" + std::to_string(i) + ".ts\n";
     return Response::ok("application/vnd.apple.mpegurl", text);
   });
-  for (int i = 0; i < segments; ++i) server.route(path + "/segment" + std::to_string(i) + ".ts", Response::ok("video/mp2t", (*bodies)[i]));
+  for (int i = 0; i < segments; ++i)
+    server.route(path + "/segment" + std::to_string(i) + ".ts", Response::ok("video/mp2t", (*bodies)[i]));
 }
 
 }  // namespace belvane::test
