@@ -26,6 +26,8 @@ namespace {
 // PES packets remembered per stream that tsdemux has not pushed yet; a
 // stream nobody listens to (video) keeps only this many.
 constexpr size_t kMaxRememberedPackets = 512;
+// How far ahead of the next packet a demuxed buffer's packet is looked for.
+constexpr size_t kPairingReach = 16;
 // Titles waiting for the first audio buffer that maps the clock.
 constexpr size_t kMaxWaitingTitles = 64;
 
@@ -93,10 +95,11 @@ struct Demuxer {
     auto& queue = packets[pid];
     size_t size = gst_buffer_get_size(buffer);
     if (queue.empty()) return;
-    // The packet of the same size, else (a demuxer that reworked the
-    // payload) the next one in order.
-    auto match = std::find_if(queue.begin(), queue.end(), [size](const Packet& p) { return p.size == size; });
-    if (match == queue.end()) match = queue.begin();
+    // The next packet of the same size (packets the demuxer dropped are
+    // passed over), else (a demuxer that reworked the payload) the next one.
+    auto near = queue.begin() + std::ptrdiff_t(std::min(queue.size(), kPairingReach));
+    auto match = std::find_if(queue.begin(), near, [size](const Packet& p) { return p.size == size; });
+    if (match == near) match = queue.begin();
     std::optional<int64_t> pts = match->pts;
     queue.erase(queue.begin(), match + 1);
     if (!pts || !GST_BUFFER_PTS_IS_VALID(buffer) || titles.empty()) return;
