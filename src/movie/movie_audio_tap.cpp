@@ -5,6 +5,7 @@
 #include <gst/audio/audio.h>
 #include <gst/gst.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "movie/movie_audio_sink.h"
@@ -16,6 +17,9 @@ namespace {
 constexpr const char* kTapDescription =
     "audioconvert ! audio/x-raw,format=F32LE,layout=non-interleaved,channels=[1,2] ! "
     "appsink name=tap sync=false max-buffers=2 drop=false enable-last-sample=false";
+
+// Timed titles waiting for their audio.
+constexpr size_t kMaxTimedTitles = 64;
 
 GstFlowReturn onNewSample(GstAppSink* appsink, gpointer data) {
   static_cast<MovieAudioTap*>(data)->handleSample(GST_ELEMENT(appsink));
@@ -108,7 +112,23 @@ void MovieAudioTap::handleSample(GstElement* appsink) {
     float* channels[2] = {static_cast<float*>(audio.planes[0]),
                           audio.n_planes > 1 ? static_cast<float*>(audio.planes[1]) : nullptr};
     if (audio.n_samples > 0) {
-      sink_->movieAudio(float(GST_AUDIO_INFO_RATE(&info_)), channels, int32_t(audio.n_samples));
+      const int rate = GST_AUDIO_INFO_RATE(&info_);
+      const int64_t frames = int64_t(audio.n_samples);
+      int64_t written = 0;
+      // Timed titles split the buffer at their frames; one without a
+      // timestamp takes them all before it.
+      const uint64_t pts = GST_BUFFER_PTS_IS_VALID(buffer) ? GST_BUFFER_PTS(buffer) : UINT64_MAX;
+      while (auto due = takeTimedTitle(pts, rate, frames)) {
+        int64_t at = std::max(due->first, written);
+        if (at > written) {
+          float* part[2] = {channels[0] + written, channels[1] ? channels[1] + written : nullptr};
+          sink_->movieAudio(float(rate), part, int32_t(at - written));
+          written = at;
+        }
+        announce(due->second);
+      }
+      float* rest[2] = {channels[0] + written, channels[1] ? channels[1] + written : nullptr};
+      if (written < frames) sink_->movieAudio(float(rate), rest, int32_t(frames - written));
       audioSinceStreamStart_ = true;
       if (!heldTitle_.empty()) sink_->movieStreamTitle(std::exchange(heldTitle_, {}));
     }
@@ -129,6 +149,37 @@ void MovieAudioTap::handleTags(const GstTagList* tags) {
     sink_->movieStreamTitle(title);
 }
 
+void MovieAudioTap::addTimedTitle(uint64_t pts, std::string title) {
+  std::lock_guard lock(timedMutex_);
+  auto later = std::upper_bound(timed_.begin(), timed_.end(), pts,
+                                [](uint64_t value, const TimedTitle& t) { return value < t.pts; });
+  timed_.insert(later, TimedTitle{pts, std::move(title)});
+  // Past the cap the latest goes: after a clock that jumped back, titles
+  // the audio will never reach are the latest.
+  if (timed_.size() > kMaxTimedTitles) timed_.pop_back();
+}
+
+std::optional<std::pair<int64_t, std::string>> MovieAudioTap::takeTimedTitle(uint64_t pts, int rate, int64_t frames) {
+  std::lock_guard lock(timedMutex_);
+  if (timed_.empty() || rate <= 0) return std::nullopt;
+  const TimedTitle& next = timed_.front();
+  int64_t frame = 0;
+  if (pts != UINT64_MAX && next.pts > pts) {
+    // The first frame at or after the title's time.
+    frame = int64_t(gst_util_uint64_scale_int_ceil(next.pts - pts, rate, GST_SECOND));
+    if (frame >= frames) return std::nullopt;
+  }
+  std::pair<int64_t, std::string> due{frame, std::move(timed_.front().title)};
+  timed_.pop_front();
+  return due;
+}
+
+void MovieAudioTap::announce(const std::string& title) {
+  if (title.empty() || title == lastTitle_) return;
+  lastTitle_ = title;
+  sink_->movieStreamTitle(title);
+}
+
 void MovieAudioTap::handleStreamStart() {
   audioSinceStreamStart_ = false;
   if (!heldTitle_.empty()) sink_->movieStreamTitle(std::exchange(heldTitle_, {}));
@@ -137,6 +188,10 @@ void MovieAudioTap::handleStreamStart() {
 
 void MovieAudioTap::handleFlush() {
   heldTitle_.clear();
+  {
+    std::lock_guard lock(timedMutex_);
+    timed_.clear();
+  }
   sink_->movieAudioDiscontinuity();
 }
 

@@ -12,13 +12,22 @@
 // still belongs to the title before: it is given after the next decoded
 // buffer.
 //
+// A timed title (timed ID3 read out of an MPEG-TS stream, see
+// movie_timed_id3.h) carries the timestamp of the audio it belongs to: it is
+// given just before the first frame whose timestamp is at or after it, the
+// buffer split there if need be.
+//
 // The tap must outlive its pipeline's streaming threads: its owner destroys
 // it only after the pipeline has reached the NULL state.
 #pragma once
 
+#include <cstdint>
+#include <deque>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include <gst/audio/audio-info.h>
 
@@ -47,7 +56,20 @@ class MovieAudioTap {
   void handleFlush();
   void handleEnd();
 
+  // Any thread: a title for the audio from pts on (nanoseconds, the
+  // timestamps of the buffers the tap receives). Forgotten at a flush.
+  void addTimedTitle(uint64_t pts, std::string title);
+
  private:
+  struct TimedTitle {
+    uint64_t pts;
+    std::string title;
+  };
+  void announce(const std::string& title);
+  // The next timed title due before frame `frames` of a buffer at pts (the
+  // frame it falls on, 0 when it is already late), if any.
+  std::optional<std::pair<int64_t, std::string>> takeTimedTitle(uint64_t pts, int rate, int64_t frames);
+
   std::shared_ptr<MovieAudioSink> sink_;
   // Streaming thread only.
   std::string lastTitle_;
@@ -56,6 +78,8 @@ class MovieAudioTap {
   GstCaps* infoCaps_ = nullptr;  // the caps info_ was read from (reference)
   GstAudioInfo info_{};
   bool infoValid_ = false;
+  std::mutex timedMutex_;
+  std::deque<TimedTitle> timed_;  // by pts; guarded by timedMutex_
 };
 
 // The stream title a tag list carries: "Artist - Title" when it names both,

@@ -9,6 +9,8 @@
 
 #include "movie/movie_audio_tap.h"
 #include "movie/movie_stream_source.h"
+#include "movie/movie_timed_id3.h"
+#include "playlists/playlist_format.h"
 
 namespace belvane::detail {
 namespace {
@@ -153,6 +155,8 @@ std::shared_ptr<MoviePipeline> MoviePipeline::create(const std::string& uri, GMa
                   : pipeline->buildDecoding(uri, tapBin);
   }
   if (!built && !pipeline->buildPlaybin(uri)) return nullptr;
+  // Titles in an MPEG-TS stream's timed ID3 (HLS), which tsdemux drops.
+  if (built) readTimedID3(pipeline->pipeline_, pipeline->tap_.get());
 
   GstBus* bus = gst_element_get_bus(pipeline->pipeline_);
   pipeline->busWatch_ = gst_bus_create_watch(bus);
@@ -557,6 +561,8 @@ std::optional<std::string> MoviePipeline::httpContentType() const {
 bool MoviePipeline::httpDeclaredLength() const {
   if (stream_) return stream_->declaredLength();
   std::lock_guard lock(mutex_);
+  // An HLS playlist's length is the playlist's: the stream it lists may be live.
+  if (contentType_ && isHLSMIMEType(*contentType_)) return false;
   return declaredLength_;
 }
 

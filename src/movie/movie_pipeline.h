@@ -107,7 +107,8 @@ class MoviePipeline : public std::enable_shared_from_this<MoviePipeline> {
 
   // The Content-Type of the HTTP response, once the source has it.
   std::optional<std::string> httpContentType() const;
-  // Whether the HTTP response declared its length: a file, not a live stream.
+  // Whether the HTTP response declared its length: a file, not a live stream
+  // (an HLS playlist's reply never counts).
   bool httpDeclaredLength() const;
   // Whether Belvane's own connection feeds the pipeline (it reconnects a
   // live stream itself), and whether it took over the tuner's open reply.

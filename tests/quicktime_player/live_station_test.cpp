@@ -2,7 +2,8 @@
 // as the MP3 streamer plays its own: bare-URL AAC stations and Ogg/Opus mounts
 // with their titles on the first frame of their audio, a stall that is not an
 // end, a drop that is reconnected, a failed reconnection that is an error,
-// finite files played once, and seeks that keep playing.
+// finite files played once, and seeks that keep playing; an HLS station with
+// its titles in timed ID3.
 #include <belvane/BVConstants.h>
 #include <belvane/BVMasterPlayer.h>
 #include <belvane/BVQuickTimePlayer.h>
@@ -12,6 +13,7 @@
 #include "support/icy_test_server.h"
 #include "support/mp3_test_data.h"
 #include "support/temp_dir.h"
+#include "support/test_http_server.h"
 
 #include <gtest/gtest.h>
 
@@ -100,6 +102,38 @@ TEST(LiveStation, AStreamThatClaimsMP3ButIsAACPlaysOnTheGeneralEngine) {
   ASSERT_TRUE(run.runUntilTitles(1, 30.0));
   EXPECT_TRUE(run.owner.reached(BVPlayerStatePlaying));
   run.expectPlayedByTheGeneralEngineWithoutAnError();
+}
+
+// An HLS station's titles in timed ID3 (a metadata stream in its MPEG-TS
+// segments) are announced in order, each when the first audio at or after
+// its PTS is written, a title in the middle of a segment too, across the
+// wrap of the 33-bit clock.
+TEST(LiveStation, HLSTimedID3TitlesAreAnnouncedAtTheirPTS) {
+  TempDir dir;
+  TestHTTPServer server;
+  TimedID3Station station(server, "/live", dir.path() + "/hls", 8, 3);
+  // The last segment's title is left out: the station stops there, and the
+  // audio before it may still be on its way.
+  const std::vector<TimedID3Station::Title> marks(station.titles().begin(), station.titles().end() - 1);
+  ASSERT_EQ(marks.size(), 8u);
+  MasterRun run("null:fast");
+  run.master->playLink(linkTo(server.url("/live/playlist.m3u8")));
+  BVRunLoop::main().runUntil(
+      [&] { return run.ended() || (!run.owner.titles.empty() && run.owner.titles.back() == marks.back().text); }, 40.0);
+  run.expectPlayedByTheGeneralEngineWithoutAnError();
+  ASSERT_FALSE(run.owner.titles.empty());
+  // The player joins the window at one of its segments; from there on every
+  // title comes.
+  auto first = std::find_if(marks.begin(), marks.end(), [&](auto& m) { return m.text == run.owner.titles[0]; });
+  ASSERT_LE(first - marks.begin(), 2) << run.owner.titles[0];
+  ASSERT_EQ(run.owner.titles.size(), size_t(marks.end() - first)) << run.owner.titles.back();
+  for (size_t i = 0; i < run.owner.titles.size(); ++i) {
+    EXPECT_EQ(run.owner.titles[i], first[i].text);
+    const int64_t expected = (first[i].pts - first->pts) * 44100 / 90000;
+    const int64_t heard = int64_t(run.owner.titleFrames[i]) - int64_t(run.owner.titleFrames[0]);
+    EXPECT_LE(std::llabs(heard - expected), kCodecFrame)
+        << first[i].text << " announced at frame " << heard << ", its audio starts at " << expected;
+  }
 }
 
 // A stall shorter than the read time-out is ridden out; a drop is reconnected
