@@ -16,6 +16,8 @@ constexpr double kPrebufferLook = 0.1;
 // it moved on; the longest bounds how late a running-out is seen when the
 // writes stop at once.
 constexpr double kShortestLook = 0.05, kLongestLook = 0.5;
+// Looks while audio is missing, so its return is seen within this.
+constexpr double kOutageLook = 0.25;
 // A prebuffer fill announced again only after it grew by this much.
 constexpr float kFillStep = 0.1f;
 }  // namespace
@@ -78,7 +80,8 @@ void ReceptionWatch::look() {
     double without = std::max(0.0, std::chrono::duration<double>(now - lastHeard_).count());
     next.secondsWithoutAudio = std::floor(without);
     next.prebufferProgress = 1.0f;
-    wait = std::max(kShortestLook, next.secondsWithoutAudio + 1.0 - without);
+    // Often enough to see the audio come back soon, and each new second.
+    wait = std::clamp(next.secondsWithoutAudio + 1.0 - without, kShortestLook, kOutageLook);
   }
   schedule(wait);
   // Last: the owner may let the player (and this watch) go when told.

@@ -7,8 +7,9 @@
 // Everything runs on the playing thread's run loop. The watch does not wait
 // on the audio path: it reads the delivery's estimate of when the written
 // audio runs out and the engine's readings, and sets a one-shot timer for
-// the moment that estimate passes (or, while audio is missing, for the next
-// whole second), so a running-out is seen within a few tenths of a second.
+// the moment that estimate passes (and, while audio is missing, four times a
+// second), so a running-out and a return are seen within a few tenths of a
+// second.
 #pragma once
 
 #include <belvane/BVBasePlayer.h>
