@@ -23,6 +23,7 @@ class QLStreamTuner;
 struct shoutstreamer;
 namespace belvane::detail {
 struct StreamerStateChange;
+struct StreamTitle;
 }
 
 class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
@@ -76,7 +77,7 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   // Called by the shoutstreamer delegate on the playing thread. The change
   // as a dictionary ("oldState", "newState", "errorCode"; integers).
   void shoutstreamerChangedState(const BVDictionary& change);
-  void shoutstreamerDidProvideTitle(const std::shared_ptr<const std::string>& title);
+  void shoutstreamerDidProvideTitle(const std::shared_ptr<const belvane::detail::StreamTitle>& title);
   void didStopAudioPlayer();
 
  protected:
@@ -90,6 +91,8 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   void setError(const BVErrorRef& error);
   int startShoutstreamer(const std::string& url);
   void readFileTags();
+  // Reads the streamer's station facts again; true when they changed.
+  bool refreshStationFacts();
   double filePlayedSeconds() const;
   // Plays the local file again from the frame, after the stream of the one
   // playing now has been torn down.
@@ -105,13 +108,15 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   std::optional<std::chrono::steady_clock::time_point> _timeOfPlay;
   std::unique_ptr<TunerDelegate> tunerDelegate_;
   std::shared_ptr<QLStreamTuner> _streamTuner;
-  std::shared_ptr<const std::string> _currentTitle;
+  std::shared_ptr<const belvane::detail::StreamTitle> _currentTitle;  // with its StreamUrl
   std::optional<std::vector<BVURL>> _fallbackStreams;
   std::vector<std::string> fallbackTypes_;
   // A local file: its tags and length, the stream URL playing it, and the
   // frame the current stream started from (after a seek or a pause).
   BVDictionary fileAttributes_;
-  BVDictionary stationFacts_;  // what the station's server announced of it
+  BVDictionary stationFacts_;  // what the station's server announced of it, and what it decodes as
+  // Reached through a playlist: the entry's title and place there.
+  BVDictionary playlistEntry_;
   double fileDuration_ = 0;
   int fileSampleRate_ = 0;
   std::string fileStreamURL_;

@@ -28,6 +28,7 @@ class QuickTimeTitleClient;
 class QTMovie;
 class QTMovieController;
 class QTMetaData;
+struct StreamTitle;
 struct QTNotification;
 }  // namespace belvane::detail
 
@@ -107,7 +108,7 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
 
   void _releaseMovie();
   // A live stream's title is due: its audio is what the listener hears next.
-  void streamTitleDue(const std::shared_ptr<const std::string>& title);
+  void streamTitleDue(const std::shared_ptr<const belvane::detail::StreamTitle>& title);
 
   // The player a link was handed to (another engine's), and the error that
   // ended the last playback.
@@ -154,5 +155,5 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   std::shared_ptr<belvane::detail::AudioDelivery> audio_;
   std::shared_ptr<belvane::detail::QuickTimeTitleClient> titleClient_;
   std::shared_ptr<belvane::detail::MovieAudioAdapter> movieAudio_;
-  std::shared_ptr<const std::string> streamTitle_;
+  std::shared_ptr<const belvane::detail::StreamTitle> streamTitle_;  // with its StreamUrl
 };

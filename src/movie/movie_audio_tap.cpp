@@ -59,11 +59,11 @@ std::string tagString(const GstTagList* tags, const char* tag) {
 
 }  // namespace
 
-std::string streamTitleFromTags(const GstTagList* tags) {
+StreamTitle streamTitleFromTags(const GstTagList* tags) {
   std::string title = tagString(tags, GST_TAG_TITLE);
   if (title.empty()) return {};
   std::string artist = tagString(tags, GST_TAG_ARTIST);
-  return artist.empty() ? title : artist + " - " + title;
+  return {artist.empty() ? title : artist + " - " + title, tagString(tags, GST_TAG_HOMEPAGE)};
 }
 
 MovieAudioTap::MovieAudioTap(std::shared_ptr<MovieAudioSink> sink) : sink_(std::move(sink)) {}
@@ -110,7 +110,7 @@ void MovieAudioTap::handleSample(GstElement* appsink) {
     if (audio.n_samples > 0) {
       sink_->movieAudio(float(GST_AUDIO_INFO_RATE(&info_)), channels, int32_t(audio.n_samples));
       audioSinceStreamStart_ = true;
-      if (!heldTitle_.empty()) sink_->movieStreamTitle(std::exchange(heldTitle_, {}));
+      if (heldTitle_) sink_->movieStreamTitle(*std::exchange(heldTitle_, std::nullopt));
     }
     gst_audio_buffer_unmap(&audio);
   }
@@ -119,9 +119,9 @@ void MovieAudioTap::handleSample(GstElement* appsink) {
 
 void MovieAudioTap::handleTags(const GstTagList* tags) {
   // Decoders pass the stream's tags on again whenever they add their own:
-  // only a different title is news.
-  std::string title = streamTitleFromTags(tags);
-  if (title.empty() || title == lastTitle_) return;
+  // only a different title (or address with it) is news.
+  StreamTitle title = streamTitleFromTags(tags);
+  if (title.title.empty() || title == lastTitle_) return;
   lastTitle_ = title;
   if (audioSinceStreamStart_)
     heldTitle_ = title;
@@ -131,12 +131,12 @@ void MovieAudioTap::handleTags(const GstTagList* tags) {
 
 void MovieAudioTap::handleStreamStart() {
   audioSinceStreamStart_ = false;
-  if (!heldTitle_.empty()) sink_->movieStreamTitle(std::exchange(heldTitle_, {}));
+  if (heldTitle_) sink_->movieStreamTitle(*std::exchange(heldTitle_, std::nullopt));
   sink_->movieAudioDiscontinuity();
 }
 
 void MovieAudioTap::handleFlush() {
-  heldTitle_.clear();
+  heldTitle_.reset();
   sink_->movieAudioDiscontinuity();
 }
 

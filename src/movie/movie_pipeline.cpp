@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "movie/movie_audio_tap.h"
+#include "movie/movie_decoded_format.h"
 #include "movie/movie_stream_source.h"
 
 namespace belvane::detail {
@@ -511,5 +512,7 @@ bool MoviePipeline::httpDeclaredLength() const {
 bool MoviePipeline::tookHeldReply() const { return stream_ && stream_->tookHeldReply(); }
 
 BVDictionary MoviePipeline::stationFacts() const { return stream_ ? stream_->stationFacts() : BVDictionary{}; }
+
+BVDictionary MoviePipeline::decodedFormat() const { return decodedFormatOf(pipeline_, tags_); }
 
 }  // namespace belvane::detail

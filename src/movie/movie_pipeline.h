@@ -108,6 +108,9 @@ class MoviePipeline : public std::enable_shared_from_this<MoviePipeline> {
   bool readsOwnConnection() const { return stream_ != nullptr; }
   // What the station's reply announced of it (Belvane's connection only).
   BVDictionary stationFacts() const;
+  // What the audio decoder decodes (codec, sample rate, channels); empty
+  // until it has negotiated. On the loop's thread.
+  BVDictionary decodedFormat() const;
   bool tookHeldReply() const;
 
  private:

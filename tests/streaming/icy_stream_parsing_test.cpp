@@ -133,7 +133,7 @@ struct RecordingSink : PipelineSink {
   uint64_t frames = 0;
   std::vector<std::pair<std::string, uint64_t>> titles;
   std::vector<long> rates;
-  void title(std::string b) override { titles.push_back({std::move(b), frames}); }
+  void title(StreamTitle t) override { titles.push_back({std::move(t.title), frames}); }
   bool audio(const float*, size_t n, long rate) override {
     if (rates.empty() || rates.back() != rate) rates.push_back(rate);
     frames += n;

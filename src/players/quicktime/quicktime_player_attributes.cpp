@@ -5,6 +5,7 @@
 
 #include "movie/QTMovie.h"
 #include "players/quicktime/QTMetaData.h"
+#include "streaming/stream_title.h"
 
 #include <glib.h>
 
@@ -94,6 +95,9 @@ BVDictionary BVQuickTimePlayer::attributes() const {
   // Worked out on first request, without announcements.
   if (!_lastAttributes) const_cast<BVQuickTimePlayer*>(this)->_updateAttributesNotifyingChanges(false);
   BVDictionary result = _lastAttributes.value_or(BVDictionary{});
-  if (streamTitle_) result[BVPlayerAttributeStreamTitleKey] = BVValue(*streamTitle_);
+  if (streamTitle_) {
+    result[BVPlayerAttributeStreamTitleKey] = BVValue(streamTitle_->title);
+    if (!streamTitle_->url.empty()) result[BVPlayerAttributeStreamURLKey] = BVValue(streamTitle_->url);
+  }
   return result;
 }
