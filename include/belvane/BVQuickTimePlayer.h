@@ -147,6 +147,9 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   std::shared_ptr<BVBasePlayer> _subPlayer;
   uint32_t _currentTrackNumber = 0;
   BVWebPlaylistRef _playlist;
+  // The ASX/WAX track that plays: its title there and place from 1, added
+  // to every attribute set (the movie's or the sub-player's).
+  BVDictionary playlistEntry_;
   BVErrorRef _lastError;
   bool _employedFlip4MacWorkAround = false;
 

@@ -58,9 +58,9 @@ void MovieStationList::playlistDidFinishLoading(BVWebPlaylist& playlist) {
   if (isHLSPlaylistText(playlist.contents())) {
     result.isHLS = true;
   } else {
-    int64_t place = 0;
+    int64_t order = 0;
     for (const PlaylistTrack& track : parsePlaylistText(format_, playlist.contents())) {
-      ++place;
+      const int64_t place = playlistEntryPlace(format_, track, ++order);
       if (!track.url) continue;
       std::string trimmed = *track.url;
       while (!trimmed.empty() && std::isspace((unsigned char)trimmed.back())) trimmed.pop_back();

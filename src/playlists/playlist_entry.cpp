@@ -8,6 +8,12 @@
 
 namespace belvane::detail {
 
+int64_t playlistEntryPlace(PlaylistFormat format, const PlaylistTrack& track, int64_t order) {
+  if (format == PlaylistFormat::ASX) return track.number + 1;
+  if (format == PlaylistFormat::PLS && track.number > 0) return track.number;
+  return order;
+}
+
 std::string playlistEntryTitle(const std::optional<std::string>& title) {
   if (!title) return {};
   std::string trimmed = trimWhitespaceAndNewlines(*title);

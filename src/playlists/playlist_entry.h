@@ -7,6 +7,9 @@
 
 #include <belvane/BVValue.h>
 
+#include "playlists/playlist_format.h"
+#include "playlists/playlist_text_parser.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -17,6 +20,11 @@ struct PlaylistEntry {
   std::string title;  // #EXTINF's, TitleN's or an ASX entry's title; empty when none
   int64_t index = 0;  // the entry's place in its playlist, counting from 1
 };
+
+// A track's place in its playlist, counting from 1: the place the playlist
+// itself gives it (an ASX entry's among the entries, a PLS FileN's N), else
+// `order`, its place among the tracks read.
+int64_t playlistEntryPlace(PlaylistFormat format, const PlaylistTrack& track, int64_t order);
 
 // A track's title as the playlist gives it, trimmed and in UTF-8 whatever
 // the file's character set; empty for none.

@@ -135,7 +135,8 @@ class StreamDecoder final : public StreamReader::Client, public PipelineSink {
   void format(const belvane::detail::MpegDecoder::Format& format) override {
     BVDictionary facts;
     static constexpr const char* kLayerNames[] = {"MPEG audio", "MP1", "MP2", "MP3"};
-    facts[BVPlayerAttributeCodecKey] = BVValue(std::string(kLayerNames[format.layer >= 1 && format.layer <= 3 ? format.layer : 0]));
+    const int layer = format.layer >= 1 && format.layer <= 3 ? format.layer : 0;
+    facts[BVPlayerAttributeCodecKey] = BVValue(std::string(kLayerNames[layer]));
     if (format.sampleRate > 0) facts[BVPlayerAttributeSampleRateKey] = BVValue(int64_t(format.sampleRate));
     if (format.channels > 0) facts[BVPlayerAttributeChannelsKey] = BVValue(int64_t(format.channels));
     std::lock_guard lock(s_.factsMutex);

@@ -28,9 +28,9 @@ std::vector<TunerPlaylistEntry> tunerPlaylistEntries(PlaylistFormat format, std:
   std::vector<std::string> raw;
   std::vector<PlaylistEntry> rawEntries;
   std::vector<std::string> diagnostics;
-  int64_t place = 0;
+  int64_t order = 0;
   parsePlaylistText(format, text, [&](PlaylistTrack&& track) {
-    PlaylistEntry entry{playlistEntryTitle(track.title), ++place};
+    PlaylistEntry entry{playlistEntryTitle(track.title), playlistEntryPlace(format, track, ++order)};
     if (!track.alternateURLs.empty()) {
       raw.insert(raw.end(), std::make_move_iterator(track.alternateURLs.begin()),
                  std::make_move_iterator(track.alternateURLs.end()));

@@ -28,8 +28,9 @@ struct TunerPlaylistEntry {
 };
 
 // The entries (comments and blanks left out), in order, without repeats.
-// Places count the playlist's tracks from 1; an ASX entry's references
-// share their entry's place and title.
+// Places count from 1: an ASX entry's place among the entries (its
+// references share it and its title), a PLS FileN's N, else the track's
+// place in the file.
 std::vector<TunerPlaylistEntry> tunerPlaylistEntries(PlaylistFormat format, std::string_view text);
 
 // The entry as an absolute URL: resolved against base, characters that a
