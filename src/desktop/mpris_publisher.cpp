@@ -105,7 +105,8 @@ void addStationFacts(GVariantBuilder& metadata, const BVDictionary& attributes) 
   }
   if (auto rate = attributes.find(BVPlayerAttributeStationBitRateKey);
       rate != attributes.end() && rate->second.isNumber() && rate->second.integerValue() > 0)
-    g_variant_builder_add(&metadata, "{sv}", "belvane:bitRate", g_variant_new_int32(gint32(rate->second.integerValue())));
+    g_variant_builder_add(&metadata, "{sv}", "belvane:bitRate",
+                          g_variant_new_int32(gint32(rate->second.integerValue())));
 }
 
 std::string fileURI(const std::string& path) {

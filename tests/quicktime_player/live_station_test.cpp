@@ -219,7 +219,8 @@ TEST_P(EachEngine, TheStationsOwnAnnouncementsAreAttributes) {
                      {"icy-genre", "Jazz"},
                      {"icy-url", "http://radio.example/"},
                      {isAAC() ? "ice-audio-info" : "icy-br", isAAC() ? "samplerate=44100;bitrate=96" : "128"}};
-  const std::vector<std::string> titles = {"One", "Two", "Three"}, covers = {"http://art.example/1.jpg", "http://art.example/2.jpg", ""};
+  const std::vector<std::string> titles = {"One", "Two", "Three"};
+  const std::vector<std::string> covers = {"http://art.example/1.jpg", "http://art.example/2.jpg", ""};
   station.titleForBlock = [&](int block) { return block < 3 ? titles[size_t(block)] : ""; };
   station.streamURLForBlock = [&](int block) { return block < 3 ? covers[size_t(block)] : ""; };
   server_.serve("/", {station});
@@ -240,7 +241,8 @@ TEST_P(EachEngine, TheStationsOwnAnnouncementsAreAttributes) {
   // The set that announced each title holds its address (or none).
   for (size_t i = 0; i < titles.size(); ++i) {
     auto change = std::find_if(run.owner.attributeChanges.begin(), run.owner.attributeChanges.end(), [&](auto& c) {
-      return c.contains(BVPlayerAttributeStreamTitleKey) && c.at(BVPlayerAttributeStreamTitleKey).stringOr() == titles[i];
+      auto title = c.find(BVPlayerAttributeStreamTitleKey);
+      return title != c.end() && title->second.stringOr() == titles[i];
     });
     ASSERT_NE(change, run.owner.attributeChanges.end());
     auto url = change->find(BVPlayerAttributeStreamURLKey);

@@ -67,7 +67,8 @@ std::string defaultTitle(int block) { return block % 4 == 0 ? "Title " + std::to
 
 std::string metadataBlock(const std::string& title, const std::string& url = {}) {
   if (title.empty()) return std::string(1, '\0');
-  std::string text = "StreamTitle='" + (title == kEmptyStreamTitle ? std::string() : title) + "';StreamUrl='" + url + "';";
+  std::string text =
+      "StreamTitle='" + (title == kEmptyStreamTitle ? std::string() : title) + "';StreamUrl='" + url + "';";
   size_t units = (text.size() + 15) / 16;
   text.resize(units * 16, '\0');
   return char(units) + text;
