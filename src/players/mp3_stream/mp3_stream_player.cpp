@@ -298,8 +298,10 @@ void BVMP3StreamPlayer::streamTunerDidFindStreamURL(QLStreamTuner&, const BVURL&
   _fallbackStreams.reset();
   fallbackTypes_.clear();
   if (url.isFileURL()) fileStreamURL_ = text;
-  // The playlist entry it came from, announced with the station's facts.
+  // The playlist entry it came from, announced with the station's facts,
+  // which this stream's own replace once it plays.
   playlistEntry_ = belvane::detail::playlistEntryAttributes(_streamTuner->tunedPlaylistEntry());
+  stationFacts_.clear();
 }
 
 void BVMP3StreamPlayer::streamTunerDidFailWithError(QLStreamTuner&, const BVErrorRef& error) {
