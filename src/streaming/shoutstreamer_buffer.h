@@ -2,10 +2,11 @@
 //
 // A bounded ring of decoded two-channel float audio (planar, so the audio
 // callback gets pointers into it without a copy), the sample rate of each
-// stretch, the titles with their positions in the decoded audio, and the
-// connection's progress. Positions count frames from the start of the
-// stream, across reconnections. The writer blocks while the ring is full;
-// the reader blocks until there is something to do. close() releases both.
+// stretch, the titles (with their StreamUrl) at their positions in the
+// decoded audio, and the connection's progress. Positions count frames from
+// the start of the stream, across reconnections. The writer blocks while the
+// ring is full; the reader blocks until there is something to do. close()
+// releases both.
 #pragma once
 
 #include "streaming/stream_title.h"
