@@ -39,8 +39,11 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   // Seconds since playLink started tuning (0 before); for a local file, the
   // seconds into the file that have been played.
   float elapsedTime() const override;
-  // The stream title; for a local file also its tags and duration (read
-  // with TagLib: ID3v1, ID3v2.2-2.4 and the others TagLib knows).
+  // The stream title (with the StreamUrl sent with it), what the station
+  // announced of itself, the codec, sample rate and channels decoded, and
+  // the playlist entry that plays; for a local file also its tags and
+  // duration (read with TagLib: ID3v1, ID3v2.2-2.4 and the others TagLib
+  // knows).
   BVDictionary attributes() const override;
   // Linux additions: a local file of known duration has a position, can be
   // sought (the stream starts again and the audio before the point is

@@ -65,6 +65,9 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   void setVolume(float volume) override;
   bool isMuted() const override;
   void setMuted(bool muted) override;
+  // The movie's metadata, a live stream's title (with its StreamUrl), the
+  // station's facts and what is decoded, and the playlist entry that plays;
+  // a sub-player's set with the ASX/WAX track that plays.
   BVDictionary attributes() const override;
   // The audio output, also handed to a sub-player.
   int setAudioOutput(const std::string& setting) override;
