@@ -71,7 +71,7 @@ class EngineTap {
     void movieAudio(float sampleRate, float** channels, int32_t frames) override {
       audio_->write(sampleRate, channels, frames);
     }
-    void movieStreamTitle(const std::string& title) override { audio_->title(title, 0); }
+    void movieStreamTitle(const detail::StreamTitle& title) override { audio_->title(title, 0); }
     void movieAudioDiscontinuity() override { audio_->forgetPendingTitles(); }
     void movieAudioEnded() override { audio_->playOut(); }
 

@@ -13,7 +13,7 @@ namespace {
 
 struct DiscardingSink : belvane::detail::PipelineSink {
   uint64_t frames = 0;
-  void title(std::string bytes) override { frames += bytes.size(); }
+  void title(belvane::detail::StreamTitle t) override { frames += t.title.size() + t.url.size(); }
   bool audio(const float* interleaved, size_t n, long) override {
     // Touch the samples so the sanitizers see the decoder's output.
     for (size_t i = 0; i < 2 * n; i += 97) frames += interleaved[i] > 2.0f;

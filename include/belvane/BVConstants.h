@@ -29,6 +29,23 @@ BV_EXPORT extern const char* const BVPlayerAttributeStationNameKey;
 BV_EXPORT extern const char* const BVPlayerAttributeStationGenreKey;
 BV_EXPORT extern const char* const BVPlayerAttributeStationHomePageKey;
 BV_EXPORT extern const char* const BVPlayerAttributeStationBitRateKey;
+// Linux additions: what the player decodes (on every engine that decodes in
+// Belvane's process): the codec by its short name ("MP3", "MP2", "AAC",
+// "HE-AAC", "Vorbis", "Opus", "FLAC", ...), the sample rate in Hz and the
+// channels coded in the stream (integers), as the decoder found them.
+BV_EXPORT extern const char* const BVPlayerAttributeCodecKey;
+BV_EXPORT extern const char* const BVPlayerAttributeSampleRateKey;
+BV_EXPORT extern const char* const BVPlayerAttributeChannelsKey;
+// Linux addition: the address a live station sent with its current stream
+// title (ICY's StreamUrl, often the song's cover art); text, announced with
+// the title it came with and gone when a later title comes without one.
+BV_EXPORT extern const char* const BVPlayerAttributeStreamURLKey;
+// Linux additions: for a station reached through a playlist (M3U, PLS, ASX,
+// XSPF), the title the playlist gives the entry that plays (#EXTINF, TitleN,
+// an ASX entry's <title>), when it gives one, and that entry's place in the
+// playlist, counting from 1 in the playlist's own order (integer).
+BV_EXPORT extern const char* const BVPlayerAttributePlaylistEntryTitleKey;
+BV_EXPORT extern const char* const BVPlayerAttributePlaylistEntryIndexKey;
 
 // Marks errors the host must not report to the RadioTime directory.
 BV_EXPORT extern const char* const BVDoNotReportToRadioTimeErrorKey;  // "RTDoNotReportToRadioTimeErrorKey"

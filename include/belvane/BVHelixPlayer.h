@@ -46,7 +46,8 @@ class BV_EXPORT BVHelixPlayer : public BVBasePlayer {
   void setMuted(bool muted) override;
   // Seconds of kit position (live streams too), or -1 without a kit player.
   float elapsedTime() const override;
-  // The observed statistics the kit knows now, under their attribute keys.
+  // The observed statistics the kit knows now, under their attribute keys
+  // (title, author, copyright, and the codec as the kit names it).
   BVDictionary attributes() const override;
 
   std::string className() const override { return "BVHelixPlayer"; }

@@ -24,6 +24,7 @@ struct shoutstreamer;
 namespace belvane::detail {
 struct StreamerStateChange;
 class ReceptionWatch;
+struct StreamTitle;
 }
 
 class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
@@ -39,8 +40,11 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   // Seconds since playLink started tuning (0 before); for a local file, the
   // seconds into the file that have been played.
   float elapsedTime() const override;
-  // The stream title; for a local file also its tags and duration (read
-  // with TagLib: ID3v1, ID3v2.2-2.4 and the others TagLib knows).
+  // The stream title (with the StreamUrl sent with it), what the station
+  // announced of itself, the codec, sample rate and channels decoded, and
+  // the playlist entry that plays; for a local file also its tags and
+  // duration (read with TagLib: ID3v1, ID3v2.2-2.4 and the others TagLib
+  // knows).
   BVDictionary attributes() const override;
   // Linux additions: a local file of known duration has a position, can be
   // sought (the stream starts again and the audio before the point is
@@ -79,7 +83,7 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   // Called by the shoutstreamer delegate on the playing thread. The change
   // as a dictionary ("oldState", "newState", "errorCode"; integers).
   void shoutstreamerChangedState(const BVDictionary& change);
-  void shoutstreamerDidProvideTitle(const std::shared_ptr<const std::string>& title);
+  void shoutstreamerDidProvideTitle(const std::shared_ptr<const belvane::detail::StreamTitle>& title);
   void didStopAudioPlayer();
 
  protected:
@@ -93,6 +97,8 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   void setError(const BVErrorRef& error);
   int startShoutstreamer(const std::string& url);
   void readFileTags();
+  // Reads the streamer's station facts again; true when they changed.
+  bool refreshStationFacts();
   double filePlayedSeconds() const;
   // Plays the local file again from the frame, after the stream of the one
   // playing now has been torn down.
@@ -108,13 +114,15 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   std::optional<std::chrono::steady_clock::time_point> _timeOfPlay;
   std::unique_ptr<TunerDelegate> tunerDelegate_;
   std::shared_ptr<QLStreamTuner> _streamTuner;
-  std::shared_ptr<const std::string> _currentTitle;
+  std::shared_ptr<const belvane::detail::StreamTitle> _currentTitle;  // with its StreamUrl
   std::optional<std::vector<BVURL>> _fallbackStreams;
   std::vector<std::string> fallbackTypes_;
   // A local file: its tags and length, the stream URL playing it, and the
   // frame the current stream started from (after a seek or a pause).
   BVDictionary fileAttributes_;
-  BVDictionary stationFacts_;  // what the station's server announced of it
+  BVDictionary stationFacts_;  // what the station's server announced of it, and what it decodes as
+  // Reached through a playlist: the entry's title and place there.
+  BVDictionary playlistEntry_;
   double fileDuration_ = 0;
   int fileSampleRate_ = 0;
   std::string fileStreamURL_;

@@ -29,6 +29,7 @@ class ReceptionWatch;
 class QTMovie;
 class QTMovieController;
 class QTMetaData;
+struct StreamTitle;
 struct QTNotification;
 }  // namespace belvane::detail
 
@@ -68,6 +69,9 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   void setVolume(float volume) override;
   bool isMuted() const override;
   void setMuted(bool muted) override;
+  // The movie's metadata, a live stream's title (with its StreamUrl), the
+  // station's facts and what is decoded, and the playlist entry that plays;
+  // a sub-player's set with the ASX/WAX track that plays.
   BVDictionary attributes() const override;
   // The audio output, also handed to a sub-player.
   int setAudioOutput(const std::string& setting) override;
@@ -113,7 +117,7 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
 
   void _releaseMovie();
   // A live stream's title is due: its audio is what the listener hears next.
-  void streamTitleDue(const std::shared_ptr<const std::string>& title);
+  void streamTitleDue(const std::shared_ptr<const belvane::detail::StreamTitle>& title);
 
   // The player a link was handed to (another engine's), and the error that
   // ended the last playback.
@@ -152,6 +156,9 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   std::shared_ptr<BVBasePlayer> _subPlayer;
   uint32_t _currentTrackNumber = 0;
   BVWebPlaylistRef _playlist;
+  // The ASX/WAX track that plays: its title there and place from 1, added
+  // to every attribute set (the movie's or the sub-player's).
+  BVDictionary playlistEntry_;
   BVErrorRef _lastError;
   bool _employedFlip4MacWorkAround = false;
 
@@ -160,6 +167,6 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   std::shared_ptr<belvane::detail::AudioDelivery> audio_;
   std::shared_ptr<belvane::detail::QuickTimeTitleClient> titleClient_;
   std::shared_ptr<belvane::detail::MovieAudioAdapter> movieAudio_;
-  std::shared_ptr<const std::string> streamTitle_;
+  std::shared_ptr<const belvane::detail::StreamTitle> streamTitle_;  // with its StreamUrl
   std::unique_ptr<belvane::detail::ReceptionWatch> receptionWatch_;
 };

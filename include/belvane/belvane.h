@@ -269,6 +269,18 @@ BV_EXPORT char *bv_player_get_audio_output_name(const bv_player *player);
 #define BV_ATTRIBUTE_STATION_GENRE "BVPlayerAttributeStationGenreKey"
 #define BV_ATTRIBUTE_STATION_HOME_PAGE "BVPlayerAttributeStationHomePageKey"
 #define BV_ATTRIBUTE_STATION_BIT_RATE "BVPlayerAttributeStationBitRateKey"
+/* What the player decodes: the codec's short name ("MP3", "AAC", "HE-AAC",
+ * "Vorbis", "Opus", "FLAC", ...), the sample rate (Hz) and the channels. */
+#define BV_ATTRIBUTE_CODEC "BVPlayerAttributeCodecKey"
+#define BV_ATTRIBUTE_SAMPLE_RATE "BVPlayerAttributeSampleRateKey"
+#define BV_ATTRIBUTE_CHANNELS "BVPlayerAttributeChannelsKey"
+/* The address a station sent with its current stream title (StreamUrl,
+ * often cover art); absent when the title came without one. */
+#define BV_ATTRIBUTE_STREAM_URL "BVPlayerAttributeStreamURLKey"
+/* For a station reached through a playlist: the playing entry's title in
+ * the playlist, and its place there counting from 1. */
+#define BV_ATTRIBUTE_PLAYLIST_ENTRY_TITLE "BVPlayerAttributePlaylistEntryTitleKey"
+#define BV_ATTRIBUTE_PLAYLIST_ENTRY_INDEX "BVPlayerAttributePlaylistEntryIndexKey"
 
 /* The current value of an attribute as text (numbers in decimal, e.g. a
  * duration "215.5"), or NULL when the player has none under that key.

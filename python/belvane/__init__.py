@@ -42,10 +42,23 @@ from belvane._player import (
     set_log_handler,
     version,
 )
+# What is decoded, the title's address and the playlist entry that plays.
+from belvane._player import (
+    ATTRIBUTE_CHANNELS,
+    ATTRIBUTE_CODEC,
+    ATTRIBUTE_PLAYLIST_ENTRY_INDEX,
+    ATTRIBUTE_PLAYLIST_ENTRY_TITLE,
+    ATTRIBUTE_SAMPLE_RATE,
+    ATTRIBUTE_STREAM_URL,
+)
 
 __all__ = [
     "ATTRIBUTE_ALBUM", "ATTRIBUTE_ARTIST", "ATTRIBUTE_COMMENT", "ATTRIBUTE_COPYRIGHT", "ATTRIBUTE_DURATION",
     "ATTRIBUTE_GENRE", "ATTRIBUTE_STATION_BIT_RATE", "ATTRIBUTE_STATION_GENRE", "ATTRIBUTE_STATION_HOME_PAGE",
     "ATTRIBUTE_STATION_NAME", "ATTRIBUTE_STREAM_TITLE", "ATTRIBUTE_TRACK_NUMBER", "ATTRIBUTE_TRACK_TITLE", "ATTRIBUTE_YEAR",
     "BelvaneError", "PlaybackError", "Player", "Reception", "ReceptionState", "State", "errors", "set_log_handler", "version",
+]
+__all__ += [
+    "ATTRIBUTE_CHANNELS", "ATTRIBUTE_CODEC", "ATTRIBUTE_PLAYLIST_ENTRY_INDEX", "ATTRIBUTE_PLAYLIST_ENTRY_TITLE",
+    "ATTRIBUTE_SAMPLE_RATE", "ATTRIBUTE_STREAM_URL",
 ]

@@ -21,6 +21,17 @@ ATTRIBUTE_STATION_NAME = "BVPlayerAttributeStationNameKey"
 ATTRIBUTE_STATION_GENRE = "BVPlayerAttributeStationGenreKey"
 ATTRIBUTE_STATION_HOME_PAGE = "BVPlayerAttributeStationHomePageKey"
 ATTRIBUTE_STATION_BIT_RATE = "BVPlayerAttributeStationBitRateKey"
+# What the player decodes: codec ("MP3", "AAC", "HE-AAC", "Vorbis", "Opus",
+# "FLAC", ...), sample rate in Hz, channels.
+ATTRIBUTE_CODEC = "BVPlayerAttributeCodecKey"
+ATTRIBUTE_SAMPLE_RATE = "BVPlayerAttributeSampleRateKey"
+ATTRIBUTE_CHANNELS = "BVPlayerAttributeChannelsKey"
+# The address a station sent with its current stream title (StreamUrl).
+ATTRIBUTE_STREAM_URL = "BVPlayerAttributeStreamURLKey"
+# A station reached through a playlist: the playing entry's title there, and
+# its place in the playlist counting from 1.
+ATTRIBUTE_PLAYLIST_ENTRY_TITLE = "BVPlayerAttributePlaylistEntryTitleKey"
+ATTRIBUTE_PLAYLIST_ENTRY_INDEX = "BVPlayerAttributePlaylistEntryIndexKey"
 
 
 class State(enum.IntEnum):

@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -80,6 +81,43 @@ void addReception(GVariantBuilder& metadata, const BVPlayerReception& reception)
   g_variant_builder_add(&metadata, "{sv}", "belvane:secondsWithoutAudio",
                         g_variant_new_int32(gint32(reception.secondsWithoutAudio)));
   g_variant_builder_add(&metadata, "{sv}", "belvane:reconnectTries", g_variant_new_int32(reception.tries));
+}
+
+// Whether an address names a picture by its path's extension: a station's
+// StreamUrl is cover art as often as a web page.
+bool looksLikePicture(const std::string& url) {
+  std::string path = url.substr(0, url.find_first_of("?#"));
+  for (const char* extension : {".jpg", ".jpeg", ".png", ".gif", ".webp"})
+    if (path.size() > std::strlen(extension) &&
+        g_ascii_strcasecmp(path.c_str() + path.size() - std::strlen(extension), extension) == 0)
+      return true;
+  return false;
+}
+
+// What the player knows of the station and of what it decodes, where xesam
+// has a key for it (genre), else under belvane: keys.
+void addStationFacts(GVariantBuilder& metadata, const BVDictionary& attributes) {
+  std::string genre = attributeString(attributes, BVPlayerAttributeGenreKey);
+  if (genre.empty()) genre = attributeString(attributes, BVPlayerAttributeStationGenreKey);
+  if (!genre.empty()) {
+    const char* genres[] = {genre.c_str()};
+    g_variant_builder_add(&metadata, "{sv}", "xesam:genre", g_variant_new_strv(genres, 1));
+  }
+  static const struct {
+    const char* attribute;
+    const char* key;
+  } kTexts[] = {{BVPlayerAttributeStationNameKey, "belvane:stationName"},
+                {BVPlayerAttributeStationHomePageKey, "belvane:homePage"},
+                {BVPlayerAttributeCodecKey, "belvane:codec"},
+                {BVPlayerAttributeStreamURLKey, "belvane:streamURL"}};
+  for (const auto& text : kTexts) {
+    std::string value = attributeString(attributes, text.attribute);
+    if (!value.empty()) g_variant_builder_add(&metadata, "{sv}", text.key, g_variant_new_string(value.c_str()));
+  }
+  if (auto rate = attributes.find(BVPlayerAttributeStationBitRateKey);
+      rate != attributes.end() && rate->second.isNumber() && rate->second.integerValue() > 0)
+    g_variant_builder_add(&metadata, "{sv}", "belvane:bitRate",
+                          g_variant_new_int32(gint32(rate->second.integerValue())));
 }
 
 std::string fileURI(const std::string& path) {
@@ -307,11 +345,17 @@ GVariant* MPRISConnection::property(const char* interface, const char* name) {
       if (!url.empty()) g_variant_builder_add(&metadata, "{sv}", "xesam:url", g_variant_new_string(url.c_str()));
       std::string album = attributeString(publisher.attributes_, BVPlayerAttributeAlbumKey);
       if (album.empty() && link->title()) album = *link->title();
+      if (album.empty()) album = attributeString(publisher.attributes_, BVPlayerAttributeStationNameKey);
       if (!album.empty()) g_variant_builder_add(&metadata, "{sv}", "xesam:album", g_variant_new_string(album.c_str()));
       if (double length = lengthSeconds(*player); length > 0)
         g_variant_builder_add(&metadata, "{sv}", "mpris:length", g_variant_new_int64(gint64(length * 1e6)));
-      if (!publisher.artURL_.empty())
-        g_variant_builder_add(&metadata, "{sv}", "mpris:artUrl", g_variant_new_string(publisher.artURL_.c_str()));
+      // A file's cover, else a picture the station sent with its title.
+      std::string art = publisher.artURL_;
+      if (std::string sent = attributeString(publisher.attributes_, BVPlayerAttributeStreamURLKey);
+          art.empty() && looksLikePicture(sent))
+        art = sent;
+      if (!art.empty()) g_variant_builder_add(&metadata, "{sv}", "mpris:artUrl", g_variant_new_string(art.c_str()));
+      addStationFacts(metadata, publisher.attributes_);
       addReception(metadata, publisher.reception_);
     }
     return g_variant_builder_end(&metadata);

@@ -21,5 +21,11 @@ const char* const BVPlayerAttributeStationNameKey = "BVPlayerAttributeStationNam
 const char* const BVPlayerAttributeStationGenreKey = "BVPlayerAttributeStationGenreKey";
 const char* const BVPlayerAttributeStationHomePageKey = "BVPlayerAttributeStationHomePageKey";
 const char* const BVPlayerAttributeStationBitRateKey = "BVPlayerAttributeStationBitRateKey";
+const char* const BVPlayerAttributeCodecKey = "BVPlayerAttributeCodecKey";
+const char* const BVPlayerAttributeSampleRateKey = "BVPlayerAttributeSampleRateKey";
+const char* const BVPlayerAttributeChannelsKey = "BVPlayerAttributeChannelsKey";
+const char* const BVPlayerAttributeStreamURLKey = "BVPlayerAttributeStreamURLKey";
+const char* const BVPlayerAttributePlaylistEntryTitleKey = "BVPlayerAttributePlaylistEntryTitleKey";
+const char* const BVPlayerAttributePlaylistEntryIndexKey = "BVPlayerAttributePlaylistEntryIndexKey";
 
 const char* const BVDoNotReportToRadioTimeErrorKey = "RTDoNotReportToRadioTimeErrorKey";

@@ -164,7 +164,9 @@ class QTMovie : public std::enable_shared_from_this<QTMovie> {
   // its length. Its titles are track titles, not stream titles.
   bool isFiniteResource() const;
   // What a station's server announced of it in its reply (player attribute
-  // keys: BVPlayerAttributeStation...); empty for other media.
+  // keys: BVPlayerAttributeStation...; empty for other media), what the
+  // movie decodes (codec, sample rate, channels, once known), and the entry
+  // of the station list that plays (its title and place there).
   BVDictionary stationFacts() const;
   // Fresh connections tried after breaks since the movie opened, and
   // whether one is under way (our own connection, or a stream GStreamer

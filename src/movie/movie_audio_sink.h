@@ -4,6 +4,8 @@
 // just before the first frames of the audio it belongs to.
 #pragma once
 
+#include "streaming/stream_title.h"
+
 #include <cstdint>
 #include <string>
 
@@ -15,9 +17,9 @@ class MovieAudioSink {
   // Planar 32-bit float frames (channels[1] is null for mono); blocks while
   // the output is full, which paces the pipeline.
   virtual void movieAudio(float sampleRate, float** channels, int32_t frames) = 0;
-  // A live stream's new title (an ICY StreamTitle, the tags of a new chain
-  // of an Ogg stream, timed ID3 in HLS).
-  virtual void movieStreamTitle(const std::string& title) = 0;
+  // A live stream's new title (an ICY StreamTitle with its StreamUrl, the
+  // tags of a new chain of an Ogg stream, timed ID3 in HLS).
+  virtual void movieStreamTitle(const StreamTitle& title) = 0;
   // The stream jumps (a seek) or starts over (a reconnection): titles still
   // waiting for audio are forgotten.
   virtual void movieAudioDiscontinuity() = 0;

@@ -63,11 +63,11 @@ std::string tagString(const GstTagList* tags, const char* tag) {
 
 }  // namespace
 
-std::string streamTitleFromTags(const GstTagList* tags) {
+StreamTitle streamTitleFromTags(const GstTagList* tags) {
   std::string title = tagString(tags, GST_TAG_TITLE);
   if (title.empty()) return {};
   std::string artist = tagString(tags, GST_TAG_ARTIST);
-  return artist.empty() ? title : artist + " - " + title;
+  return {artist.empty() ? title : artist + " - " + title, tagString(tags, GST_TAG_HOMEPAGE)};
 }
 
 MovieAudioTap::MovieAudioTap(std::shared_ptr<MovieAudioSink> sink) : sink_(std::move(sink)) {}
@@ -130,7 +130,7 @@ void MovieAudioTap::handleSample(GstElement* appsink) {
       float* rest[2] = {channels[0] + written, channels[1] ? channels[1] + written : nullptr};
       if (written < frames) sink_->movieAudio(float(rate), rest, int32_t(frames - written));
       audioSinceStreamStart_ = true;
-      if (!heldTitle_.empty()) sink_->movieStreamTitle(std::exchange(heldTitle_, {}));
+      if (heldTitle_) sink_->movieStreamTitle(*std::exchange(heldTitle_, std::nullopt));
     }
     gst_audio_buffer_unmap(&audio);
   }
@@ -139,9 +139,9 @@ void MovieAudioTap::handleSample(GstElement* appsink) {
 
 void MovieAudioTap::handleTags(const GstTagList* tags) {
   // Decoders pass the stream's tags on again whenever they add their own:
-  // only a different title is news.
-  std::string title = streamTitleFromTags(tags);
-  if (title.empty() || title == lastTitle_) return;
+  // only a different title (or address with it) is news.
+  StreamTitle title = streamTitleFromTags(tags);
+  if (title.title.empty() || title == lastTitle_) return;
   lastTitle_ = title;
   if (audioSinceStreamStart_)
     heldTitle_ = title;
@@ -174,20 +174,21 @@ std::optional<std::pair<int64_t, std::string>> MovieAudioTap::takeTimedTitle(uin
   return due;
 }
 
-void MovieAudioTap::announce(const std::string& title) {
-  if (title.empty() || title == lastTitle_) return;
+void MovieAudioTap::announce(const std::string& text) {
+  StreamTitle title{text, {}};
+  if (title.title.empty() || title == lastTitle_) return;
   lastTitle_ = title;
   sink_->movieStreamTitle(title);
 }
 
 void MovieAudioTap::handleStreamStart() {
   audioSinceStreamStart_ = false;
-  if (!heldTitle_.empty()) sink_->movieStreamTitle(std::exchange(heldTitle_, {}));
+  if (heldTitle_) sink_->movieStreamTitle(*std::exchange(heldTitle_, std::nullopt));
   sink_->movieAudioDiscontinuity();
 }
 
 void MovieAudioTap::handleFlush() {
-  heldTitle_.clear();
+  heldTitle_.reset();
   {
     std::lock_guard lock(timedMutex_);
     timed_.clear();

@@ -31,6 +31,8 @@
 
 #include <gst/audio/audio-info.h>
 
+#include "streaming/stream_title.h"
+
 typedef struct _GstElement GstElement;
 typedef struct _GstTagList GstTagList;
 
@@ -72,8 +74,8 @@ class MovieAudioTap {
 
   std::shared_ptr<MovieAudioSink> sink_;
   // Streaming thread only.
-  std::string lastTitle_;
-  std::string heldTitle_;  // waits for the next decoded buffer
+  StreamTitle lastTitle_;
+  std::optional<StreamTitle> heldTitle_;  // waits for the next decoded buffer
   bool audioSinceStreamStart_ = false;
   GstCaps* infoCaps_ = nullptr;  // the caps info_ was read from (reference)
   GstAudioInfo info_{};
@@ -83,7 +85,8 @@ class MovieAudioTap {
 };
 
 // The stream title a tag list carries: "Artist - Title" when it names both,
-// else the title; empty when it has no title.
-std::string streamTitleFromTags(const GstTagList* tags);
+// else the title (empty when it has no title), and its home page (where an
+// ICY StreamUrl travels).
+StreamTitle streamTitleFromTags(const GstTagList* tags);
 
 }  // namespace belvane::detail

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "movie/movie_audio_tap.h"
+#include "movie/movie_decoded_format.h"
 #include "movie/movie_stream_source.h"
 #include "movie/movie_timed_id3.h"
 #include "playlists/playlist_format.h"
@@ -572,5 +573,7 @@ StreamReaderProgress MoviePipeline::connectionProgress() const {
   return stream_ ? stream_->connectionProgress() : StreamReaderProgress{};
 }
 BVDictionary MoviePipeline::stationFacts() const { return stream_ ? stream_->stationFacts() : BVDictionary{}; }
+
+BVDictionary MoviePipeline::decodedFormat() const { return decodedFormatOf(pipeline_, tags_); }
 
 }  // namespace belvane::detail

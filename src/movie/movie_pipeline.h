@@ -117,6 +117,9 @@ class MoviePipeline : public std::enable_shared_from_this<MoviePipeline> {
   BVDictionary stationFacts() const;
   // Our own connection's reconnections (none for a source GStreamer reads).
   StreamReaderProgress connectionProgress() const;
+  // What the audio decoder decodes (codec, sample rate, channels); empty
+  // until it has negotiated. On the loop's thread.
+  BVDictionary decodedFormat() const;
   bool tookHeldReply() const;
 
  private:

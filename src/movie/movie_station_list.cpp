@@ -60,7 +60,9 @@ void MovieStationList::playlistDidFinishLoading(BVWebPlaylist& playlist) {
   if (isHLSPlaylistText(playlist.contents())) {
     result.isHLS = true;
   } else {
+    int64_t order = 0;
     for (const PlaylistTrack& track : parsePlaylistText(format_, playlist.contents())) {
+      const int64_t place = playlistEntryPlace(format_, track, ++order);
       if (!track.url) continue;
       std::string trimmed = *track.url;
       while (!trimmed.empty() && std::isspace((unsigned char)trimmed.back())) trimmed.pop_back();
@@ -68,7 +70,10 @@ void MovieStationList::playlistDidFinishLoading(BVWebPlaylist& playlist) {
       while (start < trimmed.size() && std::isspace((unsigned char)trimmed[start])) ++start;
       trimmed.erase(0, start);
       if (trimmed.empty() || trimmed[0] == '#') continue;
-      if (auto url = BVURL::URLWithStringRelativeTo(trimmed, url_)) result.entries.push_back(*url);
+      if (auto url = BVURL::URLWithStringRelativeTo(trimmed, url_)) {
+        result.entries.push_back(*url);
+        result.details.push_back({playlistEntryTitle(track.title), place});
+      }
     }
     if (result.entries.empty()) result.status = kMovieStatusNotAMovie;
   }

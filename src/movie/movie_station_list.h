@@ -1,7 +1,8 @@
 // MovieStationList: an M3U or PLS station list that a movie reads before it
 // plays: downloaded by the web playlist class on the calling thread's run
 // loop, parsed by the playlist format registry, then handed over as the
-// entries' URLs (resolved against the list's own URL). An M3U body with "#EXT-X-" tags is an HLS playlist,
+// entries' URLs (resolved against the list's own URL) with their titles and
+// places in the list. An M3U body with "#EXT-X-" tags is an HLS playlist,
 // not a station list, and is reported as such so that the movie plays the
 // list's URL itself.
 #pragma once
@@ -9,6 +10,7 @@
 #include <belvane/BVURL.h>
 #include <belvane/BVWebPlaylist.h>
 
+#include "playlists/playlist_entry.h"
 #include "playlists/playlist_format.h"
 
 #include <cstdint>
@@ -28,6 +30,7 @@ class MovieStationList : private BVWebPlaylistDelegate {
 
   struct Result {
     std::vector<BVURL> entries;
+    std::vector<PlaylistEntry> details;  // each entry's title and place (from 1)
     bool isHLS = false;
     int32_t status = 0;  // the download's failure: its HTTP status, else -19160
   };

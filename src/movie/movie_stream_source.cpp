@@ -162,8 +162,14 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
     std::string text = stationTitleToUTF8(bytesOf(*title), source_.reading_.titleEncoding.value_or(""));
     QLDebugLog(QL_LOG_DEBUG, "stream: title '%s'", text.c_str());
     // Serialised events wait in the appsrc's queue behind the bytes before
-    // them: the title reaches the parser where the station placed it.
+    // them: the title reaches the parser where the station placed it. Its
+    // StreamUrl travels in the same tags as their home page (as GStreamer's
+    // own ICY demuxer puts it); tags without one clear the last.
     GstTagList* tags = gst_tag_list_new(GST_TAG_TITLE, text.c_str(), nullptr);
+    if (auto url = streamURLFromMetadata(block)) {
+      std::string address = stationTitleToUTF8(bytesOf(*url), source_.reading_.titleEncoding.value_or(""));
+      if (!address.empty()) gst_tag_list_add(tags, GST_TAG_MERGE_REPLACE, GST_TAG_HOMEPAGE, address.c_str(), nullptr);
+    }
     gst_element_send_event(GST_ELEMENT(appsrc_), gst_event_new_tag(tags));
   }
 

@@ -38,7 +38,7 @@ std::string titleOfID3(const std::vector<uint8_t>& tag) {
   GstTagList* tags = gst_tag_list_from_id3v2_tag(buffer);
   gst_buffer_unref(buffer);
   if (!tags) return {};
-  std::string title = streamTitleFromTags(tags);
+  std::string title = streamTitleFromTags(tags).title;
   gst_tag_list_unref(tags);
   return title;
 }

@@ -156,6 +156,7 @@ struct QTMovie::Impl final : MoviePipelineListener {
 
   // Station lists.
   std::vector<BVURL> entries;
+  std::vector<PlaylistEntry> entryDetails;  // entries' titles and places
   size_t nextEntry = 0;
   bool playingStationList = false;
   bool triedContentTypeList = false;
@@ -272,6 +273,7 @@ struct QTMovie::Impl final : MoviePipelineListener {
       return;
     }
     entries = result.entries;
+    entryDetails = result.details;
     nextEntry = 0;
     lastEntryStatus = kMovieStatusNotAMovie;
     tryNextEntry();
@@ -685,7 +687,14 @@ StreamReaderProgress QTMovie::connectionProgress() const {
 }
 
 BVDictionary QTMovie::stationFacts() const {
-  return impl_->pipeline ? impl_->pipeline->stationFacts() : BVDictionary{};
+  BVDictionary facts = impl_->pipeline ? impl_->pipeline->stationFacts() : BVDictionary{};
+  if (impl_->pipeline)
+    for (const auto& [key, value] : impl_->pipeline->decodedFormat()) facts.insert_or_assign(key, value);
+  // The station list's entry that plays (entries are tried in turn).
+  if (impl_->playingStationList && impl_->nextEntry > 0 && impl_->nextEntry <= impl_->entryDetails.size())
+    for (const auto& [key, value] : playlistEntryAttributes(impl_->entryDetails[impl_->nextEntry - 1]))
+      facts.insert_or_assign(key, value);
+  return facts;
 }
 
 BVURL QTMovie::url() const { return *impl_->url; }

@@ -141,8 +141,8 @@ void AudioDelivery::setMuted(bool muted) {
 
 // Hands a due title to the run loop, and gives the loop a moment to announce
 // it before more audio is written (see kTitleHandOffWait).
-void AudioDelivery::announce(std::string title) {
-  auto shared = std::make_shared<const std::string>(std::move(title));
+void AudioDelivery::announce(StreamTitle title) {
+  auto shared = std::make_shared<const StreamTitle>(std::move(title));
   uint64_t ticket;
   {
     std::lock_guard lock(ackMutex_);
@@ -166,7 +166,7 @@ void AudioDelivery::announce(std::string title) {
   ackCondition_.wait_for(lock, wait, [&] { return interrupted_ || titlesAnnounced_ >= ticket; });
 }
 
-void AudioDelivery::title(const std::string& title, int32_t framesBuffered) {
+void AudioDelivery::title(const StreamTitle& title, int32_t framesBuffered) {
   if (framesBuffered < 0) return;
   if (framesBuffered == 0) {
     // Its audio comes next: announce it once what was written has been taken.
@@ -182,7 +182,7 @@ void AudioDelivery::title(const std::string& title, int32_t framesBuffered) {
     for (size_t i = 1; i < pending_.size(); ++i) ahead += pending_[i].framesBuffered;
     if (framesBuffered <= ahead) {
       BVLog("Stream player was given title '%s' to buffer for %i frames but is already buffering for %i frames.",
-            title.c_str(), int(framesBuffered), int(ahead));
+            title.title.c_str(), int(framesBuffered), int(ahead));
       return;
     }
     framesBuffered -= int32_t(ahead);
@@ -220,7 +220,7 @@ void AudioDelivery::write(float sampleRate, float** channels, int32_t frames) {
     BVLog("Error: was buffering frames, but there are no buffered titles.");
     return;
   }
-  std::string due = std::move(pending_.front().title);
+  StreamTitle due = std::move(pending_.front().title);
   pending_.pop_front();
   int32_t dueAt = frames + framesBuffered_;  // where in the block the chosen title's audio starts
   while (!pending_.empty()) {

@@ -27,6 +27,7 @@
 #include <thread>
 
 #include "audio_output/orplayer.h"
+#include "streaming/stream_title.h"
 
 namespace belvane::detail {
 
@@ -34,7 +35,7 @@ class AudioDeliveryClient {
  public:
   virtual ~AudioDeliveryClient() = default;
   // On the playing thread's run loop: the audio of `title` is what is heard next.
-  virtual void audioDeliveryTitleDue(const std::shared_ptr<const std::string>& title) = 0;
+  virtual void audioDeliveryTitleDue(const std::shared_ptr<const StreamTitle>& title) = 0;
 };
 
 class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
@@ -90,7 +91,7 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   // Decoding thread. write() blocks while the output is full. A title with
   // 0 frames buffered belongs to the next frames written.
   void write(float sampleRate, float** channels, int32_t frames);
-  void title(const std::string& title, int32_t framesBuffered);
+  void title(const StreamTitle& title, int32_t framesBuffered);
   // The last frames have been written: returns once they have been heard,
   // or at once when interrupted.
   void playOut();
@@ -104,10 +105,10 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
  private:
   AudioDelivery();
   struct PendingTitle {
-    std::string title;
+    StreamTitle title;
     int32_t framesBuffered;
   };
-  void announce(std::string title);
+  void announce(StreamTitle title);
   void writeRange(float sampleRate, float** channels, int32_t from, int32_t count);
   void waitUntilWritten();
 

@@ -30,6 +30,25 @@ void note(std::vector<std::string>* diagnostics, std::string message) {
   if (diagnostics) diagnostics->push_back(std::move(message));
 }
 
+// The text of an entry's own <title>, spelt as the file spells it: the
+// document was read lower-cased, so the same text is looked up in the
+// original (where lower-casing kept every length); lower-case when it is
+// not found there (written with entities, say). Nothing without a title.
+std::optional<std::string> entryTitle(xmlNodePtr entry, std::string_view original, std::string_view lowered) {
+  for (xmlNodePtr child = entry->children; child; child = child->next) {
+    if (child->type != XML_ELEMENT_NODE || !xmlStrEqual(child->name, BAD_CAST "title")) continue;
+    xmlChar* content = xmlNodeGetContent(child);
+    if (!content) return std::nullopt;
+    std::string title(trimmedView(reinterpret_cast<const char*>(content)));
+    xmlFree(content);
+    if (title.empty()) return std::nullopt;
+    if (lowered.size() == original.size())
+      if (size_t at = lowered.find(title); at != std::string_view::npos) title = original.substr(at, title.size());
+    return title;
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 void lowercaseXMLNodeNames(_xmlNode* node) {
@@ -69,7 +88,8 @@ void parseASXText(std::string_view text, const PlaylistTrackSink& sink, std::vec
 
   // Lower-cased so that element and attribute names match in any case; the
   // URLs read from the document come out lower-case too.
-  ASXXMLDocument document(utf8Lower(text));
+  const std::string lowered = utf8Lower(text);
+  ASXXMLDocument document(lowered);
   if (!document.parsed()) {
     parseASXTextWithTagScanner(text, sink);
     return;
@@ -102,6 +122,7 @@ void parseASXText(std::string_view text, const PlaylistTrackSink& sink, std::vec
     if (track.alternateURLs.empty()) continue;  // an entry without references
     urlCount += track.alternateURLs.size();
     track.url = track.alternateURLs.front();
+    track.title = entryTitle((*entries)[index], text, lowered);
     track.number = int64_t(index);
     sink(std::move(track));
   }

@@ -15,6 +15,7 @@ namespace {
 BVValue trackValue(PlaylistTrack&& track) {
   BVDictionary fields;
   fields.emplace(kPlaylistAttributeTrackURL, BVValue(std::move(*track.url)));
+  if (track.title) fields.emplace(kPlaylistAttributeTrackTitle, BVValue(std::move(*track.title)));
   if (!track.alternateURLs.empty()) {
     BVArray urls(std::make_move_iterator(track.alternateURLs.begin()), std::make_move_iterator(track.alternateURLs.end()));
     fields.emplace(kPlaylistAttributeAlternateTrackURLs, BVValue(std::move(urls)));

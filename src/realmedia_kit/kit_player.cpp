@@ -399,8 +399,11 @@ void KitPlayer::updateLength() {
 void KitPlayer::updateTags(GstMessage* message) {
   GstTagList* tags = nullptr;
   gst_message_parse_tag(message, &tags);
-  static const std::pair<const char*, const char*> kStatistics[] = {
-      {GST_TAG_TITLE, "title"}, {GST_TAG_ARTIST, "author"}, {GST_TAG_COPYRIGHT, "copyright"}};
+  // The audio codec as GStreamer describes it ("RealAudio G2 (Cook)").
+  static const std::pair<const char*, const char*> kStatistics[] = {{GST_TAG_TITLE, "title"},
+                                                                     {GST_TAG_ARTIST, "author"},
+                                                                     {GST_TAG_COPYRIGHT, "copyright"},
+                                                                     {GST_TAG_AUDIO_CODEC, "codec"}};
   for (const auto& [tag, name] : kStatistics) {
     const gchar* value = nullptr;
     if (!gst_tag_list_peek_string_index(tags, tag, 0, &value) || !value) continue;

@@ -31,6 +31,7 @@ struct Candidate {
   BVURL url;
   int depth;      // playlists above it
   bool isSource;  // the station URL itself
+  std::optional<PlaylistEntry> entry;  // the playlist entry it is, when it is one
 };
 
 // Schemes the tuner can look at; others are offered without a MIME type.
@@ -50,6 +51,7 @@ struct QLStreamTuner::Impl {
   QLStreamTunerDelegate* delegate;
   std::optional<BVURL> sourceURL;
   std::optional<BVURL> tunedURL;
+  std::optional<PlaylistEntry> tunedEntry;
   std::optional<BVRunLoop> loop;
   Phase phase = Phase::Idle;
   uint64_t generation = 0;  // bumped by stop(): stale work sees it and quits
@@ -79,12 +81,13 @@ struct QLStreamTuner::Impl {
     stop();
     loop = BVRunLoop::current();
     tunedURL.reset();
+    tunedEntry.reset();
     expandedPlaylists.clear();
     offered.clear();
     found = offeredAny = false;
     candidateError = nullptr;
     fetchesLeft = kMaximumFetches;
-    if (sourceURL) pending.push_back({*sourceURL, 0, true});
+    if (sourceURL) pending.push_back({*sourceURL, 0, true, std::nullopt});
     phase = Phase::Resolving;
     armSearchDeadline();
     schedule();
@@ -163,7 +166,7 @@ struct QLStreamTuner::Impl {
       // Repeats and playlist loops are skipped.
       if (offered.count(key) || expandedPlaylists.count(key)) continue;
       if (!isFetchable(candidate.url)) {
-        if (!offer(candidate.url, std::nullopt)) return;
+        if (!offer(candidate, std::nullopt)) return;
         continue;
       }
       if (fetchesLeft == 0) {
@@ -200,7 +203,7 @@ struct QLStreamTuner::Impl {
         candidateError = result.error;
         break;
       case TunerFetchResult::Kind::Stream:
-        if (!offer(candidate.url, result.mimeType, result.held)) return;
+        if (!offer(candidate, result.mimeType, result.held)) return;
         break;
       case TunerFetchResult::Kind::Playlist:
         expand(candidate, result);
@@ -219,12 +222,12 @@ struct QLStreamTuner::Impl {
       return;
     }
     std::vector<Candidate> entries;
-    for (const std::string& entry : tunerPlaylistEntries(result.format, result.text)) {
-      auto url = tunerResolveEntry(entry, base);
+    for (const TunerPlaylistEntry& entry : tunerPlaylistEntries(result.format, result.text)) {
+      auto url = tunerResolveEntry(entry.text, base);
       if (!url) continue;
       // A playlist from the network may not point at local files.
       if (url->isFileURL() && !base.isFileURL()) continue;
-      entries.push_back({*url, candidate.depth + 1, false});
+      entries.push_back({*url, candidate.depth + 1, false, entry.entry});
     }
     QLDebugLog(QL_LOG_INFO, "tuner: playlist %s lists %zu entries", candidate.url.absoluteString().c_str(),
                entries.size());
@@ -236,8 +239,9 @@ struct QLStreamTuner::Impl {
   // calls: a streamer started from them takes it over. A declined one stays
   // on offer a while (the engine the station goes to takes it); an
   // accepted one nobody took closes.
-  bool offer(const BVURL& url, const std::optional<std::string>& mimeType,
+  bool offer(const Candidate& candidate, const std::optional<std::string>& mimeType,
              const std::shared_ptr<HeldStream>& held = nullptr) {
+    const BVURL& url = candidate.url;
     struct Withdraw {
       Impl& tuner;
       const std::string key;
@@ -258,6 +262,7 @@ struct QLStreamTuner::Impl {
     offered.insert(url.absoluteString());
     offeredAny = true;
     tunedURL = url;
+    tunedEntry = candidate.entry;
     const std::string* type = mimeType ? &*mimeType : nullptr;
     uint64_t since = generation;
     bool accepted = delegate && delegate->streamTunerShouldTuneStream(owner, url, type);
@@ -333,6 +338,8 @@ void QLStreamTuner::setRequestSettings(BVRequestSettingsRef settings) { impl_->r
 std::optional<BVURL> QLStreamTuner::tunedURL() const {
   return impl_->tunedURL ? impl_->tunedURL : impl_->sourceURL;
 }
+
+std::optional<belvane::detail::PlaylistEntry> QLStreamTuner::tunedPlaylistEntry() const { return impl_->tunedEntry; }
 
 std::string QLStreamTuner::trimParametersFromMimeType(const std::string& mimeType) {
   return mimeTypeWithoutParameters(mimeType, MIMETypeCase::AsWritten);

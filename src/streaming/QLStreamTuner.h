@@ -16,6 +16,8 @@
 #include <belvane/BVRequestSettings.h>
 #include <belvane/BVURL.h>
 
+#include "playlists/playlist_entry.h"
+
 #include <memory>
 #include <optional>
 #include <string>
@@ -70,6 +72,9 @@ class QLStreamTuner : public std::enable_shared_from_this<QLStreamTuner> {
   void setSearchTimeout(double seconds);
   // The URL tuned last (the source URL before any candidate was offered).
   std::optional<BVURL> tunedURL() const;
+  // The playlist entry the URL tuned last is (its title there and its place,
+  // in the playlist that listed it); nothing for the source URL itself.
+  std::optional<belvane::detail::PlaylistEntry> tunedPlaylistEntry() const;
   // "audio/mpeg; charset=x" -> "audio/mpeg".
   static std::string trimParametersFromMimeType(const std::string& mimeType);
 

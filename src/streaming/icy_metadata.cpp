@@ -174,12 +174,24 @@ bool IcyDemuxer::feed(std::span<const uint8_t> bytes, Handler& handler) {
   return true;
 }
 
-std::optional<std::string> streamTitleFromMetadata(std::span<const uint8_t> block) {
+namespace {
+
+// The raw bytes of a "Key='value';" pair of a metadata block, the key in any
+// case and at the start of the block or after the pair before it.
+std::optional<std::string> metadataValue(std::span<const uint8_t> block, std::string_view key) {
   std::string_view text(reinterpret_cast<const char*>(block.data()), block.size());
-  constexpr std::string_view kKey = "StreamTitle='";
-  size_t start = text.find(kKey);
+  const std::string lowered = asciiLower(text);
+  const std::string pattern = asciiLower(key) + "='";
+  size_t start = std::string_view::npos;
+  for (size_t at = lowered.find(pattern); at != std::string::npos; at = lowered.find(pattern, at + 1)) {
+    size_t before = at;
+    while (before > 0 && (text[before - 1] == ' ' || text[before - 1] == '\0')) --before;
+    if (before == 0 || text[before - 1] == ';') {
+      start = at + pattern.size();
+      break;
+    }
+  }
   if (start == std::string_view::npos) return std::nullopt;
-  start += kKey.size();
   // Titles may hold apostrophes ("Guns N' Roses"): the value ends at the
   // first "';" that is followed by the end or by the next key.
   size_t end = std::string_view::npos;
@@ -197,6 +209,22 @@ std::optional<std::string> streamTitleFromMetadata(std::span<const uint8_t> bloc
     return std::string(quote == std::string_view::npos ? value : value.substr(0, quote));
   }
   return std::string(text.substr(start, end - start));
+}
+
+}  // namespace
+
+std::optional<std::string> streamTitleFromMetadata(std::span<const uint8_t> block) {
+  return metadataValue(block, "StreamTitle");
+}
+
+std::optional<std::string> streamURLFromMetadata(std::span<const uint8_t> block) {
+  auto url = metadataValue(block, "StreamUrl");
+  if (url) {
+    std::string trimmed = trimWhitespaceAndNewlines(*url);
+    if (trimmed.empty()) return std::nullopt;
+    *url = std::move(trimmed);
+  }
+  return url;
 }
 
 BVDictionary stationFactsFromHead(const StreamReplyHead& head) {

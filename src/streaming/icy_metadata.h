@@ -3,7 +3,8 @@
 // the interleaved metadata blocks out of the audio (every icy-metaint audio
 // bytes: one length byte counting 16-byte units, then that many bytes of
 // "StreamTitle='...';" text; a block that does not start like that is taken
-// as audio after a length byte without a body), and the StreamTitle reader.
+// as audio after a length byte without a body), and the StreamTitle and
+// StreamUrl readers.
 #pragma once
 
 #include <belvane/BVValue.h>
@@ -97,5 +98,9 @@ BVDictionary stationFactsFromHead(const StreamReplyHead& head);
 // The title of a metadata block: the raw bytes between "StreamTitle='" and
 // its closing "';", or nothing when the block has no StreamTitle.
 std::optional<std::string> streamTitleFromMetadata(std::span<const uint8_t> block);
+// The address a metadata block gives with its title (StreamUrl='...';, where
+// many stations put the cover of the song), as sent; nothing when the block
+// has none or an empty one.
+std::optional<std::string> streamURLFromMetadata(std::span<const uint8_t> block);
 
 }  // namespace belvane::detail

@@ -42,6 +42,7 @@ bool MpegDecoder::reset() {
   auto h = handle_;
   mpg123_close(h);
   sampleRate_ = 0;
+  format_ = {};
   return mpg123_open_feed(h) == MPG123_OK;
 }
 
@@ -66,6 +67,9 @@ MpegDecoder::Status MpegDecoder::next(Frame& frame) {
           encoding != MPG123_ENC_FLOAT_32)
         return Status::Error;
       sampleRate_ = rate;
+      mpg123_frameinfo2 info{};
+      if (mpg123_info2(h, &info) == MPG123_OK)
+        format_ = {info.layer, info.rate, info.mode == MPG123_M_MONO ? 1 : 2};
       if (bytes == 0) continue;
     } else if (result == MPG123_NEED_MORE) {
       return Status::NeedMore;

@@ -32,6 +32,17 @@ class MpegDecoder {
     long sampleRate = 0;
     uint64_t inputOffset = 0;  // of the frame's header, in bytes fed since reset()
   };
+  // What the stream is, as its frames' headers say: the layer (1 to 3),
+  // the sample rate and the channels coded (1 or 2, before the decoder
+  // doubles mono). Known from the first frame on; zeros before.
+  struct Format {
+    int layer = 0;
+    long sampleRate = 0;
+    int channels = 0;
+    bool operator==(const Format&) const = default;
+  };
+  const Format& format() const { return format_; }
+
   enum class Status { Frame, NeedMore, Error };
   // The next decoded frame. The samples stay valid until the next call.
   Status next(Frame& frame);
@@ -39,6 +50,7 @@ class MpegDecoder {
  private:
   mpg123_handle_struct* handle_ = nullptr;
   long sampleRate_ = 0;
+  Format format_;
 };
 
 }  // namespace belvane::detail

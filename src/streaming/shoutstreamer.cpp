@@ -2,6 +2,8 @@
 // and reconnects, and a delivery thread that makes every callback.
 #include "streaming/shoutstreamer.h"
 
+#include <belvane/BVConstants.h>
+
 #include "foundation/mime_type.h"
 #include "foundation/text_encoding.h"
 #include "foundation/title_encoding.h"
@@ -54,11 +56,15 @@ struct shoutstreamer {
   std::mutex controlMutex;
   std::condition_variable controlChanged;
   bool threadsStored = false;  // start has stored both thread objects
-  // What the last reply head announced of the station; guarded by factsMutex.
+  // What the last reply head announced of the station, and what the decoder
+  // found the stream to be; guarded by factsMutex.
   std::mutex factsMutex;
   BVDictionary stationFacts;
   std::atomic<int32_t> reconnectAttempts{0};
   std::atomic<bool> connectionBroken{false};
+  BVDictionary decodedFacts;
+  // The StreamUrl of the title whose callback is being made (delivery thread).
+  std::string titleURL;
 };
 
 namespace {
@@ -127,10 +133,22 @@ class StreamDecoder final : public StreamReader::Client, public PipelineSink {
     return connectionAudioBytes_ > 0 ? SHOUTSTREAMER_ERROR_NOT_MPEG : SHOUTSTREAMER_ERROR_NO_AUDIO;
   }
 
-  void title(std::string bytes) override {
-    bytes = belvane::detail::stationTitleToUTF8(belvane::detail::bytesOf(bytes), s_.tuning.titleEncoding);
-    QLDebugLog(QL_LOG_DEBUG, "shoutstreamer: title '%s'", bytes.c_str());
-    s_.buffer->appendTitle(std::move(bytes));
+  void title(belvane::detail::StreamTitle title) override {
+    title.title = belvane::detail::stationTitleToUTF8(belvane::detail::bytesOf(title.title), s_.tuning.titleEncoding);
+    title.url = belvane::detail::stationTitleToUTF8(belvane::detail::bytesOf(title.url), s_.tuning.titleEncoding);
+    QLDebugLog(QL_LOG_DEBUG, "shoutstreamer: title '%s'", title.title.c_str());
+    s_.buffer->appendTitle(std::move(title));
+  }
+
+  void format(const belvane::detail::MpegDecoder::Format& format) override {
+    BVDictionary facts;
+    static constexpr const char* kLayerNames[] = {"MPEG audio", "MP1", "MP2", "MP3"};
+    const int layer = format.layer >= 1 && format.layer <= 3 ? format.layer : 0;
+    facts[BVPlayerAttributeCodecKey] = BVValue(std::string(kLayerNames[layer]));
+    if (format.sampleRate > 0) facts[BVPlayerAttributeSampleRateKey] = BVValue(int64_t(format.sampleRate));
+    if (format.channels > 0) facts[BVPlayerAttributeChannelsKey] = BVValue(int64_t(format.channels));
+    std::lock_guard lock(s_.factsMutex);
+    s_.decodedFacts = std::move(facts);
   }
 
   bool audio(const float* interleaved, size_t frames, long sampleRate) override {
@@ -193,8 +211,9 @@ void deliveryMain(shoutstreamer* s) {
     switch (event.kind) {
       case Event::Closed: done = true; break;
       case Event::Title:
+        s->titleURL = std::move(event.title.url);
         if (s->titleCallback)
-          s->titleCallback(s, event.title.data(), int32_t(event.title.size()), event.framesBeforeTitle);
+          s->titleCallback(s, event.title.title.data(), int32_t(event.title.title.size()), event.framesBeforeTitle);
         break;
       case Event::Connected:
         phase = Phase::Buffering;
@@ -246,7 +265,14 @@ void shoutstreamerSetTuning(shoutstreamer_t streamer, const ShoutstreamerTuning&
 BVDictionary shoutstreamerStationFacts(shoutstreamer_t streamer) {
   if (!streamer) return {};
   std::lock_guard lock(streamer->factsMutex);
-  return streamer->stationFacts;
+  BVDictionary facts = streamer->stationFacts;
+  for (const auto& [key, value] : streamer->decodedFacts) facts.insert_or_assign(key, value);
+  return facts;
+}
+
+const std::string& shoutstreamerTitleURL(shoutstreamer_t streamer) {
+  static const std::string none;
+  return streamer ? streamer->titleURL : none;
 }
 
 ShoutstreamerReception shoutstreamerReception(shoutstreamer_t streamer) {

@@ -68,10 +68,10 @@ bool StreamBuffer::appendAudio(const float* interleaved, size_t frames, long sam
   return true;
 }
 
-void StreamBuffer::appendTitle(std::string bytes) {
+void StreamBuffer::appendTitle(StreamTitle title) {
   {
     std::lock_guard lock(mutex_);
-    titles_.push_back({written_, std::move(bytes)});
+    titles_.push_back({written_, std::move(title)});
   }
   work_.notify_one();
 }
@@ -141,7 +141,7 @@ StreamBuffer::Event StreamBuffer::next(Phase phase, std::chrono::steady_clock::t
     }
     if (!titles_.empty()) {
       event.kind = Event::Title;
-      event.title = std::move(titles_.front().bytes);
+      event.title = std::move(titles_.front().title);
       event.framesBeforeTitle = int32_t(titles_.front().position - read_);
       titles_.pop_front();
       return event;

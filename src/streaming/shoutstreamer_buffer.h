@@ -2,11 +2,14 @@
 //
 // A bounded ring of decoded two-channel float audio (planar, so the audio
 // callback gets pointers into it without a copy), the sample rate of each
-// stretch, the titles with their positions in the decoded audio, and the
-// connection's progress. Positions count frames from the start of the
-// stream, across reconnections. The writer blocks while the ring is full;
-// the reader blocks until there is something to do. close() releases both.
+// stretch, the titles (with their StreamUrl) at their positions in the
+// decoded audio, and the connection's progress. Positions count frames from
+// the start of the stream, across reconnections. The writer blocks while the
+// ring is full; the reader blocks until there is something to do. close()
+// releases both.
 #pragma once
+
+#include "streaming/stream_title.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -26,8 +29,8 @@ class StreamBuffer {
   // Writer side (network thread).
   // Copies interleaved stereo frames in, waiting for room; false once closed.
   bool appendAudio(const float* interleaved, size_t frames, long sampleRate);
-  // A title placed at the current end of the decoded audio.
-  void appendTitle(std::string bytes);
+  // A title (with its StreamUrl) placed at the current end of the decoded audio.
+  void appendTitle(StreamTitle title);
   // The server has answered.
   void setConnected();
   // No more audio will come: error 0 for an end, otherwise the failure.
@@ -42,7 +45,7 @@ class StreamBuffer {
   enum class Phase { Connecting, Buffering, Playing };
   struct Event {
     enum Kind { Title, Connected, StartPlaying, Audio, Underrun, Finished, Closed, TimedOut } kind;
-    std::string title;
+    StreamTitle title;
     int32_t framesBeforeTitle = 0;  // frames to deliver before the title's audio
     float* channels[2] = {nullptr, nullptr};
     size_t frames = 0;
@@ -84,7 +87,7 @@ class StreamBuffer {
   std::deque<RateChange> rates_;  // the first covers read_
   struct Title {
     uint64_t position;
-    std::string bytes;
+    StreamTitle title;
   };
   std::deque<Title> titles_;
   bool connected_ = false;

@@ -19,7 +19,7 @@ StreamPipeline::Status StreamPipeline::feed(std::span<const uint8_t> bytes) {
 
 void StreamPipeline::finish() {
   while (!titles_.empty()) {
-    sink_.title(std::move(titles_.front().bytes));
+    sink_.title(std::move(titles_.front().title));
     titles_.pop_front();
   }
 }
@@ -43,7 +43,7 @@ void StreamPipeline::metadata(std::span<const uint8_t> block, uint64_t audioOffs
   auto title = streamTitleFromMetadata(block);
   if (!title) return;
   if (titles_.size() == kMaxPendingTitles) titles_.pop_front();
-  titles_.push_back({audioOffset, std::move(*title)});
+  titles_.push_back({audioOffset, {std::move(*title), streamURLFromMetadata(block).value_or("")}});
 }
 
 bool StreamPipeline::search(std::span<const uint8_t> bytes) {
@@ -86,8 +86,12 @@ bool StreamPipeline::decodeAvailable() {
       case MpegDecoder::Status::Frame: {
         uint64_t position = decoderBase_ + frame.inputOffset;
         while (!titles_.empty() && titles_.front().offset <= position) {
-          sink_.title(std::move(titles_.front().bytes));
+          sink_.title(std::move(titles_.front().title));
           titles_.pop_front();
+        }
+        if (decoder_->format() != format_) {
+          format_ = decoder_->format();
+          sink_.format(format_);
         }
         bytesWithoutFrame_ = 0;
         framesDecoded_ += frame.frames;

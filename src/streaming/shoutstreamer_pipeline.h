@@ -15,6 +15,7 @@
 
 #include "streaming/icy_metadata.h"
 #include "streaming/mpeg_decoder.h"
+#include "streaming/stream_title.h"
 
 #include <cstdint>
 #include <deque>
@@ -28,8 +29,11 @@ namespace belvane::detail {
 class PipelineSink {
  public:
   virtual ~PipelineSink() = default;
-  // A title (bytes as sent) that belongs before the next audio handed over.
-  virtual void title(std::string bytes) = 0;
+  // A title (bytes as sent, and the StreamUrl sent with it) that belongs
+  // before the next audio handed over.
+  virtual void title(StreamTitle title) = 0;
+  // What the stream decodes as, before the first audio of a new format.
+  virtual void format(const MpegDecoder::Format&) {}
   // Decoded frames, interleaved left and right. False stops the pipeline.
   virtual bool audio(const float* interleaved, size_t frames, long sampleRate) = 0;
 };
@@ -62,7 +66,7 @@ class StreamPipeline : private IcyDemuxer::Handler {
 
   struct PendingTitle {
     uint64_t offset;
-    std::string bytes;
+    StreamTitle title;
   };
   static constexpr size_t kMaxPendingTitles = 32;
 
@@ -77,6 +81,7 @@ class StreamPipeline : private IcyDemuxer::Handler {
   uint64_t decoderBase_ = 0;         // audio offset of the decoder's byte 0
   uint64_t bytesWithoutFrame_ = 0;
   uint64_t framesDecoded_ = 0;
+  MpegDecoder::Format format_;  // the last one handed to the sink
   std::deque<PendingTitle> titles_;
   bool stopped_ = false;
   int32_t error_ = 0;

@@ -1,5 +1,6 @@
 // The shoutstreamer's time-outs, reconnection pace and buffer sizes. The
-// defaults suit internet radio; tests shorten the times.
+// defaults suit internet radio; tests shorten the times. Also what the C
+// interface does not carry: the station's facts and a title's address.
 #pragma once
 
 #include <belvane/BVRequestSettings.h>
@@ -35,8 +36,12 @@ struct ShoutstreamerTuning {
 // Replaces the tuning of a streamer that has not been started.
 void shoutstreamerSetTuning(shoutstreamer_t streamer, const ShoutstreamerTuning& tuning);
 // What the stream's last reply head announced of the station (the
-// BVPlayerAttributeStation... keys); any thread.
+// BVPlayerAttributeStation... keys) and what its decoder found it to be
+// (codec, sample rate, channels); any thread.
 BVDictionary shoutstreamerStationFacts(shoutstreamer_t streamer);
+// The StreamUrl sent with the title of the title callback being made (empty
+// when none); only on the delivery thread, inside that callback.
+const std::string& shoutstreamerTitleURL(shoutstreamer_t streamer);
 
 // How the stream's connection fares, for the listener's view of it; any
 // thread.

@@ -22,27 +22,34 @@ std::string replaceAll(std::string s, std::string_view from, std::string_view to
 
 }  // namespace
 
-std::vector<std::string> tunerPlaylistEntries(PlaylistFormat format, std::string_view text) {
-  // Every track's URLs, or for an ASX entry all its references in order.
+std::vector<TunerPlaylistEntry> tunerPlaylistEntries(PlaylistFormat format, std::string_view text) {
+  // Every track's URLs, or for an ASX entry all its references in order,
+  // each with the track's title and place.
   std::vector<std::string> raw;
+  std::vector<PlaylistEntry> rawEntries;
   std::vector<std::string> diagnostics;
+  int64_t order = 0;
   parsePlaylistText(format, text, [&](PlaylistTrack&& track) {
-    if (!track.alternateURLs.empty())
+    PlaylistEntry entry{playlistEntryTitle(track.title), playlistEntryPlace(format, track, ++order)};
+    if (!track.alternateURLs.empty()) {
       raw.insert(raw.end(), std::make_move_iterator(track.alternateURLs.begin()),
                  std::make_move_iterator(track.alternateURLs.end()));
-    else if (track.url)
+      rawEntries.resize(raw.size(), entry);
+    } else if (track.url) {
       raw.push_back(std::move(*track.url));
+      rawEntries.push_back(std::move(entry));
+    }
   }, &diagnostics);
   for (const std::string& message : diagnostics) BVLogString(message);
   // The ASX parser lower-cases what it reads.
   if (format == PlaylistFormat::ASX) raw = tunerRestoreASXSpelling(raw, text);
-  std::vector<std::string> entries;
-  for (const std::string& entry : raw) {
-    std::string trimmed = trimWhitespaceAndNewlines(entry);
+  std::vector<TunerPlaylistEntry> entries;
+  for (size_t i = 0; i < raw.size(); ++i) {
+    std::string trimmed = trimWhitespaceAndNewlines(raw[i]);
     // A plain M3U's first line counts as an entry even when it is a comment.
     if (trimmed.empty() || trimmed[0] == '#') continue;
-    if (std::find(entries.begin(), entries.end(), trimmed) != entries.end()) continue;
-    entries.push_back(std::move(trimmed));
+    if (std::any_of(entries.begin(), entries.end(), [&](const auto& e) { return e.text == trimmed; })) continue;
+    entries.push_back({std::move(trimmed), rawEntries[i]});
     if (entries.size() == kTunerMaximumPlaylistEntries) break;
   }
   return entries;

@@ -8,6 +8,7 @@
 
 #include <belvane/BVURL.h>
 
+#include "playlists/playlist_entry.h"
 #include "playlists/playlist_format.h"
 
 #include <string>
@@ -19,9 +20,18 @@ namespace belvane::detail {
 // Entries beyond this many are ignored: a station lists a handful.
 inline constexpr size_t kTunerMaximumPlaylistEntries = 100;
 
-// The entries as written (trimmed; comments and blanks left out), in order,
-// without repeats.
-std::vector<std::string> tunerPlaylistEntries(PlaylistFormat format, std::string_view text);
+// An entry as written (trimmed), with its title in the playlist (UTF-8)
+// and its place there.
+struct TunerPlaylistEntry {
+  std::string text;
+  PlaylistEntry entry;
+};
+
+// The entries (comments and blanks left out), in order, without repeats.
+// Places count from 1: an ASX entry's place among the entries (its
+// references share it and its title), a PLS FileN's N, else the track's
+// place in the file.
+std::vector<TunerPlaylistEntry> tunerPlaylistEntries(PlaylistFormat format, std::string_view text);
 
 // The entry as an absolute URL: resolved against base, characters that a
 // URL may not hold (blanks, non-ASCII) percent-escaped. Nothing when the

@@ -191,6 +191,8 @@ TEST(MPRISPublisher, PlayerctlReadsAndDrivesALiveStation) {
   script.titleForBlock = [](int block) {
     return block < 6 ? "The Loopbacks - First Song" : "The Loopbacks - Second Song";
   };
+  script.streamURLForBlock = [](int block) { return block < 6 ? "http://art.example/first.jpg" : ""; };
+  script.headers = {{"icy-genre", "Jazz"}, {"icy-url", "http://radio.example/"}, {"icy-br", "128"}};
   server.serve("/live", {script});
 
   RecordingOwner host;
@@ -212,6 +214,11 @@ TEST(MPRISPublisher, PlayerctlReadsAndDrivesALiveStation) {
   EXPECT_EQ(ofBelvane({"metadata", "xesam:album"}), "Loopback FM");
   EXPECT_EQ(ofBelvane({"metadata", "xesam:url"}), server.url("/live"));
   EXPECT_EQ(belvaneUntil({"metadata", "belvane:reception"}, "receiving"), "receiving");
+  // The station's facts and what it decodes; the picture sent with the title.
+  EXPECT_EQ(ofBelvane({"metadata", "--format",
+                       "{{xesam:genre}}|{{belvane:stationName}}|{{belvane:homePage}}|{{belvane:codec}}|"
+                       "{{belvane:bitRate}}|{{mpris:artUrl}}"}),
+            "Jazz|Belvane Test Radio|http://radio.example/|MP3|128|http://art.example/first.jpg");
   EXPECT_TRUE(follower.waitFor("Second Song"));
   EXPECT_EQ(ofBelvane({"metadata", "xesam:title"}), "Second Song");
   // The host's owner heard it all too.

@@ -61,8 +61,9 @@ TEST_F(HelixPlayer, SetsUpTheKitAndReplacesItOnTheNextLink) {
   player_->playLink(realLink());
   EXPECT_EQ(kit_.calls(), (std::vector<std::string>{
                               "initWithFrame 0 0 0 0", "initInView", "addObserver title", "addObserver author",
-                              "addObserver copyright", std::string("openWithURL ") + kURL + " audio/x-pn-realaudio",
-                              "setVolume 50", "play"}));  // the mute setting is not reapplied
+                              "addObserver copyright", "addObserver codec",
+                              std::string("openWithURL ") + kURL + " audio/x-pn-realaudio", "setVolume 50",
+                              "play"}));  // the mute setting is not reapplied
   EXPECT_EQ(events_.sequence(), std::vector<BVPlayerState>{BVPlayerStateConnecting});
 
   kit_.reset();
@@ -71,8 +72,9 @@ TEST_F(HelixPlayer, SetsUpTheKitAndReplacesItOnTheNextLink) {
   player_->playLink(realLink(nullptr));
   EXPECT_EQ(kit_.calls(), (std::vector<std::string>{
                               "mute 0", "setVolume 99", "removeObserver title", "removeObserver author",
-                              "removeObserver copyright", "release player", "release view", "initWithFrame 0 0 0 0",
-                              "initInView", "addObserver title", "addObserver author", "addObserver copyright",
+                              "removeObserver copyright", "removeObserver codec", "release player", "release view",
+                              "initWithFrame 0 0 0 0", "initInView", "addObserver title", "addObserver author",
+                              "addObserver copyright", "addObserver codec",
                               std::string("openWithURL ") + kURL + " (null)", "setVolume 99", "play"}));
   EXPECT_EQ(kit_.liveObjects(), 2);
 }

@@ -271,23 +271,65 @@ TEST_P(EachEngine, PastThePatienceOneErrorSaysHowLongItTried) {
 }
 
 // What a station's server announces of it reaches the host as attributes
-// on either engine, in UTF-8 whatever the server sent.
+// on either engine, in UTF-8 whatever the server sent, and so does what the
+// engine decodes. The address a station sends with a title comes with that
+// title and goes with the first title that has none.
 TEST_P(EachEngine, TheStationsOwnAnnouncementsAreAttributes) {
   IcyStreamScript station = live();
   station.headers = {{"icy-name", "Radio K\xf6ln"},
                      {"icy-genre", "Jazz"},
                      {"icy-url", "http://radio.example/"},
                      {isAAC() ? "ice-audio-info" : "icy-br", isAAC() ? "samplerate=44100;bitrate=96" : "128"}};
+  const std::vector<std::string> titles = {"One", "Two", "Three"};
+  const std::vector<std::string> covers = {"http://art.example/1.jpg", "http://art.example/2.jpg", ""};
+  station.titleForBlock = [&](int block) { return block < 3 ? titles[size_t(block)] : ""; };
+  station.streamURLForBlock = [&](int block) { return block < 3 ? covers[size_t(block)] : ""; };
   server_.serve("/", {station});
   MasterRun run("null:fast");
   run.master->playLink(linkTo(server_.url("/")));
   ASSERT_TRUE(run.owner.runUntil(BVPlayerStatePlaying, 30.0));
-  BVRunLoop::main().runUntil([&] { return run.master->attributes().contains(BVPlayerAttributeStationNameKey); }, 5.0);
+  ASSERT_TRUE(run.runUntilTitles(3, 30.0)) << "titles: " << run.owner.titles.size();
+  BVRunLoop::main().runUntil([&] { return run.master->attributes().contains(BVPlayerAttributeCodecKey); }, 5.0);
   BVDictionary attributes = run.master->attributes();
   EXPECT_EQ(attributes[BVPlayerAttributeStationNameKey].stringOr(), "Radio K\u00f6ln");
   EXPECT_EQ(attributes[BVPlayerAttributeStationGenreKey].stringOr(), "Jazz");
   EXPECT_EQ(attributes[BVPlayerAttributeStationHomePageKey].stringOr(), "http://radio.example/");
   EXPECT_EQ(attributes[BVPlayerAttributeStationBitRateKey].integerValue(), isAAC() ? 96 : 128);
+  EXPECT_EQ(attributes[BVPlayerAttributeCodecKey].stringOr(), isAAC() ? "AAC" : "MP3");
+  EXPECT_EQ(attributes[BVPlayerAttributeSampleRateKey].integerValue(), 44100);
+  EXPECT_EQ(attributes[BVPlayerAttributeChannelsKey].integerValue(), 2);
+  EXPECT_EQ(run.owner.titles, titles);
+  // The set that announced each title holds its address (or none).
+  for (size_t i = 0; i < titles.size(); ++i) {
+    auto change = std::find_if(run.owner.attributeChanges.begin(), run.owner.attributeChanges.end(), [&](auto& c) {
+      auto title = c.find(BVPlayerAttributeStreamTitleKey);
+      return title != c.end() && title->second.stringOr() == titles[i];
+    });
+    ASSERT_NE(change, run.owner.attributeChanges.end());
+    auto url = change->find(BVPlayerAttributeStreamURLKey);
+    EXPECT_EQ(url == change->end() ? "" : url->second.stringOr(), covers[i]) << titles[i];
+  }
+  EXPECT_FALSE(attributes.contains(BVPlayerAttributeStreamURLKey));
+}
+
+// A station reached through a playlist whose first entry is dead plays the
+// second, and says which entry it plays and what the playlist calls it.
+TEST_P(EachEngine, APlaylistsEntryThatPlaysIsNamed) {
+  server_.serve("/", {live()});
+  server_.http().route("/station.pls",
+                       Response::ok("audio/x-scpls", "[playlist]\nNumberOfEntries=2\nFile1=" + server_.url("/dead") +
+                                                         "\nTitle1=Dead\nFile2=" + server_.url("/") +
+                                                         "\nTitle2=Caf\xe9 Live\n"));
+  server_.http().route("/dead", Response::status(404));
+  MasterRun run("null:fast");
+  run.master->playLink(linkTo(server_.url("/station.pls")));
+  ASSERT_TRUE(run.owner.runUntil(BVPlayerStatePlaying, 30.0));
+  BVRunLoop::main().runUntil(
+      [&] { return run.master->attributes().contains(BVPlayerAttributePlaylistEntryIndexKey); }, 5.0);
+  BVDictionary attributes = run.master->attributes();
+  EXPECT_EQ(attributes[BVPlayerAttributePlaylistEntryIndexKey].integerValue(), 2);
+  EXPECT_EQ(attributes[BVPlayerAttributePlaylistEntryTitleKey].stringOr(), "Caf\u00e9 Live");
+  EXPECT_EQ(attributes[BVPlayerAttributeStationNameKey].stringOr(), "Belvane Test Radio");
 }
 
 INSTANTIATE_TEST_SUITE_P(Engines, EachEngine, ::testing::Values(IcyStreamScript::Payload::Mp3, IcyStreamScript::Payload::Adts),

@@ -129,8 +129,8 @@ TEST(QuickTimePlayback, ASXPlaylistPlaysTrackByTrackThenStops) {
   // The extension is compared whatever its case.
   server.route("/list.ASX", Response::ok("video/x-ms-asf",
                                          "<asx version=\"3.0\"><entry><ref href=\"" + server.url("/one.m4a") +
-                                             "\"/></entry><entry><ref href=\"" + server.url("/two.m4a") +
-                                             "\"/></entry></asx>"));
+                                             "\"/></entry><entry><title>Second</title><ref href=\"" +
+                                             server.url("/two.m4a") + "\"/></entry></asx>"));
   Playing p;
   p.player->playLink(linkTo(server.url("/list.ASX")));
   ASSERT_TRUE(p.owner.runUntil(BVPlayerStateStopped, 30.0));
@@ -138,6 +138,9 @@ TEST(QuickTimePlayback, ASXPlaylistPlaysTrackByTrackThenStops) {
             (std::vector<BVPlayerState>{BVPlayerStateConnecting, BVPlayerStatePlaying, BVPlayerStateConnecting,
                                         BVPlayerStatePlaying, BVPlayerStateStopped}));
   EXPECT_EQ(server.requestCount("/two.m4a") > 0, true);
+  // The track that played last, by its place and title in the list.
+  EXPECT_EQ(p.player->attributes()[BVPlayerAttributePlaylistEntryIndexKey].integerValue(), 2);
+  EXPECT_EQ(p.player->attributes()[BVPlayerAttributePlaylistEntryTitleKey].stringOr(), "Second");
   ASSERT_TRUE(belvane::detail::QuickTimePlayerAccess::playlist(*p.player));
   EXPECT_EQ(belvane::detail::QuickTimePlayerAccess::playlist(*p.player)->countOfTracks(), 2u);
 

@@ -74,6 +74,7 @@ TEST(KitPlayback, AFilePlaysToItsEndReportingLengthPositionAndStatistics) {
   EXPECT_EQ(s.statistic("Title"), "T");
   EXPECT_EQ(s.statistic("author"), "A");
   EXPECT_EQ(s.statistic("copyright"), "C");
+  EXPECT_NE(s.statistic("codec").find("RealAudio"), std::string::npos) << s.statistic("codec");
   EXPECT_EQ(s.statistic("abstract"), "<none>");
 }
 

@@ -90,13 +90,18 @@ TEST(IcyDemuxer, SplitsMetadataAtEveryIntervalAcrossChunkBoundaries) {
   EXPECT_EQ(handler.audioBytes, stream);
 }
 
-TEST(IcyDemuxer, ReadsStreamTitles) {
+TEST(IcyDemuxer, ReadsStreamTitlesAndTheirAddresses) {
   auto title = [](const std::string& s) { return streamTitleFromMetadata(bytes(s)); };
   EXPECT_EQ(title("StreamTitle='Guns N' Roses - Patience';StreamUrl='http://x/';"), "Guns N' Roses - Patience");
   EXPECT_EQ(title(std::string("StreamTitle='It's';") + std::string(5, '\0')), "It's");
   EXPECT_EQ(title("StreamTitle='';"), "");
   EXPECT_EQ(title("StreamTitle='Cut off"), "Cut off");
   EXPECT_EQ(title("StreamUrl='http://x/';"), std::nullopt);
+  // The address sent with a title: its key in any case, only where a key
+  // can start, none when empty.
+  auto url = [](const std::string& s) { return streamURLFromMetadata(bytes(s)); };
+  EXPECT_EQ(url("StreamTitle='A';StreamURL='http://x/a.jpg';"), "http://x/a.jpg");
+  EXPECT_EQ(url("StreamTitle='Not StreamUrl='here';StreamUrl='';"), std::nullopt);
 }
 
 TEST(AudioSync, FindsMpegAfterJunkAndTellsAacAndNoiseApart) {
@@ -133,7 +138,7 @@ struct RecordingSink : PipelineSink {
   uint64_t frames = 0;
   std::vector<std::pair<std::string, uint64_t>> titles;
   std::vector<long> rates;
-  void title(std::string b) override { titles.push_back({std::move(b), frames}); }
+  void title(StreamTitle t) override { titles.push_back({std::move(t.title), frames}); }
   bool audio(const float*, size_t n, long rate) override {
     if (rates.empty() || rates.back() != rate) rates.push_back(rate);
     frames += n;

@@ -65,9 +65,10 @@ class AudioSource {
 
 std::string defaultTitle(int block) { return block % 4 == 0 ? "Title " + std::to_string(block) : ""; }
 
-std::string metadataBlock(const std::string& title) {
+std::string metadataBlock(const std::string& title, const std::string& url = {}) {
   if (title.empty()) return std::string(1, '\0');
-  std::string text = "StreamTitle='" + (title == kEmptyStreamTitle ? std::string() : title) + "';StreamUrl='';";
+  std::string text =
+      "StreamTitle='" + (title == kEmptyStreamTitle ? std::string() : title) + "';StreamUrl='" + url + "';";
   size_t units = (text.size() + 15) / 16;
   text.resize(units * 16, '\0');
   return char(units) + text;
@@ -82,11 +83,12 @@ void streamScript(const IcyStreamScript& script, int connection, const std::shar
   head += "icy-name:Belvane Test Radio\r\n";
   for (auto& [name, value] : script.headers) head += name + ": " + value + "\r\n";
   auto titleFor = script.titleForBlock ? script.titleForBlock : defaultTitle;
+  auto urlFor = [&](int block) { return script.streamURLForBlock ? script.streamURLForBlock(block) : std::string(); };
   if (http && script.contentLength) {
     uint64_t total = script.audioBytes;
     if (script.metaint > 0) {
       for (uint64_t at = script.metaint, block = 0; at <= script.audioBytes; at += script.metaint, ++block)
-        total += metadataBlock(titleFor(int(block))).size();
+        total += metadataBlock(titleFor(int(block)), urlFor(int(block))).size();
     }
     head += "Content-Length: " + std::to_string(total) + "\r\n";
   }
@@ -108,8 +110,8 @@ void streamScript(const IcyStreamScript& script, int connection, const std::shar
     source.take(n, chunk);
     sent += n;
     if (script.metaint > 0 && sent % script.metaint == 0) {
-      std::string title = titleFor(block++);
-      chunk += metadataBlock(title);
+      std::string title = titleFor(block);
+      chunk += metadataBlock(title, urlFor(block++));
       if (!title.empty()) {
         std::lock_guard lock(state->mutex);
         state->titles.push_back({connection, title, sent, source.samplesStarted()});

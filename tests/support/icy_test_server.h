@@ -43,6 +43,8 @@ struct IcyStreamScript {
   // kEmptyStreamTitle the title '' (a station clearing its title).
   // Default: "Title n" for every fourth block, empty ones between.
   std::function<std::string(int block)> titleForBlock;
+  // The StreamUrl sent with block n's title; default none (StreamUrl='').
+  std::function<std::string(int block)> streamURLForBlock;
 
   Payload payload = Payload::Mp3;
   std::vector<const Mp3Data*> audio;  // played in turn, round and round

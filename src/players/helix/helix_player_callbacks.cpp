@@ -37,7 +37,7 @@ int64_t integerValue(const BVValue& value) {
 }  // namespace
 
 const std::vector<std::string>& BVHelixPlayer::_observedHelixStatisticKeys() {
-  static const std::vector<std::string> keys{"title", "author", "copyright"};
+  static const std::vector<std::string> keys{"title", "author", "copyright", "codec"};
   return keys;
 }
 
@@ -46,6 +46,7 @@ std::optional<std::string> BVHelixPlayer::_helixStatisticKeyToNativeKey(std::str
       {"title", BVPlayerAttributeTrackTitleKey},
       {"author", BVPlayerAttributeArtistKey},
       {"copyright", BVPlayerAttributeCopyrightKey},
+      {"codec", BVPlayerAttributeCodecKey},
   };
   auto it = table.find(belvane::detail::asciiLower(statisticName));
   if (it == table.end()) return std::nullopt;

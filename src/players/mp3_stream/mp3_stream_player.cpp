@@ -11,6 +11,7 @@
 #include "foundation/text_encoding.h"
 #include "players/file_tags.h"
 #include "players/mp3_stream/shoutstreamer_delegate.h"
+#include "playlists/playlist_entry.h"
 #include "streaming/QLStreamTuner.h"
 #include "streaming/shoutstreamer.h"
 #include "streaming/shoutstreamer_tuning.h"
@@ -172,7 +173,11 @@ BVDictionary BVMP3StreamPlayer::attributes() const {
   BVDictionary result = BVBasePlayer::attributes();
   for (const auto& [key, value] : fileAttributes_) result[key] = value;
   for (const auto& [key, value] : stationFacts_) result[key] = value;
-  if (_currentTitle) result[BVPlayerAttributeStreamTitleKey] = BVValue(*_currentTitle);
+  for (const auto& [key, value] : playlistEntry_) result[key] = value;
+  if (_currentTitle) {
+    result[BVPlayerAttributeStreamTitleKey] = BVValue(_currentTitle->title);
+    if (!_currentTitle->url.empty()) result[BVPlayerAttributeStreamURLKey] = BVValue(_currentTitle->url);
+  }
   return result;
 }
 
@@ -306,6 +311,10 @@ void BVMP3StreamPlayer::streamTunerDidFindStreamURL(QLStreamTuner&, const BVURL&
   _fallbackStreams.reset();
   fallbackTypes_.clear();
   if (url.isFileURL()) fileStreamURL_ = text;
+  // The playlist entry it came from, announced with the station's facts,
+  // which this stream's own replace once it plays.
+  playlistEntry_ = belvane::detail::playlistEntryAttributes(_streamTuner->tunedPlaylistEntry());
+  stationFacts_.clear();
 }
 
 void BVMP3StreamPlayer::streamTunerDidFailWithError(QLStreamTuner&, const BVErrorRef& error) {
@@ -339,12 +348,9 @@ void BVMP3StreamPlayer::_shoutstreamerChangedState(const belvane::detail::Stream
   auto self = shared_from_this();
   if (newState == 3) {
     if (state() != BVPlayerStatePlaying) changeStateTo(BVPlayerStatePlaying);
-    // What the station's server announced of it, once it plays.
-    BVDictionary facts = belvane::detail::shoutstreamerStationFacts(_shoutstreamer);
-    if (facts != stationFacts_) {
-      stationFacts_ = std::move(facts);
-      changedAttribute(attributes());
-    }
+    // What the station's server announced of it and what it decodes as,
+    // once it plays.
+    if (refreshStationFacts()) changedAttribute(attributes());
     return;
   }
   if (errorCode != 0) {
@@ -365,14 +371,23 @@ void BVMP3StreamPlayer::_shoutstreamerChangedState(const belvane::detail::Stream
   BVRunLoop::current().performAfterDelay(0.0, weak_from_this(), [this] { _streamTuner->tuneNextStream(); });
 }
 
-void BVMP3StreamPlayer::shoutstreamerDidProvideTitle(const std::shared_ptr<const std::string>& title) {
+void BVMP3StreamPlayer::shoutstreamerDidProvideTitle(
+    const std::shared_ptr<const belvane::detail::StreamTitle>& title) {
   if (!title || title == _currentTitle) return;
   _currentTitle = title;
+  refreshStationFacts();  // a change of format comes with the next title at the latest
   auto self = shared_from_this();
   changedAttribute(attributes());
 }
 
 BVPlayerReception BVMP3StreamPlayer::reception() const { return receptionWatch_->reception(); }
+
+bool BVMP3StreamPlayer::refreshStationFacts() {
+  BVDictionary facts = belvane::detail::shoutstreamerStationFacts(_shoutstreamer);
+  if (facts == stationFacts_) return false;
+  stationFacts_ = std::move(facts);
+  return true;
+}
 
 void BVMP3StreamPlayer::didStopAudioPlayer() {
   if (state() == BVPlayerStateStopped || state() == BVPlayerStateError) return;

@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "foundation/text_encoding.h"
+#include "streaming/shoutstreamer_tuning.h"
 
 std::shared_ptr<BVShoutstreamerDelegate> BVShoutstreamerDelegate::create() {
   return std::shared_ptr<BVShoutstreamerDelegate>(new BVShoutstreamerDelegate());
@@ -111,7 +112,8 @@ void BVShoutstreamerDelegate::startOver(uint64_t skipFrames) {
   framesDelivered_ = 0;
 }
 
-void BVShoutstreamerDelegate::shoutstreamerDidProvideTitle(const std::shared_ptr<const std::string>& title) {
+void BVShoutstreamerDelegate::shoutstreamerDidProvideTitle(
+    const std::shared_ptr<const belvane::detail::StreamTitle>& title) {
   if (auto o = owner()) o->shoutstreamerDidProvideTitle(title);
 }
 
@@ -141,7 +143,9 @@ void BVShoutstreamerDelegate::titleCallback(shoutstreamer_t streamer, const char
   if (!bytes || length < 0) return;
   std::span<const uint8_t> raw(reinterpret_cast<const uint8_t*>(bytes), size_t(length));
   if (!belvane::detail::isValidUTF8(raw)) return;  // undecodable titles are dropped
-  if (auto* d = contextOf(streamer)) d->shoutstreamerDidProvideTitle(std::string(bytes, size_t(length)), framesBuffered);
+  if (auto* d = contextOf(streamer))
+    d->shoutstreamerDidProvideTitle(std::string(bytes, size_t(length)), framesBuffered,
+                                    belvane::detail::shoutstreamerTitleURL(streamer));
 }
 
 // Runs on the destroying thread: stopping the output releases an audio

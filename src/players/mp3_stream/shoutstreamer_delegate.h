@@ -76,11 +76,12 @@ class BVShoutstreamerDelegate : public std::enable_shared_from_this<BVShoutstrea
   // Called from the streaming library's delivery thread.
   void shoutstreamerChangedState(int oldState, int newState, int32_t errorCode);
   void shoutstreamerDidProvideAudio(float sampleRate, float** data, int32_t frames);
-  void shoutstreamerDidProvideTitle(const std::string& title, int32_t framesBuffered) {
-    _audio->title(title, framesBuffered);
+  // The title with the StreamUrl the station sent with it (empty: none).
+  void shoutstreamerDidProvideTitle(const std::string& title, int32_t framesBuffered, const std::string& url = {}) {
+    _audio->title({title, url}, framesBuffered);
   }
   // On the run loop: hands a due title to the owner.
-  void shoutstreamerDidProvideTitle(const std::shared_ptr<const std::string>& title);
+  void shoutstreamerDidProvideTitle(const std::shared_ptr<const belvane::detail::StreamTitle>& title);
 
   // The library's callbacks, with this delegate as their context.
   static void stateCallback(shoutstreamer_t streamer, int oldState, int newState);
@@ -90,7 +91,7 @@ class BVShoutstreamerDelegate : public std::enable_shared_from_this<BVShoutstrea
 
  private:
   BVShoutstreamerDelegate();
-  void audioDeliveryTitleDue(const std::shared_ptr<const std::string>& title) override {
+  void audioDeliveryTitleDue(const std::shared_ptr<const belvane::detail::StreamTitle>& title) override {
     shoutstreamerDidProvideTitle(title);
   }
   void performOnRunLoop(std::function<void(BVShoutstreamerDelegate&)> fn);

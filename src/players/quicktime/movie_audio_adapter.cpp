@@ -16,7 +16,7 @@ void MovieAudioAdapter::movieAudio(float sampleRate, float** channels, int32_t f
   if (attached_) audio_->write(sampleRate, channels, frames);
 }
 
-void MovieAudioAdapter::movieStreamTitle(const std::string& title) {
+void MovieAudioAdapter::movieStreamTitle(const StreamTitle& title) {
   std::lock_guard lock(mutex_);
   if (attached_) audio_->title(title, 0);
 }

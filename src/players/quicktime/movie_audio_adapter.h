@@ -24,7 +24,7 @@ class MovieAudioAdapter final : public MovieAudioSink {
   void detach();
 
   void movieAudio(float sampleRate, float** channels, int32_t frames) override;
-  void movieStreamTitle(const std::string& title) override;
+  void movieStreamTitle(const StreamTitle& title) override;
   void movieAudioDiscontinuity() override;
   void movieAudioEnded() override;
 

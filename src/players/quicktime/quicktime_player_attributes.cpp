@@ -5,6 +5,7 @@
 
 #include "movie/QTMovie.h"
 #include "players/quicktime/QTMetaData.h"
+#include "streaming/stream_title.h"
 
 #include <glib.h>
 
@@ -90,10 +91,18 @@ void BVQuickTimePlayer::_updateAttributesNotifyingChanges(bool notify) {
 }
 
 BVDictionary BVQuickTimePlayer::attributes() const {
-  if (_subPlayer) return _subPlayer->attributes();
+  if (_subPlayer) {
+    BVDictionary result = _subPlayer->attributes();
+    for (const auto& [key, value] : playlistEntry_) result.insert_or_assign(key, value);
+    return result;
+  }
   // Worked out on first request, without announcements.
   if (!_lastAttributes) const_cast<BVQuickTimePlayer*>(this)->_updateAttributesNotifyingChanges(false);
   BVDictionary result = _lastAttributes.value_or(BVDictionary{});
-  if (streamTitle_) result[BVPlayerAttributeStreamTitleKey] = BVValue(*streamTitle_);
+  for (const auto& [key, value] : playlistEntry_) result.insert_or_assign(key, value);
+  if (streamTitle_) {
+    result[BVPlayerAttributeStreamTitleKey] = BVValue(streamTitle_->title);
+    if (!streamTitle_->url.empty()) result[BVPlayerAttributeStreamURLKey] = BVValue(streamTitle_->url);
+  }
   return result;
 }

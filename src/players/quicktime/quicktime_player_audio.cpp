@@ -14,7 +14,7 @@ namespace belvane::detail {
 class QuickTimeTitleClient final : public AudioDeliveryClient {
  public:
   explicit QuickTimeTitleClient(std::weak_ptr<BVQuickTimePlayer> player) : player_(std::move(player)) {}
-  void audioDeliveryTitleDue(const std::shared_ptr<const std::string>& title) override {
+  void audioDeliveryTitleDue(const std::shared_ptr<const StreamTitle>& title) override {
     if (auto player = player_.lock()) player->streamTitleDue(title);
   }
 
@@ -57,7 +57,7 @@ void BVQuickTimePlayer::stopMovieAudio() {
   streamTitle_.reset();
 }
 
-void BVQuickTimePlayer::streamTitleDue(const std::shared_ptr<const std::string>& title) {
+void BVQuickTimePlayer::streamTitleDue(const std::shared_ptr<const belvane::detail::StreamTitle>& title) {
   // Files (local, or served with their length, whose duration may not be
   // known yet) keep their metadata keys: their titles are track titles.
   if (!title || !_movie || _movie->isFiniteResource()) return;

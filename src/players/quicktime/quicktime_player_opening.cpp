@@ -15,6 +15,7 @@
 #include "players/file_tags.h"
 #include "players/quicktime/movie_audio_adapter.h"
 #include "players/reception_watch.h"
+#include "playlists/playlist_entry.h"
 
 #include <unistd.h>
 
@@ -119,6 +120,7 @@ void BVQuickTimePlayer::playWithMovie(const std::shared_ptr<BVMediaLink>& link) 
 
 void BVQuickTimePlayer::handleASXPlaylistLink(const std::shared_ptr<BVMediaLink>& link) {
   BVBasePlayer::playLink(link);
+  playlistEntry_.clear();
   if (_playlist) _playlist->setDelegate(nullptr);
   _playlist = BVWebPlaylist::initWithURL(link->url());
   if (_playlist) {
@@ -151,6 +153,9 @@ bool BVQuickTimePlayer::playTrackNumber(uint32_t index) {
   const std::string* text = BVDictionaryString(track, kPlaylistAttributeTrackURL);
   std::optional<BVURL> url = text ? BVURL::URLWithString(*text) : std::nullopt;
   if (!url) return false;
+  const std::string* title = BVDictionaryString(track, kPlaylistAttributeTrackTitle);
+  playlistEntry_ = belvane::detail::playlistEntryAttributes(belvane::detail::PlaylistEntry{
+      belvane::detail::playlistEntryTitle(title ? std::optional<std::string>(*title) : std::nullopt), index + 1});
   changeStateTo(BVPlayerStateConnecting);
   // The whole choice runs again: a track may itself be a playlist. It
   // keeps the playlist link's title encoding.
@@ -182,5 +187,7 @@ void BVQuickTimePlayer::playerPositionChanged(BVBasePlayer&, float position) {
 
 void BVQuickTimePlayer::playerAttributeChanged(BVBasePlayer&, const BVDictionary& attributes) {
   auto self = shared_from_this();
-  if (auto* o = owner()) o->playerAttributeChanged(*this, attributes);
+  BVDictionary withEntry = attributes;
+  for (const auto& [key, value] : playlistEntry_) withEntry.insert_or_assign(key, value);
+  if (auto* o = owner()) o->playerAttributeChanged(*this, withEntry);
 }
