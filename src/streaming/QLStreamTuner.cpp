@@ -13,6 +13,7 @@
 
 #include <belvane/BVRunLoop.h>
 
+#include <algorithm>
 #include <deque>
 #include <utility>
 #include <vector>
@@ -32,6 +33,9 @@ struct Candidate {
   int depth;      // playlists above it
   bool isSource;  // the station URL itself
   std::optional<PlaylistEntry> entry;  // the playlist entry it is, when it is one
+  // Every entry of the playlist it came from, in file order (null for the
+  // source itself).
+  std::shared_ptr<const std::vector<BVURL>> siblings;
 };
 
 // Schemes the tuner can look at; others are offered without a MIME type.
@@ -52,6 +56,7 @@ struct QLStreamTuner::Impl {
   std::optional<BVURL> sourceURL;
   std::optional<BVURL> tunedURL;
   std::optional<PlaylistEntry> tunedEntry;
+  std::shared_ptr<const std::vector<BVURL>> tunedSiblings;
   std::optional<BVRunLoop> loop;
   Phase phase = Phase::Idle;
   uint64_t generation = 0;  // bumped by stop(): stale work sees it and quits
@@ -87,7 +92,7 @@ struct QLStreamTuner::Impl {
     found = offeredAny = false;
     candidateError = nullptr;
     fetchesLeft = kMaximumFetches;
-    if (sourceURL) pending.push_back({*sourceURL, 0, true, std::nullopt});
+    if (sourceURL) pending.push_back({*sourceURL, 0, true, std::nullopt, nullptr});
     phase = Phase::Resolving;
     armSearchDeadline();
     schedule();
@@ -222,12 +227,14 @@ struct QLStreamTuner::Impl {
       return;
     }
     std::vector<Candidate> entries;
+    auto siblings = std::make_shared<std::vector<BVURL>>();
     for (const TunerPlaylistEntry& entry : tunerPlaylistEntries(result.format, result.text)) {
       auto url = tunerResolveEntry(entry.text, base);
       if (!url) continue;
       // A playlist from the network may not point at local files.
       if (url->isFileURL() && !base.isFileURL()) continue;
-      entries.push_back({*url, candidate.depth + 1, false, entry.entry});
+      entries.push_back({*url, candidate.depth + 1, false, entry.entry, siblings});
+      siblings->push_back(*url);
     }
     QLDebugLog(QL_LOG_INFO, "tuner: playlist %s lists %zu entries", candidate.url.absoluteString().c_str(),
                entries.size());
@@ -263,6 +270,7 @@ struct QLStreamTuner::Impl {
     offeredAny = true;
     tunedURL = url;
     tunedEntry = candidate.entry;
+    tunedSiblings = candidate.siblings;
     const std::string* type = mimeType ? &*mimeType : nullptr;
     uint64_t since = generation;
     bool accepted = delegate && delegate->streamTunerShouldTuneStream(owner, url, type);
@@ -340,6 +348,20 @@ std::optional<BVURL> QLStreamTuner::tunedURL() const {
 }
 
 std::optional<belvane::detail::PlaylistEntry> QLStreamTuner::tunedPlaylistEntry() const { return impl_->tunedEntry; }
+
+std::vector<BVURL> QLStreamTuner::alternateStreamURLs() const {
+  std::vector<BVURL> result;
+  if (!impl_->tunedSiblings || !impl_->tunedURL) return result;
+  const auto& all = *impl_->tunedSiblings;
+  const std::string tuned = impl_->tunedURL->absoluteString();
+  auto at = std::find_if(all.begin(), all.end(), [&](const BVURL& u) { return u.absoluteString() == tuned; });
+  if (at == all.end()) return result;
+  // The entries after it, then those before it (tried and passed over once).
+  for (auto it = at + 1; it != all.end(); ++it) result.push_back(*it);
+  for (auto it = all.begin(); it != at; ++it) result.push_back(*it);
+  std::erase_if(result, [&](const BVURL& u) { return u.absoluteString() == tuned; });
+  return result;
+}
 
 std::string QLStreamTuner::trimParametersFromMimeType(const std::string& mimeType) {
   return mimeTypeWithoutParameters(mimeType, MIMETypeCase::AsWritten);

@@ -21,6 +21,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 class QLStreamTuner;
 
@@ -75,6 +76,10 @@ class QLStreamTuner : public std::enable_shared_from_this<QLStreamTuner> {
   // The playlist entry the URL tuned last is (its title there and its place,
   // in the playlist that listed it); nothing for the source URL itself.
   std::optional<belvane::detail::PlaylistEntry> tunedPlaylistEntry() const;
+  // The other entries of the playlist the tuned URL came from: those after
+  // it, then those before it, in file order; empty when it came from none.
+  // A station that breaks off is reconnected to these in turn with its own.
+  std::vector<BVURL> alternateStreamURLs() const;
   // "audio/mpeg; charset=x" -> "audio/mpeg".
   static std::string trimParametersFromMimeType(const std::string& mimeType);
 

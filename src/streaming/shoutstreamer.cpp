@@ -312,6 +312,7 @@ int shoutstreamer_start(shoutstreamer_t s, const char* url, void* context,
   policy.reconnectFirstDelay = s->tuning.reconnectFirstDelay;
   policy.reconnectMaxDelay = s->tuning.reconnectMaxDelay;
   policy.requestSettings = s->tuning.requestSettings;
+  policy.alternates = s->tuning.alternates;
   s->reader = std::make_unique<StreamReader>(s->url, policy);
   QLDebugLog(QL_LOG_INFO, "shoutstreamer: starting %s", url);
   int result = 0;

@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 namespace belvane::detail {
 
@@ -26,6 +27,9 @@ struct ShoutstreamerTuning {
   double underrunReportDelay = 0.1;
   size_t maxCallbackFrames = 2048;   // frames handed to one audio callback at most
   size_t syncSearchBytes = 64 * 1024;  // audio bytes searched for MPEG frames before giving up
+  // Other addresses of the station, tried in turn when reconnecting (see
+  // StreamReaderPolicy::alternates).
+  std::vector<std::string> alternates;
   // The player's user agent, extra header fields and proxy (null: the defaults).
   BVRequestSettingsRef requestSettings;
   // The character set the link's titles are read in, over detection (see

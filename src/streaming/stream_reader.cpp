@@ -25,6 +25,9 @@ StreamReader::StreamReader(std::string url, StreamReaderPolicy policy)
       policy_(policy),
       held_(policy.startOffset == 0 ? HeldStream::take(url_) : nullptr) {
   finite_.delivered = policy.startOffset;
+  addresses_.push_back(url_);
+  for (const auto& alternate : policy_.alternates)
+    if (alternate != url_) addresses_.push_back(alternate);
 }
 
 StreamReader::~StreamReader() = default;
@@ -137,6 +140,9 @@ bool StreamReader::reconnect(Client& client, Attempt* resumed, int32_t* error) {
     }
     if (remaining() <= 0) break;
     ++tries;
+    // The station's own address first, then its alternates in turn.
+    const size_t index = (current_ + size_t(tries - 1)) % addresses_.size();
+    url_ = addresses_[index];
     QLDebugLog(QL_LOG_INFO, "stream: reconnecting to %s (try %d)", url_.c_str(), tries);
     client.reconnecting(tries);
     Attempt attempt = connectOnce(client, std::min(policy_.connectTimeout, std::max(remaining(), 0.5)), 0);
@@ -144,6 +150,7 @@ bool StreamReader::reconnect(Client& client, Attempt* resumed, int32_t* error) {
     // A server that sends a scrap of audio and hangs up again has not come
     // back; that try counts as failed.
     if (attempt.played) {
+      current_ = index;  // a later break starts from the address that answered
       *resumed = attempt;
       return true;
     }

@@ -30,6 +30,8 @@
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
+#include <string>
+#include <vector>
 #include <mutex>
 #include <span>
 #include <string>
@@ -63,16 +65,20 @@ struct StreamReaderPolicy {
   // The player's user agent, extra header fields and proxy for every
   // connection (null: the defaults).
   BVRequestSettingsRef requestSettings;
+  // Other addresses of the same station (the other entries of the playlist
+  // it came from), tried in turn with its own when reconnecting: a mirror
+  // that is up brings the station back while its first server is away.
+  std::vector<std::string> alternates;
 };
 
-// The reconnection window for a player's patience in seconds: 0 is the
-// short window of 10 s.
 // How a reading's connection fares, for the listener's view of it.
 struct StreamReaderProgress {
   int32_t reconnectAttempts = 0;  // fresh connections tried after breaks, since the reading began
   bool broken = false;            // from a break until the next connection answers
 };
 
+// The reconnection window for a player's patience in seconds: 0 is the
+// short window of 10 s.
 inline double reconnectWindowForPatience(double patience) { return patience > 0 ? patience : 10.0; }
 
 class StreamReader {
@@ -137,7 +143,9 @@ class StreamReader {
   bool isCancelled();
   bool networkKnownDown() const;
 
-  const std::string url_;
+  std::string url_;  // the address read now (an alternate after a reconnection to it); reading thread
+  std::vector<std::string> addresses_;  // url_'s first, then the policy's alternates
+  size_t current_ = 0;                  // which of addresses_ url_ is
   const StreamReaderPolicy policy_;
   std::shared_ptr<HeldStream> held_;
   Finite finite_;

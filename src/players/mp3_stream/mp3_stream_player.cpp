@@ -408,6 +408,11 @@ int BVMP3StreamPlayer::startShoutstreamer(const std::string& url) {
   tuning.reconnectWindow = belvane::detail::reconnectWindowForPatience(reconnectPatience());
   tuning.requestSettings = requestSettings();
   if (auto link = this->link()) tuning.titleEncoding = link->titleEncoding().value_or("");
+  // A station from a playlist is reconnected to the playlist's other
+  // entries in turn with its own address (mirrors).
+  if (url.rfind("file:", 0) != 0)
+    for (const BVURL& alternate : _streamTuner->alternateStreamURLs())
+      if (!alternate.isFileURL()) tuning.alternates.push_back(alternate.absoluteString());
   belvane::detail::shoutstreamerSetTuning(_shoutstreamer, tuning);
   int result = shoutstreamer_start(_shoutstreamer, url.c_str(), _shoutstreamerDelegate.get(),
                                    &BVShoutstreamerDelegate::stateCallback, &BVShoutstreamerDelegate::audioCallback,
