@@ -32,18 +32,19 @@ using namespace belvane::test;
 
 namespace {
 
-// A system-style bus in a temporary folder, open to everyone.
+// A bus with a session-style configuration (open to everyone) in a
+// temporary folder, standing in for the system bus.
 class PrivateSystemBus {
  public:
   explicit PrivateSystemBus(const std::string& dir) {
     std::string config = dir + "/bus.conf";
     std::ofstream(config) << "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
                              " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
-                             "<busconfig><type>system</type><listen>unix:path="
+                             "<busconfig><type>session</type><listen>unix:path="
                           << dir
                           << "/system_bus_socket</listen><auth>EXTERNAL</auth>"
-                             "<policy context=\"default\"><allow send_destination=\"*\"/><allow own=\"*\"/>"
-                             "<allow user=\"*\"/></policy></busconfig>\n";
+                             "<policy context=\"default\"><allow send_destination=\"*\" eavesdrop=\"true\"/>"
+                             "<allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>\n";
     std::string option = "--config-file=" + config;
     const char* argv[] = {"dbus-daemon", option.c_str(), "--nofork", "--print-address", nullptr};
     int out = -1;
@@ -87,10 +88,12 @@ class FakeLogind {
       g_main_context_push_thread_default(context_);
       serve(address);
       {
+        // Told under the lock: the constructor (and these with it) goes
+        // only once this has let go.
         std::lock_guard lock(started);
         done = true;
+        ready.notify_all();
       }
-      ready.notify_all();
       if (registered_) g_main_loop_run(loop_);
       if (bus_) g_dbus_connection_close_sync(bus_, nullptr, nullptr);
       g_clear_object(&bus_);
