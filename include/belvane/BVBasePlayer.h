@@ -129,6 +129,27 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   virtual void resume() {}
   virtual bool isPaused() const { return false; }
 
+  // Linux additions, the building blocks of a sleep timer.
+  // fadeVolumeTo moves the volume from where it stands to `volume` over
+  // `seconds` of the audio the listener hears, sample by sample, so that
+  // it has no audible steps; volume() follows it as it moves, setVolume
+  // ends it where it is, and while muted it only changes the volume that
+  // unmuting restores. Engines whose audio leaves through our own output
+  // (the MP3 stream and general engines) ramp; the default sets the volume
+  // at once.
+  virtual void fadeVolumeTo(float volume, double /*seconds*/) { setVolume(volume); }
+  // stopAfterCurrentTitle: the playback stops where the next stream title
+  // (one other than the title playing) begins, exactly at that title's
+  // first frame: the audio before it is heard, the next title is not
+  // announced, the output stops and the state becomes Stopped.
+  // setStopsAfterCurrentTitle(false) takes the request back; a new playLink
+  // ends it. Engines that time titles by their audio (the MP3 stream and
+  // general engines) do it; the default ignores it (stopsAfterCurrentTitle
+  // stays false).
+  void stopAfterCurrentTitle() { setStopsAfterCurrentTitle(true); }
+  virtual void setStopsAfterCurrentTitle(bool /*stops*/) {}
+  virtual bool stopsAfterCurrentTitle() const { return false; }
+
   // Linux addition: how the audio is arriving (see BVPlayerReception).
   virtual BVPlayerReception reception() const { return {}; }
 

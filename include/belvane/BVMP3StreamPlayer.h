@@ -37,6 +37,11 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   void setVolume(float volume) override;
   bool isMuted() const override;
   void setMuted(bool muted) override;
+  // Ramped in the output, and stopped at the next title's first frame (see
+  // BVBasePlayer).
+  void fadeVolumeTo(float volume, double seconds) override;
+  void setStopsAfterCurrentTitle(bool stops) override;
+  bool stopsAfterCurrentTitle() const override;
   // Seconds since playLink started tuning (0 before); for a local file, the
   // seconds into the file that have been played.
   float elapsedTime() const override;
@@ -85,6 +90,8 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   void shoutstreamerChangedState(const BVDictionary& change);
   void shoutstreamerDidProvideTitle(const std::shared_ptr<const belvane::detail::StreamTitle>& title);
   void didStopAudioPlayer();
+  // The output stopped where the next title began: the stream ends here.
+  void didStopAtTitle();
 
  protected:
   BVMP3StreamPlayer();

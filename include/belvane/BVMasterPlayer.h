@@ -20,10 +20,14 @@
 
 #include <belvane/BVBasePlayer.h>
 
+#include <memory>
 #include <optional>
 #include <utility>
 
 class BVMP3StreamPlayer;
+namespace belvane::detail {
+class SleepInhibitor;
+}
 
 class BV_EXPORT BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
  public:
@@ -45,6 +49,11 @@ class BV_EXPORT BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
   void setVolume(float volume) override;
   bool isMuted() const override;
   void setMuted(bool muted) override;
+  // Fading and stopping after the title: forwarded to the sub-player; a
+  // request to stop after the title is kept for a fallback's sub-player.
+  void fadeVolumeTo(float volume, double seconds) override;
+  void setStopsAfterCurrentTitle(bool stops) override;
+  bool stopsAfterCurrentTitle() const override;
   float elapsedTime() const override;
   BVDictionary attributes() const override;
   bool pause() override;
@@ -57,6 +66,15 @@ class BV_EXPORT BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
   void setRequestSettings(BVRequestSettingsRef settings) override;
   std::string audioOutputName() const override;
   uint64_t outputFramesWritten() const override;
+
+  // Linux additions, keeping the machine awake: while the playback plays
+  // (Playing, not paused) the master holds logind's sleep inhibitor on the
+  // system bus ("block" mode), and lets go of it on stop, error, pause, a
+  // switch of link (until the next link plays) and when the master goes. On
+  // by default. Where there is no system bus or no logind, nothing happens
+  // (logged once).
+  void setInhibitsSleep(bool inhibits);
+  bool inhibitsSleep() const { return inhibitsSleep_; }
 
   // The player doing the work (its owner is the master).
   const std::shared_ptr<BVBasePlayer>& subPlayer() const { return _subPlayer; }
@@ -77,6 +95,9 @@ class BV_EXPORT BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
   std::pair<std::shared_ptr<BVBasePlayer>, std::shared_ptr<BVMediaLink>> fallbackPlayer(const BVMP3StreamPlayer& failed,
                                                                                       const BVErrorRef& error);
 
+  // Holds or lets go of the sleep inhibitor as the playback now stands.
+  void updateSleepInhibitor();
+
   std::shared_ptr<BVBasePlayer> _subPlayer;
   bool subPlayerUsed_ = false;  // the sub-player has been given a link
   bool stopped_ = false;        // stop() ended the playback; no playLink since
@@ -84,4 +105,7 @@ class BV_EXPORT BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
   // The last state relayed to the owner since playLink: a switch of engines
   // within one playback does not repeat it.
   std::optional<BVPlayerState> relayedState_;
+  // Keeping the machine awake.
+  bool inhibitsSleep_ = true;
+  std::unique_ptr<belvane::detail::SleepInhibitor> sleepInhibitor_;  // made when first held
 };

@@ -69,6 +69,11 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   void setVolume(float volume) override;
   bool isMuted() const override;
   void setMuted(bool muted) override;
+  // Ramped in the output, and stopped at the next title's first frame (see
+  // BVBasePlayer); a sub-player's own.
+  void fadeVolumeTo(float volume, double seconds) override;
+  void setStopsAfterCurrentTitle(bool stops) override;
+  bool stopsAfterCurrentTitle() const override;
   // The movie's metadata, a live stream's title (with its StreamUrl), the
   // station's facts and what is decoded, and the playlist entry that plays;
   // a sub-player's set with the ASX/WAX track that plays.
@@ -118,6 +123,8 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   void _releaseMovie();
   // A live stream's title is due: its audio is what the listener hears next.
   void streamTitleDue(const std::shared_ptr<const belvane::detail::StreamTitle>& title);
+  // The output stopped where the next title began: the movie goes.
+  void stoppedAtTitle();
 
   // The player a link was handed to (another engine's), and the error that
   // ended the last playback.
@@ -151,6 +158,7 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   bool paused_ = false;
   float _volume = 1.0f;
   bool _muted = false;
+  bool stopsAfterTitle_ = false;  // asked before the output was made
   std::optional<BVDictionary> _lastAttributes;
   double _lastIdleTimestamp = 0.0;
   std::shared_ptr<BVBasePlayer> _subPlayer;

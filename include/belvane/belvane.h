@@ -200,6 +200,30 @@ BV_EXPORT double bv_player_get_volume(const bv_player *player);
 BV_EXPORT int bv_player_set_reconnect_patience(bv_player *player, double seconds);
 BV_EXPORT double bv_player_get_reconnect_patience(const bv_player *player);
 
+/* ---- Sleep, fades and stopping after the title ------------------------- */
+
+/* While the playback plays (not paused) the player keeps the machine from
+ * sleeping through logind's inhibitor on the system bus, and lets go on
+ * stop, error and pause. On (1) by default; 0 turns it off. Without a
+ * system bus or logind nothing happens (logged once). */
+BV_EXPORT int bv_player_set_inhibit_sleep(bv_player *player, int inhibit);
+BV_EXPORT int bv_player_get_inhibit_sleep(const bv_player *player);
+
+/* Moves the volume from where it stands to volume (0.0 to 1.0) over seconds
+ * of audio, sample by sample (no audible steps); bv_player_get_volume
+ * follows it, bv_player_set_volume ends it where it is. The RealMedia
+ * engine sets the volume at once. BV_ERROR_INVALID_PARAMETER outside 0..1
+ * or for a negative time. */
+BV_EXPORT int bv_player_fade_volume(bv_player *player, double volume, double seconds);
+
+/* With stop 1, the playback stops where the next stream title begins,
+ * exactly at its first frame: the state callback reports BV_STATE_STOPPED
+ * and the next title is not announced. 0 takes the request back; a new
+ * play ends it. Engines that time titles by their audio (MP3 streams and
+ * the general engine) honour it. */
+BV_EXPORT int bv_player_stop_after_title(bv_player *player, int stop);
+BV_EXPORT int bv_player_get_stop_after_title(const bv_player *player);
+
 /* ---- Request settings -------------------------------------------------- */
 
 /* How the player's requests go out, for every request made for a playback

@@ -110,6 +110,12 @@ _declare("bv_player_is_paused", ctypes.c_int, c_player_p)
 _declare("bv_player_publish_mpris", ctypes.c_int, c_player_p, ctypes.c_int)
 _declare("bv_set_log_callback", None, LOG_CALLBACK, ctypes.c_void_p)
 _declare("bv_error_is_retryable", ctypes.c_int, ctypes.c_char_p, ctypes.c_int64)
+# Sleep, fades and stopping after the title.
+_declare("bv_player_set_inhibit_sleep", ctypes.c_int, c_player_p, ctypes.c_int)
+_declare("bv_player_get_inhibit_sleep", ctypes.c_int, c_player_p)
+_declare("bv_player_fade_volume", ctypes.c_int, c_player_p, ctypes.c_double, ctypes.c_double)
+_declare("bv_player_stop_after_title", ctypes.c_int, c_player_p, ctypes.c_int)
+_declare("bv_player_get_stop_after_title", ctypes.c_int, c_player_p)
 # Request settings.
 _declare("bv_player_set_user_agent", ctypes.c_int, c_player_p, ctypes.c_char_p)
 _declare("bv_player_get_user_agent", ctypes.c_void_p, c_player_p)

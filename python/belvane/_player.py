@@ -248,6 +248,32 @@ class Player:
     def volume(self, gain: float) -> None:
         _check(lib.bv_player_set_volume(self._live(), gain))
 
+    # Sleep, fades and stopping after the title.
+    @property
+    def inhibit_sleep(self) -> bool:
+        """While playing (not paused) the machine is kept from sleeping
+        (logind's inhibitor); on by default."""
+        return bool(lib.bv_player_get_inhibit_sleep(self._live()))
+
+    @inhibit_sleep.setter
+    def inhibit_sleep(self, inhibit: bool) -> None:
+        _check(lib.bv_player_set_inhibit_sleep(self._live(), int(bool(inhibit))))
+
+    def fade_volume(self, gain: float, seconds: float) -> None:
+        """Moves the volume to gain over seconds of audio, without audible
+        steps; setting volume ends the fade where it is."""
+        _check(lib.bv_player_fade_volume(self._live(), gain, seconds))
+
+    @property
+    def stop_after_title(self) -> bool:
+        """True: the playback stops (STOPPED) where the next stream title
+        begins, at its first frame. A new play() ends the request."""
+        return bool(lib.bv_player_get_stop_after_title(self._live()))
+
+    @stop_after_title.setter
+    def stop_after_title(self, stop: bool) -> None:
+        _check(lib.bv_player_stop_after_title(self._live(), int(bool(stop))))
+
     @property
     def reconnect_patience(self) -> float:
         """Seconds a live station that breaks off is tried again before the

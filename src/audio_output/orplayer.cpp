@@ -130,13 +130,17 @@ void writeDirect(orplayer* player, uint64_t id, unsigned rate, float** channels,
   auto& chunk = player->directChunk;
   if (chunk.size() < frames * 2) chunk.resize(frames * 2);
   if (!backend->discardsSamples()) {
+    std::lock_guard coreLock(core.mutex);  // for the ramp
     const float gain = core.gain.load(std::memory_order_relaxed);
+    const bool ramping = core.ramp.isActive();
+    const float constant = ramping ? 1.0f : gain;
     const float* left = channels[0];
     const float* right = channels[1] ? channels[1] : channels[0];
     for (size_t i = 0; i < frames; ++i) {
-      chunk[2 * i] = left[i] * gain;
-      chunk[2 * i + 1] = right[i] * gain;
+      chunk[2 * i] = left[i] * constant;
+      chunk[2 * i + 1] = right[i] * constant;
     }
+    if (ramping) core.gain.store(core.ramp.apply(chunk.data(), frames, rate, gain));
   }
   if (backend->write(chunk.data(), frames)) {
     core.framesWritten.fetch_add(frames, std::memory_order_relaxed);
@@ -349,7 +353,22 @@ void orplayer_stop(orplayer_t player) {
 
 void orplayer_set_gain(orplayer_t player, float gain) {
   // Not-a-number or infinite gains would turn the audio into noise.
-  if (player && std::isfinite(gain)) player->core->gain.store(gain);
+  if (!player || !std::isfinite(gain)) return;
+  std::lock_guard lock(player->core->mutex);
+  player->core->ramp.cancel();
+  player->core->gain.store(gain);
+}
+
+void orplayer_ramp_gain(orplayer_t player, float gain, double seconds) {
+  if (!player || !std::isfinite(gain) || !(seconds >= 0)) return;
+  std::lock_guard lock(player->core->mutex);
+  player->core->ramp.start(gain, seconds);
+}
+
+float orplayer_get_gain_target(orplayer_t player) {
+  if (!player) return 0.0f;
+  std::lock_guard lock(player->core->mutex);
+  return player->core->ramp.isActive() ? player->core->ramp.target() : player->core->gain.load();
 }
 
 float orplayer_get_gain(orplayer_t player) { return player ? player->core->gain.load() : 0.0f; }

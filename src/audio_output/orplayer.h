@@ -67,6 +67,14 @@ void orplayer_stop(orplayer_t player);
 // first). Not-a-number and infinite gains are ignored.
 void orplayer_set_gain(orplayer_t player, float gain);
 float orplayer_get_gain(orplayer_t player);
+// Linux additions: moves the gain in a straight line, frame by frame, from
+// where it stands to `gain` over `seconds` of the audio leaving the queue
+// (no audible steps); 0 seconds: at the next frame. orplayer_set_gain ends
+// a ramp where it is and sets its gain; orplayer_get_gain follows the ramp,
+// orplayer_get_gain_target tells where it is going (the gain when none
+// moves). Not-a-number gains and negative times are ignored.
+void orplayer_ramp_gain(orplayer_t player, float gain, double seconds);
+float orplayer_get_gain_target(orplayer_t player);
 // Stops and frees the player; returns promptly from any state, releasing a
 // writer blocked in orplayer_play_wait (which must not call again).
 void orplayer_destroy(orplayer_t player);

@@ -100,7 +100,9 @@ void runOutput(std::shared_ptr<PlayerCore> corePtr, std::shared_ptr<OutputSessio
 
     size_t want = backend->paced() ? std::max(1u, rate / kChunksPerSecond) : core.ring.frames();
     if (chunk.size() < want * FrameRing::kChannels) chunk.resize(want * FrameRing::kChannels);
-    size_t n = core.ring.pop(chunk.data(), want, core.gain.load(std::memory_order_relaxed));
+    const float gain = core.gain.load(std::memory_order_relaxed);
+    size_t n = core.ring.pop(chunk.data(), want, core.ramp.isActive() ? 1.0f : gain);
+    if (core.ramp.isActive()) core.gain.store(core.ramp.apply(chunk.data(), n, rate, gain));
     bool wakeWriter =
         core.waitingWriters > 0 && core.ring.room(core.writerRate, core.queueSeconds) >= core.writerNeeds;
     lock.unlock();

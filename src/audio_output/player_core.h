@@ -14,6 +14,7 @@
 #include <mutex>
 
 #include "audio_output/frame_ring.h"
+#include "audio_output/gain_ramp.h"
 #include "audio_output/output_backend.h"
 
 namespace belvane::detail {
@@ -50,7 +51,10 @@ struct PlayerCore {
   int outputWaiters = 0;
   size_t outputWants = 1;
 
+  // The gain as it stands (moved by a ramp as its audio leaves the queue),
+  // and the ramp in progress, guarded by the mutex.
   std::atomic<float> gain{1.0f};
+  GainRamp ramp;
   std::atomic<uint64_t> framesWritten{0};
   std::atomic<const char*> outputName{"none"};
   std::atomic<bool> realTime{false};

@@ -402,6 +402,35 @@ double bv_player_get_reconnect_patience(const bv_player* player) {
   return player && player->master ? player->master->reconnectPatience() : -1.0;
 }
 
+// ---- sleep, fades and stopping after the title ----------------------------------
+
+int bv_player_set_inhibit_sleep(bv_player* player, int inhibit) {
+  if (!player || !player->master) return BV_ERROR_INVALID_PARAMETER;
+  player->master->setInhibitsSleep(inhibit != 0);
+  return BV_OK;
+}
+
+int bv_player_get_inhibit_sleep(const bv_player* player) {
+  return player && player->master && player->master->inhibitsSleep() ? 1 : 0;
+}
+
+int bv_player_fade_volume(bv_player* player, double volume, double seconds) {
+  if (!player || !player->master || !(volume >= 0.0 && volume <= 1.0) || !(seconds >= 0.0))
+    return BV_ERROR_INVALID_PARAMETER;
+  player->master->fadeVolumeTo(static_cast<float>(volume), seconds);
+  return BV_OK;
+}
+
+int bv_player_stop_after_title(bv_player* player, int stop) {
+  if (!player || !player->master) return BV_ERROR_INVALID_PARAMETER;
+  player->master->setStopsAfterCurrentTitle(stop != 0);
+  return BV_OK;
+}
+
+int bv_player_get_stop_after_title(const bv_player* player) {
+  return player && player->master && player->master->stopsAfterCurrentTitle() ? 1 : 0;
+}
+
 int bv_player_set_user_agent(bv_player* player, const char* userAgent) {
   return changeRequestSettings(player,
                                [&](const BVRequestSettings& s) { return s.withUserAgent(userAgent ? userAgent : ""); });

@@ -78,6 +78,7 @@ std::chrono::steady_clock::time_point AudioDelivery::audioRunsOutAt() const {
 
 int AudioDelivery::start() {
   interrupted_ = false;
+  haltedAtTitle_ = false;
   ending_ = false;
   runsOutAt_ = 0;
   // What an earlier run queued but dropped was never written: once nothing
@@ -123,13 +124,21 @@ void AudioDelivery::setVolume(float volume) {
 
 float AudioDelivery::volume() const { return isMuted() ? unmutedVolume_ : orplayer_get_gain(output_); }
 
+void AudioDelivery::fadeVolumeTo(float volume, double seconds) {
+  if (volume < 0) return;
+  if (isMuted())
+    unmutedVolume_ = volume;
+  else
+    orplayer_ramp_gain(output_, volume, seconds);
+}
+
 bool AudioDelivery::isMuted() const { return unmutedVolume_ >= 0; }
 
 void AudioDelivery::setMuted(bool muted) {
   if (muted) {
     if (isMuted()) return;
-    unmutedVolume_ = orplayer_get_gain(output_);
-    if (unmutedVolume_ > 0) orplayer_set_gain(output_, 0.0f);
+    unmutedVolume_ = orplayer_get_gain_target(output_);  // where a fade was going
+    orplayer_set_gain(output_, 0.0f);
   } else {
     if (!isMuted()) return;
     orplayer_set_gain(output_, unmutedVolume_);
@@ -142,6 +151,7 @@ void AudioDelivery::setMuted(bool muted) {
 // Hands a due title to the run loop, and gives the loop a moment to announce
 // it before more audio is written (see kTitleHandOffWait).
 void AudioDelivery::announce(StreamTitle title) {
+  lastTitle_ = title.title;
   auto shared = std::make_shared<const StreamTitle>(std::move(title));
   uint64_t ticket;
   {
@@ -171,6 +181,7 @@ void AudioDelivery::title(const StreamTitle& title, int32_t framesBuffered) {
   if (framesBuffered == 0) {
     // Its audio comes next: announce it once what was written has been taken.
     waitUntilWritten();
+    if (stopsAtTitle(title)) return;
     announce(title);
     return;
   }
@@ -207,6 +218,7 @@ void AudioDelivery::forgetPendingTitles() {
 }
 
 void AudioDelivery::write(float sampleRate, float** channels, int32_t frames) {
+  if (haltedAtTitle_) return;
   if (framesBuffered_ == 0 || frames < 0 || framesBuffered_ - frames > 0) {
     writeRange(sampleRate, channels, 0, frames);
     if (framesBuffered_ != 0 && frames >= 0) framesBuffered_ -= frames;
@@ -236,8 +248,22 @@ void AudioDelivery::write(float sampleRate, float** channels, int32_t frames) {
   // the output take that, announce, then write the rest.
   writeRange(sampleRate, channels, 0, dueAt);
   waitUntilWritten();
+  if (stopsAtTitle(due)) return;
   announce(std::move(due));
   writeRange(sampleRate, channels, dueAt, frames - dueAt);
+}
+
+bool AudioDelivery::stopsAtTitle(const StreamTitle& title) {
+  if (!stopAtNextTitle_ || title.title == lastTitle_) return false;
+  stopAtNextTitle_ = false;
+  haltedAtTitle_ = true;
+  forgetPendingTitles();
+  playOut();
+  std::lock_guard lock(clientMutex_);
+  loop_.perform(weak_from_this(), [this] {
+    if (auto* c = client()) c->audioDeliveryStoppedAtTitle();
+  });
+  return true;
 }
 
 void AudioDelivery::writeRange(float sampleRate, float** channels, int32_t from, int32_t count) {

@@ -36,6 +36,10 @@ class AudioDeliveryClient {
   virtual ~AudioDeliveryClient() = default;
   // On the playing thread's run loop: the audio of `title` is what is heard next.
   virtual void audioDeliveryTitleDue(const std::shared_ptr<const StreamTitle>& title) = 0;
+  // On the playing thread's run loop: the playback was asked to stop at the
+  // next title, and everything before that title's first frame has been
+  // heard; nothing after it reaches the output.
+  virtual void audioDeliveryStoppedAtTitle() {}
 };
 
 class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
@@ -85,6 +89,10 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
 
   void setVolume(float volume);  // negative values are ignored
   float volume() const;
+  // Moves the volume to `volume` over `seconds` of audio, frame by frame
+  // (see orplayer_ramp_gain); while muted, it only changes the volume that
+  // unmuting restores. setVolume ends the fade where it is.
+  void fadeVolumeTo(float volume, double seconds);
   void setMuted(bool muted);
   bool isMuted() const;
 
@@ -95,6 +103,12 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   // The last frames have been written: returns once they have been heard,
   // or at once when interrupted.
   void playOut();
+  // Any thread: the playback stops where the next title (one other than
+  // the last announced) begins: the audio before it is written and played
+  // out, the rest is dropped, and the client hears audioDeliveryStoppedAtTitle
+  // instead of the title. start() does not clear it; false cancels it.
+  void setStopsAtNextTitle(bool stops) { stopAtNextTitle_ = stops; }
+  bool stopsAtNextTitle() const { return stopAtNextTitle_; }
   // Titles still waiting for audio that will now never come (a flush, a new
   // stream) are forgotten.
   void forgetPendingTitles();
@@ -111,6 +125,9 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   void announce(StreamTitle title);
   void writeRange(float sampleRate, float** channels, int32_t from, int32_t count);
   void waitUntilWritten();
+  // Whether a due title ends the playback here; if so, plays out what was
+  // written, drops what follows and tells the client.
+  bool stopsAtTitle(const StreamTitle& title);
 
   orplayer_t output_ = nullptr;
   std::string outputSetting_;  // guarded by clientMutex_
@@ -129,6 +146,9 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   BVRunLoop loop_;
   std::thread::id loopThread_ = std::this_thread::get_id();
   float unmutedVolume_ = -1.0f;  // negative: not muted; else the gain to restore
+  std::atomic<bool> stopAtNextTitle_{false};
+  std::atomic<bool> haltedAtTitle_{false};  // writes are dropped until start()
+  std::string lastTitle_;                   // decoding thread only: the last title announced
 };
 
 }  // namespace belvane::detail

@@ -19,6 +19,7 @@
 #include <utility>
 
 #include "foundation/request_settings_scope.h"
+#include "foundation/sleep_inhibitor.h"
 #include "streaming/shoutstreamer.h"
 
 std::shared_ptr<BVMasterPlayer> BVMasterPlayer::create() {
@@ -48,6 +49,7 @@ void BVMasterPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   belvane::detail::RequestSettingsScope requests(requestSettings());
   BVBasePlayer::playLink(link);
   stopped_ = false;
+  _subPlayer->setStopsAfterCurrentTitle(false);
   relayedState_.reset();
   if (subPlayerUsed_) {
     // The sub-player has played before: what it played stops now, and the
@@ -58,6 +60,7 @@ void BVMasterPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   auto sub = _subPlayer;  // playing may replace the sub-player
   subPlayerUsed_ = true;
   sub->playLink(link);
+  updateSleepInhibitor();
 }
 
 void BVMasterPlayer::stop() {
@@ -67,6 +70,7 @@ void BVMasterPlayer::stop() {
   replaceSubPlayer(freshPlayerLike(*_subPlayer));
   stopped_ = true;
   relayedState_ = BVPlayerStateStopped;
+  updateSleepInhibitor();
   if (auto* o = owner()) o->playerStateChanged(*this, from, BVPlayerStateStopped, nullptr);
   if (relayedReception_ != BVPlayerReception{}) {
     relayedReception_ = {};
@@ -83,6 +87,7 @@ void BVMasterPlayer::replaceSubPlayer(std::shared_ptr<BVBasePlayer> next) {
   next->setRequestSettings(requestSettings());
   next->setVolume(volume());
   next->setMuted(isMuted());
+  next->setStopsAfterCurrentTitle(stopsAfterCurrentTitle());
   auto old = std::move(_subPlayer);
   old->setOwner(nullptr);
   _subPlayer = std::move(next);
@@ -99,10 +104,20 @@ float BVMasterPlayer::volume() const { return _subPlayer->volume(); }
 void BVMasterPlayer::setVolume(float volume) { _subPlayer->setVolume(volume); }
 bool BVMasterPlayer::isMuted() const { return _subPlayer->isMuted(); }
 void BVMasterPlayer::setMuted(bool muted) { _subPlayer->setMuted(muted); }
+void BVMasterPlayer::fadeVolumeTo(float volume, double seconds) { _subPlayer->fadeVolumeTo(volume, seconds); }
+void BVMasterPlayer::setStopsAfterCurrentTitle(bool stops) { _subPlayer->setStopsAfterCurrentTitle(stops); }
+bool BVMasterPlayer::stopsAfterCurrentTitle() const { return !stopped_ && _subPlayer->stopsAfterCurrentTitle(); }
 float BVMasterPlayer::elapsedTime() const { return _subPlayer->elapsedTime(); }
 BVDictionary BVMasterPlayer::attributes() const { return _subPlayer->attributes(); }
-bool BVMasterPlayer::pause() { return !stopped_ && _subPlayer->pause(); }
-void BVMasterPlayer::resume() { _subPlayer->resume(); }
+bool BVMasterPlayer::pause() {
+  bool paused = !stopped_ && _subPlayer->pause();
+  updateSleepInhibitor();
+  return paused;
+}
+void BVMasterPlayer::resume() {
+  _subPlayer->resume();
+  updateSleepInhibitor();
+}
 bool BVMasterPlayer::isPaused() const { return !stopped_ && _subPlayer->isPaused(); }
 BVPlayerReception BVMasterPlayer::reception() const {
   return stopped_ ? BVPlayerReception{} : _subPlayer->reception();
@@ -201,14 +216,34 @@ void BVMasterPlayer::playerStateChanged(BVBasePlayer& player, BVPlayerState from
       replaceSubPlayer(next);
       subPlayerUsed_ = true;
       next->playLink(link);
+      updateSleepInhibitor();
       return;
     }
   }
+  updateSleepInhibitor();
   // The next engine's player starts from Idle and says Connecting again:
   // the host heard that once for this playback already.
   if (relayedState_ == to) return;
   relayedState_ = to;
   if (auto* o = owner()) o->playerStateChanged(*this, from, to, error);
+}
+
+// ---- keeping the machine awake ----------------------------------------------------
+
+void BVMasterPlayer::setInhibitsSleep(bool inhibits) {
+  inhibitsSleep_ = inhibits;
+  updateSleepInhibitor();
+}
+
+void BVMasterPlayer::updateSleepInhibitor() {
+  bool plays = inhibitsSleep_ && state() == BVPlayerStatePlaying && !isPaused();
+  if (!plays) {
+    if (sleepInhibitor_) sleepInhibitor_->release();
+    return;
+  }
+  if (!sleepInhibitor_)
+    sleepInhibitor_ = std::make_unique<belvane::detail::SleepInhibitor>("Belvane", "Playing audio");
+  sleepInhibitor_->hold();
 }
 
 void BVMasterPlayer::setReconnectPatience(double seconds) {

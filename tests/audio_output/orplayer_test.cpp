@@ -132,6 +132,46 @@ TEST(OrplayerTest, WavOutputHoldsExactlyTheFramesWithGainApplied) {
   }
 }
 
+// A fade written to a file: a constant signal shows the gain sample by
+// sample, so a ramp that moved in blocks (a zipper) shows as steps.
+TEST(OrplayerTest, GainRampMovesSampleBySampleOverItsTime) {
+  belvane::test::TempDir dir;
+  std::string path = dir.path() + "/fade.wav";
+  orplayer_t player = makePlayer("wav:" + path);
+  ASSERT_EQ(0, orplayer_start(player));
+  std::vector<float> level(1000, 0.5f);
+  float* channels[2] = {level.data(), nullptr};
+  auto write = [&](int blocks) {
+    for (int i = 0; i < blocks; ++i) orplayer_play_wait(player, 44100, channels, 1000);
+  };
+  write(10);
+  orplayer_ramp_gain(player, 0.0f, 0.25);  // 11025 frames
+  EXPECT_FLOAT_EQ(0.0f, orplayer_get_gain_target(player));
+  write(20);
+  EXPECT_FLOAT_EQ(0.0f, orplayer_get_gain(player));
+  // Setting the gain ends a ramp where it is.
+  orplayer_ramp_gain(player, 1.0f, 10.0);
+  orplayer_set_gain(player, 0.25f);
+  EXPECT_FLOAT_EQ(0.25f, orplayer_get_gain_target(player));
+  orplayer_play_done(player);
+  ASSERT_TRUE(waitUntilSilent(player));
+  orplayer_destroy(player);
+
+  WavFile wav = readWav(path);
+  ASSERT_EQ(30000u * 2, wav.samples.size());
+  for (int i = 0; i < 10000; ++i) ASSERT_EQ(0.5f, wav.samples[2 * i]) << i;
+  const double step = 0.5 / 11025;
+  int silentFrom = -1;
+  for (int i = 10000; i < 30000; ++i) {
+    float before = wav.samples[2 * (i - 1)], now = wav.samples[2 * i];
+    ASSERT_EQ(now, wav.samples[2 * i + 1]) << i;  // a mono source fades on both sides alike
+    ASSERT_LE(now, before) << i;
+    ASSERT_LE(before - now, step * 1.01) << i;
+    if (now == 0.0f && silentFrom < 0) silentFrom = i;
+  }
+  EXPECT_NEAR(silentFrom, 10000 + 11025, 2);
+}
+
 TEST(OrplayerTest, SampleRateChangeIsFollowed) {
   belvane::test::TempDir dir;
   orplayer_t player = makePlayer("wav:" + dir.path() + "/rec.wav");

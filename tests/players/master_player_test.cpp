@@ -8,8 +8,11 @@
 #include <belvane/BVPlayerEngineCenter.h>
 #include <belvane/BVPlayerEngines.h>
 
+#include <optional>
+
 #include "support/icy_test_server.h"
 #include "support/recording_owner.h"
+#include "support/temp_dir.h"
 
 using namespace belvane::test;
 
@@ -50,6 +53,41 @@ TEST(MasterPlayer, RelaysStatesAndTitlesWithItselfAsThePlayer) {
   for (auto& e : owner.states) EXPECT_EQ(e.player, master.get());
   EXPECT_FALSE(owner.titles.empty());
   EXPECT_EQ(master->state(), BVPlayerStateStopped);
+}
+
+// Asked while the first song's title is announced, the playback ends where
+// the next song's title begins, at its first frame; a title sent again is
+// no new song. A fade handed to the master reaches the output.
+TEST(MasterPlayer, StopsAfterTheCurrentTitleAtTheNextTitlesFirstFrame) {
+  BELVANE_SKIP_WITHOUT_LAME();
+  IcyTestServer server;
+  auto s = liveStream();
+  s.titleForBlock = [](int b) { return b < 3 ? "Song A" : "Song B"; };
+  server.serve("/live", {s});
+  struct StoppingOwner : RecordingOwner {
+    void playerAttributeChanged(BVBasePlayer& player, const BVDictionary& attributes) override {
+      RecordingOwner::playerAttributeChanged(player, attributes);
+      if (titles.size() == 1 && !player.stopsAfterCurrentTitle()) player.stopAfterCurrentTitle();
+    }
+  } owner;
+  belvane::test::TempDir dir;
+  auto master = makeMaster(owner);
+  ASSERT_EQ(master->setAudioOutput("wav:" + dir.path() + "/out.wav"), 0);
+  master->fadeVolumeTo(0.5f, 0.05);
+  master->playLink(linkTo(server.url("/live")));
+  ASSERT_TRUE(runUntilEnded(owner));
+  EXPECT_EQ(owner.sequence(),
+            (std::vector<BVPlayerState>{BVPlayerStateConnecting, BVPlayerStatePlaying, BVPlayerStateStopped}));
+  EXPECT_EQ(owner.states.back().error, nullptr);
+  EXPECT_FALSE(master->stopsAfterCurrentTitle());
+  ASSERT_FALSE(owner.titles.empty());
+  for (auto& title : owner.titles) EXPECT_EQ(title, "Song A");
+  std::optional<IcyTitleMark> next;
+  for (auto& m : server.titles())
+    if (m.connection == server.connections("/live") - 1 && m.title == "Song B" && !next) next = m;
+  ASSERT_TRUE(next);
+  EXPECT_EQ(master->outputFramesWritten(), next->samplesBefore);
+  EXPECT_FLOAT_EQ(master->volume(), 0.5f);
 }
 
 TEST(MasterPlayer, FailureWithFallbackStreamsButNoOtherPlayerIsRelayed) {

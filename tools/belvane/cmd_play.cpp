@@ -22,6 +22,7 @@
 #include <glib.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -240,6 +241,8 @@ int runPlay(const Arguments& args) {
   if (args.option("patience") && !(patience >= 0))
     throw UsageError("option --patience takes seconds (0 or more), not '" + *args.option("patience") + "'");
   bool json = args.flag("json");
+  // The sleep timer: a fade over the last half minute, then the end.
+  double sleepMinutes = args.positiveNumber("sleep", 0);
   RequestOptions requests = requestOptions(args);
 
   std::unique_ptr<DemoStation> demo;
@@ -267,6 +270,8 @@ int runPlay(const Arguments& args) {
   if (args.flag("tool") || args.option("tool-path")) {
     if (requests.given)
       throw UsageError("--user-agent, --header, --proxy and --title-encoding do not reach a separate player tool");
+    if (sleepMinutes > 0 || args.flag("stop-after-title") || args.flag("no-inhibit"))
+      throw UsageError("--sleep, --stop-after-title and --no-inhibit do not reach a separate player tool");
     int status = playThroughTool(args.option("tool-path").value_or(defaultPlayerToolPath()), *url, output, duration,
                                  volume, args.flag("mute"), json, announcement);
     demo.reset();
@@ -284,6 +289,8 @@ int runPlay(const Arguments& args) {
   if (patience >= 0) master->setReconnectPatience(patience);
   master->setRequestSettings(requests.settings);
   if (args.flag("mute")) master->setMuted(true);
+  if (args.flag("no-inhibit")) master->setInhibitsSleep(false);
+  if (args.flag("stop-after-title")) master->stopAfterCurrentTitle();
   if (!announcement.empty()) std::fprintf(stdout, "%s\n", announcement.c_str());
 
   std::unique_ptr<PlayTerminal> terminal;
@@ -296,6 +303,12 @@ int runPlay(const Arguments& args) {
   guint sigterm = g_unix_signal_add(SIGTERM, stopOnSignal, nullptr);
   BVDelayedPerform timeLimit;
   if (duration > 0) timeLimit = BVRunLoop::main().performAfterDelay(duration, [] { BVRunLoop::main().stop(); });
+  BVDelayedPerform sleepFade, sleepEnd;
+  if (sleepMinutes > 0) {
+    double end = sleepMinutes * 60, fade = std::min(30.0, end);
+    sleepFade = BVRunLoop::main().performAfterDelay(end - fade, [&master, fade] { master->fadeVolumeTo(0, fade); });
+    sleepEnd = BVRunLoop::main().performAfterDelay(end, [] { BVRunLoop::main().stop(); });
+  }
 
   reporter.begin();
   // Played as it is: a copy would ask the server for the link's type
@@ -311,6 +324,8 @@ int runPlay(const Arguments& args) {
   if (state != BVPlayerStateStopped && state != BVPlayerStateError) BVRunLoop::main().run();
 
   timeLimit.cancel();
+  sleepFade.cancel();
+  sleepEnd.cancel();
   g_source_remove(sigint);
   g_source_remove(sigterm);
   reporter.setTerminal(nullptr);
@@ -334,7 +349,8 @@ int runPlay(const Arguments& args) {
 std::vector<Command> playCommands() {
   return {{"play",
            "[URL] [--output O] [--duration S] [--volume V] [--mute] [--patience S] [--user-agent S] [--header H]"
-           " [--proxy URL] [--title-encoding NAME] [--json] [--tool] [--tool-path PATH]",
+           " [--proxy URL] [--title-encoding NAME] [--sleep MINUTES] [--stop-after-title] [--no-inhibit] [--json]"
+           " [--tool] [--tool-path PATH]",
            "Plays URL through the master player until it stops, the duration passes or q is pressed.\n"
            "Without a URL it plays the built-in demo station, a loopback Shoutcast server with a\n"
            "synthesised clip whose titles change with each piece.\n"
@@ -350,6 +366,9 @@ std::vector<Command> playCommands() {
            "                 environment's http_proxy, https_proxy, all_proxy and no_proxy)\n"
            "  --title-encoding NAME    read the station's titles in this character set (WINDOWS-1251,\n"
            "                 KOI8-R, ...) instead of detecting it\n"
+           "  --sleep M      a sleep timer: fade out over the last 30 s of M minutes, then stop\n"
+           "  --stop-after-title   stop where the station's next title begins\n"
+           "  --no-inhibit   let the machine sleep while playing (by default it is kept awake)\n"
            "  --json         one JSON object a line for every player callback, then {\"event\":\"end\"}\n"
            "  --tool         play in a separate player-tool process (state followed by polling)\n"
            "  --tool-path P  the player-tool executable (default: belvane-player-tool beside belvane)\n"
@@ -357,8 +376,8 @@ std::vector<Command> playCommands() {
            "(said in one line on stderr), 2 for bad arguments.",
            runPlay,
            {"output", "duration", "volume", "patience", "tool-path", "user-agent", "header", "proxy",
-            "title-encoding"},
-           {"mute", "json", "tool"}}};
+            "title-encoding", "sleep"},
+           {"mute", "json", "tool", "no-inhibit", "stop-after-title"}}};
 }
 
 }  // namespace belvane::tool

@@ -36,13 +36,6 @@ size_t usableColumns() {
   return size_t(size.ws_col) - 1;
 }
 
-std::string clock(float seconds) {
-  if (seconds < 0) seconds = 0;
-  int s = int(seconds);
-  char buf[32];
-  std::snprintf(buf, sizeof buf, "%02d:%02d", s / 60, s % 60);
-  return buf;
-}
 }  // namespace
 
 PlayTerminal::PlayTerminal(BVBasePlayer* player, std::function<std::string()> engineName, std::function<void()> quit)
@@ -96,7 +89,7 @@ void PlayTerminal::redraw() {
   } else if (reception.state == BVPlayerReceptionPrebuffering && reception.prebufferProgress > 0) {
     parts.state += " " + std::to_string(int(std::lround(reception.prebufferProgress * 100))) + "%";
   }
-  parts.engine = engineName_();
+  parts.engine = shortEngineName(engineName_());
   auto attributes = player_->attributes();
   auto text = [&](const char* key) {
     auto it = attributes.find(key);
@@ -104,7 +97,11 @@ void PlayTerminal::redraw() {
   };
   parts.title = text(BVPlayerAttributeStreamTitleKey);
   parts.artist = text(BVPlayerAttributeArtistKey);
-  parts.clock = clock(player_->elapsedTime());
+  // A file shows how long it is beside how far it has played.
+  double total = -1;
+  if (auto it = attributes.find(BVPlayerAttributeDurationKey); it != attributes.end() && player_->hasPosition())
+    total = it->second.doubleValue();
+  parts.clock = playClock(player_->elapsedTime(), total);
   if (player_->hasPosition()) parts.position = player_->position();
   float volume = player_->volume();
   if (volume >= 0) parts.volumePercent = int(std::lround(volume * 100));

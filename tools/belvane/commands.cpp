@@ -5,6 +5,7 @@
 #include <belvane/BVURLAdditions.h>
 
 #include <belvane/BVURL.h>
+#include <belvane/belvane.h>
 
 #include <cmath>
 #include <cstdio>
@@ -164,6 +165,12 @@ int dispatch(int argc, char** argv) {
   std::string name = argv[1];
   if (name == "--help" || name == "-h" || name == "help") {
     printUsage(stdout);
+    return 0;
+  }
+  if (name == "--version" || name == "version") {
+    // The library that is loaded, which may be newer than these headers.
+    unsigned long v = bv_version();
+    std::printf("belvane %lu.%lu.%lu\n", (v >> 16) & 0xff, (v >> 8) & 0xff, v & 0xff);
     return 0;
   }
   for (auto& c : allCommands()) {

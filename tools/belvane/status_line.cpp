@@ -1,10 +1,14 @@
 // Fitting the status line to the terminal's width.
 #include "status_line.h"
 
+#include <belvane/BVPlayerEngines.h>
+
 #include <glib.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
+#include <utility>
 
 namespace belvane::tool {
 
@@ -66,6 +70,29 @@ std::string compose(const StatusParts& parts, const Layout& layout, const std::s
 }
 
 }  // namespace
+
+std::string shortEngineName(std::string_view engineID) {
+  static const std::pair<std::string_view, const char*> kNames[] = {
+      {BVMP3StreamPlayerEngine::kEngineID, "MP3"},
+      {BVQuicktimePlayerEngine::kEngineID, "GStreamer"},
+      {BVWindowsMediaPlayerEngine::kEngineID, "WMA"},
+      {BVHelixPlayerEngine::kEngineID, "Real"},
+  };
+  for (auto& [id, name] : kNames)
+    if (engineID == id) return name;
+  size_t dot = engineID.rfind('.');
+  return std::string(dot == std::string_view::npos ? engineID : engineID.substr(dot + 1));
+}
+
+std::string playClock(double elapsed, double total) {
+  auto mmss = [](double seconds) {
+    long s = seconds > 0 ? long(seconds) : 0;
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%02ld:%02ld", s / 60, s % 60);
+    return std::string(buf);
+  };
+  return total > 0 ? mmss(elapsed) + " / " + mmss(total) : mmss(elapsed);
+}
 
 size_t displayWidth(std::string_view text) {
   size_t width = 0;

@@ -11,14 +11,22 @@ namespace belvane::tool {
 
 struct StatusParts {
   std::string state;   // "Playing"
-  std::string engine;  // engine identifier, may be empty
+  std::string engine;  // the engine's short name (shortEngineName), may be empty
   std::string title;   // stream title, may be empty
   std::string artist;  // may be empty
-  std::string clock;   // elapsed time, "mm:ss"
+  std::string clock;   // elapsed time, "mm:ss", or "mm:ss / mm:ss" with the total
   std::optional<float> position;  // 0..1 when the player has one
   int volumePercent = -1;         // below 0 when unknown
   bool muted = false;
 };
+
+// The name a listener knows an engine by, short enough to leave the title
+// room: "MP3", "GStreamer", "WMA", "Real"; another identifier's last part.
+std::string shortEngineName(std::string_view engineID);
+
+// Elapsed seconds as "mm:ss" (hours roll into the minutes), followed by
+// " / mm:ss" when the total is known (above 0).
+std::string playClock(double elapsed, double total = -1);
 
 // Columns the text takes on a terminal (wide characters count two).
 size_t displayWidth(std::string_view text);

@@ -162,6 +162,15 @@ float BVMP3StreamPlayer::volume() const { return _shoutstreamerDelegate->volume(
 void BVMP3StreamPlayer::setVolume(float volume) { _shoutstreamerDelegate->setVolume(volume); }
 bool BVMP3StreamPlayer::isMuted() const { return _shoutstreamerDelegate->isMuted(); }
 void BVMP3StreamPlayer::setMuted(bool muted) { _shoutstreamerDelegate->setMuted(muted); }
+void BVMP3StreamPlayer::fadeVolumeTo(float volume, double seconds) {
+  _shoutstreamerDelegate->audio()->fadeVolumeTo(volume, seconds);
+}
+void BVMP3StreamPlayer::setStopsAfterCurrentTitle(bool stops) {
+  _shoutstreamerDelegate->audio()->setStopsAtNextTitle(stops);
+}
+bool BVMP3StreamPlayer::stopsAfterCurrentTitle() const {
+  return _shoutstreamerDelegate->audio()->stopsAtNextTitle();
+}
 
 float BVMP3StreamPlayer::elapsedTime() const {
   if (hasPosition()) return float(filePlayedSeconds());
@@ -396,6 +405,21 @@ void BVMP3StreamPlayer::didStopAudioPlayer() {
     changeStateTo(BVPlayerStateError, _error);
   else
     changeStateTo(BVPlayerStateStopped);
+  receptionWatch_->stop();
+}
+
+void BVMP3StreamPlayer::didStopAtTitle() {
+  if (state() == BVPlayerStateStopped || state() == BVPlayerStateError) return;
+  auto self = shared_from_this();
+  // The stream goes (its queued state changes with it) and the tuner tries
+  // no other candidate: the playback is over.
+  shoutstreamer_destroy(_shoutstreamer);
+  _shoutstreamer = shoutstreamer_create();
+  shoutstreamerStarted_ = false;
+  _shoutstreamerDelegate->startOver(0);
+  _shoutstreamerDelegate->stopAudioPlayerNow();
+  _streamTuner->stop();
+  changeStateTo(BVPlayerStateStopped);
   receptionWatch_->stop();
 }
 

@@ -117,6 +117,10 @@ void BVShoutstreamerDelegate::shoutstreamerDidProvideTitle(
   if (auto o = owner()) o->shoutstreamerDidProvideTitle(title);
 }
 
+void BVShoutstreamerDelegate::audioDeliveryStoppedAtTitle() {
+  if (auto o = owner()) o->didStopAtTitle();
+}
+
 // ---- C callbacks -------------------------------------------------------------
 
 namespace {

@@ -94,6 +94,7 @@ class BVShoutstreamerDelegate : public std::enable_shared_from_this<BVShoutstrea
   void audioDeliveryTitleDue(const std::shared_ptr<const belvane::detail::StreamTitle>& title) override {
     shoutstreamerDidProvideTitle(title);
   }
+  void audioDeliveryStoppedAtTitle() override;
   void performOnRunLoop(std::function<void(BVShoutstreamerDelegate&)> fn);
 
   std::shared_ptr<belvane::detail::AudioDelivery> _audio;

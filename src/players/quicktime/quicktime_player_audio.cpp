@@ -17,6 +17,9 @@ class QuickTimeTitleClient final : public AudioDeliveryClient {
   void audioDeliveryTitleDue(const std::shared_ptr<const StreamTitle>& title) override {
     if (auto player = player_.lock()) player->streamTitleDue(title);
   }
+  void audioDeliveryStoppedAtTitle() override {
+    if (auto player = player_.lock()) player->stoppedAtTitle();
+  }
 
  private:
   std::weak_ptr<BVQuickTimePlayer> player_;
@@ -34,6 +37,7 @@ int BVQuickTimePlayer::startMovieAudio() {
     audio_->setOutput(audioOutput());
     audio_->setVolume(_volume);
     audio_->setMuted(_muted);
+    audio_->setStopsAtNextTitle(stopsAfterTitle_);
     receptionWatch_ = std::make_unique<belvane::detail::ReceptionWatch>(
         audio_,
         [this] {
@@ -65,6 +69,34 @@ void BVQuickTimePlayer::streamTitleDue(const std::shared_ptr<const belvane::deta
   streamTitle_ = title;
   auto self = shared_from_this();
   changedAttribute(attributes());
+}
+
+void BVQuickTimePlayer::fadeVolumeTo(float volume, double seconds) {
+  if (volume < 0) return;
+  _volume = volume;
+  if (_subPlayer)
+    _subPlayer->fadeVolumeTo(volume, seconds);
+  else if (audio_)
+    audio_->fadeVolumeTo(volume, seconds);
+}
+
+void BVQuickTimePlayer::setStopsAfterCurrentTitle(bool stops) {
+  stopsAfterTitle_ = stops;
+  if (_subPlayer) _subPlayer->setStopsAfterCurrentTitle(stops);
+  if (audio_) audio_->setStopsAtNextTitle(stops);
+}
+
+bool BVQuickTimePlayer::stopsAfterCurrentTitle() const {
+  if (_subPlayer) return _subPlayer->stopsAfterCurrentTitle();
+  return audio_ ? audio_->stopsAtNextTitle() : stopsAfterTitle_;
+}
+
+void BVQuickTimePlayer::stoppedAtTitle() {
+  if (state() != BVPlayerStatePlaying) return;
+  auto self = shared_from_this();
+  stopsAfterTitle_ = false;
+  _releaseMovie();
+  changeStateTo(BVPlayerStateStopped);
 }
 
 BVPlayerReception BVQuickTimePlayer::reception() const {

@@ -75,6 +75,7 @@ void BVQuickTimePlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   _subPlayer->setAudioOutput(audioOutput());
   _subPlayer->setReconnectPatience(reconnectPatience());
   _subPlayer->setRequestSettings(requestSettings());
+  _subPlayer->setStopsAfterCurrentTitle(stopsAfterTitle_);
   _subPlayer->setOwner(this);
   auto sub = _subPlayer;
   sub->playLink(link);

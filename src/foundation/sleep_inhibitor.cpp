@@ -1,0 +1,169 @@
+// SleepInhibitor over logind's Inhibit method (see sleep_inhibitor.h).
+#include "foundation/sleep_inhibitor.h"
+
+#include <belvane/BVKitOwner.h>
+
+#include "foundation/thread_name.h"
+
+#include <gio/gio.h>
+#include <gio/gunixfdlist.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+namespace belvane::detail {
+
+struct SleepInhibitor::State {
+  std::string who, why;
+  std::mutex mutex;
+  bool wanted = false;
+  uint64_t generation = 0;  // bumped by every hold and release
+  int fd = -1;              // logind's descriptor while held
+
+  void closeHeld() {
+    if (fd >= 0) close(fd);
+    fd = -1;
+  }
+};
+
+namespace {
+
+// Logs the first reason of the process why nothing is inhibited.
+void logUnavailable(const char* what, const GError* error) {
+  static std::atomic<bool> logged{false};
+  if (logged.exchange(true)) return;
+  BVLog("Sleep is not inhibited while playing: %s (%s)", what, error ? error->message : "no details");
+}
+
+// The thread that talks to logind, with its own context and connection.
+class InhibitThread {
+ public:
+  static InhibitThread& shared() {
+    static InhibitThread* thread = new InhibitThread;  // kept for the process
+    return *thread;
+  }
+
+  // Runs fn on the thread.
+  void post(std::function<void()> fn) {
+    auto* call = new std::function<void()>(std::move(fn));
+    g_main_context_invoke_full(
+        context_, G_PRIORITY_DEFAULT,
+        +[](gpointer data) -> gboolean {
+          (*static_cast<std::function<void()>*>(data))();
+          return G_SOURCE_REMOVE;
+        },
+        call, +[](gpointer data) { delete static_cast<std::function<void()>*>(data); });
+  }
+
+  // On the thread: the connection to the system bus, made anew after it
+  // closed; null where there is none.
+  GDBusConnection* bus() {
+    if (bus_ && !g_dbus_connection_is_closed(bus_)) return bus_;
+    g_clear_object(&bus_);
+    GError* error = nullptr;
+    gchar* address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
+    if (address) {
+      bus_ = g_dbus_connection_new_for_address_sync(
+          address,
+          GDBusConnectionFlags(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                               G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+          nullptr, nullptr, &error);
+      g_free(address);
+    }
+    if (!bus_) logUnavailable("no system bus", error);
+    g_clear_error(&error);
+    return bus_;
+  }
+
+ private:
+  InhibitThread() : context_(g_main_context_new()) {
+    std::thread([context = context_] {
+      nameThisThread("bv-inhibit");
+      g_main_context_push_thread_default(context);
+      GMainLoop* loop = g_main_loop_new(context, FALSE);
+      g_main_loop_run(loop);  // for the life of the process
+    }).detach();
+  }
+
+  GMainContext* context_;
+  GDBusConnection* bus_ = nullptr;  // the thread's only
+};
+
+struct PendingReply {
+  std::shared_ptr<SleepInhibitor::State> state;
+  uint64_t generation;
+};
+
+void inhibitReplied(GObject* source, GAsyncResult* result, gpointer data) {
+  std::unique_ptr<PendingReply> pending(static_cast<PendingReply*>(data));
+  GUnixFDList* fds = nullptr;
+  GError* error = nullptr;
+  GVariant* reply =
+      g_dbus_connection_call_with_unix_fd_list_finish(G_DBUS_CONNECTION(source), &fds, result, &error);
+  int fd = -1;
+  if (reply && fds) {
+    gint32 index = -1;
+    g_variant_get(reply, "(h)", &index);
+    fd = g_unix_fd_list_get(fds, index, &error);  // a copy of its own
+  }
+  if (fd < 0) logUnavailable("logind did not answer Inhibit", error);
+  g_clear_error(&error);
+  if (reply) g_variant_unref(reply);
+  if (fds) g_object_unref(fds);
+  if (fd < 0) return;
+  auto& state = *pending->state;
+  std::lock_guard lock(state.mutex);
+  if (state.wanted && state.generation == pending->generation && state.fd < 0)
+    state.fd = fd;
+  else
+    close(fd);  // released meanwhile
+}
+
+}  // namespace
+
+SleepInhibitor::SleepInhibitor(std::string who, std::string why) : state_(std::make_shared<State>()) {
+  state_->who = std::move(who);
+  state_->why = std::move(why);
+}
+
+SleepInhibitor::~SleepInhibitor() { release(); }
+
+void SleepInhibitor::hold() {
+  uint64_t generation;
+  {
+    std::lock_guard lock(state_->mutex);
+    if (state_->wanted) return;
+    state_->wanted = true;
+    generation = ++state_->generation;
+  }
+  InhibitThread::shared().post([state = state_, generation] {
+    {
+      std::lock_guard lock(state->mutex);
+      if (!state->wanted || state->generation != generation) return;  // released before it went out
+    }
+    GDBusConnection* bus = InhibitThread::shared().bus();
+    if (!bus) return;
+    g_dbus_connection_call_with_unix_fd_list(
+        bus, "org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager", "Inhibit",
+        g_variant_new("(ssss)", "sleep", state->who.c_str(), state->why.c_str(), "block"), G_VARIANT_TYPE("(h)"),
+        G_DBUS_CALL_FLAGS_NONE, 10'000, nullptr, nullptr, inhibitReplied, new PendingReply{state, generation});
+  });
+}
+
+void SleepInhibitor::release() {
+  std::lock_guard lock(state_->mutex);
+  state_->wanted = false;
+  ++state_->generation;
+  state_->closeHeld();
+}
+
+bool SleepInhibitor::isHeld() const {
+  std::lock_guard lock(state_->mutex);
+  return state_->wanted;
+}
+
+}  // namespace belvane::detail

@@ -1,0 +1,258 @@
+// Keeping the machine awake, as logind sees it: a stand-in for logind on a
+// private system bus (a dbus-daemon of this test's own) hands out a pipe for
+// each Inhibit call, and sees the player's end of it closed when the
+// playback pauses or stops. Every wait is bounded; the stand-in answers on
+// a thread and main context of its own.
+#include <gtest/gtest.h>
+
+#include <belvane/BVMasterPlayer.h>
+
+#include <fcntl.h>
+#include <gio/gio.h>
+#include <gio/gunixfdlist.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <condition_variable>
+#include <fstream>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+#include "support/log_capture.h"
+#include "support/mp3_test_data.h"
+#include "support/recording_owner.h"
+#include "support/scoped_env.h"
+#include "support/temp_dir.h"
+
+using namespace belvane::test;
+
+namespace {
+
+// A bus with a session-style configuration (open to everyone) in a
+// temporary folder, standing in for the system bus.
+class PrivateSystemBus {
+ public:
+  explicit PrivateSystemBus(const std::string& dir) {
+    std::string config = dir + "/bus.conf";
+    std::ofstream(config) << "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
+                             " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
+                             "<busconfig><type>session</type><listen>unix:path="
+                          << dir
+                          << "/system_bus_socket</listen><auth>EXTERNAL</auth>"
+                             "<policy context=\"default\"><allow send_destination=\"*\" eavesdrop=\"true\"/>"
+                             "<allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>\n";
+    std::string option = "--config-file=" + config;
+    const char* argv[] = {"dbus-daemon", option.c_str(), "--nofork", "--print-address", nullptr};
+    int out = -1;
+    if (!g_spawn_async_with_pipes(nullptr, const_cast<char**>(argv), nullptr,
+                                  GSpawnFlags(G_SPAWN_SEARCH_PATH | G_SPAWN_DO_NOT_REAP_CHILD),
+                                  nullptr, nullptr, &pid_, nullptr, &out, nullptr, nullptr))
+      return;
+    pollfd ready{out, POLLIN, 0};
+    char c;
+    while (poll(&ready, 1, 5000) == 1 && read(out, &c, 1) == 1 && c != '\n') address_ += c;
+    close(out);
+  }
+  ~PrivateSystemBus() {
+    if (pid_ <= 0) return;
+    kill(pid_, SIGTERM);
+    waitpid(pid_, nullptr, 0);
+    g_spawn_close_pid(pid_);
+  }
+  const std::string& address() const { return address_; }
+
+ private:
+  GPid pid_ = 0;
+  std::string address_;
+};
+
+// org.freedesktop.login1's Inhibit: records each call and keeps the read end
+// of the pipe whose write end it hands back.
+class FakeLogind {
+ public:
+  struct Inhibition {
+    std::string what, who, why, mode;
+    int readEnd;
+  };
+
+  explicit FakeLogind(const std::string& address) : context_(g_main_context_new()) {
+    loop_ = g_main_loop_new(context_, FALSE);
+    std::mutex started;
+    std::condition_variable ready;
+    bool done = false;
+    thread_ = std::thread([&, address] {
+      g_main_context_push_thread_default(context_);
+      serve(address);
+      {
+        // Told under the lock: the constructor (and these with it) goes
+        // only once this has let go.
+        std::lock_guard lock(started);
+        done = true;
+        ready.notify_all();
+      }
+      if (registered_) g_main_loop_run(loop_);
+      if (bus_) g_dbus_connection_close_sync(bus_, nullptr, nullptr);
+      g_clear_object(&bus_);
+      g_main_context_pop_thread_default(context_);
+    });
+    std::unique_lock lock(started);
+    ready.wait_for(lock, std::chrono::seconds(10), [&] { return done; });
+  }
+  ~FakeLogind() {
+    g_main_context_invoke(context_, +[](gpointer loop) { g_main_loop_quit(static_cast<GMainLoop*>(loop)); return G_SOURCE_REMOVE; }, loop_);
+    thread_.join();
+    for (auto& i : inhibitions_) close(i.readEnd);
+    g_main_loop_unref(loop_);
+    g_main_context_unref(context_);
+  }
+  bool registered() const { return registered_; }
+
+  std::vector<Inhibition> inhibitions() {
+    std::lock_guard lock(mutex_);
+    return inhibitions_;
+  }
+  // Inhibitions whose descriptor the player still holds.
+  size_t held() {
+    std::lock_guard lock(mutex_);
+    size_t open = 0;
+    for (auto& i : inhibitions_) {
+      pollfd p{i.readEnd, POLLIN, 0};
+      if (poll(&p, 1, 0) == 0) ++open;  // neither data nor hang-up: the write end is open
+    }
+    return open;
+  }
+
+ private:
+  void serve(const std::string& address) {
+    bus_ = g_dbus_connection_new_for_address_sync(
+        address.c_str(),
+        GDBusConnectionFlags(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                             G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+        nullptr, nullptr, nullptr);
+    if (!bus_) return;
+    GDBusNodeInfo* node = g_dbus_node_info_new_for_xml(
+        "<node><interface name='org.freedesktop.login1.Manager'><method name='Inhibit'>"
+        "<arg type='s' direction='in'/><arg type='s' direction='in'/><arg type='s' direction='in'/>"
+        "<arg type='s' direction='in'/><arg type='h' direction='out'/></method></interface></node>",
+        nullptr);
+    static const GDBusInterfaceVTable vtable = {
+        +[](GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*, GVariant* parameters,
+            GDBusMethodInvocation* invocation, gpointer self) {
+          static_cast<FakeLogind*>(self)->inhibit(parameters, invocation);
+        },
+        nullptr, nullptr, {}};
+    guint id = g_dbus_connection_register_object(bus_, "/org/freedesktop/login1", node->interfaces[0], &vtable,
+                                                 this, nullptr, nullptr);
+    g_dbus_node_info_unref(node);
+    GVariant* reply = g_dbus_connection_call_sync(
+        bus_, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
+        g_variant_new("(su)", "org.freedesktop.login1", 4u), G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, 5000,
+        nullptr, nullptr);
+    if (reply) {
+      guint32 result = 0;
+      g_variant_get(reply, "(u)", &result);
+      g_variant_unref(reply);
+      registered_ = id != 0 && result == 1;
+    }
+  }
+
+  void inhibit(GVariant* parameters, GDBusMethodInvocation* invocation) {
+    const gchar *what, *who, *why, *mode;
+    g_variant_get(parameters, "(&s&s&s&s)", &what, &who, &why, &mode);
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+      g_dbus_method_invocation_return_dbus_error(invocation, "org.freedesktop.DBus.Error.Failed", "no pipe");
+      return;
+    }
+    GUnixFDList* fds = g_unix_fd_list_new();
+    gint index = g_unix_fd_list_append(fds, ends[1], nullptr);
+    close(ends[1]);
+    {
+      std::lock_guard lock(mutex_);
+      inhibitions_.push_back({what, who, why, mode, ends[0]});
+    }
+    g_dbus_method_invocation_return_value_with_unix_fd_list(invocation, g_variant_new("(h)", index), fds);
+    g_object_unref(fds);
+  }
+
+  GMainContext* context_;
+  GMainLoop* loop_;
+  GDBusConnection* bus_ = nullptr;
+  bool registered_ = false;
+  std::thread thread_;
+  std::mutex mutex_;
+  std::vector<Inhibition> inhibitions_;
+};
+
+bool dbusDaemonInstalled() {
+  gchar* path = g_find_program_in_path("dbus-daemon");
+  g_free(path);
+  return path != nullptr;
+}
+
+// A file of about ten seconds of tone.
+std::string writeToneFile(const std::string& dir) {
+  std::string path = dir + "/tone.mp3";
+  std::ofstream file(path, std::ios::binary);
+  for (int i = 0; i < 8; ++i) file << stereoTone44k()->bytes;
+  return path;
+}
+
+bool runUntil(const std::function<bool()>& done) { return BVRunLoop::main().runUntil(done, 10.0); }
+
+}  // namespace
+
+TEST(SleepInhibitor, HeldWhilePlayingReleasedOnPauseAndStopAndNotAskedWhenOff) {
+  if (!dbusDaemonInstalled()) GTEST_SKIP() << "dbus-daemon is not installed";
+  BELVANE_SKIP_WITHOUT_LAME();
+  TempDir dir;
+  PrivateSystemBus bus(dir.path());
+  ASSERT_FALSE(bus.address().empty());
+  ScopedEnv system("DBUS_SYSTEM_BUS_ADDRESS", bus.address());
+  std::optional<FakeLogind> service(std::in_place, bus.address());
+  FakeLogind& logind = *service;
+  ASSERT_TRUE(logind.registered());
+
+  RecordingOwner owner;
+  auto master = BVMasterPlayer::create();
+  master->setOwner(&owner);
+  ASSERT_EQ(master->setAudioOutput("null"), 0);  // real time: the file lasts
+  EXPECT_TRUE(master->inhibitsSleep());
+  master->playLink(linkTo("file://" + writeToneFile(dir.path())));
+  ASSERT_TRUE(owner.runUntil(BVPlayerStatePlaying));
+  ASSERT_TRUE(runUntil([&] { return logind.held() == 1; }));
+  auto first = logind.inhibitions().front();
+  EXPECT_EQ(first.what, "sleep");
+  EXPECT_EQ(first.mode, "block");
+  EXPECT_EQ(first.who, "Belvane");
+
+  // Paused: let go; resumed: held anew.
+  ASSERT_TRUE(master->pause());
+  ASSERT_TRUE(runUntil([&] { return logind.held() == 0; }));
+  master->resume();
+  ASSERT_TRUE(runUntil([&] { return logind.held() == 1 && logind.inhibitions().size() == 2; }));
+  master->stop();
+  ASSERT_TRUE(runUntil([&] { return logind.held() == 0; }));
+
+  // Off: a playback asks nothing.
+  master->setInhibitsSleep(false);
+  master->playLink(linkTo("file://" + dir.path() + "/tone.mp3"));
+  ASSERT_TRUE(runUntil([&] { return master->state() == BVPlayerStatePlaying; }));
+  BVRunLoop::main().runFor(0.5);
+  EXPECT_EQ(logind.inhibitions().size(), 2u);
+  master->stop();
+
+  // No logind on the bus: playing goes on, and the log says why.
+  service.reset();
+  LogCapture log;
+  master->setInhibitsSleep(true);
+  master->playLink(linkTo("file://" + dir.path() + "/tone.mp3"));
+  ASSERT_TRUE(runUntil([&] { return master->state() == BVPlayerStatePlaying; }));
+  ASSERT_TRUE(runUntil([&] { return log.contains("Sleep is not inhibited"); }));
+  EXPECT_EQ(master->state(), BVPlayerStatePlaying);
+  master->setOwner(nullptr);
+}
