@@ -24,6 +24,7 @@
 
 #include "support/log_capture.h"
 #include "support/mp3_test_data.h"
+#include "support/private_system_bus.h"
 #include "support/recording_owner.h"
 #include "support/scoped_env.h"
 #include "support/temp_dir.h"
@@ -31,44 +32,6 @@
 using namespace belvane::test;
 
 namespace {
-
-// A bus with a session-style configuration (open to everyone) in a
-// temporary folder, standing in for the system bus.
-class PrivateSystemBus {
- public:
-  explicit PrivateSystemBus(const std::string& dir) {
-    std::string config = dir + "/bus.conf";
-    std::ofstream(config) << "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
-                             " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
-                             "<busconfig><type>session</type><listen>unix:path="
-                          << dir
-                          << "/system_bus_socket</listen><auth>EXTERNAL</auth>"
-                             "<policy context=\"default\"><allow send_destination=\"*\" eavesdrop=\"true\"/>"
-                             "<allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>\n";
-    std::string option = "--config-file=" + config;
-    const char* argv[] = {"dbus-daemon", option.c_str(), "--nofork", "--print-address", nullptr};
-    int out = -1;
-    if (!g_spawn_async_with_pipes(nullptr, const_cast<char**>(argv), nullptr,
-                                  GSpawnFlags(G_SPAWN_SEARCH_PATH | G_SPAWN_DO_NOT_REAP_CHILD),
-                                  nullptr, nullptr, &pid_, nullptr, &out, nullptr, nullptr))
-      return;
-    pollfd ready{out, POLLIN, 0};
-    char c;
-    while (poll(&ready, 1, 5000) == 1 && read(out, &c, 1) == 1 && c != '\n') address_ += c;
-    close(out);
-  }
-  ~PrivateSystemBus() {
-    if (pid_ <= 0) return;
-    kill(pid_, SIGTERM);
-    waitpid(pid_, nullptr, 0);
-    g_spawn_close_pid(pid_);
-  }
-  const std::string& address() const { return address_; }
-
- private:
-  GPid pid_ = 0;
-  std::string address_;
-};
 
 // org.freedesktop.login1's Inhibit: records each call and keeps the read end
 // of the pipe whose write end it hands back.
@@ -188,12 +151,6 @@ class FakeLogind {
   std::vector<Inhibition> inhibitions_;
 };
 
-bool dbusDaemonInstalled() {
-  gchar* path = g_find_program_in_path("dbus-daemon");
-  g_free(path);
-  return path != nullptr;
-}
-
 // A file of about ten seconds of tone.
 std::string writeToneFile(const std::string& dir) {
   std::string path = dir + "/tone.mp3";
@@ -207,7 +164,7 @@ bool runUntil(const std::function<bool()>& done) { return BVRunLoop::main().runU
 }  // namespace
 
 TEST(SleepInhibitor, HeldWhilePlayingReleasedOnPauseAndStopAndNotAskedWhenOff) {
-  if (!dbusDaemonInstalled()) GTEST_SKIP() << "dbus-daemon is not installed";
+  if (!PrivateSystemBus::available()) GTEST_SKIP() << "dbus-daemon is not installed";
   BELVANE_SKIP_WITHOUT_LAME();
   TempDir dir;
   PrivateSystemBus bus(dir.path());

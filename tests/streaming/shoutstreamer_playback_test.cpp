@@ -4,9 +4,12 @@
 #include "streaming/shoutstreamer.h"
 #include "streaming/stream_recorder.h"
 #include "support/icy_test_server.h"
+#include "support/private_system_bus.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
+
+#include <gio/gio.h>
 
 #include <algorithm>
 #include <chrono>
@@ -203,4 +206,49 @@ TEST(Shoutstreamer, ANetworkThatComesBackIsTriedAtOnce) {
   const uint64_t before = recorder.frames();
   EXPECT_TRUE(recorder.waitForFrames(before + 44100, 10.0));
   for (auto& [from, to] : recorder.states()) EXPECT_NE(to, SHOUTSTREAMER_STATE_FAILED);
+}
+
+// A resume from suspend (logind's PrepareForSleep(false), here sent on a
+// private system bus) makes a reconnection try at once instead of after its
+// pause. Run in a process of its own, so that the library meets that bus
+// first.
+TEST(Shoutstreamer, AResumeFromSuspendIsTriedAtOnce) {
+  BELVANE_SKIP_WITHOUT_LAME();
+  if (!std::getenv("BELVANE_TEST_PRIVATE_SYSTEM_BUS")) {
+    if (!belvane::test::PrivateSystemBus::available()) GTEST_SKIP() << "dbus-daemon is not installed";
+    belvane::test::TempDir dir;
+    belvane::test::PrivateSystemBus bus(dir.path());
+    ASSERT_FALSE(bus.address().empty());
+    std::string again = "BELVANE_TEST_PRIVATE_SYSTEM_BUS=1 DBUS_SYSTEM_BUS_ADDRESS='" + bus.address() + "' /proc/" +
+                        std::to_string(getpid()) + "/exe --gtest_filter=Shoutstreamer.AResumeFromSuspendIsTriedAtOnce";
+    EXPECT_EQ(std::system(again.c_str()), 0);
+    return;
+  }
+  IcyTestServer server;
+  server.serve("/radio", {toneScript(60'000), toneScript(4'000'000)});
+  auto tuning = belvane::test::fastTuning();
+  tuning.reconnectWindow = 60;
+  tuning.reconnectFirstDelay = 8;  // a pause the resume must cut short
+  tuning.reconnectMaxDelay = 8;
+  StreamRecorder recorder(tuning);
+  ASSERT_EQ(recorder.start(server.url("/radio")), 0);
+  ASSERT_TRUE(recorder.waitForState(SHOUTSTREAMER_STATE_PLAYING));
+  ASSERT_TRUE(recorder.waitForFrames(60'000 / 418 * kMpegFrame - 30 * kMpegFrame));
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  GDBusConnection* logind = g_dbus_connection_new_for_address_sync(
+      std::getenv("DBUS_SYSTEM_BUS_ADDRESS"),
+      GDBusConnectionFlags(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                           G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+      nullptr, nullptr, nullptr);
+  ASSERT_TRUE(logind);
+  const auto resumed = std::chrono::steady_clock::now();
+  EXPECT_TRUE(g_dbus_connection_emit_signal(logind, nullptr, "/org/freedesktop/login1",
+                                            "org.freedesktop.login1.Manager", "PrepareForSleep",
+                                            g_variant_new("(b)", FALSE), nullptr));
+  g_dbus_connection_flush_sync(logind, nullptr, nullptr);
+  ASSERT_TRUE(recorder.waitFor([&] { return server.connections("/radio") >= 2; }, 20.0));
+  const double waited = std::chrono::duration<double>(std::chrono::steady_clock::now() - resumed).count();
+  EXPECT_LT(waited, 3.0) << "the try came " << waited << " s after the resume";
+  g_dbus_connection_close_sync(logind, nullptr, nullptr);
+  g_object_unref(logind);
 }
