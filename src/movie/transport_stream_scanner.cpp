@@ -1,6 +1,10 @@
 // MPEG transport stream framing: PAT, PMT and PES (see transport_stream_scanner.h).
 #include "movie/transport_stream_scanner.h"
 
+// libgstmpegts calls its API unstable; 1.22's is the one Debian 12 ships.
+#define GST_USE_UNSTABLE_API
+#include <gst/mpegts/mpegts.h>
+
 #include <algorithm>
 #include <cstring>
 #include <utility>
@@ -11,10 +15,11 @@ namespace {
 constexpr uint8_t kSyncByte = 0x47;
 constexpr uint16_t kPATPID = 0x0000;
 constexpr uint16_t kNullPID = 0x1FFF;
-constexpr uint8_t kMetadataStreamType = 0x15;  // metadata carried in PES packets
-constexpr uint8_t kRegistrationDescriptor = 0x05;
-constexpr uint8_t kMetadataDescriptor = 0x26;
+// A PSI section's section_length is at most this.
 constexpr size_t kMaxSectionLength = 1021;
+// table_id, lengths, id, version, section numbers and the CRC: the least a
+// section with the long syntax holds.
+constexpr size_t kMinLongSectionBytes = 12;
 // Completed packets kept for a caller that does not take them.
 constexpr size_t kMaxPendingPackets = 4096;
 // Of an elementary stream's PES, only the header's fixed part and the PTS are kept.
@@ -22,38 +27,36 @@ constexpr size_t kElementaryHeadBytes = 14;
 constexpr size_t kMaxPESHeaderBytes = 9 + 255;
 constexpr int64_t kPTSModulus = int64_t(1) << 33;
 
-// CRC-32 of MPEG-2 sections (polynomial 0x04C11DB7, not reflected): a section
-// with its CRC appended sums to 0.
-uint32_t sectionCRC(std::span<const uint8_t> bytes) {
-  uint32_t crc = 0xFFFFFFFF;
-  for (uint8_t byte : bytes) {
-    crc ^= uint32_t(byte) << 24;
-    for (int bit = 0; bit < 8; ++bit) crc = (crc & 0x80000000) ? (crc << 1) ^ 0x04C11DB7 : crc << 1;
-  }
-  return crc;
+// Makes libgstmpegts ready (its section type and descriptor tables), once
+// per process; safe from any thread.
+void initializeSectionParser() {
+  static const bool initialized = [] {
+    gst_mpegts_initialize();
+    return true;
+  }();
+  (void)initialized;
 }
 
 bool isID3(std::span<const uint8_t> identifier) {
   return identifier.size() >= 4 && std::memcmp(identifier.data(), "ID3 ", 4) == 0;
 }
 
-// Whether an elementary stream's descriptors name ID3 as its format: a
-// registration descriptor, or a metadata descriptor whose metadata format
-// identifier (after an application format and its optional identifier) is 'ID3 '.
-bool descriptorsNameID3(std::span<const uint8_t> descriptors) {
-  while (descriptors.size() >= 2) {
-    uint8_t tag = descriptors[0];
-    size_t length = descriptors[1];
-    if (length + 2 > descriptors.size()) return false;
-    std::span<const uint8_t> body = descriptors.subspan(2, length);
-    if (tag == kRegistrationDescriptor && isID3(body)) return true;
-    if (tag == kMetadataDescriptor && body.size() >= 3) {
+// Whether an elementary stream's descriptors (as libgstmpegts split them)
+// name ID3 as its format: a registration descriptor, or a metadata
+// descriptor whose metadata format identifier (after an application format
+// and its optional identifier) is 'ID3 '. libgstmpegts 1.22 has no reader for
+// either body.
+bool descriptorsNameID3(const GPtrArray* descriptors) {
+  for (guint i = 0; descriptors && i < descriptors->len; ++i) {
+    const auto* descriptor = static_cast<const GstMpegtsDescriptor*>(g_ptr_array_index(descriptors, i));
+    std::span<const uint8_t> body(descriptor->data + 2, descriptor->length);
+    if (descriptor->tag == GST_MTS_DESC_REGISTRATION && isID3(body)) return true;
+    if (descriptor->tag == GST_MTS_DESC_METADATA && body.size() >= 3) {
       size_t at = 2;
       if (body[0] == 0xFF && body[1] == 0xFF) at += 4;  // metadata_application_format_identifier
       if (at < body.size() && body[at] == 0xFF && isID3(body.subspan(std::min(at + 1, body.size()))))
         return true;
     }
-    descriptors = descriptors.subspan(length + 2);
   }
   return false;
 }
@@ -162,42 +165,49 @@ void TransportStreamScanner::sectionBytes(uint16_t pid, bool start, std::span<co
   parseSection(pid, whole);
 }
 
-void TransportStreamScanner::parseSection(uint16_t pid, std::span<const uint8_t> section) {
-  // table_id, lengths, id, version, section numbers, and the CRC at least.
-  if (section.size() < 12 || !(section[1] & 0x80) || sectionCRC(section) != 0) return;
-  if (!(section[5] & 0x01)) return;  // not yet in force
-  if (pid == kPATPID && section[0] == 0x00)
-    parsePAT(section);
-  else if (pid != kPATPID && section[0] == 0x02)
-    parsePMT(section);
+void TransportStreamScanner::parseSection(uint16_t pid, std::span<const uint8_t> bytes) {
+  // PAT and PMT use the long syntax, whose CRC libgstmpegts checks; it reads
+  // that syntax's fixed fields without checking they are there.
+  if (bytes.size() < kMinLongSectionBytes || !(bytes[1] & 0x80)) return;
+  initializeSectionParser();
+  auto* data = static_cast<guint8*>(g_memdup2(bytes.data(), bytes.size()));
+  GstMpegtsSection* section = gst_mpegts_section_new(pid, data, bytes.size());  // owns data from here
+  if (!section) return;
+  if (section->current_next_indicator) {  // otherwise not yet in force
+    if (pid == kPATPID && section->section_type == GST_MPEGTS_SECTION_PAT)
+      parsePAT(section);
+    else if (pid != kPATPID && section->section_type == GST_MPEGTS_SECTION_PMT)
+      parsePMT(section);
+  }
+  gst_mpegts_section_unref(section);
 }
 
-void TransportStreamScanner::parsePAT(std::span<const uint8_t> section) {
+void TransportStreamScanner::parsePAT(GstMpegtsSection* section) {
+  GPtrArray* table = gst_mpegts_section_get_pat(section);  // null: bad CRC or layout
+  if (!table) return;
   std::set<uint16_t> programs;
-  for (size_t at = 8; at + 4 <= section.size() - 4; at += 4) {
-    uint16_t number = uint16_t(section[at] << 8 | section[at + 1]);
-    uint16_t pid = uint16_t((section[at + 2] & 0x1F) << 8 | section[at + 3]);
-    if (number != 0 && pid != kPATPID && pid != kNullPID) programs.insert(pid);  // 0: the network PID
+  for (guint i = 0; i < table->len; ++i) {
+    const auto* program = static_cast<const GstMpegtsPatProgram*>(g_ptr_array_index(table, i));
+    uint16_t pid = program->network_or_program_map_PID;
+    // Program 0 names the network PID, not a PMT.
+    if (program->program_number != 0 && pid != kPATPID && pid != kNullPID) programs.insert(pid);
   }
+  g_ptr_array_unref(table);
   pmtPIDs_ = std::move(programs);
 }
 
-void TransportStreamScanner::parsePMT(std::span<const uint8_t> section) {
-  size_t end = section.size() - 4;
-  size_t infoLength = size_t(section[10] & 0x0F) << 8 | section[11];
-  size_t at = 12 + infoLength;
-  while (at + 5 <= end) {
-    uint8_t type = section[at];
-    uint16_t pid = uint16_t((section[at + 1] & 0x1F) << 8 | section[at + 2]);
-    size_t length = size_t(section[at + 3] & 0x0F) << 8 | section[at + 4];
-    if (at + 5 + length > end) break;
-    if (pid != kPATPID && pid != kNullPID && !pmtPIDs_.contains(pid)) {
-      bool metadata = type == kMetadataStreamType && descriptorsNameID3(section.subspan(at + 5, length));
-      if (metadata != metadataPIDs_.contains(pid)) pes_.erase(pid);
-      (metadata ? metadataPIDs_ : elementaryPIDs_).insert(pid);
-      (metadata ? elementaryPIDs_ : metadataPIDs_).erase(pid);
-    }
-    at += 5 + length;
+void TransportStreamScanner::parsePMT(GstMpegtsSection* section) {
+  const GstMpegtsPMT* table = gst_mpegts_section_get_pmt(section);  // owned by the section
+  if (!table || !table->streams) return;
+  for (guint i = 0; i < table->streams->len; ++i) {
+    const auto* stream = static_cast<const GstMpegtsPMTStream*>(g_ptr_array_index(table->streams, i));
+    uint16_t pid = stream->pid;
+    if (pid == kPATPID || pid == kNullPID || pmtPIDs_.contains(pid)) continue;
+    bool metadata = stream->stream_type == GST_MPEGTS_STREAM_TYPE_METADATA_PES_PACKETS &&
+                    descriptorsNameID3(stream->descriptors);
+    if (metadata != metadataPIDs_.contains(pid)) pes_.erase(pid);
+    (metadata ? metadataPIDs_ : elementaryPIDs_).insert(pid);
+    (metadata ? elementaryPIDs_ : metadataPIDs_).erase(pid);
   }
 }
 

@@ -1,19 +1,22 @@
 // TransportStreamScanner: reads the framing of an MPEG transport stream (the
 // segments of an HLS station) to find what GStreamer 1.22's tsdemux drops:
-// timed ID3 metadata. It follows the PAT to each program's PMT, takes as
-// metadata the elementary streams of stream_type 0x15 whose metadata or
-// registration descriptor names the format 'ID3 ', reassembles their PES
-// packets (stream_id 0xBD or 0xFC) and hands back each one's payload (an ID3v2
-// tag, left to libgsttag) with its PTS. Of every other elementary stream it
-// hands back each PES packet's PTS and payload size only, so that its caller
-// can tell which demuxed buffer a PTS belongs to.
+// timed ID3 metadata. It puts the PAT and PMT sections together from their
+// packets and has libgstmpegts parse them (and check their CRC), follows the
+// PAT to each program's PMT, takes as metadata the elementary streams of
+// stream_type 0x15 whose metadata or registration descriptor names the format
+// 'ID3 ', reassembles their PES packets (stream_id 0xBD or 0xFC) and hands
+// back each one's payload (an ID3v2 tag, left to libgsttag) with its PTS. Of
+// every other elementary stream it hands back each PES packet's PTS and
+// payload size only, so that its caller can tell which demuxed buffer a PTS
+// belongs to.
 //
 // PTS values are unwrapped: one 64-bit count of 90 kHz ticks across the 33-bit
 // wrap, shared by all streams (they run on one clock). Bytes are trusted in
 // nothing: sync is searched for, packets with the error flag or a bad
 // adaptation field are skipped, a continuity-counter gap drops the PES being
-// reassembled, tables must pass their CRC, and a metadata PES is capped in
-// size. One thread at a time calls it (the demuxer's streaming thread).
+// reassembled, tables must pass libgstmpegts's checks, and a metadata PES is
+// capped in size. One thread at a time calls a scanner (the demuxer's
+// streaming thread); scanners on several threads are fine.
 #pragma once
 
 #include <cstdint>
@@ -22,6 +25,8 @@
 #include <set>
 #include <span>
 #include <vector>
+
+typedef struct _GstMpegtsSection GstMpegtsSection;
 
 namespace belvane::detail {
 
@@ -71,9 +76,9 @@ class TransportStreamScanner {
   void dropAssembly();  // partial PES and sections, and the continuity counters
   void scanPacket(const uint8_t* packet);
   void sectionBytes(uint16_t pid, bool start, std::span<const uint8_t> payload);
-  void parseSection(uint16_t pid, std::span<const uint8_t> section);
-  void parsePAT(std::span<const uint8_t> section);
-  void parsePMT(std::span<const uint8_t> section);
+  void parseSection(uint16_t pid, std::span<const uint8_t> bytes);  // one whole section
+  void parsePAT(GstMpegtsSection* section);
+  void parsePMT(GstMpegtsSection* section);
   void pesBytes(uint16_t pid, bool start, std::span<const uint8_t> payload);
   void finishPES(uint16_t pid, PES& pes);
   int64_t unwrap(int64_t pts33);

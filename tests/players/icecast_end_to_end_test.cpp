@@ -160,6 +160,7 @@ TEST(IcecastEndToEnd, ThreeTitleChangesAreAnnouncedWithTheirAudio) {
         << title << " never announced";
   }
   EXPECT_FALSE(owner.reached(BVPlayerStateError));
+  EXPECT_EQ(ice.listenerConnections(), 1);  // through the relay: one connection played it all
   player.reset();
 
   auto positions = titlePositions(relay.longest());

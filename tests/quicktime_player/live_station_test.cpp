@@ -385,6 +385,7 @@ TEST_P(OggMount, AnnouncesEachChainWhenItsAudioStarts) {
   run.master->playLink(linkTo(ice.url("/radio")));
   ASSERT_TRUE(run.runUntilTitles(4, 40.0)) << "titles: " << run.owner.titles.size();
   run.expectPlayedByTheGeneralEngineWithoutAnError();
+  EXPECT_EQ(ice.listenerConnections(), 1);  // the tuner's connection is the one that plays
   const double rate = GetParam() == MediaKind::OggOpus ? 48000 : 44100;
   for (size_t i = 1; i < run.owner.titles.size(); ++i) {
     EXPECT_NE(run.owner.titles[i], run.owner.titles[i - 1]);

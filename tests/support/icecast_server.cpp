@@ -3,6 +3,8 @@
 
 #include <arpa/inet.h>
 #include <glib.h>
+#include <libxml/parser.h>
+#include <libxml/xpath.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -12,6 +14,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 
 namespace belvane::test {
@@ -64,6 +67,17 @@ std::string request(int fd, const std::string& head) {
   char c;
   while (reply.size() < 512 && recv(fd, &c, 1, 0) == 1 && c != '\n') reply += c;
   return reply;
+}
+
+// The body of the answer to an HTTP/1.0 request (read to its end).
+std::string body(int fd, const std::string& head) {
+  if (!sendAll(fd, head.data(), head.size())) return {};
+  std::string reply;
+  char buffer[4096];
+  ssize_t n;
+  while (reply.size() < (1u << 20) && (n = recv(fd, buffer, sizeof buffer, 0)) > 0) reply.append(buffer, size_t(n));
+  size_t end = reply.find("\r\n\r\n");
+  return end == std::string::npos ? std::string() : reply.substr(end + 4);
 }
 
 std::string basicAuth(const std::string& user, const std::string& password) {
@@ -188,15 +202,12 @@ bool IcecastServer::startSource(const std::string& mount, const std::string& mp3
       sent += n;
     }
   });
-  // Wait until the mount plays.
+  // Wait until the mount plays: Icecast sets its stream_start when the source
+  // runs. (Asking the statistics rather than the mount keeps the listener
+  // connections the tests count theirs.)
   auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
   while (std::chrono::steady_clock::now() < deadline) {
-    int fd = connectTo(port_);
-    if (fd >= 0) {
-      std::string s = request(fd, "GET " + mount + " HTTP/1.0\r\nHost: 127.0.0.1\r\n\r\n");
-      close(fd);
-      if (s.find(" 200") != std::string::npos) return true;
-    }
+    if (!adminStat("string(/icestats/source[@mount='" + mount + "']/stream_start)").empty()) return true;
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
   return false;
@@ -214,6 +225,30 @@ bool IcecastServer::setTitle(const std::string& mount, const std::string& title)
                                        basicAuth("admin", kAdminPassword) + "\r\n");
   close(fd);
   return status.find(" 200") != std::string::npos;
+}
+
+std::string IcecastServer::adminStat(const std::string& xpath) const {
+  int fd = connectTo(port_);
+  if (fd < 0) return {};
+  std::string xml = body(fd, "GET /admin/stats HTTP/1.0\r\nHost: 127.0.0.1\r\n" + basicAuth("admin", kAdminPassword) +
+                                 "\r\n");
+  close(fd);
+  xmlDocPtr doc = xmlReadMemory(xml.data(), int(xml.size()), "stats.xml", nullptr, XML_PARSE_NONET | XML_PARSE_NOERROR);
+  if (!doc) return {};
+  std::string value;
+  xmlXPathContextPtr context = xmlXPathNewContext(doc);
+  if (xmlXPathObjectPtr result = context ? xmlXPathEvalExpression(BAD_CAST xpath.c_str(), context) : nullptr) {
+    if (result->type == XPATH_STRING && result->stringval) value = reinterpret_cast<const char*>(result->stringval);
+    xmlXPathFreeObject(result);
+  }
+  xmlXPathFreeContext(context);
+  xmlFreeDoc(doc);
+  return value;
+}
+
+int IcecastServer::listenerConnections() const {
+  std::string count = adminStat("string(/icestats/listener_connections)");
+  return count.empty() ? -1 : std::atoi(count.c_str());
 }
 
 }  // namespace belvane::test

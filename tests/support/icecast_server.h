@@ -2,14 +2,17 @@
 // stream tests. It runs Debian's `icecast2` with a configuration generated
 // in a temporary directory (as the current user; as root it lets Icecast
 // change to "nobody"), feeds a mount with MP3 data over an HTTP PUT source
-// connection paced at the data's bit rate, and changes the stream title
-// through the admin interface (/admin/metadata?mode=updinfo).
+// connection paced at the data's bit rate, changes the stream title through
+// the admin interface (/admin/metadata?mode=updinfo) and reads from its
+// statistics (/admin/stats) how many listener connections it accepted. All
+// calls come from the test's thread; the source is fed from a thread of its own.
 //
 //   IcecastServer ice;
 //   if (!ice.available()) GTEST_SKIP() << "icecast2 is not installed";
 //   ASSERT_TRUE(ice.start());
 //   ice.startSource("/live.mp3", mp3Bytes, 16000);
 //   ice.setTitle("/live.mp3", "First");
+//   EXPECT_EQ(ice.listenerConnections(), 1);  // once a player plays the mount
 #pragma once
 
 #include <atomic>
@@ -42,8 +45,16 @@ class IcecastServer {
   void stopSource();
   // Sets the mount's stream title; true when Icecast answered 200.
   bool setTitle(const std::string& mount, const std::string& title);
+  // How many listener connections (GETs of a mount it served) Icecast has
+  // accepted since it started, on all mounts; -1 when its statistics cannot
+  // be read. The helper itself makes none. Icecast 2.4 answers a HEAD of a
+  // mount with 400 and does not count it.
+  int listenerConnections() const;
 
  private:
+  // The value of an XPath expression over /admin/stats, empty when absent.
+  std::string adminStat(const std::string& xpath) const;
+
   std::string dir_;
   int port_ = 0;
   int pid_ = -1;
