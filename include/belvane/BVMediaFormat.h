@@ -50,6 +50,11 @@ class BV_EXPORT BVMediaFormat : public BVBaseObject {
   // The stored MIME type; when there is none and the format has a source URL,
   // the server's answer (asked with a 2 s time-out, kept once there is one).
   std::optional<std::string> mimeType() const;
+  // Linux addition: what the server of the format's source URL served when
+  // the playback fetched url (the type its reply named). When url is that
+  // source URL and no type is known yet, it is kept as the answer the query
+  // above would have got, so that nobody asks the server again.
+  void noteServedMimeType(const BVURL& url, const std::string& mimeType) const;
   // The URL the format was inferred from (not persistent, copied or archived).
   std::optional<BVURL> sourceURL() const;
 

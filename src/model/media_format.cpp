@@ -157,6 +157,13 @@ std::optional<std::string> BVMediaFormat::mimeType() const {
   return mimeType_;
 }
 
+void BVMediaFormat::noteServedMimeType(const BVURL& url, const std::string& mimeType) const {
+  if (mimeType.empty()) return;
+  std::lock_guard lock(mutex_);
+  if (mimeType_ || !sourceURL_ || sourceURL_->absoluteString() != url.absoluteString()) return;
+  mimeType_ = mimeType;
+}
+
 // ---- Copying ----------------------------------------------------------------
 
 void BVMediaFormat::_basicCopyTo(BVMediaFormat& target) const {

@@ -181,9 +181,7 @@ TEST(GeneralEngineFallback, AACOnIcecastPlaysThroughTheGeneralEngine) {
                                              [&](const std::string& t) { ASSERT_TRUE(ice.setTitle("/live.aac", t)); });
   ASSERT_TRUE(master);
   // The tuner's look at the reply, the engine choice and the general engine
-  // share one listener connection. (Not counted: the HEAD that the declining
-  // MP3 player's error report sends for the link's MIME type, which Icecast
-  // answers with 400.)
+  // share one listener connection.
   EXPECT_EQ(ice.listenerConnections(), 1);
   // A DJ hands over: the source goes for two seconds and Icecast drops its
   // listeners. The station plays on without a word to the host.

@@ -282,6 +282,9 @@ std::vector<std::string> BVMP3StreamPlayer::fallbackStreamTypes() const {
 // ---- tuner delegate ------------------------------------------------------------
 
 bool BVMP3StreamPlayer::streamTunerShouldTuneStream(QLStreamTuner&, const BVURL& url, const std::string* mimeType) {
+  // The station's own address answered with its type: the link's format
+  // keeps it, so that an error account or an engine choice need not ask.
+  if (auto link = this->link(); link && link->format() && mimeType) link->format()->noteServedMimeType(url, *mimeType);
   std::string scheme = asciiLower(url.scheme());
   if (scheme.empty()) return false;
   if (playableURLSchemes().count(scheme)) {
