@@ -56,6 +56,7 @@ void BVMasterPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
     replaceSubPlayer(freshPlayerLike(*_subPlayer));
   }
   auto sub = _subPlayer;  // playing may replace the sub-player
+  shareStationTap(*this, *sub);
   subPlayerUsed_ = true;
   sub->playLink(link);
 }
@@ -64,6 +65,7 @@ void BVMasterPlayer::stop() {
   auto from = state();
   if (from == BVPlayerStateIdle || from == BVPlayerStateStopped || from == BVPlayerStateError) return;
   auto self = shared_from_this();
+  stopRecording();
   replaceSubPlayer(freshPlayerLike(*_subPlayer));
   stopped_ = true;
   relayedState_ = BVPlayerStateStopped;
@@ -83,6 +85,7 @@ void BVMasterPlayer::replaceSubPlayer(std::shared_ptr<BVBasePlayer> next) {
   next->setRequestSettings(requestSettings());
   next->setVolume(volume());
   next->setMuted(isMuted());
+  shareStationTap(*this, *next);
   auto old = std::move(_subPlayer);
   old->setOwner(nullptr);
   _subPlayer = std::move(next);

@@ -408,6 +408,7 @@ int BVMP3StreamPlayer::startShoutstreamer(const std::string& url) {
   tuning.reconnectWindow = belvane::detail::reconnectWindowForPatience(reconnectPatience());
   tuning.requestSettings = requestSettings();
   if (auto link = this->link()) tuning.titleEncoding = link->titleEncoding().value_or("");
+  tuning.stationTap = stationTap();
   belvane::detail::shoutstreamerSetTuning(_shoutstreamer, tuning);
   int result = shoutstreamer_start(_shoutstreamer, url.c_str(), _shoutstreamerDelegate.get(),
                                    &BVShoutstreamerDelegate::stateCallback, &BVShoutstreamerDelegate::audioCallback,
