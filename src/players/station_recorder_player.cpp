@@ -28,13 +28,16 @@ class RecordingClient final : public StreamReader::Client, private IcyDemuxer::H
 
   int32_t head(const StreamReplyHead& head) override {
     uint32_t metaint = 0;
-    if (const std::string* value = head.field("icy-metaint")) metaint = uint32_t(std::strtoul(value->c_str(), nullptr, 10));
+    if (const std::string* value = head.field("icy-metaint"))
+      metaint = uint32_t(std::strtoul(value->c_str(), nullptr, 10));
     demuxer_ = std::make_unique<IcyDemuxer>(metaint);
     connectionBytes_ = 0;
     tap_.connectionStarted();
     return 0;
   }
-  int32_t body(std::span<const uint8_t> bytes) override { return demuxer_->feed(bytes, *this) ? 0 : StreamConnection::kStop; }
+  int32_t body(std::span<const uint8_t> bytes) override {
+    return demuxer_->feed(bytes, *this) ? 0 : StreamConnection::kStop;
+  }
   bool hasPlayed() const override { return bytes_ >= kPlayedBytes; }
   bool connectionPlayed() const override { return connectionBytes_ >= kPlayedBytes; }
   int32_t silentEndError() const override { return bytes_ > 0 ? 0 : SHOUTSTREAMER_ERROR_NO_AUDIO; }
@@ -89,7 +92,8 @@ BVErrorRef BVStationRecorder::startRecording(const std::string& url, const std::
   const std::string lower = url.substr(0, url.find("://"));
   if (url.find("://") == std::string::npos ||
       (lower != "http" && lower != "https" && lower != "icy" && lower != "shttp"))
-    return belvaneError(BVRecordingErrorNothing, "Only a station's stream address (http, https or icy) can be recorded.");
+    return belvaneError(BVRecordingErrorNothing,
+                        "Only a station's stream address (http, https or icy) can be recorded.");
   auto reading = std::make_shared<Reading>();
   const BVRunLoop loop = BVRunLoop::current();
   const std::weak_ptr<BVObject> weak = weak_from_this();
@@ -127,7 +131,8 @@ BVErrorRef BVStationRecorder::startRecording(const std::string& url, const std::
     BVErrorRef error;
     if (outcome.error) {
       char* text = shoutstreamer_error_as_string(outcome.error);
-      error = BVError::withDescription(BVShoutstreamerErrorDomain, outcome.error, text ? text : "The station could not be read.");
+      error = BVError::withDescription(BVShoutstreamerErrorDomain, outcome.error,
+                                       text ? text : "The station could not be read.");
       std::free(text);
     }
     loop.perform(weak, [recorder, error] {

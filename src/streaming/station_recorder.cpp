@@ -62,7 +62,10 @@ std::string StationRecorder::checkFolder(const std::string& folder) {
 }
 
 StationRecorder::StationRecorder(std::string folder, StreamTitle title, bool startsComplete, FileHandler onFile)
-    : folder_(std::move(folder)), onFile_(std::move(onFile)), title_(std::move(title)), startsComplete_(startsComplete) {}
+    : folder_(std::move(folder)),
+      onFile_(std::move(onFile)),
+      title_(std::move(title)),
+      startsComplete_(startsComplete) {}
 
 StationRecorder::~StationRecorder() { stop(); }
 
@@ -110,7 +113,8 @@ bool StationRecorder::failWrite(int error) {
   const bool full = error == ENOSPC || error == EFBIG || error == EDQUOT;
   problem_ = full ? RecordingProblem::DiskFull : RecordingProblem::Write;
   // The frame cut short goes: the file ends on its last whole frame.
-  if (ftruncate(fd_, off_t(written_)) != 0) QLDebugLog(QL_LOG_WARNING, "recording: could not cut %s back", path_.c_str());
+  if (ftruncate(fd_, off_t(written_)) != 0)
+    QLDebugLog(QL_LOG_WARNING, "recording: could not cut %s back", path_.c_str());
   close(false);
   problemText_ = std::string("The recording stopped: ") +
                  (full ? "the disk is full or the file is as large as this system allows"

@@ -31,7 +31,8 @@ uint64_t StationRing::memoryUsed() const {
     used += sizeof(Chunk) + (chunk.frameBytes.capacity() + chunk.frameSamples.capacity()) * sizeof(uint16_t);
     if (chunk.data && &chunk == &chunks_.back()) used += kChunkBytes - chunk.bytes;  // the open chunk's room
   }
-  for (const auto& title : titles_) used += sizeof(RingTitle) + title.title.title.capacity() + title.title.url.capacity();
+  for (const auto& title : titles_)
+    used += sizeof(RingTitle) + title.title.title.capacity() + title.title.url.capacity();
   return used;
 }
 

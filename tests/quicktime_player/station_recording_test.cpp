@@ -87,7 +87,8 @@ bool decodesOnItsOwn(const std::string& path) {
   if (!pipeline || error) return false;
   gst_element_set_state(pipeline, GST_STATE_PLAYING);
   GstBus* bus = gst_element_get_bus(pipeline);
-  GstMessage* message = gst_bus_timed_pop_filtered(bus, 10 * GST_SECOND, GstMessageType(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
+  GstMessage* message =
+      gst_bus_timed_pop_filtered(bus, 10 * GST_SECOND, GstMessageType(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
   bool ok = message && GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS;
   if (message) gst_message_unref(message);
   gst_object_unref(bus);
