@@ -20,6 +20,10 @@
 
 class BVMediaLink;
 class BVBasePlayer;
+namespace belvane::detail {
+class StationTap;
+struct RecordedFile;
+}  // namespace belvane::detail
 
 enum BVPlayerState : int32_t {
   BVPlayerStateIdle = 0,
@@ -38,6 +42,16 @@ enum BVPlayerReceptionState : int32_t {
   BVPlayerReceptionReceiving = 2,      // audio is being heard (a paused file counts as receiving)
   BVPlayerReceptionBuffering = 3,      // the audio ran out; the connection is up but brings too little
   BVPlayerReceptionReconnecting = 4,   // the audio ran out; the connection broke and is being made again
+};
+
+// Linux addition: the codes of recording errors, in BVBelvaneErrorDomain
+// (BV_BELVANE_RECORDING_... in the C interface).
+enum BVRecordingErrorCode : int32_t {
+  BVRecordingErrorFolder = 5701,      // the folder is missing or takes no files
+  BVRecordingErrorDiskFull = 5702,    // the disk is full, or the file as large as the system allows
+  BVRecordingErrorWrite = 5703,       // writing failed otherwise
+  BVRecordingErrorNothing = 5704,     // no live station read through Belvane's connection plays
+  BVRecordingErrorNoTitleStart = 5705,  // the title's start is not held: time-shift is off
 };
 
 struct BVPlayerReception {
@@ -80,6 +94,16 @@ class BV_EXPORT BVPlayerOwner {
   // once a second (and at each new try) while the audio is missing. The
   // audio running out is told within a second.
   virtual void playerReceptionChanged(BVBasePlayer& /*player*/, const BVPlayerReception& /*reception*/) {}
+  // Linux additions: a file of the recording (see startRecording) is
+  // finished and closed: its path, the title it holds (UTF-8), and whether
+  // it holds the whole title (false for a file that began mid-title or was
+  // cut off by the end of the recording; its name ends in " (incomplete)").
+  virtual void playerRecordedFile(BVBasePlayer& /*player*/, const std::string& /*path*/,
+                                  const std::string& /*title*/, bool /*complete*/) {}
+  // The recording ended by itself: error says why (a full disk, a folder
+  // that went away, in BVBelvaneErrorDomain), null when the station ended.
+  // Its last file was announced before.
+  virtual void playerRecordingStopped(BVBasePlayer& /*player*/, const BVErrorRef& /*error*/) {}
 };
 
 // Playing and stopping: playLink starts a link (again on the same player to
@@ -180,6 +204,47 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   virtual void setRequestSettings(BVRequestSettingsRef settings);
   const BVRequestSettingsRef& requestSettings() const { return requestSettings_; }
 
+  // Linux additions: the time-shift ring and recording of live stations.
+  // Every live station read through Belvane's connection (both engines)
+  // keeps its last minutes of compressed audio, as the station sent it, in
+  // a ring: in memory up to 8 MiB, beyond that in a file in the user's cache
+  // folder that nothing else can see. setTimeShiftMinutes sets how many
+  // minutes (default 10; 0 keeps none); it applies from the next playLink,
+  // on whichever engine plays; a negative or not-a-number value is ignored.
+  virtual void setTimeShiftMinutes(double minutes);
+  double timeShiftMinutes() const { return timeShiftMinutes_; }
+  // Seconds of the station the ring holds now (0 when nothing is held).
+  double timeShiftSecondsHeld() const;
+  //
+  // startRecording records the station that plays into folder, one file
+  // per title, from the next codec frame on: each file holds the station's
+  // own frames (no re-encoding) from the first frame of its title, behind
+  // an ID3v2 tag with the title (and the artist where the title reads
+  // "Artist - Title"); MP3 goes into .mp3, AAC into .aac (ADTS frames, as
+  // sent). Files are named from the title, made safe (no '/', '\' or control
+  // characters, at most 180 bytes, " (2)" and on when a name is taken;
+  // "Untitled" for a title that names no file); a file that does not hold
+  // its whole title ends its name in " (incomplete)". The owner hears of
+  // each file (playerRecordedFile). Returns null when it records, else an
+  // error in BVBelvaneErrorDomain: BVRecordingErrorFolder (the folder is
+  // missing or takes no files), BVRecordingErrorNothing (no live station
+  // read through Belvane's connection plays). Recording again while
+  // recording changes nothing. A full disk later stops the recording with
+  // BVRecordingErrorDiskFull (playerRecordingStopped); the last file
+  // keeps what was written, up to its last whole frame. The recording ends
+  // with stopRecording, the next playLink or the end of the player (its
+  // last file is then incomplete). Codecs other than MPEG audio and AAC in
+  // ADTS (Ogg, say) are not recorded. Thread: the run loop's.
+  BVErrorRef startRecording(const std::string& folder);
+  // The same, but beginning with the first frame of the title that plays
+  // now, taken from the ring (a file begun mid-title by a running recording
+  // is replaced); when the ring no longer holds the title's start, from the
+  // ring's oldest frame, and the file is incomplete.
+  // BVRecordingErrorNoTitleStart when the ring is off.
+  BVErrorRef recordCurrentTitleFromItsStart(const std::string& folder);
+  void stopRecording();
+  bool isRecording() const;
+
   // The output actually opened ("pulse", "alsa", "null", "null:fast", "wav";
   // "null (no sound output found)" when "auto" found nothing to play on;
   // "none" before playing) and the audio frames handed to it so far: the
@@ -203,8 +268,18 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   // The error with the link's URL, MIME type and RadioTime type added under
   // BVBasePlayerErrorKey (after any text already there).
   virtual BVErrorRef customizeError(const BVErrorRef& error);
+  // What the engines hand the station's compressed audio to: the tap of
+  // this playback (made at playLink, or shared by the player that owns this
+  // one); null before the first playLink.
+  std::shared_ptr<belvane::detail::StationTap> stationTap() const;
+  // For players that play through another player (the master, the general
+  // engine's player handing a link on): the other player feeds this
+  // player's tap, so that its recording goes on across the switch.
+  static void shareStationTap(const BVBasePlayer& from, BVBasePlayer& to);
 
  private:
+  void startStationTap();
+  void announceRecordedFile(const belvane::detail::RecordedFile& file);
   BVPlayerOwner* owner_ = nullptr;
   mutable std::mutex linkMutex_;
   std::shared_ptr<BVMediaLink> link_;
@@ -212,6 +287,10 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   std::string audioOutput_;
   double reconnectPatience_ = 300.0;
   BVRequestSettingsRef requestSettings_ = BVRequestSettings::defaultSettings();
+  double timeShiftMinutes_ = 10.0;
+  mutable std::mutex tapMutex_;
+  std::shared_ptr<belvane::detail::StationTap> stationTap_;
+  bool tapShared_ = false;  // stationTap_ is another player's
 };
 
 using BVPlayerRef = std::shared_ptr<BVBasePlayer>;

@@ -119,6 +119,11 @@ extern "C" {
 #define BV_ERROR_DOMAIN_BELVANE "BVBelvaneErrorDomain"
 #define BV_BELVANE_INVALID_STREAM_URL 67003 /* the stream's address cannot be used */
 #define BV_BELVANE_TOOL_MISSING 5601        /* the player tool program is missing */
+#define BV_BELVANE_RECORDING_FOLDER 5701    /* the recording's folder is missing or takes no files */
+#define BV_BELVANE_RECORDING_DISK_FULL 5702 /* the disk is full (or the file as large as allowed) */
+#define BV_BELVANE_RECORDING_WRITE 5703     /* the recording could not be written */
+#define BV_BELVANE_RECORDING_NOTHING 5704   /* no live station plays, or none was heard yet */
+#define BV_BELVANE_RECORDING_NO_TITLE_START 5705 /* the title's start is not held: time-shift is off */
 
 /* 1 when trying the same link again later can help (a passing network or
  * server condition, listed above as "retry"), 0 when it cannot or the

@@ -79,6 +79,9 @@ class BV_EXPORT BVMPRISPublisher : public BVPlayerOwner, public std::enable_shar
   void playerPositionChanged(BVBasePlayer& player, float position) override;
   void playerAttributeChanged(BVBasePlayer& player, const BVDictionary& attributes) override;
   void playerReceptionChanged(BVBasePlayer& player, const BVPlayerReception& reception) override;
+  void playerRecordedFile(BVBasePlayer& player, const std::string& path, const std::string& title,
+                          bool complete) override;
+  void playerRecordingStopped(BVBasePlayer& player, const BVErrorRef& error) override;
 
  private:
   friend struct belvane::detail::MPRISConnection;

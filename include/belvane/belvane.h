@@ -374,6 +374,44 @@ BV_EXPORT int bv_player_get_reception(const bv_player *player, bv_reception *rec
 typedef void (*bv_reception_callback)(bv_player *player, const bv_reception *reception, void *userdata);
 BV_EXPORT void bv_player_set_reception_callback(bv_player *player, bv_reception_callback callback, void *userdata);
 
+/* ---- Time-shift ring and recording --------------------------------------- */
+
+/* Every live station read through Belvane's connection keeps its last
+ * minutes of compressed audio, as sent, with its titles' places: default
+ * 10, 0 keeps none; from the next bv_player_play. BV_ERROR_INVALID_PARAMETER
+ * for a negative value. get_time_shift_held: the seconds held now. */
+BV_EXPORT int bv_player_set_time_shift_minutes(bv_player *player, double minutes);
+BV_EXPORT double bv_player_get_time_shift_minutes(const bv_player *player);
+BV_EXPORT double bv_player_get_time_shift_held(const bv_player *player);
+
+/* Records the station that plays into folder, one file per title of the
+ * station's own frames (MP3 into .mp3, AAC into ADTS .aac, each with an
+ * ID3v2 tag of its title and artist), named from the title; a file that
+ * lacks part of its title ends its name in " (incomplete)". The _from_start
+ * form begins with the current title's first frame, from the ring. BV_OK,
+ * or BV_ERROR_INVALID_PARAMETER, or the error in *error when error is not
+ * NULL (its strings valid until the next call on this player):
+ * BV_BELVANE_RECORDING_FOLDER, _NOTHING or _NO_TITLE_START in
+ * BV_ERROR_DOMAIN_BELVANE; the function then returns the (positive) code. */
+BV_EXPORT int bv_player_start_recording(bv_player *player, const char *folder, bv_player_error *error);
+BV_EXPORT int bv_player_record_current_title_from_start(bv_player *player, const char *folder,
+                                                        bv_player_error *error);
+BV_EXPORT void bv_player_stop_recording(bv_player *player);
+BV_EXPORT int bv_player_is_recording(const bv_player *player);
+
+/* A file of the recording is finished: its path, the title it holds and
+ * whether it holds the whole title. error, when the recording ended by
+ * itself: NULL when the station ended, else why (a full disk:
+ * BV_BELVANE_RECORDING_DISK_FULL; the last file keeps what was written).
+ * Strings valid only during the callback. */
+typedef void (*bv_recorded_file_callback)(bv_player *player, const char *path, const char *title, int complete,
+                                          void *userdata);
+typedef void (*bv_recording_stopped_callback)(bv_player *player, const bv_player_error *error, void *userdata);
+BV_EXPORT void bv_player_set_recorded_file_callback(bv_player *player, bv_recorded_file_callback callback,
+                                                    void *userdata);
+BV_EXPORT void bv_player_set_recording_stopped_callback(bv_player *player, bv_recording_stopped_callback callback,
+                                                        void *userdata);
+
 /* ---- Desktop media controls (MPRIS) ------------------------------------ */
 
 /* Shows the player in the desktop's media controls (MPRIS 2 on the D-Bus

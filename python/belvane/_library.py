@@ -66,6 +66,9 @@ class CReception(ctypes.Structure):
 
 RECEPTION_CALLBACK = ctypes.CFUNCTYPE(None, c_player_p, ctypes.POINTER(CReception), ctypes.c_void_p)
 LOG_CALLBACK = ctypes.CFUNCTYPE(None, ctypes.c_char_p, ctypes.c_void_p)
+RECORDED_FILE_CALLBACK = ctypes.CFUNCTYPE(None, c_player_p, ctypes.c_char_p, ctypes.c_char_p, ctypes.c_int,
+                                          ctypes.c_void_p)
+RECORDING_STOPPED_CALLBACK = ctypes.CFUNCTYPE(None, c_player_p, ctypes.POINTER(PlayerError), ctypes.c_void_p)
 
 
 def _declare(name, restype, *argtypes):
@@ -108,6 +111,17 @@ _declare("bv_player_pause", ctypes.c_int, c_player_p)
 _declare("bv_player_resume", ctypes.c_int, c_player_p)
 _declare("bv_player_is_paused", ctypes.c_int, c_player_p)
 _declare("bv_player_publish_mpris", ctypes.c_int, c_player_p, ctypes.c_int)
+# Time-shift ring and recording.
+_declare("bv_player_set_time_shift_minutes", ctypes.c_int, c_player_p, ctypes.c_double)
+_declare("bv_player_get_time_shift_minutes", ctypes.c_double, c_player_p)
+_declare("bv_player_get_time_shift_held", ctypes.c_double, c_player_p)
+_declare("bv_player_start_recording", ctypes.c_int, c_player_p, ctypes.c_char_p, ctypes.POINTER(PlayerError))
+_declare("bv_player_record_current_title_from_start", ctypes.c_int, c_player_p, ctypes.c_char_p,
+         ctypes.POINTER(PlayerError))
+_declare("bv_player_stop_recording", None, c_player_p)
+_declare("bv_player_is_recording", ctypes.c_int, c_player_p)
+_declare("bv_player_set_recorded_file_callback", None, c_player_p, RECORDED_FILE_CALLBACK, ctypes.c_void_p)
+_declare("bv_player_set_recording_stopped_callback", None, c_player_p, RECORDING_STOPPED_CALLBACK, ctypes.c_void_p)
 _declare("bv_set_log_callback", None, LOG_CALLBACK, ctypes.c_void_p)
 _declare("bv_error_is_retryable", ctypes.c_int, ctypes.c_char_p, ctypes.c_int64)
 # Sleep, fades and stopping after the title.

@@ -3,8 +3,9 @@ import ctypes
 import enum
 from typing import Callable, Dict, NamedTuple, Optional
 
-from belvane._library import (ATTRIBUTE_CALLBACK, LOG_CALLBACK, POSITION_CALLBACK, RECEPTION_CALLBACK, STATE_CALLBACK,
-                              CReception, PlayOptions, lib, take_string)
+from belvane._library import (ATTRIBUTE_CALLBACK, LOG_CALLBACK, POSITION_CALLBACK, RECEPTION_CALLBACK,
+                              RECORDED_FILE_CALLBACK, RECORDING_STOPPED_CALLBACK, STATE_CALLBACK, CReception,
+                              PlayerError, PlayOptions, lib, take_string)
 
 ATTRIBUTE_STREAM_TITLE = "BVPlayerAttributeStreamTitleKey"
 ATTRIBUTE_TRACK_TITLE = "BVPlayerAttributeTrackTitleKey"
@@ -126,6 +127,11 @@ class Player:
       on_reception(player, reception: Reception) what the listener hears: on
                                                 each change, as the prebuffer
                                                 fills, each second of silence
+      on_recorded_file(player, path: str, title: str, complete: bool)
+                                                a file of the recording is done
+      on_recording_stopped(player, error: PlaybackError | None)
+                                                the recording ended by itself
+                                                (None: the station ended)
     """
 
     def __init__(self) -> None:
@@ -137,6 +143,8 @@ class Player:
         self.on_title: Optional[Callable] = None
         self.on_position: Optional[Callable] = None
         self.on_reception: Optional[Callable] = None
+        self.on_recorded_file: Optional[Callable] = None
+        self.on_recording_stopped: Optional[Callable] = None
         self._title: Optional[str] = None
         # ctypes keeps no reference to a function handed to C: these live
         # as long as the player.
@@ -148,6 +156,10 @@ class Player:
         lib.bv_player_set_attribute_callback(self._handle, self._attribute_thunk, None)
         lib.bv_player_set_position_callback(self._handle, self._position_thunk, None)
         lib.bv_player_set_reception_callback(self._handle, self._reception_thunk, None)
+        self._recorded_file_thunk = RECORDED_FILE_CALLBACK(self._recorded_file)
+        self._recording_stopped_thunk = RECORDING_STOPPED_CALLBACK(self._recording_stopped)
+        lib.bv_player_set_recorded_file_callback(self._handle, self._recorded_file_thunk, None)
+        lib.bv_player_set_recording_stopped_callback(self._handle, self._recording_stopped_thunk, None)
 
     # Lifetime: close() stops the audio at once and frees the player; it
     # is also what the garbage collector and a with-block do.
@@ -285,6 +297,43 @@ class Player:
     def reconnect_patience(self, seconds: float) -> None:
         _check(lib.bv_player_set_reconnect_patience(self._live(), seconds))
 
+    # Time-shift ring and recording of live stations.
+    @property
+    def time_shift_minutes(self) -> float:
+        """Minutes of a live station's compressed audio kept (10 by default;
+        0 keeps none), from the next play()."""
+        return lib.bv_player_get_time_shift_minutes(self._live())
+
+    @time_shift_minutes.setter
+    def time_shift_minutes(self, minutes: float) -> None:
+        _check(lib.bv_player_set_time_shift_minutes(self._live(), minutes))
+
+    @property
+    def time_shift_held(self) -> float:
+        """Seconds of the station the ring holds now."""
+        return lib.bv_player_get_time_shift_held(self._live())
+
+    def start_recording(self, folder: str, from_title_start: bool = False) -> Optional[PlaybackError]:
+        """Records the station into folder, one file per title (the station's
+        own frames, tagged and named from the title); with from_title_start,
+        beginning with the current title's first frame, from the ring. None
+        when it records, else why not (see errors.BELVANE_RECORDING_...)."""
+        error = PlayerError()
+        call = lib.bv_player_record_current_title_from_start if from_title_start else lib.bv_player_start_recording
+        code = call(self._live(), folder.encode(), ctypes.byref(error))
+        if code < 0:
+            raise BelvaneError(code)
+        if code == 0:
+            return None
+        return PlaybackError(error.code, error.domain.decode(), error.description.decode("utf-8", "replace"))
+
+    def stop_recording(self) -> None:
+        lib.bv_player_stop_recording(self._live())
+
+    @property
+    def recording(self) -> bool:
+        return bool(lib.bv_player_is_recording(self._live()))
+
     # Request settings: how every request of the next play() goes out. A
     # refused value raises BelvaneError and changes nothing (the library's
     # log says why).
@@ -364,3 +413,14 @@ class Player:
     def _reception_changed(self, _handle, reception, _userdata) -> None:
         if self.on_reception:
             self.on_reception(self, Reception._of(reception.contents))
+
+    def _recorded_file(self, _handle, path, title, complete, _userdata) -> None:
+        if self.on_recorded_file:
+            self.on_recorded_file(self, path.decode("utf-8", "surrogateescape"), title.decode("utf-8", "replace"),
+                                  bool(complete))
+
+    def _recording_stopped(self, _handle, error, _userdata) -> None:
+        if self.on_recording_stopped:
+            e = error.contents if error else None
+            self.on_recording_stopped(
+                self, PlaybackError(e.code, e.domain.decode(), e.description.decode("utf-8", "replace")) if e else None)

@@ -131,6 +131,12 @@ struct bv_player final : BVPlayerOwner {
   void* positionUserdata = nullptr;
   bv_reception_callback receptionCallback = nullptr;
   void* receptionUserdata = nullptr;
+  bv_recorded_file_callback recordedFileCallback = nullptr;
+  void* recordedFileUserdata = nullptr;
+  bv_recording_stopped_callback recordingStoppedCallback = nullptr;
+  void* recordingStoppedUserdata = nullptr;
+  // The strings of the last recording error handed out.
+  std::string recordingErrorDomain, recordingErrorText;
 
   bv_player() { master->setOwner(this); }
   ~bv_player() override { releaseMaster(); }
@@ -189,6 +195,21 @@ struct bv_player final : BVPlayerOwner {
     receptionCallback(this, &r, receptionUserdata);
   }
 
+  void playerRecordedFile(BVBasePlayer&, const std::string& path, const std::string& title, bool complete) override {
+    if (destroyed || !recordedFileCallback) return;
+    CallbackScope scope(this);
+    recordedFileCallback(this, path.c_str(), title.c_str(), complete ? 1 : 0, recordedFileUserdata);
+  }
+
+  void playerRecordingStopped(BVBasePlayer&, const BVErrorRef& error) override {
+    if (destroyed || !recordingStoppedCallback) return;
+    CallbackScope scope(this);
+    if (!error) return recordingStoppedCallback(this, nullptr, recordingStoppedUserdata);
+    std::string description = error->localizedDescription();
+    bv_player_error info{error->code(), error->domain().c_str(), description.c_str()};
+    recordingStoppedCallback(this, &info, recordingStoppedUserdata);
+  }
+
   static bv_reception receptionOf(const BVPlayerReception& r) {
     return {static_cast<bv_reception_state>(r.state), r.secondsWithoutAudio, r.tries, double(r.prebufferProgress)};
   }
@@ -220,6 +241,19 @@ int changeRequestSettings(bv_player* player, Change change) {
   if (!changed) return BV_ERROR_INVALID_PARAMETER;
   player->master->setRequestSettings(std::move(changed));
   return BV_OK;
+}
+}  // namespace
+
+namespace {
+// The code of a recording call, with its error in *error (strings kept by the handle).
+int recordingResult(bv_player* player, const BVErrorRef& result, bv_player_error* error) {
+  if (!result) return BV_OK;
+  if (error) {
+    player->recordingErrorDomain = result->domain();
+    player->recordingErrorText = result->localizedDescription();
+    *error = {result->code(), player->recordingErrorDomain.c_str(), player->recordingErrorText.c_str()};
+  }
+  return int(result->code());
 }
 }  // namespace
 
@@ -527,4 +561,53 @@ int bv_player_get_reception(const bv_player* player, bv_reception* reception) {
   return BV_OK;
 }
 
+// ---- Time-shift ring and recording -----------------------------------------
+
+int bv_player_set_time_shift_minutes(bv_player* player, double minutes) {
+  if (!player || !player->master || !(minutes >= 0.0)) return BV_ERROR_INVALID_PARAMETER;
+  player->master->setTimeShiftMinutes(minutes);
+  return BV_OK;
+}
+
+double bv_player_get_time_shift_minutes(const bv_player* player) {
+  return player && player->master ? player->master->timeShiftMinutes() : -1.0;
+}
+
+double bv_player_get_time_shift_held(const bv_player* player) {
+  return player && player->master ? player->master->timeShiftSecondsHeld() : 0.0;
+}
+
+
+int bv_player_start_recording(bv_player* player, const char* folder, bv_player_error* error) {
+  if (!player || !player->master || !folder) return BV_ERROR_INVALID_PARAMETER;
+  return recordingResult(player, player->master->startRecording(folder), error);
+}
+
+int bv_player_record_current_title_from_start(bv_player* player, const char* folder, bv_player_error* error) {
+  if (!player || !player->master || !folder) return BV_ERROR_INVALID_PARAMETER;
+  return recordingResult(player, player->master->recordCurrentTitleFromItsStart(folder), error);
+}
+
+void bv_player_stop_recording(bv_player* player) {
+  if (player && player->master) player->master->stopRecording();
+}
+
+int bv_player_is_recording(const bv_player* player) {
+  return player && player->master && player->master->isRecording() ? 1 : 0;
+}
+
+void bv_player_set_recorded_file_callback(bv_player* player, bv_recorded_file_callback callback, void* userdata) {
+  if (!player) return;
+  player->recordedFileCallback = callback;
+  player->recordedFileUserdata = userdata;
+}
+
+void bv_player_set_recording_stopped_callback(bv_player* player, bv_recording_stopped_callback callback,
+                                              void* userdata) {
+  if (!player) return;
+  player->recordingStoppedCallback = callback;
+  player->recordingStoppedUserdata = userdata;
+}
+
 }  // extern "C"
+

@@ -489,6 +489,17 @@ void BVMPRISPublisher::playerReceptionChanged(BVBasePlayer& player, const BVPlay
   if (hostOwner_) hostOwner_->playerReceptionChanged(player, reception);
 }
 
+void BVMPRISPublisher::playerRecordedFile(BVBasePlayer& player, const std::string& path, const std::string& title,
+                                          bool complete) {
+  auto self = shared_from_this();
+  if (hostOwner_) hostOwner_->playerRecordedFile(player, path, title, complete);
+}
+
+void BVMPRISPublisher::playerRecordingStopped(BVBasePlayer& player, const BVErrorRef& error) {
+  auto self = shared_from_this();
+  if (hostOwner_) hostOwner_->playerRecordingStopped(player, error);
+}
+
 void BVMPRISPublisher::playerAttributeChanged(BVBasePlayer& player, const BVDictionary& attributes) {
   auto self = shared_from_this();
   attributes_ = attributes;

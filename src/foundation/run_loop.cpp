@@ -10,26 +10,7 @@
 #include <unordered_map>
 #include <vector>
 
-// GLib hands a source from the thread that attaches it to the thread that
-// dispatches it under locks that ThreadSanitizer cannot see (futexes); the
-// hand-off is declared to it so that what the performing thread did before
-// perform() is ordered before the callback, as it really is.
-#if defined(__SANITIZE_THREAD__)
-#define BELVANE_TSAN_HANDOFF 1
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define BELVANE_TSAN_HANDOFF 1
-#endif
-#endif
-#ifdef BELVANE_TSAN_HANDOFF
-extern "C" void __tsan_acquire(void* addr);
-extern "C" void __tsan_release(void* addr);
-#define HANDOFF_RELEASE(p) __tsan_release(p)
-#define HANDOFF_ACQUIRE(p) __tsan_acquire(p)
-#else
-#define HANDOFF_RELEASE(p) ((void)(p))
-#define HANDOFF_ACQUIRE(p) ((void)(p))
-#endif
+#include "foundation/tsan_handoff.h"
 
 namespace {
 

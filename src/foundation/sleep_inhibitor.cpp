@@ -4,6 +4,7 @@
 #include <belvane/BVKitOwner.h>
 
 #include "foundation/thread_name.h"
+#include "foundation/tsan_handoff.h"
 
 #include <gio/gio.h>
 #include <gio/gunixfdlist.h>
@@ -50,9 +51,11 @@ class InhibitThread {
   // Runs fn on the thread.
   void post(std::function<void()> fn) {
     auto* call = new std::function<void()>(std::move(fn));
+    HANDOFF_RELEASE(call);
     g_main_context_invoke_full(
         context_, G_PRIORITY_DEFAULT,
         +[](gpointer data) -> gboolean {
+          HANDOFF_ACQUIRE(data);
           (*static_cast<std::function<void()>*>(data))();
           return G_SOURCE_REMOVE;
         },

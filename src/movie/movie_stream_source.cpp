@@ -7,6 +7,7 @@
 #include "streaming/QLDebug.h"
 #include "streaming/shoutstreamer.h"
 #include "streaming/shoutstreamer_errors.h"
+#include "streaming/station_tap.h"
 
 #include <gst/app/gstappsrc.h>
 #include <gst/gst.h>
@@ -94,6 +95,7 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
     }
     adtsCaps_ = connections_ == 0 && offset_ == 0 && type && isAACContentType(*type);
     demuxer_ = std::make_unique<IcyDemuxer>(metaintOf(head));
+    if (tap_) tap_->connectionStarted(source_.reading_.titleEncoding.value_or(""));
     connectionAudioBytes_ = 0;
     // A new connection to a live stream joins it somewhere else; a file
     // resumed where it broke (206) goes on from the same byte.
@@ -120,6 +122,7 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
   // The audio of one piece of the body goes in one buffer, however many
   // metadata blocks without a title cut it: fewer, larger hand-overs.
   bool audio(std::span<const uint8_t> bytes, uint64_t) override {
+    if (tap_) tap_->audio(bytes);
     pending_.insert(pending_.end(), bytes.begin(), bytes.end());
     return true;
   }
@@ -158,6 +161,7 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
 
   void metadata(std::span<const uint8_t> block, uint64_t) override {
     auto title = streamTitleFromMetadata(block);
+    if (title && tap_) tap_->title({*title, streamURLFromMetadata(block).value_or("")});
     if (!title || !push()) return;
     std::string text = stationTitleToUTF8(bytesOf(*title), source_.reading_.titleEncoding.value_or(""));
     QLDebugLog(QL_LOG_DEBUG, "stream: title '%s'", text.c_str());
@@ -175,6 +179,7 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
 
   MovieStreamSource& source_;
   GstAppSrc* appsrc_;
+
   const uint64_t offset_;
   std::unique_ptr<IcyDemuxer> demuxer_;
   std::vector<uint8_t> pending_;  // audio not pushed yet
@@ -183,6 +188,8 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
   int connections_ = 0;
   bool discont_ = false;
   bool adtsCaps_ = false;  // served as AAC: ADTS frames are looked for
+  // Only a reading from the start feeds the ring: a file sought in is no station.
+  StationTap* tap_ = offset_ == 0 ? source_.reading_.stationTap.get() : nullptr;
 };
 
 bool MovieStreamSource::handles(const std::string& url) {
@@ -306,6 +313,7 @@ void MovieStreamSource::readMain() {
     if (!seekTo_ && outcome.error == 0 && !outcome.cancelled) {
       // The end: a file that can be sought may be asked to go back.
       lock.unlock();
+      if (reading_.stationTap) reading_.stationTap->streamEnded();
       gst_app_src_end_of_stream(GST_APP_SRC(appsrc_));
       lock.lock();
       changed_.wait(lock, [&] { return cancelled_ || seekTo_; });
@@ -321,6 +329,7 @@ void MovieStreamSource::readMain() {
     if (outcome.cancelled) return;
     break;
   }
+  if (reading_.stationTap) reading_.stationTap->streamEnded();
   unsigned httpStatus = 0;
   GstResourceError code = resourceErrorFor(outcome.error, &httpStatus);
   char* text = shoutstreamer_error_as_string(outcome.error);

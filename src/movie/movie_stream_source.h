@@ -41,6 +41,8 @@ typedef struct _GstElement GstElement;
 
 namespace belvane::detail {
 
+class StationTap;
+
 // How a movie reads from the network for its player; the movie hands it to
 // each pipeline and to Belvane's connection into it.
 struct MovieReading {
@@ -50,6 +52,9 @@ struct MovieReading {
   BVRequestSettingsRef requestSettings;
   // The character set the station's titles are read in, over detection.
   std::optional<std::string> titleEncoding;
+  // Where the station's compressed audio and titles also go (the ring and
+  // the recording of the playback); null: nowhere.
+  std::shared_ptr<StationTap> stationTap;
 };
 
 class MovieStreamSource {

@@ -20,8 +20,11 @@ std::shared_ptr<BVMediaLink> BVBasePlayer::link() const {
 }
 
 void BVBasePlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
-  std::lock_guard lock(linkMutex_);
-  if (link != link_) link_ = link;
+  {
+    std::lock_guard lock(linkMutex_);
+    if (link != link_) link_ = link;
+  }
+  startStationTap();
 }
 
 void BVBasePlayer::changeStateTo(BVPlayerState state, const BVErrorRef& error) {

@@ -58,6 +58,7 @@ void BVMasterPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
     replaceSubPlayer(freshPlayerLike(*_subPlayer));
   }
   auto sub = _subPlayer;  // playing may replace the sub-player
+  shareStationTap(*this, *sub);
   subPlayerUsed_ = true;
   sub->playLink(link);
   updateSleepInhibitor();
@@ -67,6 +68,7 @@ void BVMasterPlayer::stop() {
   auto from = state();
   if (from == BVPlayerStateIdle || from == BVPlayerStateStopped || from == BVPlayerStateError) return;
   auto self = shared_from_this();
+  stopRecording();
   replaceSubPlayer(freshPlayerLike(*_subPlayer));
   stopped_ = true;
   relayedState_ = BVPlayerStateStopped;
@@ -88,6 +90,7 @@ void BVMasterPlayer::replaceSubPlayer(std::shared_ptr<BVBasePlayer> next) {
   next->setVolume(volume());
   next->setMuted(isMuted());
   next->setStopsAfterCurrentTitle(stopsAfterCurrentTitle());
+  shareStationTap(*this, *next);
   auto old = std::move(_subPlayer);
   old->setOwner(nullptr);
   _subPlayer = std::move(next);

@@ -12,6 +12,7 @@
 #include "streaming/shoutstreamer_buffer.h"
 #include "streaming/shoutstreamer_connection.h"
 #include "streaming/shoutstreamer_pipeline.h"
+#include "streaming/station_tap.h"
 #include "streaming/stream_reader.h"
 #include "streaming/shoutstreamer_tuning.h"
 
@@ -91,6 +92,10 @@ class StreamDecoder final : public StreamReader::Client, public PipelineSink {
     QLDebugLog(QL_LOG_INFO, "shoutstreamer: %s answered %d, metadata every %u bytes", s_.url.c_str(), head.status,
                metaint);
     pipeline_ = std::make_unique<StreamPipeline>(metaint, *this, s_.tuning.syncSearchBytes);
+    if (const auto& tap = s_.tuning.stationTap) {
+      tap->connectionStarted(s_.tuning.titleEncoding);
+      pipeline_->setTap(tap.get());
+    }
     {
       std::lock_guard lock(s_.factsMutex);
       s_.stationFacts = belvane::detail::stationFactsFromHead(head);
@@ -177,6 +182,7 @@ void networkMain(shoutstreamer* s) {
   belvane::detail::nameThisThread("bv-stream-net");
   StreamDecoder decoder(*s);
   StreamReader::Outcome outcome = s->reader->run(decoder);
+  if (s->tuning.stationTap) s->tuning.stationTap->streamEnded();
   if (!outcome.cancelled) s->buffer->finish(outcome.error);
 }
 

@@ -30,6 +30,7 @@ bool StreamPipeline::fail(int32_t error) {
 }
 
 bool StreamPipeline::audio(std::span<const uint8_t> bytes, uint64_t offset) {
+  if (tap_) tap_->audio(bytes);
   if (!decoding_) {
     if (searchBuffer_.empty()) searchBufferOffset_ = offset;
     return search(bytes);
@@ -42,6 +43,7 @@ bool StreamPipeline::audio(std::span<const uint8_t> bytes, uint64_t offset) {
 void StreamPipeline::metadata(std::span<const uint8_t> block, uint64_t audioOffset) {
   auto title = streamTitleFromMetadata(block);
   if (!title) return;
+  if (tap_) tap_->title({*title, streamURLFromMetadata(block).value_or("")});
   if (titles_.size() == kMaxPendingTitles) titles_.pop_front();
   titles_.push_back({audioOffset, {std::move(*title), streamURLFromMetadata(block).value_or("")}});
 }

@@ -16,6 +16,7 @@
 #include "streaming/icy_metadata.h"
 #include "streaming/mpeg_decoder.h"
 #include "streaming/stream_title.h"
+#include "streaming/station_tap.h"
 
 #include <cstdint>
 #include <deque>
@@ -48,6 +49,8 @@ class StreamPipeline : private IcyDemuxer::Handler {
 
   // Body bytes as they arrive.
   Status feed(std::span<const uint8_t> bytes);
+  // Also hands the audio bytes and the titles, as sent, to tap (null: none).
+  void setTap(StationTap* tap) { tap_ = tap; }
   // The input has ended: titles still waiting for audio are handed over.
   void finish();
 
@@ -85,6 +88,7 @@ class StreamPipeline : private IcyDemuxer::Handler {
   std::deque<PendingTitle> titles_;
   bool stopped_ = false;
   int32_t error_ = 0;
+  StationTap* tap_ = nullptr;
 };
 
 }  // namespace belvane::detail

@@ -9,10 +9,13 @@
 #include "streaming/shoutstreamer.h"
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace belvane::detail {
+
+class StationTap;
 
 struct ShoutstreamerTuning {
   double connectTimeout = 10.0;      // seconds from the request to the end of the reply head
@@ -35,6 +38,9 @@ struct ShoutstreamerTuning {
   // The character set the link's titles are read in, over detection (see
   // stationTitleToUTF8); empty: detected.
   std::string titleEncoding;
+  // Where the station's compressed audio and titles also go (the ring and
+  // the recording of the playback); null: nowhere.
+  std::shared_ptr<StationTap> stationTap;
 };
 
 // Replaces the tuning of a streamer that has not been started.

@@ -115,6 +115,26 @@ class PlayReporter : public BVPlayerOwner {
 
   // Said when what the listener hears changes kind; with --json, every
   // change (the seconds and tries while audio is missing too).
+  void playerRecordedFile(BVBasePlayer&, const std::string& path, const std::string& title, bool complete) override {
+    if (json_) {
+      auto line = common("recorded");
+      line["path"] = path;
+      line["title"] = title;
+      line["complete"] = complete;
+      return emit(line);
+    }
+    say(std::string("Recorded") + (complete ? "" : " (incomplete)") + ": " + path);
+  }
+
+  void playerRecordingStopped(BVBasePlayer&, const BVErrorRef& error) override {
+    if (json_) {
+      auto line = common("recording-stopped");
+      line["error"] = errorToJSON(error);
+      return emit(line);
+    }
+    say(error ? "The recording stopped: " + error->localizedDescription() : "The recording ended with the station.");
+  }
+
   void playerReceptionChanged(BVBasePlayer&, const BVPlayerReception& reception) override {
     if (json_) {
       auto line = common("reception");
@@ -296,7 +316,8 @@ int runPlay(const Arguments& args) {
   std::unique_ptr<PlayTerminal> terminal;
   if (!json && isatty(STDIN_FILENO) && isatty(STDOUT_FILENO)) {
     terminal = std::make_unique<PlayTerminal>(
-        master.get(), [&reporter] { return reporter.engineID(); }, [] { BVRunLoop::main().stop(); });
+        master.get(), [&reporter] { return reporter.engineID(); }, [] { BVRunLoop::main().stop(); },
+        args.option("record-dir").value_or("."));
     reporter.setTerminal(terminal.get());
   }
   guint sigint = g_unix_signal_add(SIGINT, stopOnSignal, nullptr);
@@ -349,8 +370,8 @@ int runPlay(const Arguments& args) {
 std::vector<Command> playCommands() {
   return {{"play",
            "[URL] [--output O] [--duration S] [--volume V] [--mute] [--patience S] [--user-agent S] [--header H]"
-           " [--proxy URL] [--title-encoding NAME] [--sleep MINUTES] [--stop-after-title] [--no-inhibit] [--json]"
-           " [--tool] [--tool-path PATH]",
+           " [--proxy URL] [--title-encoding NAME] [--sleep MINUTES] [--stop-after-title] [--no-inhibit]"
+           " [--record-dir DIR] [--json] [--tool] [--tool-path PATH]",
            "Plays URL through the master player until it stops, the duration passes or q is pressed.\n"
            "Without a URL it plays the built-in demo station, a loopback Shoutcast server with a\n"
            "synthesised clip whose titles change with each piece.\n"
@@ -369,6 +390,7 @@ std::vector<Command> playCommands() {
            "  --sleep M      a sleep timer: fade out over the last 30 s of M minutes, then stop\n"
            "  --stop-after-title   stop where the station's next title begins\n"
            "  --no-inhibit   let the machine sleep while playing (by default it is kept awake)\n"
+           "  --record-dir DIR  where the r key records the station, one file per title (default: .)\n"
            "  --json         one JSON object a line for every player callback, then {\"event\":\"end\"}\n"
            "  --tool         play in a separate player-tool process (state followed by polling)\n"
            "  --tool-path P  the player-tool executable (default: belvane-player-tool beside belvane)\n"
@@ -376,7 +398,7 @@ std::vector<Command> playCommands() {
            "(said in one line on stderr), 2 for bad arguments.",
            runPlay,
            {"output", "duration", "volume", "patience", "tool-path", "user-agent", "header", "proxy",
-            "title-encoding", "sleep"},
+            "title-encoding", "sleep", "record-dir"},
            {"mute", "json", "tool", "no-inhibit", "stop-after-title"}}};
 }
 

@@ -38,8 +38,10 @@ size_t usableColumns() {
 
 }  // namespace
 
-PlayTerminal::PlayTerminal(BVBasePlayer* player, std::function<std::string()> engineName, std::function<void()> quit)
-    : player_(player), engineName_(std::move(engineName)), quit_(std::move(quit)) {
+PlayTerminal::PlayTerminal(BVBasePlayer* player, std::function<std::string()> engineName, std::function<void()> quit,
+                           std::string recordFolder)
+    : player_(player), engineName_(std::move(engineName)), quit_(std::move(quit)),
+      recordFolder_(std::move(recordFolder)) {
   if (tcgetattr(STDIN_FILENO, &saved_) == 0) {
     termios raw = saved_;
     raw.c_lflag &= ~(ICANON | ECHO);  // keep ISIG: Ctrl-C still interrupts
@@ -51,7 +53,7 @@ PlayTerminal::PlayTerminal(BVBasePlayer* player, std::function<std::string()> en
   tick_ = BVTimer::scheduledTimer(0.5, true, [this](BVTimer&) { redraw(); });
   columns_ = usableColumns();
   resize_ = g_unix_signal_add(SIGWINCH, onWindowChange, this);
-  std::fputs("keys: space/m mute, +/- volume, left/right seek, q quit\n", stdout);
+  std::fputs("keys: space/m mute, +/- volume, left/right seek, r record, q quit\n", stdout);
   redraw();
 }
 
@@ -140,6 +142,15 @@ void PlayTerminal::handleKey(const std::string& key) {
   } else if ((key == "\033[C" || key == "\033[D") && player_->hasPosition()) {
     float step = key == "\033[C" ? 0.05f : -0.05f;
     player_->setPosition(std::clamp(player_->position() + step, 0.0f, 1.0f));
+  } else if (key == "r" || key == "R") {
+    if (player_->isRecording()) {
+      player_->stopRecording();
+      print("Recording stopped.");
+    } else if (BVErrorRef error = player_->startRecording(recordFolder_)) {
+      print("Cannot record: " + error->localizedDescription());
+    } else {
+      print("Recording into " + recordFolder_ + ", one file per title (r stops).");
+    }
   } else if (key == "q" || key == "Q") {
     quit_();
   }

@@ -20,8 +20,10 @@ namespace belvane::tool {
 
 class PlayTerminal {
  public:
-  // player is not owned; quit is called for q.
-  PlayTerminal(BVBasePlayer* player, std::function<std::string()> engineName, std::function<void()> quit);
+  // player is not owned; quit is called for q; r records the station into
+  // recordFolder, or stops recording.
+  PlayTerminal(BVBasePlayer* player, std::function<std::string()> engineName, std::function<void()> quit,
+               std::string recordFolder);
   ~PlayTerminal();
   PlayTerminal(const PlayTerminal&) = delete;
   PlayTerminal& operator=(const PlayTerminal&) = delete;
@@ -38,6 +40,7 @@ class PlayTerminal {
   BVBasePlayer* player_;
   std::function<std::string()> engineName_;
   std::function<void()> quit_;
+  std::string recordFolder_;
   termios saved_{};
   bool raw_ = false;
   BVRunLoopSourceRef input_;

@@ -121,7 +121,8 @@ nlohmann::ordered_json errorToJSON(const BVErrorRef& error) {
 const std::vector<Command>& allCommands() {
   static const std::vector<Command> commands = [] {
     std::vector<Command> all;
-    for (auto group : {urlCommands, modelCommands, engineCommands, playlistCommands, errorCommands, playCommands})
+    for (auto group :
+         {urlCommands, modelCommands, engineCommands, playlistCommands, errorCommands, playCommands, recordCommands})
       for (auto& c : group()) all.push_back(c);
     return all;
   }();

@@ -74,5 +74,6 @@ std::vector<Command> errorCommands();
 std::vector<Command> engineCommands();
 std::vector<Command> playlistCommands();
 std::vector<Command> playCommands();
+std::vector<Command> recordCommands();
 
 }  // namespace belvane::tool

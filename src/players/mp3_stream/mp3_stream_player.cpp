@@ -440,6 +440,7 @@ int BVMP3StreamPlayer::startShoutstreamer(const std::string& url) {
   if (url.rfind("file:", 0) != 0)
     for (const BVURL& alternate : _streamTuner->alternateStreamURLs())
       if (!alternate.isFileURL()) tuning.alternates.push_back(alternate.absoluteString());
+  tuning.stationTap = stationTap();
   belvane::detail::shoutstreamerSetTuning(_shoutstreamer, tuning);
   int result = shoutstreamer_start(_shoutstreamer, url.c_str(), _shoutstreamerDelegate.get(),
                                    &BVShoutstreamerDelegate::stateCallback, &BVShoutstreamerDelegate::audioCallback,

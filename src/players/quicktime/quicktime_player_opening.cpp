@@ -77,6 +77,7 @@ void BVQuickTimePlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   _subPlayer->setRequestSettings(requestSettings());
   _subPlayer->setStopsAfterCurrentTitle(stopsAfterTitle_);
   _subPlayer->setOwner(this);
+  shareStationTap(*this, *_subPlayer);
   auto sub = _subPlayer;
   sub->playLink(link);
 }
@@ -94,7 +95,7 @@ void BVQuickTimePlayer::playWithMovie(const std::shared_ptr<BVMediaLink>& link) 
   }
   BVErrorRef error;
   auto movie = QTMovie::movieWithURL(safeLink->url(), &error, movieAudio_,
-                                     {reconnectPatience(), requestSettings(), link->titleEncoding()});
+                                     {reconnectPatience(), requestSettings(), link->titleEncoding(), stationTap()});
   // The movie has read the reference movie made for the link (or failed):
   // the file is not needed any more.
   if (safeLink != link) unlink(safeLink->url().fileSystemPath().c_str());

@@ -1,0 +1,24 @@
+// HANDOFF_RELEASE / HANDOFF_ACQUIRE: GLib hands a source from the thread
+// that attaches it to the thread that dispatches it under locks that
+// ThreadSanitizer cannot see (futexes); a hand-off declared with these is
+// ordered for it as it really is: what the sending thread did before the
+// release happens before what the receiving thread does after the acquire.
+// Nothing in other builds.
+#pragma once
+
+#if defined(__SANITIZE_THREAD__)
+#define BELVANE_TSAN_HANDOFF 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define BELVANE_TSAN_HANDOFF 1
+#endif
+#endif
+#ifdef BELVANE_TSAN_HANDOFF
+extern "C" void __tsan_acquire(void* addr);
+extern "C" void __tsan_release(void* addr);
+#define HANDOFF_RELEASE(p) __tsan_release(p)
+#define HANDOFF_ACQUIRE(p) __tsan_acquire(p)
+#else
+#define HANDOFF_RELEASE(p) ((void)(p))
+#define HANDOFF_ACQUIRE(p) ((void)(p))
+#endif

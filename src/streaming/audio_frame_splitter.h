@@ -1,0 +1,51 @@
+// AudioFrameSplitter: a station's audio bytes (after the ICY split) in, its
+// codec frames out whole, each with its length in samples. MPEG audio and
+// AAC in ADTS framing are recognised by the three-frame chain that the
+// decoders also look for; bytes before the chain, and bytes after a frame
+// that does not start another, are skipped until the next chain. Other
+// codecs (Ogg, raw AAC) give no frames. Plain data: one thread feeds it.
+#pragma once
+
+#include "streaming/mpeg_audio_header.h"
+
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <vector>
+
+namespace belvane::detail {
+
+struct AudioFrame {
+  std::span<const uint8_t> bytes;
+  uint64_t streamOffset = 0;  // the first byte's place among all audio bytes fed
+  uint32_t samples = 0;       // per channel
+  uint32_t sampleRate = 0;
+};
+
+class AudioFrameSplitter {
+ public:
+  using FrameHandler = std::function<void(const AudioFrame&)>;
+
+  // Audio bytes in order; each whole frame goes to onFrame before feed returns.
+  void feed(std::span<const uint8_t> bytes, const FrameHandler& onFrame);
+  // The stream broke off (a new connection): a frame cut short is dropped
+  // and the next chain is looked for.
+  void restart();
+
+  AudioSyncKind kind() const { return kind_; }  // of the last chain found
+  uint64_t bytesFed() const { return fed_; }
+
+ private:
+  // Bytes that may hold no chain before they are dropped unsearched.
+  static constexpr size_t kSearchLimit = 64 * 1024;
+
+  bool nextFrame(size_t at, AudioFrame* frame, bool* needMore) const;
+
+  std::vector<uint8_t> pending_;
+  uint64_t pendingOffset_ = 0;  // stream offset of pending_[0]
+  uint64_t fed_ = 0;
+  bool synced_ = false;
+  AudioSyncKind kind_ = AudioSyncKind::None;
+};
+
+}  // namespace belvane::detail

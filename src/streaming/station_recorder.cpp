@@ -1,0 +1,160 @@
+// StationRecorder: a file per title, tagged, cut on frame boundaries.
+#include "streaming/station_recorder.h"
+
+#include "streaming/QLDebug.h"
+#include "streaming/recording_names.h"
+
+#include <taglib/id3v2tag.h>
+#include <taglib/tstring.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace belvane::detail {
+
+namespace {
+
+constexpr const char* kIncomplete = " (incomplete)";
+
+bool writeAll(int fd, const uint8_t* data, size_t size) {
+  while (size > 0) {
+    ssize_t n = ::write(fd, data, size);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      if (n == 0) errno = ENOSPC;
+      return false;
+    }
+    data += n;
+    size -= size_t(n);
+  }
+  return true;
+}
+
+std::string renderTag(const std::string& text) {
+  TagLib::ID3v2::Tag tag;
+  TitleParts parts = splitStreamTitle(text);
+  tag.setTitle(TagLib::String(parts.title, TagLib::String::UTF8));
+  if (!parts.artist.empty()) tag.setArtist(TagLib::String(parts.artist, TagLib::String::UTF8));
+  TagLib::ByteVector bytes = tag.render();
+  return std::string(bytes.data(), bytes.size());
+}
+
+}  // namespace
+
+std::string StationRecorder::checkFolder(const std::string& folder) {
+  struct stat info {};
+  if (folder.empty()) return "No folder was given to record into.";
+  if (stat(folder.c_str(), &info) != 0)
+    return "The folder " + folder + " cannot be recorded into: " + std::strerror(errno) + ".";
+  if (!S_ISDIR(info.st_mode)) return "The folder " + folder + " cannot be recorded into: it is not a folder.";
+  // A file made and removed at once tells more than the permission bits (a
+  // read-only mount, an administrator's folder).
+  std::string probe = folder + "/.belvane-recording-XXXXXX";
+  int fd = mkstemp(probe.data());
+  if (fd < 0) return "The folder " + folder + " cannot be recorded into: " + std::strerror(errno) + ".";
+  ::close(fd);
+  unlink(probe.c_str());
+  return {};
+}
+
+StationRecorder::StationRecorder(std::string folder, StreamTitle title, bool startsComplete, FileHandler onFile)
+    : folder_(std::move(folder)),
+      onFile_(std::move(onFile)),
+      title_(std::move(title)),
+      startsComplete_(startsComplete) {}
+
+StationRecorder::~StationRecorder() { stop(); }
+
+void StationRecorder::titleStarts(StreamTitle title) {
+  if (stopped_) return;
+  close(startsComplete_);
+  title_ = std::move(title);
+  startsComplete_ = true;
+}
+
+bool StationRecorder::open(AudioSyncKind kind) {
+  extension_ = kind == AudioSyncKind::Adts ? ".aac" : ".mp3";
+  // A title that names no file (empty, or nothing but dots and control
+  // characters) is recorded as "Untitled".
+  stem_ = recordingFileStem(title_.title).value_or("Untitled");
+  const std::string base = folder_ + "/" + stem_ + (startsComplete_ ? "" : kIncomplete);
+  for (int n = 1; n < 1000 && fd_ < 0; ++n) {
+    path_ = base + (n > 1 ? " (" + std::to_string(n) + ")" : "") + extension_;
+    fd_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    if (fd_ < 0 && errno != EEXIST) break;
+  }
+  if (fd_ < 0) {
+    problem_ = RecordingProblem::Folder;
+    problemText_ = "The recording stopped: no file could be made for \"" + title_.title + "\" in " + folder_ + ": " +
+                   std::strerror(errno) + ".";
+    stopped_ = true;
+    return false;
+  }
+  std::string tag = renderTag(title_.title);
+  written_ = 0;
+  if (!writeAll(fd_, reinterpret_cast<const uint8_t*>(tag.data()), tag.size())) return failWrite(errno);
+  written_ = tag.size();
+  return true;
+}
+
+bool StationRecorder::frame(std::span<const uint8_t> bytes, AudioSyncKind kind) {
+  if (stopped_) return false;
+  if (fd_ < 0 && !open(kind)) return false;
+  if (!writeAll(fd_, bytes.data(), bytes.size())) return failWrite(errno);
+  written_ += bytes.size();
+  return true;
+}
+
+bool StationRecorder::failWrite(int error) {
+  const bool full = error == ENOSPC || error == EFBIG || error == EDQUOT;
+  problem_ = full ? RecordingProblem::DiskFull : RecordingProblem::Write;
+  // The frame cut short goes: the file ends on its last whole frame.
+  if (ftruncate(fd_, off_t(written_)) != 0)
+    QLDebugLog(QL_LOG_WARNING, "recording: could not cut %s back", path_.c_str());
+  close(false);
+  problemText_ = std::string("The recording stopped: ") +
+                 (full ? "the disk is full or the file is as large as this system allows"
+                       : "the recording could not be written") +
+                 " (" + std::strerror(error) + "). " + (path_.empty() ? "" : path_ + " keeps what was recorded.");
+  stopped_ = true;
+  return false;
+}
+
+void StationRecorder::close(bool complete) {
+  if (fd_ < 0) return;
+  ::close(fd_);
+  fd_ = -1;
+  if (!complete && startsComplete_) {
+    // The name says what the file lacks.
+    std::string renamed;
+    const std::string base = folder_ + "/" + stem_ + kIncomplete;
+    for (int n = 1; n < 1000; ++n) {
+      renamed = base + (n > 1 ? " (" + std::to_string(n) + ")" : "") + extension_;
+      if (access(renamed.c_str(), F_OK) != 0 && rename(path_.c_str(), renamed.c_str()) == 0) {
+        path_ = renamed;
+        break;
+      }
+    }
+  }
+  ++filesFinished_;
+  if (onFile_) onFile_({path_, title_.title, complete && startsComplete_});
+}
+
+void StationRecorder::stop() {
+  if (stopped_) return;
+  close(false);
+  stopped_ = true;
+}
+
+void StationRecorder::discardOpenFile() {
+  if (fd_ < 0) return;
+  ::close(fd_);
+  fd_ = -1;
+  unlink(path_.c_str());
+}
+
+}  // namespace belvane::detail

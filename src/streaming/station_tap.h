@@ -1,0 +1,94 @@
+// StationTap: where a live station's compressed audio goes on its way to
+// the decoder, for one playback. The connection's reader hands it the audio
+// bytes after the ICY split and each title at its place among them; it cuts
+// them into codec frames (AudioFrameSplitter), keeps the last minutes in a
+// StationRing with each title's first frame, and feeds a recording when one
+// runs (StationRecorder).
+//
+// Threads: audio(), title(), connectionStarted() and streamEnded() come from
+// the thread that reads the station (one at a time; a fallback engine's
+// reader may follow another's); the recording calls and the readings come
+// from any thread. A mutex guards everything. The handlers are called on the
+// reading thread (or the caller's, for stopRecording), under that mutex:
+// they must only hand the news on (a player posts it to its run loop).
+#pragma once
+
+#include "streaming/audio_frame_splitter.h"
+#include "streaming/station_recorder.h"
+#include "streaming/station_ring.h"
+#include "streaming/stream_title.h"
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <string>
+
+namespace belvane::detail {
+
+class StationTap {
+ public:
+  using FileHandler = std::function<void(const RecordedFile&)>;
+  // The recording ended by itself: problem None when the station ended,
+  // else the problem and its wording.
+  using EndHandler = std::function<void(RecordingProblem, const std::string&)>;
+
+  explicit StationTap(StationRingSettings settings = {});
+  void setHandlers(FileHandler onFile, EndHandler onEnd);
+
+  // The reading thread. A connection's reply came: titles arrive as sent
+  // and are read in titleEncoding (empty: detected).
+  void connectionStarted(std::string titleEncoding = {});
+  void audio(std::span<const uint8_t> bytes);
+  // A title as sent (its bytes), placed before the next audio byte.
+  void title(const StreamTitle& rawTitle);
+  // The station ended or could not be read any more: a recording ends.
+  void streamEnded();
+
+  // Any thread. Starts recording into folder from the next frame; with
+  // fromTitleStart, from the first frame of the title that plays (taken
+  // from the ring), replacing the open file of a running recording.
+  // RecordingProblem::None when it runs, else why not (*why worded).
+  RecordingProblem startRecording(const std::string& folder, bool fromTitleStart, std::string* why);
+  void stopRecording();
+  bool isRecording() const;
+
+  struct Reading {
+    double secondsHeld = 0;
+    uint64_t bytesHeld = 0;
+    uint64_t bytesInMemory = 0;
+    uint64_t memoryUsed = 0;
+    uint64_t firstFrame = 0;
+    uint64_t endFrame = 0;
+    std::optional<RingTitle> currentTitle;  // the last title and its first frame
+    AudioSyncKind kind = AudioSyncKind::None;
+  };
+  Reading reading() const;
+  // Calls fn with the ring under the tap's lock (time-shift reads frames so).
+  void withRing(const std::function<void(const StationRing&)>& fn) const;
+
+ private:
+  void frame(const AudioFrame& frame);
+  void recordingFailed();
+
+  mutable std::mutex mutex_;
+  StationRing ring_;
+  AudioFrameSplitter splitter_;
+  std::string titleEncoding_;
+  struct PendingTitle {
+    uint64_t offset;
+    StreamTitle title;
+  };
+  std::deque<PendingTitle> pendingTitles_;
+  std::optional<StreamTitle> currentTitle_;
+  bool discontinuity_ = false;
+  int connections_ = 0;
+  std::unique_ptr<StationRecorder> recorder_;
+  FileHandler onFile_;
+  EndHandler onEnd_;
+};
+
+}  // namespace belvane::detail
