@@ -152,6 +152,7 @@ void AudioDelivery::setMuted(bool muted) {
 // it before more audio is written (see kTitleHandOffWait).
 void AudioDelivery::announce(StreamTitle title) {
   lastTitle_ = title.title;
+  announcedAny_ = true;
   auto shared = std::make_shared<const StreamTitle>(std::move(title));
   uint64_t ticket;
   {
@@ -254,7 +255,9 @@ void AudioDelivery::write(float sampleRate, float** channels, int32_t frames) {
 }
 
 bool AudioDelivery::stopsAtTitle(const StreamTitle& title) {
-  if (!stopAtNextTitle_ || title.title == lastTitle_) return false;
+  // The first title of a stream names what plays already: only a change
+  // from an announced title is the next one.
+  if (!stopAtNextTitle_ || !announcedAny_ || title.title == lastTitle_) return false;
   stopAtNextTitle_ = false;
   haltedAtTitle_ = true;
   forgetPendingTitles();

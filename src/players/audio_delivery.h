@@ -104,7 +104,7 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   // or at once when interrupted.
   void playOut();
   // Any thread: the playback stops where the next title (one other than
-  // the last announced) begins: the audio before it is written and played
+  // the last announced; a stream's first title is what plays already) begins: the audio before it is written and played
   // out, the rest is dropped, and the client hears audioDeliveryStoppedAtTitle
   // instead of the title. start() does not clear it; false cancels it.
   void setStopsAtNextTitle(bool stops) { stopAtNextTitle_ = stops; }
@@ -149,6 +149,7 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   std::atomic<bool> stopAtNextTitle_{false};
   std::atomic<bool> haltedAtTitle_{false};  // writes are dropped until start()
   std::string lastTitle_;                   // decoding thread only: the last title announced
+  bool announcedAny_ = false;               // decoding thread only: a title was announced
 };
 
 }  // namespace belvane::detail

@@ -310,7 +310,6 @@ int runPlay(const Arguments& args) {
   master->setRequestSettings(requests.settings);
   if (args.flag("mute")) master->setMuted(true);
   if (args.flag("no-inhibit")) master->setInhibitsSleep(false);
-  if (args.flag("stop-after-title")) master->stopAfterCurrentTitle();
   if (!announcement.empty()) std::fprintf(stdout, "%s\n", announcement.c_str());
 
   std::unique_ptr<PlayTerminal> terminal;
@@ -337,6 +336,9 @@ int runPlay(const Arguments& args) {
   auto link = BVMediaMutableLink::linkWithURL(*url);
   link->setTitleEncoding(requests.titleEncoding);
   master->playLink(link);
+  // After playLink, which ends any earlier request: the first title to
+  // change after this one ends the play.
+  if (args.flag("stop-after-title")) master->stopAfterCurrentTitle();
   if (!json && master->state() != BVPlayerStateError) {
     std::string note = "Audio output: " + master->audioOutputName();
     if (terminal) terminal->print(note); else std::fprintf(stdout, "%s\n", note.c_str());
