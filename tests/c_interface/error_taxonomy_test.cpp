@@ -39,7 +39,7 @@ struct Fault {
   std::function<std::string(Faults&)> link;  // sets the fault up, returns what to play
   const char* domain;
   int64_t code;
-  bool retry;                             // as the header marks the code
+  bool retry;  // as the header marks the code
   std::string output = "null:fast";
 };
 
@@ -90,11 +90,23 @@ TEST(ErrorTaxonomy, EachFaultEndsInItsListedError) {
   const std::string mp3 = stereoTone44k()->bytes;
   TempDir media;
   const std::string ogg = readWholeFile(writeMediaFile(media.path() + "/tone.ogg", MediaKind::OggVorbis, 1.0));
-  auto status = [](const char* line) { return [=](Faults& f) { f.http.route("/s", Response(line)); return f.http.url("/s"); }; };
+  auto served = [](const std::string& path, Response reply) {
+    return [=](Faults& f) {
+      f.http.route(path, reply);
+      return f.http.url(path);
+    };
+  };
+  auto status = [&](const char* line) { return served("/s", Response(line)); };
+  auto file = [](const std::string& name, const std::string& bytes) {
+    return [=](Faults& f) { return f.dir.write(name, bytes); };
+  };
   // The search for the stream passes; the engine's own connection fails
   // (and keeps failing for the short reconnection window, 10 s).
   auto streamThen = [](Script first, Script later) {
-    return [=](Faults& f) { f.icy.serve("/s", {first, later}); return f.icy.url("/s"); };
+    return [=](Faults& f) {
+      f.icy.serve("/s", {first, later});
+      return f.icy.url("/s");
+    };
   };
   Script tone = icyScript(Script::Payload::Mp3, 200'000, Script::End::Stall);
   Script http503 = tone;
@@ -111,15 +123,16 @@ TEST(ErrorTaxonomy, EachFaultEndsInItsListedError) {
       {"HTTP 503", status("HTTP/1.1 503 Service Unavailable"), BV_ERROR_DOMAIN_HTTP, 503, true},
       {"malformed status line", status("HTTP/1.1 2x0 Fine"), BV_ERROR_DOMAIN_URL, BV_URL_ERROR_BAD_SERVER_RESPONSE,
        false},
-      {"redirect loop", [](Faults& f) { f.http.route("/s", Response::redirect(f.http.url("/s"))); return f.http.url("/s"); },
+      {"redirect loop",
+       [](Faults& f) {
+         f.http.route("/s", Response::redirect(f.http.url("/s")));
+         return f.http.url("/s");
+       },
        BV_ERROR_DOMAIN_URL, BV_URL_ERROR_TOO_MANY_REDIRECTS, false},
-      {"playlist over the cap", [](Faults& f) {
-         f.http.route("/s.m3u", Response::ok("audio/x-mpegurl").generate(repeatBytes("http://127.0.0.1/x\n", 3'000'000)));
-         return f.http.url("/s.m3u"); },
+      {"playlist over the cap",
+       served("/s.m3u", Response::ok("audio/x-mpegurl").generate(repeatBytes("http://127.0.0.1/x\n", 3'000'000))),
        BV_ERROR_DOMAIN_STREAM_TUNER, BV_STREAM_TUNER_PLAYLIST_TOO_LARGE, false},
-      {"playlist listing nothing", [](Faults& f) {
-         f.http.route("/s.pls", Response::ok("audio/x-scpls", "[playlist]\nNumberOfEntries=0\nVersion=2\n"));
-         return f.http.url("/s.pls"); },
+      {"playlist listing nothing", served("/s.pls", Response::ok("audio/x-scpls", "[playlist]\nNumberOfEntries=0\n")),
        BV_ERROR_DOMAIN_STREAM_TUNER, BV_STREAM_TUNER_NO_STREAMS, false},
       {"unsupported scheme", [](Faults&) { return std::string("gopher://127.0.0.1/radio"); },
        BV_ERROR_DOMAIN_STREAM_TUNER, BV_STREAM_TUNER_NO_PLAYABLE_STREAM, false},
@@ -128,26 +141,34 @@ TEST(ErrorTaxonomy, EachFaultEndsInItsListedError) {
       // The MP3 engine's stream.
       {"HTTP 503 on the stream", streamThen(tone, http503), BV_ERROR_DOMAIN_SHOUTSTREAMER,
        BV_SHOUTSTREAMER_HTTP_STATUS(503), true},
-      {"web page", [](Faults& f) { f.http.route("/s", Response::ok("text/html", "<html><body>Listen!</body></html>")); return f.http.url("/s"); },
+      {"web page", served("/s", Response::ok("text/html", "<html><body>Listen!</body></html>")),
        BV_ERROR_DOMAIN_SHOUTSTREAMER, BV_SHOUTSTREAMER_WEB_PAGE, false},
-      {"garbage bytes", [](Faults& f) { f.icy.serve("/s", {icyScript(Script::Payload::Noise, 200'000, Script::End::Stall)}); return f.icy.url("/s"); },
+      {"garbage bytes",
+       [](Faults& f) {
+         f.icy.serve("/s", {icyScript(Script::Payload::Noise, 200'000, Script::End::Stall)});
+         return f.icy.url("/s");
+       },
        BV_ERROR_DOMAIN_SHOUTSTREAMER, BV_SHOUTSTREAMER_NOT_MPEG, false},
-      {"MP3 file that is not audio", [](Faults& f) { return f.dir.write("notes.mp3", noiseBytes(40000)); },
-       BV_ERROR_DOMAIN_SHOUTSTREAMER, BV_SHOUTSTREAMER_NOT_MPEG, false},
-      {"closed before audio", [](Faults& f) { f.icy.serve("/s", {icyScript(Script::Payload::Mp3, 0, Script::End::Close)}); return f.icy.url("/s"); },
+      {"MP3 file that is not audio", file("notes.mp3", noiseBytes(40000)), BV_ERROR_DOMAIN_SHOUTSTREAMER,
+       BV_SHOUTSTREAMER_NOT_MPEG, false},
+      {"closed before audio",
+       [](Faults& f) {
+         f.icy.serve("/s", {icyScript(Script::Payload::Mp3, 0, Script::End::Close)});
+         return f.icy.url("/s");
+       },
        BV_ERROR_DOMAIN_SHOUTSTREAMER, BV_SHOUTSTREAMER_NO_AUDIO, true},
-      {"WAV output in a missing folder", [&](Faults& f) { return f.dir.write("tone.mp3", mp3); },
-       BV_ERROR_DOMAIN_SHOUTSTREAMER, BV_OUTPUT_WAV_FILE, false, "wav:/nonexistent-folder/out.wav"},
+      {"WAV output in a missing folder", file("tone.mp3", mp3), BV_ERROR_DOMAIN_SHOUTSTREAMER, BV_OUTPUT_WAV_FILE,
+       false, "wav:/nonexistent-folder/out.wav"},
       // The general engine.
-      {"file that is not media", [](Faults& f) { return f.dir.write("notes.ogg", std::string(4000, 'x')); },
+      {"file that is not media", file("notes.ogg", std::string(4000, 'x')), BV_ERROR_DOMAIN_OS_STATUS,
+       BV_OS_STATUS_NOT_A_MOVIE, false},
+      {"garbage served as Ogg", served("/s.ogg", Response::ok("application/ogg", noiseBytes(40000))),
        BV_ERROR_DOMAIN_OS_STATUS, BV_OS_STATUS_NOT_A_MOVIE, false},
-      {"garbage served as Ogg", [](Faults& f) { f.http.route("/s.ogg", Response::ok("application/ogg", noiseBytes(40000))); return f.http.url("/s.ogg"); },
-       BV_ERROR_DOMAIN_OS_STATUS, BV_OS_STATUS_NOT_A_MOVIE, false},
-      {"WAV output in a missing folder, general engine", [&](Faults& f) { return f.dir.write("tone.ogg", ogg); },
-       BV_ERROR_DOMAIN_SHOUTSTREAMER, BV_OUTPUT_WAV_FILE, false, "wav:/nonexistent-folder/out.wav"},
+      {"WAV output in a missing folder, general engine", file("tone.ogg", ogg), BV_ERROR_DOMAIN_SHOUTSTREAMER,
+       BV_OUTPUT_WAV_FILE, false, "wav:/nonexistent-folder/out.wav"},
       // The RealMedia engine.
-      {"RealMedia server refused", [&](Faults&) { return "rtsp://" + refused + "/a.rm"; },
-       BV_ERROR_DOMAIN_HELIX, BV_HELIX_SERVER_UNREACHABLE, true},
+      {"RealMedia server refused", [&](Faults&) { return "rtsp://" + refused + "/a.rm"; }, BV_ERROR_DOMAIN_HELIX,
+       BV_HELIX_SERVER_UNREACHABLE, true},
   };
   for (const Fault& fault : faults) {
     SCOPED_TRACE(fault.name);
