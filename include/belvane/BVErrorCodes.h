@@ -63,8 +63,8 @@ extern "C" {
 #define BV_STREAM_TUNER_PLAYLIST_TOO_LARGE 4
 #define BV_STREAM_TUNER_TIMED_OUT 5          /* retry */
 
-/* A server's HTTP status (code: the status, 400 to 599) while looking for
- * the stream or loading a playlist; retry for 5xx, 408 and 429. */
+/* A server's HTTP or ICY status (code: the status, 400 to 599) while
+ * looking for the stream or loading a playlist; retry for 5xx, 408 and 429. */
 #define BV_ERROR_DOMAIN_HTTP "NetHTTPErrorDomain"
 
 /* ---- The general engine (GStreamer: AAC, Ogg, FLAC, HLS, files) -------- */
@@ -119,6 +119,7 @@ extern "C" {
 #define BV_ERROR_DOMAIN_BELVANE "BVBelvaneErrorDomain"
 #define BV_BELVANE_INVALID_STREAM_URL 67003 /* the stream's address cannot be used */
 #define BV_BELVANE_TOOL_MISSING 5601        /* the player tool program is missing */
+#define BV_BELVANE_TOOL_FAILED 5602         /* the player tool ended, stopped answering or could not start */
 #define BV_BELVANE_RECORDING_FOLDER 5701    /* the recording's folder is missing or takes no files */
 #define BV_BELVANE_RECORDING_DISK_FULL 5702 /* the disk is full (or the file as large as allowed) */
 #define BV_BELVANE_RECORDING_WRITE 5703     /* the recording could not be written */

@@ -50,7 +50,7 @@ STREAM_TUNER_NO_STREAMS = 3
 STREAM_TUNER_PLAYLIST_TOO_LARGE = 4
 STREAM_TUNER_TIMED_OUT = 5                           # retry
 
-# A server's HTTP status (the code); retry for 5xx, 408 and 429.
+# A server's HTTP or ICY status (the code); retry for 5xx, 408 and 429.
 DOMAIN_HTTP = "NetHTTPErrorDomain"
 
 # The general engine (GStreamer); an HTTP status also comes in this domain.
@@ -103,6 +103,7 @@ HELIX_UNIDENTIFIED = 10300
 DOMAIN_BELVANE = "BVBelvaneErrorDomain"
 BELVANE_INVALID_STREAM_URL = 67003
 BELVANE_TOOL_MISSING = 5601
+BELVANE_TOOL_FAILED = 5602
 BELVANE_RECORDING_FOLDER = 5701
 BELVANE_RECORDING_DISK_FULL = 5702
 BELVANE_RECORDING_WRITE = 5703

@@ -30,7 +30,7 @@ std::shared_ptr<BVBasePlayerEngine> BVMediaLink::defaultEngineFromEngines(
   int status = url_ ? HTTPStatusCodeFromSynchronousHEADReturningError(*url_, &error) : 0;
   if (!url_) {
     // Without a URL there is nothing to ask; report it as the request would.
-    error = BVError::withDescription(BVURLErrorDomain, BVURLErrorBadURL, "bad URL");
+    error = BVError::withDescription(BVURLErrorDomain, BVURLErrorBadURL, "The address is not valid.");
   }
   if (!error && (status == 501 || status <= 399)) {
     return quickTime->canPlayLink(*this) ? std::static_pointer_cast<BVBasePlayerEngine>(quickTime) : nullptr;

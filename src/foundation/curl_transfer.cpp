@@ -306,6 +306,16 @@ BVErrorRef CurlTransfer::run(TransferSink& sink) {
     std::string host = BVURL::URLWithString(s.currentURL).value_or(s.request.url).host();
     return errorForCurlCode(result, s.request.url.absoluteString(), certificateFault(verifyResult, host).c_str());
   }
+  if (result == CURLE_UNSUPPORTED_PROTOCOL) {
+    // After a connection was made, libcurl's "unsupported protocol" is a
+    // status line it cannot read ("HTTP/1.1 2x0"): the server's fault, not
+    // the address's.
+    const char* ip = nullptr;
+    curl_easy_getinfo(s.easy, CURLINFO_PRIMARY_IP, &ip);
+    if (ip && *ip)
+      return transferError(BVURLErrorBadServerResponse, result, s.request.url.absoluteString(),
+                           "The server's reply could not be understood.");
+  }
   if (result != CURLE_OK) return errorForCurlCode(result, s.request.url.absoluteString(), nullptr);
   if (!responseSeen_) {
     // A body-less reply that ended without a header block we recognised.
@@ -326,9 +336,9 @@ BVErrorRef errorForCurlCode(int curlCode, const std::string& url, const char* de
     case CURLE_COULDNT_RESOLVE_PROXY:
       code = BVURLErrorCannotFindHost; text = "A server with the specified hostname could not be found."; break;
     case CURLE_OPERATION_TIMEDOUT: code = BVURLErrorTimedOut; text = "The request timed out."; break;
-    case CURLE_UNSUPPORTED_PROTOCOL: code = BVURLErrorUnsupportedURL; text = "unsupported URL"; break;
-    case CURLE_URL_MALFORMAT: code = BVURLErrorBadURL; text = "bad URL"; break;
-    case CURLE_TOO_MANY_REDIRECTS: code = BVURLErrorHTTPTooManyRedirects; text = "too many HTTP redirects"; break;
+    case CURLE_UNSUPPORTED_PROTOCOL: code = BVURLErrorUnsupportedURL; text = "The address uses a protocol that is not supported."; break;
+    case CURLE_URL_MALFORMAT: code = BVURLErrorBadURL; text = "The address is not valid."; break;
+    case CURLE_TOO_MANY_REDIRECTS: code = BVURLErrorHTTPTooManyRedirects; text = "The server redirected the request too many times."; break;
     case CURLE_RECV_ERROR:
     case CURLE_SEND_ERROR:
     case CURLE_PARTIAL_FILE:

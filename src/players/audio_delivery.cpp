@@ -88,11 +88,10 @@ int AudioDelivery::start() {
 }
 
 BVErrorRef AudioDelivery::startError(int code) const {
-  BVDictionary info{
-      {BVLocalizedDescriptionKey, BVValue("Audio player failed to start with error code " + std::to_string(code) + ".")},
-      {BVDoNotReportToRadioTimeErrorKey, BVValue("")}};
+  // The listener reads why (the output's own reason), not the code.
   std::string reason = orplayer_failure_reason(output_);
-  if (!reason.empty()) info[BVLocalizedFailureReasonErrorKey] = BVValue("The audio output could not start: " + reason + ".");
+  std::string sentence = "The audio output could not start" + (reason.empty() ? std::string() : ": " + reason) + ".";
+  BVDictionary info{{BVLocalizedDescriptionKey, BVValue(sentence)}, {BVDoNotReportToRadioTimeErrorKey, BVValue("")}};
   return BVError::create(BVShoutstreamerErrorDomain, code, std::move(info));
 }
 

@@ -78,10 +78,9 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   // Opens the output (0, or an orplayer error code); a started output stays
   // open. stop() drops what is queued and releases a blocked writer.
   int start();
-  // The error a player reports when start() returned code: the fixed
-  // "Audio player failed to start with error code N." and, as its failure
-  // reason, why the output could not open; marked not to be reported to
-  // RadioTime.
+  // The error a player reports when start() returned code: "The audio
+  // output could not start: <why the output gave>.", marked not to be
+  // reported to RadioTime.
   BVErrorRef startError(int code) const;
   void stop();
   bool isPlaying() const;

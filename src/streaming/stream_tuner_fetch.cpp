@@ -145,8 +145,10 @@ void TunerFetch::readRawHeader(bool complete) {
   auto fields = BVURLProbe::dictionaryWithAllKeysLowercase(
       BVURLProbe::parseHeader(normalisedHeaderBlock(std::span(body_).first(end)), &refusal));
   if (refusal) {
-    // "ICY 404 ...": the station is off the air.
-    fail(refusal);
+    // "ICY 404 ...", "ICY 503 ...": the station's status, reported as an
+    // HTTP status would be (its own sentence, and a full server is worth
+    // another try).
+    fail(tunerHTTPStatusError(int(refusal->code()), url_));
     return;
   }
   if (auto type = fields.find("content-type"); type != fields.end() && !type->second.empty())

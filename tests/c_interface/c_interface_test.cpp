@@ -1,7 +1,7 @@
 // The C interface playing a loopback station and a file: the callbacks it
 // relays, the attributes and counters it reads, stop, pause and seek, the
-// audio output check, errors a host can sort, the log route, and a destroy
-// from inside a callback.
+// audio output check, the log route, and a destroy from inside a callback
+// (the errors a playback ends with: error_taxonomy_test.cpp).
 #include <gtest/gtest.h>
 
 #include <belvane/BVKitOwner.h>
@@ -14,7 +14,6 @@
 
 #include <map>
 #include <optional>
-#include <tuple>
 #include <string>
 #include <vector>
 
@@ -212,33 +211,6 @@ TEST(CInterface, AFileHasItsWholeAttributeSetPausesAndSeeks) {
   ASSERT_TRUE(runUntil([&] { return bv_player_get_state(player) == BV_STATE_STOPPED; }));
   EXPECT_EQ(r.states.size(), 3u);
   bv_player_destroy(player);
-}
-
-TEST(CInterface, ErrorsTellWhetherARetryCanHelp) {
-  BELVANE_SKIP_WITHOUT_LAME();
-  IcyTestServer server;
-  IcyStreamScript missing, busy;
-  missing.statusLine = "ICY 404 Not Found";
-  busy.statusLine = "HTTP/1.0 503 Service Unavailable";
-  server.serve("/missing", {missing});
-  server.serve("/busy", {busy});
-  auto failure = [&](const std::string& url) {
-    Recorder r;
-    bv_player* player = bv_player_create();
-    bv_player_set_state_callback(player, onState, &r);
-    EXPECT_EQ(bv_player_play(player, url.c_str(), nullptr), BV_OK);
-    runUntil([&] { return r.error.has_value(); });
-    bv_player_destroy(player);
-    return r.error.value_or(std::make_pair(std::string("none"), int64_t(0)));
-  };
-  auto [domain, code] = failure(server.url("/missing"));
-  EXPECT_NE(domain, "none");
-  EXPECT_EQ(bv_error_is_retryable(domain.c_str(), code), 0) << domain << " " << code;
-  std::tie(domain, code) = failure(server.url("/busy"));
-  EXPECT_EQ(bv_error_is_retryable(domain.c_str(), code), 1) << domain << " " << code;
-  EXPECT_EQ(bv_error_is_retryable(BV_ERROR_DOMAIN_SHOUTSTREAMER, BV_SHOUTSTREAMER_HTTP_STATUS(503)), 1);
-  EXPECT_EQ(bv_error_is_retryable(BV_ERROR_DOMAIN_SHOUTSTREAMER, BV_SHOUTSTREAMER_NOT_MPEG), 0);
-  EXPECT_EQ(bv_error_is_retryable(nullptr, 0), 0);
 }
 
 TEST(CInterface, LogLinesGoToTheHostsCallbackOrStayQuiet) {

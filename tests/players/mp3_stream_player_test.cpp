@@ -185,8 +185,8 @@ TEST(MP3StreamPlayerStates, OutputThatCannotStartIsAnErrorAtOnce) {
   ASSERT_EQ(owner.sequence(), std::vector<BVPlayerState>{BVPlayerStateError});
   auto error = owner.states[0].error;
   EXPECT_EQ(error->domain(), BVShoutstreamerErrorDomain);
-  EXPECT_EQ(error->localizedDescription(),
-            "Audio player failed to start with error code " + std::to_string(error->code()) + ".");
+  EXPECT_EQ(error->localizedDescription(), "The audio output could not start: the WAV file " + dir.path() +
+                                               "/no/such/dir/out.wav cannot be written (No such file or directory).");
   EXPECT_EQ(userInfoString(error, BVDoNotReportToRadioTimeErrorKey), "");
 }
 

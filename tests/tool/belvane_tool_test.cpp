@@ -206,7 +206,7 @@ TEST(BelvaneTool, PlayFailuresSayWhatWentWrong) {
 
   // The output that failed, and why, beside the library's own text.
   auto r = runTool({"play", "--output", "wav:" + dir.path() + "/no/such/folder/out.wav", "--duration", "20"});
-  expectFailure(r, "failed to start with error code");
+  expectFailure(r, "The audio output could not start: ");
   EXPECT_TRUE(has(r.err, "the WAV file " + dir.path() + "/no/such/folder/out.wav cannot be written")) << r.err;
   EXPECT_TRUE(has(r.err, "No such file or directory")) << r.err;
   EXPECT_FALSE(has(r.err, "Belvane-Message")) << "library log lines stay off the terminal";

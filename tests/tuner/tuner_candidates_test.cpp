@@ -203,7 +203,7 @@ TEST(StreamTuner, FailuresComeAsReadableErrors) {
   EXPECT_EQ(refused->localizedDescription(), "Could not connect to the server.");
 
   BVErrorRef offline = failure(server.url("/offline"));
-  EXPECT_EQ(offline->domain(), "ORShoutcastErrorDomain");
+  EXPECT_EQ(offline->domain(), "NetHTTPErrorDomain");
   EXPECT_EQ(offline->code(), 404);
 
   // The only listed stream is gone: its error says why.
