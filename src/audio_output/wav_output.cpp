@@ -91,8 +91,10 @@ class WavOutput final : public OutputBackend {
     currentPath_ = path;
     file_ = fopen(path.c_str(), "wb");
     if (!file_) {
-      outputLog(QL_LOG_ERROR, "cannot open \"%s\": %s", path.c_str(), strerror(errno));
-      failureReason_ = "the WAV file " + path + " cannot be written (" + strerror(errno) + ")";
+      // Read once: the log line may set errno again on its way out.
+      const std::string why = strerror(errno);
+      outputLog(QL_LOG_ERROR, "cannot open \"%s\": %s", path.c_str(), why.c_str());
+      failureReason_ = "the WAV file " + path + " cannot be written (" + why + ")";
       return false;
     }
     dataBytes_ = 0;
