@@ -170,6 +170,17 @@ TEST(Shoutstreamer, FailsOnlyWhenReconnectionFails) {
   EXPECT_GE(recorder.frames(), 100'000 / 418 * kMpegFrame - 2 * kMpegFrame);
 }
 
+namespace {
+// Reconnection tries 8 s apart: a pause the machine's news must cut short.
+belvane::detail::ShoutstreamerTuning pausingTuning() {
+  auto tuning = belvane::test::fastTuning();
+  tuning.reconnectWindow = 60;
+  tuning.reconnectFirstDelay = 8;
+  tuning.reconnectMaxDelay = 8;
+  return tuning;
+}
+}  // namespace
+
 // News of the machine's network (here its loopback going down and up again
 // in a network namespace of the test's own) makes a reconnection try at
 // once instead of after its pause. Needs root and unshare(1), as CI has.
@@ -186,11 +197,7 @@ TEST(Shoutstreamer, ANetworkThatComesBackIsTriedAtOnce) {
   ASSERT_EQ(std::system("ip link set lo up"), 0);
   IcyTestServer server;
   server.serve("/radio", {toneScript(60'000), toneScript(4'000'000)});
-  auto tuning = belvane::test::fastTuning();
-  tuning.reconnectWindow = 60;
-  tuning.reconnectFirstDelay = 8;  // a pause the network's news must cut short
-  tuning.reconnectMaxDelay = 8;
-  StreamRecorder recorder(tuning);
+  StreamRecorder recorder(pausingTuning());
   ASSERT_EQ(recorder.start(server.url("/radio")), 0);
   ASSERT_TRUE(recorder.waitForState(SHOUTSTREAMER_STATE_PLAYING));
   // The first connection closes: the reader pauses before its next try.
@@ -226,11 +233,7 @@ TEST(Shoutstreamer, AResumeFromSuspendIsTriedAtOnce) {
   }
   IcyTestServer server;
   server.serve("/radio", {toneScript(60'000), toneScript(4'000'000)});
-  auto tuning = belvane::test::fastTuning();
-  tuning.reconnectWindow = 60;
-  tuning.reconnectFirstDelay = 8;  // a pause the resume must cut short
-  tuning.reconnectMaxDelay = 8;
-  StreamRecorder recorder(tuning);
+  StreamRecorder recorder(pausingTuning());
   ASSERT_EQ(recorder.start(server.url("/radio")), 0);
   ASSERT_TRUE(recorder.waitForState(SHOUTSTREAMER_STATE_PLAYING));
   ASSERT_TRUE(recorder.waitForFrames(60'000 / 418 * kMpegFrame - 30 * kMpegFrame));
