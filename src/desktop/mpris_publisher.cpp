@@ -10,6 +10,7 @@
 #include <gio/gio.h>
 #include <unistd.h>
 
+#include "foundation/title_parts.h"
 #include "players/file_tags.h"
 
 #include <algorithm>
@@ -328,13 +329,9 @@ GVariant* MPRISConnection::property(const char* interface, const char* name) {
     g_variant_builder_add(&metadata, "{sv}", "mpris:trackid", g_variant_new_object_path(trackID().c_str()));
     auto link = player ? player->link() : nullptr;
     if (link && publisher.track_ > 0) {
-      std::string title = attributeString(publisher.attributes_, BVPlayerAttributeStreamTitleKey);
-      if (title.empty()) title = attributeString(publisher.attributes_, BVPlayerAttributeTrackTitleKey);
-      std::string artist;
-      if (auto dash = title.find(" - "); dash != std::string::npos && dash > 0 && dash + 3 < title.size()) {
-        artist = title.substr(0, dash);
-        title = title.substr(dash + 3);
-      }
+      std::string whole = attributeString(publisher.attributes_, BVPlayerAttributeStreamTitleKey);
+      if (whole.empty()) whole = attributeString(publisher.attributes_, BVPlayerAttributeTrackTitleKey);
+      auto [artist, title] = belvane::detail::splitStreamTitle(whole);
       if (artist.empty()) artist = attributeString(publisher.attributes_, BVPlayerAttributeArtistKey);
       if (!title.empty()) g_variant_builder_add(&metadata, "{sv}", "xesam:title", g_variant_new_string(title.c_str()));
       if (!artist.empty()) {

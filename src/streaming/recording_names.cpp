@@ -26,10 +26,4 @@ std::optional<std::string> recordingFileStem(std::string_view title) {
   return stem.substr(first, last - first + 1);
 }
 
-TitleParts splitStreamTitle(std::string_view title) {
-  size_t dash = title.find(" - ");
-  if (dash == std::string_view::npos || dash == 0 || dash + 3 >= title.size()) return {"", std::string(title)};
-  return {std::string(title.substr(0, dash)), std::string(title.substr(dash + 3))};
-}
-
 }  // namespace belvane::detail

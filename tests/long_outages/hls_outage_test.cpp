@@ -8,6 +8,7 @@
 #include <belvane/BVMediaLink.h>
 #include <belvane/BVRunLoop.h>
 
+#include "long_outages/outage_length.h"
 #include "support/gst_media_files.h"
 #include "support/recording_owner.h"
 #include "support/temp_dir.h"
@@ -72,8 +73,7 @@ class LiveHLSStation {
 };
 
 TEST(HLSStationOutage, ALiveHLSStationIsHeardAgainWithin3sOfItsReturn) {
-  const char* text = std::getenv("BELVANE_OUTAGE_SECONDS");
-  const double away = text ? std::atof(text) : 180.0;
+  const double away = outageSeconds();
   TempDir dir;
   TestHTTPServer server;
   LiveHLSStation station(server, dir.path() + "/hls", int(away) + 40);

@@ -11,6 +11,7 @@
 #include <belvane/BVMediaLink.h>
 #include <belvane/BVRunLoop.h>
 
+#include "long_outages/outage_length.h"
 #include "support/gst_media_files.h"
 #include "support/icecast_server.h"
 #include "support/icy_test_server.h"
@@ -31,11 +32,6 @@ using Clock = std::chrono::steady_clock;
 namespace {
 
 enum class Outage { SilentServer, ServerGone, IcecastSourceAway };
-
-double outageSeconds() {
-  const char* text = std::getenv("BELVANE_OUTAGE_SECONDS");
-  return text ? std::atof(text) : 180.0;
-}
 
 class StationOutage : public ::testing::TestWithParam<std::tuple<IcyStreamScript::Payload, Outage>> {
  protected:

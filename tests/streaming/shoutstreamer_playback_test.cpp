@@ -179,6 +179,16 @@ belvane::detail::ShoutstreamerTuning pausingTuning() {
   tuning.reconnectMaxDelay = 8;
   return tuning;
 }
+
+// Plays a station whose first connection closes after a little audio, until
+// the reader has been pausing before its next try for a second.
+void playUntilTheReaderPauses(IcyTestServer& server, StreamRecorder& recorder) {
+  server.serve("/radio", {toneScript(60'000), toneScript(4'000'000)});
+  ASSERT_EQ(recorder.start(server.url("/radio")), 0);
+  ASSERT_TRUE(recorder.waitForState(SHOUTSTREAMER_STATE_PLAYING));
+  ASSERT_TRUE(recorder.waitForFrames(60'000 / 418 * kMpegFrame - 30 * kMpegFrame));
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+}
 }  // namespace
 
 // News of the machine's network (here its loopback going down and up again
@@ -196,13 +206,8 @@ TEST(Shoutstreamer, ANetworkThatComesBackIsTriedAtOnce) {
   }
   ASSERT_EQ(std::system("ip link set lo up"), 0);
   IcyTestServer server;
-  server.serve("/radio", {toneScript(60'000), toneScript(4'000'000)});
   StreamRecorder recorder(pausingTuning());
-  ASSERT_EQ(recorder.start(server.url("/radio")), 0);
-  ASSERT_TRUE(recorder.waitForState(SHOUTSTREAMER_STATE_PLAYING));
-  // The first connection closes: the reader pauses before its next try.
-  ASSERT_TRUE(recorder.waitForFrames(60'000 / 418 * kMpegFrame - 30 * kMpegFrame));
-  std::this_thread::sleep_for(std::chrono::seconds(1));
+  ASSERT_NO_FATAL_FAILURE(playUntilTheReaderPauses(server, recorder));
   ASSERT_EQ(std::system("ip link set lo down"), 0);
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
   const auto up = std::chrono::steady_clock::now();
@@ -232,12 +237,8 @@ TEST(Shoutstreamer, AResumeFromSuspendIsTriedAtOnce) {
     return;
   }
   IcyTestServer server;
-  server.serve("/radio", {toneScript(60'000), toneScript(4'000'000)});
   StreamRecorder recorder(pausingTuning());
-  ASSERT_EQ(recorder.start(server.url("/radio")), 0);
-  ASSERT_TRUE(recorder.waitForState(SHOUTSTREAMER_STATE_PLAYING));
-  ASSERT_TRUE(recorder.waitForFrames(60'000 / 418 * kMpegFrame - 30 * kMpegFrame));
-  std::this_thread::sleep_for(std::chrono::seconds(1));
+  ASSERT_NO_FATAL_FAILURE(playUntilTheReaderPauses(server, recorder));
   GDBusConnection* logind = g_dbus_connection_new_for_address_sync(
       std::getenv("DBUS_SYSTEM_BUS_ADDRESS"),
       GDBusConnectionFlags(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
