@@ -97,6 +97,7 @@ TEST(BelvaneTool, NetworkCommandsAgainstTheLoopbackServer) {
   server.route("/moved", Response::redirect(server.url("/station.m3u")));
   server.route("/station.m3u", Response::ok("audio/x-mpegurl", "http://a/\n"));
   server.route("/icy", Response::raw("ICY 200 OK\r\ncontent-type:audio/aacp\r\n\r\n...."));
+  server.route("/hang", Response::hang());
 
   auto r = runTool({"head", server.url("/missing.pls")});
   EXPECT_EQ(r.out, "404\n");
@@ -112,6 +113,11 @@ TEST(BelvaneTool, NetworkCommandsAgainstTheLoopbackServer) {
   expectFailure(r, "NSURLErrorDomain -1004");
   expectFailure(runTool({"mime", refused + "x.pls"}), "-1004");
   expectFailure(runTool({"probe", refused + "live"}), "-1004");
+
+  // A server that never answers: the time-out bounds the whole command, so
+  // no second request goes out to ask why.
+  expectFailure(runTool({"mime", server.url("/hang"), "--timeout", "1"}), "within 1 s");
+  EXPECT_EQ(server.requestCount("/hang"), 1);
 }
 
 TEST(BelvaneTool, FilePathsStandForFileURLs) {
@@ -149,7 +155,7 @@ TEST(BelvaneTool, LinkPropertyListRoundTrip) {
   r = runTool({"link", "--from-plist", path});
   EXPECT_EQ(r.out,
             "<BVMediaLink: http://radio.example.net/live/Station.PLS, 'Night Jazz', "
-            "<BVMediaFormat: audio/x-scpls, '(null)', pls, http>, <BVMediaLinkSource: '????'>>\n");
+            "<BVMediaFormat: audio/x-scpls, '(null)', pls, http>, <BVMediaLinkSource: '\?\?\?\?'>>\n");
 
   r = runTool({"http-error", "503"});
   EXPECT_EQ(r.out.rfind("{\"domain\":\"NetHTTPErrorDomain\",\"code\":503,", 0), 0u) << r.out;
