@@ -5,7 +5,10 @@
 #include "streaming/recording_names.h"
 
 #include <taglib/id3v2tag.h>
+#include <taglib/opusfile.h>
 #include <taglib/tstring.h>
+#include <taglib/vorbisfile.h>
+#include <taglib/xiphcomment.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -32,6 +35,11 @@ bool writeAll(int fd, const uint8_t* data, size_t size) {
     size -= size_t(n);
   }
   return true;
+}
+
+// Whether bytes are the first page of an Ogg chain (its beginning-of-stream flag).
+bool isChainStart(std::span<const uint8_t> bytes) {
+  return bytes.size() > 5 && std::memcmp(bytes.data(), "OggS", 4) == 0 && (bytes[5] & 0x02) != 0;
 }
 
 std::string renderTag(const std::string& text) {
@@ -76,8 +84,14 @@ void StationRecorder::titleStarts(StreamTitle title) {
   startsComplete_ = true;
 }
 
+void StationRecorder::oggChain(std::span<const uint8_t> headers, std::string extension, std::string chainTitle) {
+  oggHeaders_.assign(headers.begin(), headers.end());
+  oggExtension_ = std::move(extension);
+  oggChainTitle_ = std::move(chainTitle);
+}
+
 bool StationRecorder::open(AudioSyncKind kind) {
-  extension_ = kind == AudioSyncKind::Adts ? ".aac" : ".mp3";
+  extension_ = kind == AudioSyncKind::Ogg ? oggExtension_ : kind == AudioSyncKind::Adts ? ".aac" : ".mp3";
   // A title that names no file (empty, or nothing but dots and control
   // characters) is recorded as "Untitled".
   stem_ = recordingFileStem(title_.title).value_or("Untitled");
@@ -94,7 +108,8 @@ bool StationRecorder::open(AudioSyncKind kind) {
     stopped_ = true;
     return false;
   }
-  std::string tag = renderTag(title_.title);
+  // An Ogg file's tag is its comment header: the chain's, fixed on closing.
+  std::string tag = kind == AudioSyncKind::Ogg ? std::string() : renderTag(title_.title);
   written_ = 0;
   if (!writeAll(fd_, reinterpret_cast<const uint8_t*>(tag.data()), tag.size())) return failWrite(errno);
   written_ = tag.size();
@@ -103,7 +118,17 @@ bool StationRecorder::open(AudioSyncKind kind) {
 
 bool StationRecorder::frame(std::span<const uint8_t> bytes, AudioSyncKind kind) {
   if (stopped_) return false;
-  if (fd_ < 0 && !open(kind)) return false;
+  if (fd_ < 0) {
+    if (!open(kind)) return false;
+    if (kind == AudioSyncKind::Ogg) {
+      // A file that starts inside a chain needs the chain's headers first.
+      fileChainTitle_ = oggChainTitle_;
+      if (!isChainStart(bytes)) {
+        if (!writeAll(fd_, oggHeaders_.data(), oggHeaders_.size())) return failWrite(errno);
+        written_ += oggHeaders_.size();
+      }
+    }
+  }
   if (!writeAll(fd_, bytes.data(), bytes.size())) return failWrite(errno);
   written_ += bytes.size();
   return true;
@@ -124,10 +149,31 @@ bool StationRecorder::failWrite(int error) {
   return false;
 }
 
+void StationRecorder::retagOgg() {
+  TitleParts parts = splitStreamTitle(title_.title);
+  auto retag = [&](TagLib::File& file, TagLib::Ogg::XiphComment* comment) {
+    if (!file.isValid() || !comment) return false;
+    comment->setTitle(TagLib::String(parts.title, TagLib::String::UTF8));
+    comment->setArtist(TagLib::String(parts.artist, TagLib::String::UTF8));
+    return file.save();
+  };
+  bool saved = false;
+  if (extension_ == ".opus") {
+    TagLib::Ogg::Opus::File file(path_.c_str());
+    saved = retag(file, file.tag());
+  } else {
+    TagLib::Ogg::Vorbis::File file(path_.c_str());
+    saved = retag(file, file.tag());
+  }
+  if (!saved) QLDebugLog(QL_LOG_WARNING, "recording: could not write the title into %s", path_.c_str());
+}
+
 void StationRecorder::close(bool complete) {
   if (fd_ < 0) return;
   ::close(fd_);
   fd_ = -1;
+  if ((extension_ == ".ogg" || extension_ == ".opus") && !title_.title.empty() && title_.title != fileChainTitle_)
+    retagOgg();
   if (!complete && startsComplete_) {
     // The name says what the file lacks.
     std::string renamed;
