@@ -21,7 +21,8 @@
 // change. A file that does not hold its whole title (the first, which began
 // mid-title, and the last, which the stop cut off) has " (incomplete)" at the
 // end of its name. A full disk stops the recording: the file is cut back to
-// its last whole frame, so what was written stays readable.
+// its last whole frame, so what was written stays readable. Frames are
+// written in blocks of kWriteBlock bytes, and the rest when a file closes.
 //
 // Not thread-safe: StationTap guards it with its own mutex and calls it on
 // the thread that reads the station.
@@ -80,7 +81,9 @@ class StationRecorder {
  private:
   bool open(AudioSyncKind kind);
   void close(bool complete);
-  bool failWrite(int error);
+  // Writes the frames held back; false (the recording stopped, the file cut
+  // back to its last whole frame on disk) when the disk refused them.
+  bool writePending();
   void retagOgg();
 
   const std::string folder_;
@@ -96,6 +99,11 @@ class StationRecorder {
   std::string oggChainTitle_;
   std::string fileChainTitle_;  // the title in the open Ogg file's own comment header
   uint64_t written_ = 0;  // bytes in the open file, up to its last whole frame
+  // Frames are written in blocks (a write a frame would cost more than the
+  // rest of recording), about two seconds of a 128 kbit/s station.
+  static constexpr size_t kWriteBlock = 32 * 1024;
+  std::vector<uint8_t> pending_;
+  std::vector<size_t> pendingEnds_;  // where each frame held back ends in pending_
   bool stopped_ = false;
   RecordingProblem problem_ = RecordingProblem::None;
   std::string problemText_;
