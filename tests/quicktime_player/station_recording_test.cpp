@@ -5,9 +5,11 @@
 // the title, the first and last marked incomplete, each decoding on its own;
 // the current title recorded from its start out of the ring; a folder that
 // takes no files and a full disk end with a worded error and a readable file;
-// a chained Ogg station cut at its chains.
+// a chained Ogg station cut at its chains; a station recorded without
+// listening through its playlist.
 #include <belvane/BVConstants.h>
 #include <belvane/BVMasterPlayer.h>
+#include <belvane/BVStationRecorder.h>
 
 #include "quicktime_test_support.h"
 #include "streaming/station_tap.h"
@@ -256,6 +258,41 @@ TEST(StationRecordingFailures, AnUnwritableFolderAndAFullDiskEndWithAWordedError
   ASSERT_EQ(stat(cut.path.c_str(), &info), 0);
   EXPECT_LE(info.st_size, off_t(kLimit));
   EXPECT_TRUE(decodesOnItsOwn(cut.path)) << cut.path;
+}
+
+// Recording without listening, given the station's playlist: the playlist
+// is read once and its first entry recorded title by title, one request
+// each; a playlist that names no station ends the recording with that said.
+TEST(StationRecorderWithoutListening, FollowsAPlaylistToItsStation) {
+  BELVANE_SKIP_WITHOUT_LAME();
+  Station station(false);
+  station.server.http().route("/station.pls", belvane::test::Response::ok(
+      "audio/x-scpls", "[playlist]\nNumberOfEntries=2\nFile1=/live\nFile2=/mirror\n"));
+  station.server.http().route("/empty.m3u", belvane::test::Response::ok("audio/x-mpegurl", "#EXTM3U\n"));
+  struct Owner : BVStationRecorderOwner {
+    std::vector<std::string> titles;
+    std::vector<BVErrorRef> stops;
+    void recorderRecordedFile(BVStationRecorder&, const std::string&, const std::string& title, bool) override {
+      titles.push_back(title);
+    }
+    void recorderStopped(BVStationRecorder&, const BVErrorRef& error) override { stops.push_back(error); }
+  } owner, emptyOwner;
+  TempDir folder;
+  auto recorder = BVStationRecorder::create();
+  recorder->setOwner(&owner);
+  ASSERT_EQ(recorder->startRecording(station.server.url("/station.pls"), folder.path()), nullptr);
+  auto empty = BVStationRecorder::create();
+  empty->setOwner(&emptyOwner);
+  ASSERT_EQ(empty->startRecording(station.server.url("/empty.m3u"), folder.path()), nullptr);
+  ASSERT_TRUE(BVRunLoop::main().runUntil([&] { return owner.titles.size() >= 3 && !emptyOwner.stops.empty(); }, 30));
+  EXPECT_EQ(owner.titles[1], "Artist 0 - Song 0");
+  EXPECT_EQ(station.server.http().requestCount("/station.pls"), 1);
+  EXPECT_EQ(station.server.connections("/live"), 1);
+  ASSERT_NE(emptyOwner.stops.front(), nullptr);
+  EXPECT_EQ(emptyOwner.stops.front()->code(), BVRecordingErrorNothing);
+  EXPECT_NE(emptyOwner.stops.front()->localizedDescription().find("names no station"), std::string::npos);
+  recorder->setOwner(nullptr);
+  empty->setOwner(nullptr);
 }
 
 // A chained Ogg Vorbis station (a chain per song, as Icecast's Ogg mounts
