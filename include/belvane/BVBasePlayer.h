@@ -104,6 +104,13 @@ class BV_EXPORT BVPlayerOwner {
   // that went away, in BVBelvaneErrorDomain), null when the station ended.
   // Its last file was announced before.
   virtual void playerRecordingStopped(BVBasePlayer& /*player*/, const BVErrorRef& /*error*/) {}
+  // Linux addition: the audio plays to another device now, named as an
+  // output setting names it ("pulse:SINK", "alsa:DEVICE"; see
+  // audioOutputDevice): the host changed the output while playing, or the
+  // sound server moved the stream because its device went away (a headset
+  // unplugged: the stream moves to the default) or, with no device named,
+  // the system default changed. The playback goes on; its state does not change.
+  virtual void playerOutputChanged(BVBasePlayer& /*player*/, const std::string& /*output*/) {}
 };
 
 // Playing and stopping: playLink starts a link (again on the same player to
@@ -178,12 +185,16 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   virtual BVPlayerReception reception() const { return {}; }
 
   // Linux additions: the audio output. The setting is one of "auto"
-  // (PulseAudio or PipeWire, then ALSA, then silence), "pulse", "alsa",
-  // "null" (silent, in real time), "null:fast" (silent, as fast as decoded)
-  // or "wav:PATH" (a 32-bit float WAV file); empty means the default,
-  // $BELVANE_AUDIO_OUTPUT or else "auto". It applies from the next playLink,
-  // on whichever engine plays; 0 when understood, else a non-zero code and
-  // the setting is unchanged.
+  // (PulseAudio or PipeWire, then ALSA, then silence), "pulse" (the sound
+  // server's default sink, followed as it changes), "pulse:SINK" (that sink),
+  // "alsa" (ALSA's default), "alsa:DEVICE" (that ALSA device; BVAudioOutputs
+  // lists the machine's sinks and devices), "null" (silent, in real time),
+  // "null:fast" (silent, as fast as decoded) or "wav:PATH" (a 32-bit float
+  // WAV file); empty means the default, $BELVANE_AUDIO_OUTPUT or else "auto".
+  // It applies on whichever engine plays, to the playback under way too (a
+  // sound server's stream changes sinks as it plays, without a gap; other
+  // changes reopen the output; the owner hears playerOutputChanged); 0 when
+  // understood, else a non-zero code and the setting is unchanged.
   virtual int setAudioOutput(const std::string& setting);
   std::string audioOutput() const;
   // Linux additions: patience with a live station that breaks off (its
@@ -250,6 +261,10 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   // "none" before playing) and the audio frames handed to it so far: the
   // frame the listener hears now, to within the device's buffer.
   virtual std::string audioOutputName() const { return "none"; }
+  // The device the audio plays to, as a setting names it ("pulse:SINK",
+  // "alsa:DEVICE"; the output's name for outputs without devices; "" before
+  // playing).
+  virtual std::string audioOutputDevice() const { return ""; }
   virtual uint64_t outputFramesWritten() const { return 0; }
 
   std::string className() const override { return "BVBasePlayer"; }
@@ -265,6 +280,7 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   // attributes: the whole current set, as attributes() returns it.
   void changedAttribute(const BVDictionary& attributes);
   void changedReception(const BVPlayerReception& reception);
+  void changedOutput(const std::string& output);
   // The error with the link's URL, MIME type and RadioTime type added under
   // BVBasePlayerErrorKey (after any text already there).
   virtual BVErrorRef customizeError(const BVErrorRef& error);

@@ -29,6 +29,7 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <mutex>
 #include <optional>
@@ -170,24 +171,77 @@ void orplayer_set_options(orplayer_t player, const orplayer_options_t* options) 
   player->options = *options;
 }
 
+}  // extern "C"
+
+namespace {
+
+int startLocked(orplayer* player);
+
+// A playing output follows a new setting at once: its output thread moves
+// to it (see switchBackend). An output written by play_wait itself has no
+// thread to do that, and one that will be needs one: those start afresh,
+// dropping the fraction of a second queued.
+void changePlayingOutput(orplayer* player) {
+  PlayerCore& core = *player->core;
+  auto setting = belvane::detail::parseOutputSpec(player->outputSpec.value_or(""));
+  if (!setting) return;
+  {
+    std::lock_guard lock(core.mutex);
+    if (!core.running) return;
+    if (!core.directOutput && !setting->isDirect()) {
+      core.target = *setting;
+      ++core.targetGeneration;
+      core.work.notify_all();
+      return;
+    }
+  }
+  stopLocked(player);
+  if (int error = startLocked(player))
+    outputLog(QL_LOG_ERROR, "cannot change the output: %s", orplayer_error_string(error));
+}
+
+}  // namespace
+
+extern "C" {
+
 int orplayer_set_output(orplayer_t player, const char* setting) {
   if (!player) return ORPLAYER_ERROR_INVALID;
   std::lock_guard lock(player->control);
   if (!setting) {
     player->outputSpec.reset();
-    return 0;
-  }
-  if (!belvane::detail::parseOutputSpec(setting)) {
+  } else if (!belvane::detail::parseOutputSpec(setting)) {
     outputLog(QL_LOG_WARNING, "output \"%s\" not understood", setting);
     return ORPLAYER_ERROR_BAD_SPEC;
+  } else {
+    player->outputSpec = setting;
   }
-  player->outputSpec = setting;
+  changePlayingOutput(player);
   return 0;
+}
+
+void orplayer_set_device_listener(orplayer_t player, void (*listener)(const char* device, void* context),
+                                  void* context) {
+  if (player) player->core->setDeviceListener(listener, context);
+}
+
+size_t orplayer_output_device(orplayer_t player, char* buffer, size_t size) {
+  std::string device = player ? player->core->device() : std::string();
+  if (buffer && size > 0) snprintf(buffer, size, "%s", device.c_str());
+  return device.size();
 }
 
 int orplayer_start(orplayer_t player) {
   if (!player) return ORPLAYER_ERROR_INVALID;
   std::lock_guard control(player->control);
+  return startLocked(player);
+}
+
+}  // extern "C"
+
+namespace {
+
+// orplayer_start, with the control mutex held.
+int startLocked(orplayer* player) {
   PlayerCore& core = *player->core;
   {
     std::lock_guard lock(core.mutex);
@@ -238,6 +292,8 @@ int orplayer_start(orplayer_t player) {
     std::lock_guard lock(core.mutex);
     id = ++core.session;
     core.running = true;
+    core.failure = 0;
+    core.failureReason.clear();
     core.audible = false;
     core.done = false;
     core.ring.clear();
@@ -245,6 +301,8 @@ int orplayer_start(orplayer_t player) {
   }
   core.outputName = name;
   core.realTime = opened.backend->paced();
+  core.noteDevice(opened.backend->device(), false);
+  opened.backend->setDeviceListener(PlayerCore::deviceListenerFor(player->core));
   if (opened.backend->writableByCaller()) {
     {
       std::lock_guard lock(player->direct);
@@ -269,6 +327,10 @@ int orplayer_start(orplayer_t player) {
   return 0;
 }
 
+}  // namespace
+
+extern "C" {
+
 void orplayer_play_wait(orplayer_t player, float sampleRate, float** channels, int32_t frames) {
   if (!player || !channels || !channels[0] || frames <= 0) return;
   if (!(sampleRate >= 1 && sampleRate <= kMaxRate)) {
@@ -278,7 +340,7 @@ void orplayer_play_wait(orplayer_t player, float sampleRate, float** channels, i
   unsigned rate = static_cast<unsigned>(std::lround(sampleRate));
   PlayerCore& core = *player->core;
   std::unique_lock lock(core.mutex);
-  if (!core.running || core.closing) return;
+  if (!core.running || core.closing || core.failure) return;
   uint64_t id = core.session;
   ++core.writers;
   core.done = false;
@@ -305,11 +367,11 @@ void orplayer_play_wait(orplayer_t player, float sampleRate, float** channels, i
       core.writerRate = rate;
       core.room.wait(lock, [&] {
         room = core.ring.room(rate, core.queueSeconds);
-        return core.session != id || core.closing || room >= need;
+        return core.session != id || core.closing || core.failure || room >= need;
       });
       if (--core.waitingWriters == 0) core.writerNeeds = SIZE_MAX;
     }
-    if (core.session != id || core.closing) break;
+    if (core.session != id || core.closing || core.failure) break;
     size_t n = std::min(room, total - offset);
     core.ring.push(rate, channels, offset, n);
     core.audible = true;
@@ -375,6 +437,7 @@ float orplayer_get_gain(orplayer_t player) { return player ? player->core->gain.
 
 void orplayer_destroy(orplayer_t player) {
   if (!player) return;
+  player->core->setDeviceListener(nullptr, nullptr);
   {
     std::lock_guard control(player->control);
     stopLocked(player);
@@ -396,6 +459,13 @@ int orplayer_is_real_time(orplayer_t player) { return player ? player->core->rea
 uint64_t orplayer_underruns(orplayer_t player) { return player ? player->core->underruns.load() : 0; }
 
 uint64_t orplayer_frames_written(orplayer_t player) { return player ? player->core->framesWritten.load() : 0; }
+
+int orplayer_output_failure(orplayer_t player, char* reason, size_t size) {
+  if (!player) return ORPLAYER_ERROR_INVALID;
+  std::lock_guard lock(player->core->mutex);
+  if (reason && size > 0) snprintf(reason, size, "%s", player->core->failureReason.c_str());
+  return player->core->failure;
+}
 
 const char* orplayer_failure_reason(orplayer_t player) {
   if (!player) return "";

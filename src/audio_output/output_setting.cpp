@@ -11,6 +11,8 @@ std::optional<OutputSpec> parseOutputSpec(std::string_view text) {
   if (text.empty() || text == "auto") return OutputSpec{Kind::Auto, {}};
   if (text == "pulse") return OutputSpec{Kind::Pulse, {}};
   if (text == "alsa") return OutputSpec{Kind::Alsa, {}};
+  if (text.starts_with("pulse:") && text.size() > 6) return OutputSpec{Kind::Pulse, std::string(text.substr(6))};
+  if (text.starts_with("alsa:") && text.size() > 5) return OutputSpec{Kind::Alsa, std::string(text.substr(5))};
   if (text == "null") return OutputSpec{Kind::Null, {}};
   if (text == "null:fast") return OutputSpec{Kind::NullFast, {}};
   if (text.starts_with("wav:") && text.size() > 4) return OutputSpec{Kind::Wav, std::string(text.substr(4))};
@@ -36,9 +38,9 @@ OpenedOutput openOutput(const OutputSpec& setting, unsigned rate, double deviceS
   using Kind = OutputSpec::Kind;
   switch (setting.kind) {
     case Kind::Pulse:
-      return tryOpen(makePulseOutput(deviceSeconds), rate);
+      return tryOpen(makePulseOutput(deviceSeconds, setting.path), rate);
     case Kind::Alsa:
-      return tryOpen(makeAlsaOutput(deviceSeconds), rate);
+      return tryOpen(makeAlsaOutput(deviceSeconds, setting.path), rate);
     case Kind::Null:
       return tryOpen(makeNullOutput(true, deviceSeconds, session), rate);
     case Kind::NullFast:
@@ -48,10 +50,10 @@ OpenedOutput openOutput(const OutputSpec& setting, unsigned rate, double deviceS
     case Kind::Auto:
       break;
   }
-  OpenedOutput opened = tryOpen(makePulseOutput(deviceSeconds), rate);
+  OpenedOutput opened = tryOpen(makePulseOutput(deviceSeconds, {}), rate);
   if (!opened.backend) {
     if (alsaCardPresent())
-      opened = tryOpen(makeAlsaOutput(deviceSeconds), rate);
+      opened = tryOpen(makeAlsaOutput(deviceSeconds, {}), rate);
     else
       outputLog(QL_LOG_INFO, "no ALSA sound card");
   }

@@ -1,7 +1,7 @@
 // OutputSpec: which output a player opens, as written in orplayer_set_output
-// or $BELVANE_AUDIO_OUTPUT ("auto", "pulse", "alsa", "null", "null:fast",
-// "wav:PATH"), and openOutput, which opens it ("auto": PulseAudio, then
-// ALSA, then null).
+// or $BELVANE_AUDIO_OUTPUT ("auto", "pulse", "pulse:SINK", "alsa",
+// "alsa:DEVICE", "null", "null:fast", "wav:PATH"), and openOutput, which
+// opens it ("auto": PulseAudio, then ALSA, then null). Any thread.
 #pragma once
 
 #include <memory>
@@ -16,7 +16,9 @@ namespace belvane::detail {
 struct OutputSpec {
   enum class Kind { Auto, Pulse, Alsa, Null, NullFast, Wav };
   Kind kind = Kind::Auto;
-  std::string path;  // for Wav
+  std::string path;  // for Wav; for Pulse and Alsa the device ("" the default)
+  // Whether play_wait writes to it itself (no output thread; see orplayer.cpp).
+  bool isDirect() const { return kind == Kind::Null || kind == Kind::NullFast || kind == Kind::Wav; }
 };
 
 // Nothing for text that names no output (an empty text means "auto").

@@ -6,6 +6,15 @@
 // "rec.3.wav"; the same happens before a file would outgrow the format's
 // 4 GiB limit. A change of rate before any frame was written only rewrites
 // the rate.
+//
+// A write that fails (a full disk, a file larger than the system allows)
+// ends the recording: nothing more is written, the file is cut back to its
+// last whole frame and its header gives the size of what it holds, so it
+// stays a valid WAV file; the player then fails with the reason
+// (failureEndsPlayback). Writes go straight to the file, unbuffered, so that
+// what a write reported written is what the file holds.
+#include <unistd.h>
+
 #include <bit>
 #include <cerrno>
 #include <cstdint>
@@ -40,6 +49,7 @@ class WavOutput final : public OutputBackend {
 
   const char* name() const override { return "wav"; }
   bool paced() const override { return false; }
+  bool failureEndsPlayback() const override { return true; }
 
   int open(unsigned rate) override {
     finish();
@@ -48,7 +58,7 @@ class WavOutput final : public OutputBackend {
   }
 
   bool write(const float* interleaved, size_t frames) override {
-    if (!file_) return false;
+    if (!file_ || writeFailed_) return false;
     if (dataBytes_ + frames * kBytesPerFrame > kMaxDataBytes) {
       finish();
       if (!nextSegment()) return false;
@@ -63,9 +73,12 @@ class WavOutput final : public OutputBackend {
         swapped_[i] = __builtin_bswap32(std::bit_cast<uint32_t>(interleaved[i]));
       done = fwrite(swapped_.data(), sizeof(uint32_t), samples, file_);
     }
-    dataBytes_ += done / 2 * kBytesPerFrame;
+    dataBytes_ += done / 2 * kBytesPerFrame;  // whole frames; finish() cuts off a part
     if (done != samples) {
-      outputLog(QL_LOG_ERROR, "cannot write to \"%s\": %s", currentPath_.c_str(), strerror(errno));
+      const std::string why = strerror(errno);
+      outputLog(QL_LOG_ERROR, "cannot write to \"%s\": %s", currentPath_.c_str(), why.c_str());
+      failureReason_ = "the WAV file " + currentPath_ + " could not be written (" + why + ")";
+      writeFailed_ = true;
       return false;
     }
     return true;
@@ -90,6 +103,7 @@ class WavOutput final : public OutputBackend {
   bool begin(const std::string& path) {
     currentPath_ = path;
     file_ = fopen(path.c_str(), "wb");
+    if (file_) setvbuf(file_, nullptr, _IONBF, 0);
     if (!file_) {
       // Read once: the log line may set errno again on its way out.
       const std::string why = strerror(errno);
@@ -140,6 +154,9 @@ class WavOutput final : public OutputBackend {
   // Completes the current file: its sizes and rate go into the header.
   void finish() {
     if (!file_) return;
+    // After a failed write the file may end in part of a frame.
+    if (writeFailed_ && ftruncate(fileno(file_), static_cast<off_t>(kHeaderBytes + dataBytes_)) != 0)
+      outputLog(QL_LOG_ERROR, "cannot cut \"%s\" to its last frame: %s", currentPath_.c_str(), strerror(errno));
     if (fseek(file_, 0, SEEK_SET) != 0 || !writeHeader())
       outputLog(QL_LOG_ERROR, "cannot complete \"%s\": %s", currentPath_.c_str(), strerror(errno));
     if (fclose(file_) != 0)
@@ -151,6 +168,7 @@ class WavOutput final : public OutputBackend {
   std::string currentPath_;  // the file being written
   FILE* file_ = nullptr;
   uint64_t dataBytes_ = 0;
+  bool writeFailed_ = false;  // nothing more is written
   int segment_ = 1;
   std::vector<uint32_t> swapped_;
 };

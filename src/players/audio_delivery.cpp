@@ -31,6 +31,7 @@ AudioDelivery::AudioDelivery() : loop_(BVRunLoop::current()) {
   orplayer_options_t options{};
   options.flags = ORPLAYER_OPTION_LOW_LATENCY;
   orplayer_set_options(output_, &options);
+  orplayer_set_device_listener(output_, &AudioDelivery::outputDeviceChanged, this);
 }
 
 AudioDelivery::~AudioDelivery() {
@@ -72,12 +73,43 @@ const char* AudioDelivery::outputName() const { return orplayer_output_name(outp
 uint64_t AudioDelivery::framesWritten() const { return orplayer_frames_written(output_); }
 uint64_t AudioDelivery::underruns() const { return orplayer_underruns(output_); }
 
+// ---- the device in use, and its changes ---------------------------------------------
+
+std::string AudioDelivery::outputDevice() const {
+  std::string device(orplayer_output_device(output_, nullptr, 0), '\0');
+  orplayer_output_device(output_, device.data(), device.size() + 1);
+  return device;
+}
+
+void AudioDelivery::checkOutputFailure() {
+  if (failureTold_.load(std::memory_order_relaxed)) return;
+  char reason[512];
+  int code = orplayer_output_failure(output_, reason, sizeof reason);
+  if (code == 0 || failureTold_.exchange(true)) return;
+  BVDictionary info{{BVLocalizedDescriptionKey, BVValue("The audio output failed: " + std::string(reason) + ".")},
+                    {BVDoNotReportToRadioTimeErrorKey, BVValue("")}};
+  auto error = BVError::create(BVShoutstreamerErrorDomain, code, std::move(info));
+  std::lock_guard lock(clientMutex_);
+  loop_.perform(weak_from_this(), [this, error] {
+    if (auto* c = client()) c->audioDeliveryOutputFailed(error);
+  });
+}
+
+void AudioDelivery::outputDeviceChanged(const char* device, void* self) {
+  auto* delivery = static_cast<AudioDelivery*>(self);
+  std::lock_guard lock(delivery->clientMutex_);
+  delivery->loop_.perform(delivery->weak_from_this(), [delivery, name = std::string(device)] {
+    if (auto* c = delivery->client()) c->audioDeliveryOutputChanged(name);
+  });
+}
+
 std::chrono::steady_clock::time_point AudioDelivery::audioRunsOutAt() const {
   return std::chrono::steady_clock::time_point(std::chrono::steady_clock::duration(runsOutAt_.load()));
 }
 
 int AudioDelivery::start() {
   interrupted_ = false;
+  failureTold_ = false;
   haltedAtTitle_ = false;
   ending_ = false;
   runsOutAt_ = 0;
@@ -272,6 +304,7 @@ void AudioDelivery::writeRange(float sampleRate, float** channels, int32_t from,
   if (count <= 0) return;
   float* part[2] = {channels[0] + from, channels[1] ? channels[1] + from : nullptr};
   orplayer_play_wait(output_, sampleRate, part, count);
+  checkOutputFailure();
   framesQueued_.fetch_add(uint64_t(count), std::memory_order_relaxed);
   if (sampleRate > 0) lastSampleRate_ = sampleRate;
   // The write returned once the output had room, so what it holds ahead of

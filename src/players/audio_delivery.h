@@ -40,6 +40,15 @@ class AudioDeliveryClient {
   // next title, and everything before that title's first frame has been
   // heard; nothing after it reaches the output.
   virtual void audioDeliveryStoppedAtTitle() {}
+  // On the playing thread's run loop: the output plays to another device
+  // now (as outputDevice() names it): a change asked for, or the sound
+  // server moved the stream (its device went away, the default changed).
+  virtual void audioDeliveryOutputChanged(const std::string& /*device*/) {}
+  // On the playing thread's run loop: the output failed while playing (a
+  // WAV file that could not be written); error is worded for the listener
+  // ("The audio output failed: ..."). What comes after is dropped: the
+  // playback should end in this error.
+  virtual void audioDeliveryOutputFailed(const BVErrorRef& /*error*/) {}
 };
 
 class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
@@ -65,6 +74,8 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   // before the first start) and the frames handed to it over all starts.
   const char* outputName() const;
   uint64_t framesWritten() const;
+  // The device in use ("pulse:SINK", "alsa:DEVICE"; see orplayer_output_device).
+  std::string outputDevice() const;
   // Times the output ran dry while being written (see orplayer_underruns).
   uint64_t underruns() const;
   // Any thread: when the audio written so far will have been heard, as far
@@ -127,6 +138,12 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   // Whether a due title ends the playback here; if so, plays out what was
   // written, drops what follows and tells the client.
   bool stopsAtTitle(const StreamTitle& title);
+
+  // The output's device listener: hands the change to the run loop.
+  static void outputDeviceChanged(const char* device, void* self);
+  // After a write: tells the client, once, of a failure that ended the output.
+  void checkOutputFailure();
+  std::atomic<bool> failureTold_{false};
 
   orplayer_t output_ = nullptr;
   std::string outputSetting_;  // guarded by clientMutex_

@@ -66,6 +66,12 @@ void BVBasePlayer::changedReception(const BVPlayerReception& reception) {
   owner_->playerReceptionChanged(*this, reception);
 }
 
+void BVBasePlayer::changedOutput(const std::string& output) {
+  if (!owner_) return;
+  auto self = shared_from_this();
+  owner_->playerOutputChanged(*this, output);
+}
+
 BVErrorRef BVBasePlayer::customizeError(const BVErrorRef& error) {
   auto link = this->link();
   if (!error || !link) return error;

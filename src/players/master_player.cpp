@@ -211,7 +211,10 @@ void BVMasterPlayer::playerStateChanged(BVBasePlayer& player, BVPlayerState from
   auto* mp3 = dynamic_cast<BVMP3StreamPlayer*>(&player);
   if (auto* general = dynamic_cast<BVQuickTimePlayer*>(&player); general && !mp3)
     mp3 = dynamic_cast<BVMP3StreamPlayer*>(general->subPlayer().get());
-  if (error && mp3 && &player == _subPlayer.get()) {
+  // An output that failed (a recording that cannot be written) fails on
+  // every engine alike: no fallback.
+  const bool outputFailed = error && error->domain() == BVShoutstreamerErrorDomain && (error->code() >> 24) == 'O';
+  if (error && mp3 && &player == _subPlayer.get() && !outputFailed) {
     belvane::detail::RequestSettingsScope requests(requestSettings());
     auto [next, link] = fallbackPlayer(*mp3, error);
     if (next) {
@@ -266,6 +269,9 @@ int BVMasterPlayer::setAudioOutput(const std::string& setting) {
 }
 
 std::string BVMasterPlayer::audioOutputName() const { return _subPlayer->audioOutputName(); }
+std::string BVMasterPlayer::audioOutputDevice() const { return _subPlayer->audioOutputDevice(); }
+
+void BVMasterPlayer::playerOutputChanged(BVBasePlayer&, const std::string& output) { changedOutput(output); }
 uint64_t BVMasterPlayer::outputFramesWritten() const { return _subPlayer->outputFramesWritten(); }
 
 void BVMasterPlayer::playerPositionChanged(BVBasePlayer&, float position) {

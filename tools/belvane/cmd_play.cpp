@@ -37,7 +37,9 @@ const char* const kOutputs[] = {"auto", "pulse", "alsa", "null", "null:fast"};
 bool validOutput(const std::string& setting) {
   for (const char* o : kOutputs)
     if (setting == o) return true;
-  return setting.rfind("wav:", 0) == 0 && setting.size() > 4;
+  for (const char* prefix : {"wav:", "pulse:", "alsa:"})
+    if (setting.rfind(prefix, 0) == 0 && setting.size() > std::string_view(prefix).size()) return true;
+  return false;
 }
 
 // The owner that hears the master player and reports what it hears.
@@ -133,6 +135,15 @@ class PlayReporter : public BVPlayerOwner {
       return emit(line);
     }
     say(error ? "The recording stopped: " + error->localizedDescription() : "The recording ended with the station.");
+  }
+
+  void playerOutputChanged(BVBasePlayer&, const std::string& output) override {
+    if (json_) {
+      auto line = common("output");
+      line["output"] = output;
+      return emit(line);
+    }
+    say("Audio output: " + output);
   }
 
   void playerReceptionChanged(BVBasePlayer&, const BVPlayerReception& reception) override {
@@ -340,7 +351,10 @@ int runPlay(const Arguments& args) {
   // change after this one ends the play.
   if (args.flag("stop-after-title")) master->stopAfterCurrentTitle();
   if (!json && master->state() != BVPlayerStateError) {
-    std::string note = "Audio output: " + master->audioOutputName();
+    // The device where there is one ("pulse:SINK"), else the output's name.
+    std::string device = master->audioOutputDevice();
+    const bool named = device.rfind("pulse:", 0) == 0 || device.rfind("alsa:", 0) == 0;
+    std::string note = "Audio output: " + (named ? device : master->audioOutputName());
     if (terminal) terminal->print(note); else std::fprintf(stdout, "%s\n", note.c_str());
   }
   BVPlayerState state = master->state();
@@ -377,7 +391,8 @@ std::vector<Command> playCommands() {
            "Plays URL through the master player until it stops, the duration passes or q is pressed.\n"
            "Without a URL it plays the built-in demo station, a loopback Shoutcast server with a\n"
            "synthesised clip whose titles change with each piece.\n"
-           "  --output auto|pulse|alsa|null|null:fast|wav:PATH   where the audio goes (default auto)\n"
+           "  --output auto|pulse[:SINK]|alsa[:DEVICE]|null|null:fast|wav:PATH   where the audio goes (default\n"
+           "      auto); `belvane outputs` lists the sinks and devices\n"
            "  --duration S   stop after S seconds (S above 0)\n"
            "  --volume V     linear gain from 0 to 1\n"
            "  --mute         start muted\n"

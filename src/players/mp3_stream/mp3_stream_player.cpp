@@ -274,6 +274,7 @@ int BVMP3StreamPlayer::setAudioOutput(const std::string& setting) {
 }
 uint64_t BVMP3StreamPlayer::outputFramesWritten() const { return _shoutstreamerDelegate->audio()->framesWritten(); }
 std::string BVMP3StreamPlayer::audioOutputName() const { return _shoutstreamerDelegate->audio()->outputName(); }
+std::string BVMP3StreamPlayer::audioOutputDevice() const { return _shoutstreamerDelegate->audio()->outputDevice(); }
 
 std::vector<std::string> BVMP3StreamPlayer::fallbackStreamTypes() const {
   return _fallbackStreams ? fallbackTypes_ : std::vector<std::string>{};
@@ -423,6 +424,20 @@ void BVMP3StreamPlayer::didStopAtTitle() {
   _shoutstreamerDelegate->stopAudioPlayerNow();
   _streamTuner->stop();
   changeStateTo(BVPlayerStateStopped);
+  receptionWatch_->stop();
+}
+
+void BVMP3StreamPlayer::didFailOutput(const BVErrorRef& error) {
+  if (state() == BVPlayerStateStopped || state() == BVPlayerStateError) return;
+  auto self = shared_from_this();
+  shoutstreamer_destroy(_shoutstreamer);
+  _shoutstreamer = shoutstreamer_create();
+  shoutstreamerStarted_ = false;
+  _shoutstreamerDelegate->startOver(0);
+  _shoutstreamerDelegate->stopAudioPlayerNow();
+  _streamTuner->stop();
+  setError(error);
+  changeStateTo(BVPlayerStateError, _error);
   receptionWatch_->stop();
 }
 

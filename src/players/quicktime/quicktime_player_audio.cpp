@@ -20,6 +20,12 @@ class QuickTimeTitleClient final : public AudioDeliveryClient {
   void audioDeliveryStoppedAtTitle() override {
     if (auto player = player_.lock()) player->stoppedAtTitle();
   }
+  void audioDeliveryOutputChanged(const std::string& device) override {
+    if (auto player = player_.lock()) player->outputDeviceChanged(device);
+  }
+  void audioDeliveryOutputFailed(const BVErrorRef& error) override {
+    if (auto player = player_.lock()) player->outputFailed(error);
+  }
 
  private:
   std::weak_ptr<BVQuickTimePlayer> player_;
@@ -107,6 +113,23 @@ BVPlayerReception BVQuickTimePlayer::reception() const {
 void BVQuickTimePlayer::playerReceptionChanged(BVBasePlayer&, const BVPlayerReception& reception) {
   auto self = shared_from_this();
   changedReception(reception);
+}
+
+void BVQuickTimePlayer::outputFailed(const BVErrorRef& error) {
+  if (state() != BVPlayerStatePlaying && state() != BVPlayerStateConnecting) return;
+  auto self = shared_from_this();
+  _releaseMovie();
+  changeStateTo(BVPlayerStateError, error);
+}
+
+void BVQuickTimePlayer::playerOutputChanged(BVBasePlayer&, const std::string& output) {
+  auto self = shared_from_this();
+  changedOutput(output);
+}
+
+std::string BVQuickTimePlayer::audioOutputDevice() const {
+  if (_subPlayer) return _subPlayer->audioOutputDevice();
+  return audio_ ? audio_->outputDevice() : std::string();
 }
 
 int BVQuickTimePlayer::setAudioOutput(const std::string& setting) {
