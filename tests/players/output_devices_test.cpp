@@ -1,7 +1,9 @@
 // Output devices on a PulseAudio server of the test's own: the sinks are
 // listed with their descriptions, a station plays to the sink it is given,
-// moves to another while it plays, and when its sink goes away plays on
-// from the default, the state unchanged and the owner told.
+// moves to another while it plays, when its sink goes away plays on from
+// the default, with no sink named follows the default as it changes, and
+// changes to ALSA while it plays; the state unchanged and the owner told
+// each time.
 #include <gtest/gtest.h>
 
 #include <belvane/BVAudioOutputs.h>
@@ -39,7 +41,7 @@ bool runUntil(const std::function<bool()>& done, double seconds = 10.0) {
 
 }  // namespace
 
-TEST(OutputDevices, PlaysToTheSinkNamedMovesWhilePlayingAndFollowsTheDefaultWhenItsSinkGoes) {
+TEST(OutputDevices, PlaysToTheSinkNamedMovesWhilePlayingAndFollowsTheDefault) {
   if (!PulseServer::available()) GTEST_SKIP() << "pulseaudio is not installed";
   BELVANE_SKIP_WITHOUT_LAME();
   PulseServer pulse({"a", "b"});
@@ -90,6 +92,18 @@ TEST(OutputDevices, PlaysToTheSinkNamedMovesWhilePlayingAndFollowsTheDefaultWhen
   EXPECT_EQ(master->audioOutputDevice(), "pulse:a");
   const uint64_t frames = master->outputFramesWritten();
   ASSERT_TRUE(runUntil([&] { return master->outputFramesWritten() > frames + 22050; }));
+
+  // No sink named: the stream follows the system default as it changes.
+  ASSERT_EQ(master->setAudioOutput("pulse"), 0);
+  pulse.pactl("load-module module-null-sink sink_name=c");
+  pulse.pactl("set-default-sink c");
+  ASSERT_TRUE(runUntil([&] { return pulse.sinkOfStream() == "c" && owner.outputs.back() == "pulse:c"; }));
+
+  // Another kind of output while playing: opened and swapped in (ALSA's
+  // null plug-in), the sound server's stream gone.
+  ASSERT_EQ(master->setAudioOutput("alsa:null"), 0);
+  ASSERT_TRUE(runUntil([&] { return owner.outputs.back() == "alsa:null" && pulse.sinkOfStream().empty(); }));
+  EXPECT_EQ(master->audioOutputName(), "alsa");
   EXPECT_EQ(owner.states.size(), states);
   EXPECT_EQ(master->state(), BVPlayerStatePlaying);
   master->setOwner(nullptr);
