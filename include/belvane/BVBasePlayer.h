@@ -21,6 +21,7 @@
 class BVMediaLink;
 class BVBasePlayer;
 namespace belvane::detail {
+class OutputPlayback;
 class StationTap;
 struct RecordedFile;
 }  // namespace belvane::detail
@@ -292,6 +293,11 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   // engine's player handing a link on): the other player feeds this
   // player's tap, so that its recording goes on across the switch.
   static void shareStationTap(const BVBasePlayer& from, BVBasePlayer& to);
+  // The playback's output session (made at playLink, or shared as the tap
+  // is): the engines hand it to their outputs, so that a WAV recording goes
+  // on across a switch of engine instead of starting again.
+  std::shared_ptr<belvane::detail::OutputPlayback> outputPlayback() const;
+  static void shareOutputPlayback(const BVBasePlayer& from, BVBasePlayer& to);
 
  private:
   void startStationTap();
@@ -301,6 +307,8 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   std::shared_ptr<BVMediaLink> link_;
   BVPlayerState state_ = BVPlayerStateIdle;
   std::string audioOutput_;
+  std::shared_ptr<belvane::detail::OutputPlayback> outputPlayback_;  // guarded by linkMutex_
+  bool outputPlaybackShared_ = false;
   double reconnectPatience_ = 300.0;
   BVRequestSettingsRef requestSettings_ = BVRequestSettings::defaultSettings();
   double timeShiftMinutes_ = 10.0;

@@ -40,6 +40,7 @@
 #include <vector>
 
 #include "audio_output/output_log.h"
+#include "audio_output/output_playback.h"
 #include "audio_output/output_setting.h"
 #include "audio_output/player_core.h"
 
@@ -173,6 +174,12 @@ void orplayer_set_options(orplayer_t player, const orplayer_options_t* options) 
 
 }  // extern "C"
 
+void belvane::detail::setOutputPlayback(orplayer_t player, std::shared_ptr<OutputPlayback> playback) {
+  if (!player) return;
+  std::lock_guard lock(player->core->mutex);
+  player->core->playback = std::move(playback);
+}
+
 namespace {
 
 int startLocked(orplayer* player);
@@ -267,11 +274,14 @@ int startLocked(orplayer* player) {
   double deviceSeconds = shortBuffers ? belvane::detail::kShortDevice : belvane::detail::kLongDevice;
   auto session = std::make_shared<OutputSession>();
   unsigned rate;
+  std::shared_ptr<belvane::detail::OutputPlayback> playback;
   {
     std::lock_guard lock(core.mutex);
     rate = core.lastRate;
+    playback = core.playback;
   }
-  belvane::detail::OpenedOutput opened = belvane::detail::openOutput(*setting, rate, deviceSeconds, session);
+  belvane::detail::OpenedOutput opened =
+      belvane::detail::openOutput(*setting, rate, deviceSeconds, session, playback);
   if (!opened.backend) {
     outputLog(QL_LOG_ERROR, "cannot open \"%s\": %s", text.empty() ? "auto" : text.c_str(),
               orplayer_error_string(opened.error));

@@ -100,7 +100,9 @@ class OutputBackend {
 
 // Device buffer length asked of paced outputs, in seconds.
 std::unique_ptr<OutputBackend> makeNullOutput(bool paced, double deviceSeconds, std::shared_ptr<OutputSession> session);
-std::unique_ptr<OutputBackend> makeWavOutput(const std::string& path);
+class OutputPlayback;
+// playback: the playback the file belongs to (continued within it); may be null.
+std::unique_ptr<OutputBackend> makeWavOutput(const std::string& path, std::shared_ptr<OutputPlayback> playback);
 // An empty sink or device means the system default (followed as it changes).
 std::unique_ptr<OutputBackend> makePulseOutput(double deviceSeconds, const std::string& sink);
 std::unique_ptr<OutputBackend> makeAlsaOutput(double deviceSeconds, const std::string& device);

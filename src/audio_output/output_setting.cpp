@@ -34,7 +34,8 @@ OpenedOutput tryOpen(std::unique_ptr<OutputBackend> backend, unsigned rate) {
 }  // namespace
 
 OpenedOutput openOutput(const OutputSpec& setting, unsigned rate, double deviceSeconds,
-                        const std::shared_ptr<OutputSession>& session) {
+                        const std::shared_ptr<OutputSession>& session,
+                        const std::shared_ptr<OutputPlayback>& playback) {
   using Kind = OutputSpec::Kind;
   switch (setting.kind) {
     case Kind::Pulse:
@@ -46,7 +47,7 @@ OpenedOutput openOutput(const OutputSpec& setting, unsigned rate, double deviceS
     case Kind::NullFast:
       return tryOpen(makeNullOutput(false, deviceSeconds, session), rate);
     case Kind::Wav:
-      return tryOpen(makeWavOutput(setting.path), rate);
+      return tryOpen(makeWavOutput(setting.path, playback), rate);
     case Kind::Auto:
       break;
   }

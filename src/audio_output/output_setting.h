@@ -30,7 +30,9 @@ struct OpenedOutput {
   std::string reason;  // why it failed, for a listener
 };
 
+// playback: the playback the output belongs to (see OutputPlayback); may be null.
 OpenedOutput openOutput(const OutputSpec& setting, unsigned rate, double deviceSeconds,
-                        const std::shared_ptr<OutputSession>& session);
+                        const std::shared_ptr<OutputSession>& session,
+                        const std::shared_ptr<OutputPlayback>& playback = nullptr);
 
 }  // namespace belvane::detail

@@ -60,7 +60,12 @@ void switchBackend(std::unique_ptr<OutputBackend>& backend, const std::shared_pt
   if (target.kind == OutputSpec::Kind::Pulse && backend->moveTo(text)) {
     outputLog(QL_LOG_INFO, "moved to \"%s\"", backend->device().c_str());
   } else {
-    OpenedOutput opened = openOutput(target, backend->rate(), deviceSeconds, session);
+    std::shared_ptr<OutputPlayback> playback;
+    {
+      std::lock_guard lock(core->mutex);
+      playback = core->playback;
+    }
+    OpenedOutput opened = openOutput(target, backend->rate(), deviceSeconds, session, playback);
     if (!opened.backend) {
       outputLog(QL_LOG_WARNING, "cannot change to \"%s\" (%s); playing on", text.c_str(), opened.reason.c_str());
       return;

@@ -72,6 +72,8 @@ struct PlayerCore {
   // and bumps the generation; the output thread moves to it. Guarded by the mutex.
   OutputSpec target;
   uint64_t targetGeneration = 0;
+  // The playback the output belongs to (see OutputPlayback); may be null.
+  std::shared_ptr<OutputPlayback> playback;
 
   // The device in use ("pulse:SINK"), and who hears when it changes.
   void noteDevice(const std::string& device, bool tell);

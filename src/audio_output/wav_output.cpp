@@ -13,6 +13,11 @@
 // stays a valid WAV file; the player then fails with the reason
 // (failureEndsPlayback). Writes go straight to the file, unbuffered, so that
 // what a write reported written is what the file holds.
+//
+// Within one playback (see OutputPlayback) a WAV output opened again, by the
+// engine that took the playback over, continues the file the last one
+// completed (at the same rate; else in the next file beside it) instead of
+// rewriting it.
 #include <unistd.h>
 
 #include <bit>
@@ -26,6 +31,7 @@
 #include "audio_output/output_backend.h"
 #include "audio_output/output_log.h"
 #include "audio_output/orplayer.h"
+#include "audio_output/output_playback.h"
 
 namespace belvane::detail {
 namespace {
@@ -44,7 +50,8 @@ void putLE32(uint8_t* p, uint32_t v) {
 
 class WavOutput final : public OutputBackend {
  public:
-  explicit WavOutput(std::string path) : path_(std::move(path)) {}
+  WavOutput(std::string path, std::shared_ptr<OutputPlayback> playback)
+      : path_(std::move(path)), playback_(std::move(playback)) {}
   ~WavOutput() override { finish(); }
 
   const char* name() const override { return "wav"; }
@@ -54,6 +61,12 @@ class WavOutput final : public OutputBackend {
   int open(unsigned rate) override {
     finish();
     rate_ = rate;
+    if (auto earlier = playback_ ? playback_->wavFile(path_) : std::nullopt) {
+      // The playback recorded here already: go on where it stopped.
+      segment_ = earlier->segment;
+      if (earlier->rate == rate && resume(earlier->path)) return 0;
+      return nextSegment() ? 0 : ORPLAYER_ERROR_WAV_FILE;
+    }
     return begin(path_) ? 0 : ORPLAYER_ERROR_WAV_FILE;
   }
 
@@ -115,6 +128,28 @@ class WavOutput final : public OutputBackend {
     return writeHeader();
   }
 
+  // Reopens a file this playback completed, to append to it; false (and
+  // nothing opened) when it is not the WAV file we wrote.
+  bool resume(const std::string& path) {
+    FILE* file = fopen(path.c_str(), "r+b");
+    if (!file) return false;
+    uint8_t h[kHeaderBytes];
+    auto le32 = [&](size_t at) { return uint32_t(h[at]) | uint32_t(h[at + 1]) << 8 | uint32_t(h[at + 2]) << 16 | uint32_t(h[at + 3]) << 24; };
+    const bool ours = fread(h, 1, sizeof h, file) == sizeof h && memcmp(h, "RIFF", 4) == 0 &&
+                      memcmp(h + 8, "WAVEfmt ", 8) == 0 && le32(24) == rate_ && memcmp(h + 50, "data", 4) == 0 &&
+                      fseek(file, static_cast<long>(kHeaderBytes + le32(54)), SEEK_SET) == 0;
+    if (!ours) {
+      fclose(file);
+      return false;
+    }
+    setvbuf(file, nullptr, _IONBF, 0);
+    file_ = file;
+    currentPath_ = path;
+    dataBytes_ = le32(54);
+    outputLog(QL_LOG_INFO, "recording goes on in \"%s\"", path.c_str());
+    return true;
+  }
+
   // Opens the next file beside the first, after finish().
   bool nextSegment() {
     ++segment_;
@@ -162,6 +197,7 @@ class WavOutput final : public OutputBackend {
     if (fclose(file_) != 0)
       outputLog(QL_LOG_ERROR, "cannot close \"%s\": %s", currentPath_.c_str(), strerror(errno));
     file_ = nullptr;
+    if (playback_ && !writeFailed_) playback_->noteWavFile(path_, {currentPath_, segment_, rate_});
   }
 
   std::string path_;         // as given; the first file
@@ -171,10 +207,13 @@ class WavOutput final : public OutputBackend {
   bool writeFailed_ = false;  // nothing more is written
   int segment_ = 1;
   std::vector<uint32_t> swapped_;
+  std::shared_ptr<OutputPlayback> playback_;  // may be null
 };
 
 }  // namespace
 
-std::unique_ptr<OutputBackend> makeWavOutput(const std::string& path) { return std::make_unique<WavOutput>(path); }
+std::unique_ptr<OutputBackend> makeWavOutput(const std::string& path, std::shared_ptr<OutputPlayback> playback) {
+  return std::make_unique<WavOutput>(path, std::move(playback));
+}
 
 }  // namespace belvane::detail

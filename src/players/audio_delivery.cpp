@@ -1,6 +1,8 @@
 // AudioDelivery: writing, title timing by frames, and gain (see audio_delivery.h).
 #include "players/audio_delivery.h"
 
+#include "audio_output/output_playback.h"
+
 #include <belvane/BVConstants.h>
 #include <belvane/BVKitOwner.h>
 
@@ -74,6 +76,10 @@ uint64_t AudioDelivery::framesWritten() const { return orplayer_frames_written(o
 uint64_t AudioDelivery::underruns() const { return orplayer_underruns(output_); }
 
 // ---- the device in use, and its changes ---------------------------------------------
+
+void AudioDelivery::setPlayback(std::shared_ptr<OutputPlayback> playback) {
+  setOutputPlayback(output_, std::move(playback));
+}
 
 std::string AudioDelivery::outputDevice() const {
   std::string device(orplayer_output_device(output_, nullptr, 0), '\0');

@@ -31,6 +31,8 @@
 
 namespace belvane::detail {
 
+class OutputPlayback;
+
 class AudioDeliveryClient {
  public:
   virtual ~AudioDeliveryClient() = default;
@@ -76,6 +78,9 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   uint64_t framesWritten() const;
   // The device in use ("pulse:SINK", "alsa:DEVICE"; see orplayer_output_device).
   std::string outputDevice() const;
+  // The playback the next start belongs to (see OutputPlayback): within one
+  // playback a WAV file is continued, not rewritten. Null: its own.
+  void setPlayback(std::shared_ptr<OutputPlayback> playback);
   // Times the output ran dry while being written (see orplayer_underruns).
   uint64_t underruns() const;
   // Any thread: when the audio written so far will have been heard, as far

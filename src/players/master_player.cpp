@@ -59,6 +59,7 @@ void BVMasterPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   }
   auto sub = _subPlayer;  // playing may replace the sub-player
   shareStationTap(*this, *sub);
+  shareOutputPlayback(*this, *sub);
   subPlayerUsed_ = true;
   sub->playLink(link);
   updateSleepInhibitor();
@@ -91,6 +92,7 @@ void BVMasterPlayer::replaceSubPlayer(std::shared_ptr<BVBasePlayer> next) {
   next->setMuted(isMuted());
   next->setStopsAfterCurrentTitle(stopsAfterCurrentTitle());
   shareStationTap(*this, *next);
+  shareOutputPlayback(*this, *next);
   auto old = std::move(_subPlayer);
   old->setOwner(nullptr);
   _subPlayer = std::move(next);

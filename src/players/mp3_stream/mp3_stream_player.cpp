@@ -123,6 +123,7 @@ void BVMP3StreamPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   BVBasePlayer::playLink(link);
   readFileTags();
   _shoutstreamerDelegate->setRunLoop(BVRunLoop::current());
+  _shoutstreamerDelegate->audio()->setPlayback(outputPlayback());
   int code = _shoutstreamerDelegate->startAudioPlayer();
   if (code != 0) {
     setError(_shoutstreamerDelegate->audio()->startError(code));

@@ -54,6 +54,7 @@ int BVQuickTimePlayer::startMovieAudio() {
         [this](const BVPlayerReception& reception) { changedReception(reception); });
   }
   audio_->useCurrentRunLoop();
+  audio_->setPlayback(outputPlayback());
   int code = audio_->start();
   if (code == 0) movieAudio_ = std::make_shared<MovieAudioAdapter>(audio_);
   return code;

@@ -78,6 +78,7 @@ void BVQuickTimePlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   _subPlayer->setStopsAfterCurrentTitle(stopsAfterTitle_);
   _subPlayer->setOwner(this);
   shareStationTap(*this, *_subPlayer);
+  shareOutputPlayback(*this, *_subPlayer);
   auto sub = _subPlayer;
   sub->playLink(link);
 }
