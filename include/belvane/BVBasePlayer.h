@@ -8,6 +8,7 @@
 
 #include <belvane/BVExport.h>
 
+#include <belvane/BVAudioOutputSetting.h>
 #include <belvane/BVError.h>
 #include <belvane/BVObject.h>
 #include <belvane/BVRequestSettings.h>
@@ -196,8 +197,13 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   // sound server's stream changes sinks as it plays, without a gap; other
   // changes reopen the output; the owner hears playerOutputChanged); 0 when
   // understood, else a non-zero code and the setting is unchanged.
-  virtual int setAudioOutput(const std::string& setting);
-  std::string audioOutput() const;
+  // setAudioOutput parses the text (BVAudioOutputSetting::fromString) and
+  // hands the value to setAudioOutputSetting, which the players override to
+  // pass it on unchanged; audioOutput() is its text.
+  int setAudioOutput(const std::string& setting);
+  virtual void setAudioOutputSetting(const BVAudioOutputSetting& setting) { audioOutput_ = setting; }
+  const BVAudioOutputSetting& audioOutputSetting() const { return audioOutput_; }
+  std::string audioOutput() const { return audioOutput_.text(); }
   // Linux additions: patience with a live station that breaks off (its
   // connection drops, it stops sending, its server is gone or answers that
   // the stream is away): the player keeps trying, on a fresh connection
@@ -306,7 +312,7 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   mutable std::mutex linkMutex_;
   std::shared_ptr<BVMediaLink> link_;
   BVPlayerState state_ = BVPlayerStateIdle;
-  std::string audioOutput_;
+  BVAudioOutputSetting audioOutput_;
   std::shared_ptr<belvane::detail::OutputPlayback> outputPlayback_;  // guarded by linkMutex_
   bool outputPlaybackShared_ = false;
   double reconnectPatience_ = 300.0;

@@ -72,7 +72,7 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   // Linux additions: the audio output (see BVBasePlayer), and the MIME type
   // the tuner gave each fallback stream (empty where it gave none), in the
   // order of fallbackStreams.
-  int setAudioOutput(const std::string& setting) override;
+  void setAudioOutputSetting(const BVAudioOutputSetting& setting) override;
   uint64_t outputFramesWritten() const override;
   std::string audioOutputName() const override;
   std::string audioOutputDevice() const override;

@@ -61,7 +61,7 @@ class BV_EXPORT BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
   bool isPaused() const override;
   BVPlayerReception reception() const override;
   // Kept for every later sub-player, fallbacks included.
-  int setAudioOutput(const std::string& setting) override;
+  void setAudioOutputSetting(const BVAudioOutputSetting& setting) override;
   void setReconnectPatience(double seconds) override;
   void setRequestSettings(BVRequestSettingsRef settings) override;
   std::string audioOutputName() const override;

@@ -79,7 +79,7 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   // a sub-player's set with the ASX/WAX track that plays.
   BVDictionary attributes() const override;
   // The audio output, also handed to a sub-player.
-  int setAudioOutput(const std::string& setting) override;
+  void setAudioOutputSetting(const BVAudioOutputSetting& setting) override;
   void setReconnectPatience(double seconds) override;
   void setRequestSettings(BVRequestSettingsRef settings) override;
   std::string audioOutputName() const override;

@@ -65,7 +65,7 @@ struct orplayer {
   std::shared_ptr<PlayerCore> core = std::make_shared<PlayerCore>();
   std::mutex control;  // serialises start, stop, destroy and the settings
   orplayer_options_t options{};
-  std::optional<std::string> outputSpec;  // set by orplayer_set_output
+  BVAudioOutputSetting setting;           // set by orplayer_set_output; Default: none
   std::string failureReason;              // of the last start, guarded by control
   std::thread thread;
   std::shared_ptr<OutputSession> session;
@@ -190,12 +190,12 @@ int startLocked(orplayer* player);
 // dropping the fraction of a second queued.
 void changePlayingOutput(orplayer* player) {
   PlayerCore& core = *player->core;
-  auto setting = belvane::detail::parseOutputSpec(player->outputSpec.value_or(""));
+  auto setting = player->setting.resolved();
   if (!setting) return;
   {
     std::lock_guard lock(core.mutex);
     if (!core.running) return;
-    if (!core.directOutput && !setting->isDirect()) {
+    if (!core.directOutput && !setting->isWrittenDirectly()) {
       core.target = *setting;
       ++core.targetGeneration;
       core.work.notify_all();
@@ -209,20 +209,24 @@ void changePlayingOutput(orplayer* player) {
 
 }  // namespace
 
+void belvane::detail::setOutputSetting(orplayer_t player, const BVAudioOutputSetting& setting) {
+  if (!player) return;
+  std::lock_guard lock(player->control);
+  player->setting = setting;
+  changePlayingOutput(player);
+}
+
 extern "C" {
 
-int orplayer_set_output(orplayer_t player, const char* setting) {
+int orplayer_set_output(orplayer_t player, const char* text) {
   if (!player) return ORPLAYER_ERROR_INVALID;
-  std::lock_guard lock(player->control);
+  std::string reason;
+  auto setting = BVAudioOutputSetting::fromString(text ? text : "", &reason);
   if (!setting) {
-    player->outputSpec.reset();
-  } else if (!belvane::detail::parseOutputSpec(setting)) {
-    outputLog(QL_LOG_WARNING, "output \"%s\" not understood", setting);
+    outputLog(QL_LOG_WARNING, "%s", reason.c_str());
     return ORPLAYER_ERROR_BAD_SPEC;
-  } else {
-    player->outputSpec = setting;
   }
-  changePlayingOutput(player);
+  belvane::detail::setOutputSetting(player, *setting);
   return 0;
 }
 
@@ -255,19 +259,13 @@ int startLocked(orplayer* player) {
     if (core.running) return 0;
   }
 
-  std::string text;
-  if (player->outputSpec) {
-    text = *player->outputSpec;
-  } else if (const char* env = getenv("BELVANE_AUDIO_OUTPUT")) {
-    text = env;
-  }
-  auto setting = belvane::detail::parseOutputSpec(text);
   player->failureReason.clear();
+  auto setting = player->setting.resolved(&player->failureReason);
   if (!setting) {
-    outputLog(QL_LOG_ERROR, "output \"%s\" not understood", text.c_str());
-    player->failureReason = "the output setting \"" + text + "\" is not understood";
+    outputLog(QL_LOG_ERROR, "%s", player->failureReason.c_str());
     return ORPLAYER_ERROR_BAD_SPEC;
   }
+  const std::string text = setting->text();
 
   bool shortBuffers = player->options.flags & ORPLAYER_OPTION_LOW_LATENCY;
   double queueSeconds = shortBuffers ? belvane::detail::kShortQueue : belvane::detail::kLongQueue;
@@ -283,13 +281,13 @@ int startLocked(orplayer* player) {
   belvane::detail::OpenedOutput opened =
       belvane::detail::openOutput(*setting, rate, deviceSeconds, session, playback);
   if (!opened.backend) {
-    outputLog(QL_LOG_ERROR, "cannot open \"%s\": %s", text.empty() ? "auto" : text.c_str(),
+    outputLog(QL_LOG_ERROR, "cannot open \"%s\": %s", text.c_str(),
               orplayer_error_string(opened.error));
     player->failureReason = opened.reason;
     return opened.error;
   }
   const char* name = opened.backend->name();
-  if (setting->kind == belvane::detail::OutputSpec::Kind::Auto && std::string_view(name) == "null") {
+  if (setting->kind == BVAudioOutputSetting::Kind::Auto && std::string_view(name) == "null") {
     // Nothing to hear: say so where the host reads the output's name, and
     // once in the log.
     name = kSilentFallbackName;

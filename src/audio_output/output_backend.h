@@ -15,6 +15,8 @@
 #include <mutex>
 #include <string>
 
+#include <belvane/BVAudioOutputSetting.h>
+
 namespace belvane::detail {
 
 class OutputSession {
@@ -43,10 +45,10 @@ class OutputBackend {
   // The device in use, as an output setting names it ("pulse:SINK",
   // "alsa:DEVICE"); the short name for outputs without devices. Any thread.
   virtual std::string device() const { return name(); }
-  // Plays on to the device `device` names (a sink of the same sound server)
+  // Plays on to the output `setting` names (a sink of the same sound server)
   // without reopening; false when this backend cannot (the caller then opens
   // a new backend). Called by the thread that writes.
-  virtual bool moveTo(const std::string& /*device*/) { return false; }
+  virtual bool moveTo(const BVAudioOutputSetting& /*setting*/) { return false; }
   // Told (on any thread, never under the caller's locks) when the device in
   // use changes by itself: the server moved the stream because its device
   // went away or the system default changed. Set before the first write.

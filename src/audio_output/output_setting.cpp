@@ -1,23 +1,10 @@
-// Parsing output settings and opening the chosen output.
+// Opening the output a setting names.
 #include "audio_output/output_setting.h"
 
 #include "audio_output/orplayer.h"
 #include "audio_output/output_log.h"
 
 namespace belvane::detail {
-
-std::optional<OutputSpec> parseOutputSpec(std::string_view text) {
-  using Kind = OutputSpec::Kind;
-  if (text.empty() || text == "auto") return OutputSpec{Kind::Auto, {}};
-  if (text == "pulse") return OutputSpec{Kind::Pulse, {}};
-  if (text == "alsa") return OutputSpec{Kind::Alsa, {}};
-  if (text.starts_with("pulse:") && text.size() > 6) return OutputSpec{Kind::Pulse, std::string(text.substr(6))};
-  if (text.starts_with("alsa:") && text.size() > 5) return OutputSpec{Kind::Alsa, std::string(text.substr(5))};
-  if (text == "null") return OutputSpec{Kind::Null, {}};
-  if (text == "null:fast") return OutputSpec{Kind::NullFast, {}};
-  if (text.starts_with("wav:") && text.size() > 4) return OutputSpec{Kind::Wav, std::string(text.substr(4))};
-  return std::nullopt;
-}
 
 namespace {
 
@@ -33,22 +20,23 @@ OpenedOutput tryOpen(std::unique_ptr<OutputBackend> backend, unsigned rate) {
 
 }  // namespace
 
-OpenedOutput openOutput(const OutputSpec& setting, unsigned rate, double deviceSeconds,
+OpenedOutput openOutput(const BVAudioOutputSetting& setting, unsigned rate, double deviceSeconds,
                         const std::shared_ptr<OutputSession>& session,
                         const std::shared_ptr<OutputPlayback>& playback) {
-  using Kind = OutputSpec::Kind;
+  using Kind = BVAudioOutputSetting::Kind;
   switch (setting.kind) {
     case Kind::Pulse:
-      return tryOpen(makePulseOutput(deviceSeconds, setting.path), rate);
+      return tryOpen(makePulseOutput(deviceSeconds, setting.device), rate);
     case Kind::Alsa:
-      return tryOpen(makeAlsaOutput(deviceSeconds, setting.path), rate);
+      return tryOpen(makeAlsaOutput(deviceSeconds, setting.device), rate);
     case Kind::Null:
       return tryOpen(makeNullOutput(true, deviceSeconds, session), rate);
     case Kind::NullFast:
       return tryOpen(makeNullOutput(false, deviceSeconds, session), rate);
     case Kind::Wav:
-      return tryOpen(makeWavOutput(setting.path, playback), rate);
+      return tryOpen(makeWavOutput(setting.device, playback), rate);
     case Kind::Auto:
+    case Kind::Default:
       break;
   }
   OpenedOutput opened = tryOpen(makePulseOutput(deviceSeconds, {}), rate);

@@ -31,33 +31,10 @@ std::function<void(const std::string&)> PlayerCore::deviceListenerFor(const std:
   };
 }
 
-namespace {
-
-std::string settingText(const OutputSpec& target) {
-  using Kind = OutputSpec::Kind;
-  switch (target.kind) {
-    case Kind::Pulse:
-      return target.path.empty() ? "pulse" : "pulse:" + target.path;
-    case Kind::Alsa:
-      return target.path.empty() ? "alsa" : "alsa:" + target.path;
-    case Kind::Null:
-      return "null";
-    case Kind::NullFast:
-      return "null:fast";
-    case Kind::Wav:
-      return "wav:" + target.path;
-    case Kind::Auto:
-      break;
-  }
-  return "auto";
-}
-
-}  // namespace
-
 void switchBackend(std::unique_ptr<OutputBackend>& backend, const std::shared_ptr<PlayerCore>& core,
-                   const OutputSpec& target, double deviceSeconds, const std::shared_ptr<OutputSession>& session) {
-  const std::string text = settingText(target);
-  if (target.kind == OutputSpec::Kind::Pulse && backend->moveTo(text)) {
+                   const BVAudioOutputSetting& target, double deviceSeconds, const std::shared_ptr<OutputSession>& session) {
+  const std::string text = target.text();
+  if (backend->moveTo(target)) {
     outputLog(QL_LOG_INFO, "moved to \"%s\"", backend->device().c_str());
   } else {
     std::shared_ptr<OutputPlayback> playback;

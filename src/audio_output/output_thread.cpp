@@ -63,7 +63,7 @@ void runOutput(std::shared_ptr<PlayerCore> corePtr, std::shared_ptr<OutputSessio
     if (core.targetGeneration != targetSeen && current()) {
       // The host chose another output while this one plays.
       targetSeen = core.targetGeneration;
-      OutputSpec target = core.target;
+      BVAudioOutputSetting target = core.target;
       lock.unlock();
       switchBackend(backend, corePtr, target, deviceSeconds, session);
       lock.lock();

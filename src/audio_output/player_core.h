@@ -70,7 +70,7 @@ struct PlayerCore {
 
   // A change of output while playing: orplayer_set_output sets the setting
   // and bumps the generation; the output thread moves to it. Guarded by the mutex.
-  OutputSpec target;
+  BVAudioOutputSetting target;  // resolved
   uint64_t targetGeneration = 0;
   // The playback the output belongs to (see OutputPlayback); may be null.
   std::shared_ptr<OutputPlayback> playback;
@@ -93,7 +93,7 @@ struct PlayerCore {
 // moves if it can, else a new backend is opened and replaces it; a failure
 // keeps the old one. The thread that writes calls it.
 void switchBackend(std::unique_ptr<OutputBackend>& backend, const std::shared_ptr<PlayerCore>& core,
-                   const OutputSpec& target, double deviceSeconds, const std::shared_ptr<OutputSession>& session);
+                   const BVAudioOutputSetting& target, double deviceSeconds, const std::shared_ptr<OutputSession>& session);
 
 // Replaces a failed backend: first by reopening it, then by a null output
 // paced like it, so that the stream keeps its flow control. A backend whose

@@ -110,9 +110,9 @@ class PulseOutput final : public OutputBackend {
     return true;
   }
 
-  bool moveTo(const std::string& device) override {
-    if (!device.starts_with("pulse") || !loop_) return false;
-    std::string sink = device.size() > 6 ? device.substr(6) : std::string();
+  bool moveTo(const BVAudioOutputSetting& setting) override {
+    if (setting.kind != BVAudioOutputSetting::Kind::Pulse || !loop_) return false;
+    const std::string& sink = setting.device;
     // A stream moved by name stays on that sink; to follow the default again
     // it is opened afresh without one.
     if (sink.empty()) {

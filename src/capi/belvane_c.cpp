@@ -523,7 +523,14 @@ int bv_player_get_mute(const bv_player* player) { return player && player->maste
 
 int bv_player_set_audio_output(bv_player* player, const char* setting) {
   if (!player || !player->master) return BV_ERROR_INVALID_PARAMETER;
-  return player->master->setAudioOutput(setting ? setting : "") == 0 ? BV_OK : BV_ERROR_INVALID_AUDIO_OUTPUT;
+  std::string reason;
+  auto parsed = BVAudioOutputSetting::fromString(setting ? setting : "", &reason);
+  if (!parsed) {
+    BVLog("Audio output refused: %s", reason.c_str());
+    return BV_ERROR_INVALID_AUDIO_OUTPUT;
+  }
+  player->master->setAudioOutputSetting(*parsed);
+  return BV_OK;
 }
 
 char* bv_player_get_audio_output_name(const bv_player* player) {

@@ -2,6 +2,7 @@
 #include "players/audio_delivery.h"
 
 #include "audio_output/output_playback.h"
+#include "audio_output/output_setting.h"
 
 #include <belvane/BVConstants.h>
 #include <belvane/BVKitOwner.h>
@@ -57,19 +58,7 @@ void AudioDelivery::useCurrentRunLoop() {
   loopThread_ = std::this_thread::get_id();
 }
 
-int AudioDelivery::setOutput(const std::string& setting) {
-  int result = orplayer_set_output(output_, setting.empty() ? nullptr : setting.c_str());
-  if (result == 0) {
-    std::lock_guard lock(clientMutex_);
-    outputSetting_ = setting;
-  }
-  return result;
-}
-
-std::string AudioDelivery::outputSetting() const {
-  std::lock_guard lock(clientMutex_);
-  return outputSetting_;
-}
+void AudioDelivery::setOutput(const BVAudioOutputSetting& setting) { setOutputSetting(output_, setting); }
 
 const char* AudioDelivery::outputName() const { return orplayer_output_name(output_); }
 uint64_t AudioDelivery::framesWritten() const { return orplayer_frames_written(output_); }

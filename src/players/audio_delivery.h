@@ -13,6 +13,7 @@
 // loop makes a title late, never the audio.
 #pragma once
 
+#include <belvane/BVAudioOutputSetting.h>
 #include <belvane/BVError.h>
 #include <belvane/BVRunLoop.h>
 
@@ -67,11 +68,10 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   // Where titles are announced: the loop of the calling thread.
   void useCurrentRunLoop();
 
-  // The output ("auto", "pulse", "alsa", "null", "null:fast", "wav:PATH") for
-  // the next start; 0, or ORPLAYER_ERROR_BAD_SPEC. An empty setting goes back
-  // to the default ($BELVANE_AUDIO_OUTPUT, else "auto").
-  int setOutput(const std::string& setting);
-  std::string outputSetting() const;
+  // The output, for the next start and at once for a started one (see
+  // orplayer_set_output); Default goes back to $BELVANE_AUDIO_OUTPUT, else
+  // "auto". The value is handed to the output as it is.
+  void setOutput(const BVAudioOutputSetting& setting);
   // The output opened ("pulse", "alsa", "null", "null:fast", "wav"; "none"
   // before the first start) and the frames handed to it over all starts.
   const char* outputName() const;
@@ -151,7 +151,6 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   std::atomic<bool> failureTold_{false};
 
   orplayer_t output_ = nullptr;
-  std::string outputSetting_;  // guarded by clientMutex_
   std::deque<PendingTitle> pending_;  // decoding thread only
   int32_t framesBuffered_ = 0;        // decoding thread only
   std::atomic<uint64_t> framesQueued_{0};  // by the decoding thread; reset by start

@@ -4,17 +4,15 @@
 
 #include "audio_output/orplayer.h"
 #include "audio_output/output_playback.h"
-#include "audio_output/output_setting.h"
 
 #include <cmath>
 
-int BVBasePlayer::setAudioOutput(const std::string& setting) {
-  if (!belvane::detail::parseOutputSpec(setting)) return ORPLAYER_ERROR_BAD_SPEC;
-  audioOutput_ = setting;
+int BVBasePlayer::setAudioOutput(const std::string& text) {
+  auto setting = BVAudioOutputSetting::fromString(text);
+  if (!setting) return ORPLAYER_ERROR_BAD_SPEC;
+  setAudioOutputSetting(*setting);
   return 0;
 }
-
-std::string BVBasePlayer::audioOutput() const { return audioOutput_; }
 
 std::shared_ptr<belvane::detail::OutputPlayback> BVBasePlayer::outputPlayback() const {
   std::lock_guard lock(linkMutex_);

@@ -85,7 +85,7 @@ void BVMasterPlayer::stop() {
 // one. The old sub-player hears nothing more from here on; it goes once the
 // call that may be running inside it has returned, and its audio stops with it.
 void BVMasterPlayer::replaceSubPlayer(std::shared_ptr<BVBasePlayer> next) {
-  next->setAudioOutput(audioOutput());
+  next->setAudioOutputSetting(audioOutputSetting());
   next->setReconnectPatience(reconnectPatience());
   next->setRequestSettings(requestSettings());
   next->setVolume(volume());
@@ -264,10 +264,9 @@ void BVMasterPlayer::setRequestSettings(BVRequestSettingsRef settings) {
   _subPlayer->setRequestSettings(requestSettings());
 }
 
-int BVMasterPlayer::setAudioOutput(const std::string& setting) {
-  int result = BVBasePlayer::setAudioOutput(setting);
-  if (result == 0) _subPlayer->setAudioOutput(setting);
-  return result;
+void BVMasterPlayer::setAudioOutputSetting(const BVAudioOutputSetting& setting) {
+  BVBasePlayer::setAudioOutputSetting(setting);
+  _subPlayer->setAudioOutputSetting(setting);
 }
 
 std::string BVMasterPlayer::audioOutputName() const { return _subPlayer->audioOutputName(); }

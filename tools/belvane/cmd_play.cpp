@@ -32,14 +32,13 @@ namespace belvane::tool {
 
 namespace {
 
-const char* const kOutputs[] = {"auto", "pulse", "alsa", "null", "null:fast"};
-
-bool validOutput(const std::string& setting) {
-  for (const char* o : kOutputs)
-    if (setting == o) return true;
-  for (const char* prefix : {"wav:", "pulse:", "alsa:"})
-    if (setting.rfind(prefix, 0) == 0 && setting.size() > std::string_view(prefix).size()) return true;
-  return false;
+// The --output value as the library reads it; a usage error that says why
+// when it names no output.
+BVAudioOutputSetting outputSetting(const std::string& text) {
+  std::string reason;
+  auto setting = BVAudioOutputSetting::fromString(text, &reason);
+  if (!setting) throw UsageError(reason);
+  return *setting;
 }
 
 // The owner that hears the master player and reports what it hears.
@@ -263,7 +262,7 @@ gboolean stopOnSignal(gpointer) {
 int runPlay(const Arguments& args) {
   if (args.positional().size() > 1) throw UsageError("play takes at most one URL");
   std::string output = args.option("output").value_or("auto");
-  if (!validOutput(output)) throw UsageError("unknown output '" + output + "'");
+  const BVAudioOutputSetting setting = outputSetting(output);
   double duration = args.positiveNumber("duration", 0);
   double volume = args.number("volume", -1);
   if (args.option("volume") && !(volume >= 0 && volume <= 1))
@@ -310,7 +309,7 @@ int runPlay(const Arguments& args) {
   }
 
   auto master = BVMasterPlayer::create();
-  if (master->setAudioOutput(output) != 0) throw UsageError("unknown output '" + output + "'");
+  master->setAudioOutputSetting(setting);
   PlayReporter reporter(*master, json);
   master->setOwner(&reporter);
   // In the desktop's media controls when there is a session bus (quietly

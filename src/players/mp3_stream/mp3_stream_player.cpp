@@ -268,10 +268,9 @@ std::vector<BVURL> BVMP3StreamPlayer::fallbackStreams() const {
   return _fallbackStreams ? *_fallbackStreams : std::vector<BVURL>{};
 }
 
-int BVMP3StreamPlayer::setAudioOutput(const std::string& setting) {
-  int result = _shoutstreamerDelegate->audio()->setOutput(setting);
-  if (result == 0) BVBasePlayer::setAudioOutput(setting);
-  return result;
+void BVMP3StreamPlayer::setAudioOutputSetting(const BVAudioOutputSetting& setting) {
+  BVBasePlayer::setAudioOutputSetting(setting);
+  _shoutstreamerDelegate->audio()->setOutput(setting);
 }
 uint64_t BVMP3StreamPlayer::outputFramesWritten() const { return _shoutstreamerDelegate->audio()->framesWritten(); }
 std::string BVMP3StreamPlayer::audioOutputName() const { return _shoutstreamerDelegate->audio()->outputName(); }

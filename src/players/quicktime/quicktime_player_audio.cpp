@@ -40,7 +40,7 @@ int BVQuickTimePlayer::startMovieAudio() {
     audio_ = AudioDelivery::create();
     titleClient_ = std::make_shared<belvane::detail::QuickTimeTitleClient>(sharedAs<BVQuickTimePlayer>());
     audio_->setClient(titleClient_.get());
-    audio_->setOutput(audioOutput());
+    audio_->setOutput(audioOutputSetting());
     audio_->setVolume(_volume);
     audio_->setMuted(_muted);
     audio_->setStopsAtNextTitle(stopsAfterTitle_);
@@ -133,12 +133,10 @@ std::string BVQuickTimePlayer::audioOutputDevice() const {
   return audio_ ? audio_->outputDevice() : std::string();
 }
 
-int BVQuickTimePlayer::setAudioOutput(const std::string& setting) {
-  int result = BVBasePlayer::setAudioOutput(setting);
-  if (result != 0) return result;
+void BVQuickTimePlayer::setAudioOutputSetting(const BVAudioOutputSetting& setting) {
+  BVBasePlayer::setAudioOutputSetting(setting);
   if (audio_) audio_->setOutput(setting);
-  if (_subPlayer) _subPlayer->setAudioOutput(setting);
-  return 0;
+  if (_subPlayer) _subPlayer->setAudioOutputSetting(setting);
 }
 
 void BVQuickTimePlayer::setReconnectPatience(double seconds) {
