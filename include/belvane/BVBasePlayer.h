@@ -56,6 +56,19 @@ enum BVRecordingErrorCode : int32_t {
   BVRecordingErrorNoTitleStart = 5705,  // the title's start is not held: time-shift is off
 };
 
+// Linux addition: the codes of audio output errors, in BVBelvaneErrorDomain
+// (BV_BELVANE_OUTPUT_... in the C interface). The error's description says
+// why, for a listener ("The audio output could not start: the WAV file
+// /x/out.wav cannot be written (No such file or directory).").
+enum BVAudioOutputErrorCode : int32_t {
+  BVAudioOutputErrorNoOutput = 5801,     // no output could be opened
+  BVAudioOutputErrorSetting = 5802,      // the setting ($BELVANE_AUDIO_OUTPUT) names no output
+  BVAudioOutputErrorWavFile = 5803,      // the WAV file cannot be written, at the start or while playing
+  BVAudioOutputErrorSoundServer = 5804,  // PulseAudio/PipeWire unavailable, or the sink named missing
+  BVAudioOutputErrorSoundCard = 5805,    // the ALSA device cannot be opened
+  BVAudioOutputErrorThread = 5806,       // the output thread could not start
+};
+
 struct BVPlayerReception {
   BVPlayerReceptionState state = BVPlayerReceptionNone;
   // Seconds since the listener last heard audio; 0 unless Buffering or

@@ -4,6 +4,7 @@
 #include "audio_output/output_playback.h"
 #include "audio_output/output_setting.h"
 
+#include <belvane/BVBasePlayer.h>
 #include <belvane/BVConstants.h>
 #include <belvane/BVKitOwner.h>
 
@@ -66,6 +67,22 @@ uint64_t AudioDelivery::underruns() const { return orplayer_underruns(output_); 
 
 // ---- the device in use, and its changes ---------------------------------------------
 
+// Belvane's own code for an output's, in BVBelvaneErrorDomain, with the
+// sentence the listener reads.
+BVErrorRef AudioDelivery::outputError(int orplayerCode, const std::string& sentence) {
+  int32_t code = BVAudioOutputErrorNoOutput;
+  switch (orplayerCode) {
+    case ORPLAYER_ERROR_BAD_SPEC: code = BVAudioOutputErrorSetting; break;
+    case ORPLAYER_ERROR_WAV_FILE: code = BVAudioOutputErrorWavFile; break;
+    case ORPLAYER_ERROR_PULSE: code = BVAudioOutputErrorSoundServer; break;
+    case ORPLAYER_ERROR_ALSA: code = BVAudioOutputErrorSoundCard; break;
+    case ORPLAYER_ERROR_THREAD: code = BVAudioOutputErrorThread; break;
+    default: break;
+  }
+  BVDictionary info{{BVLocalizedDescriptionKey, BVValue(sentence)}, {BVDoNotReportToRadioTimeErrorKey, BVValue("")}};
+  return BVError::create(BVBelvaneErrorDomain, code, std::move(info));
+}
+
 void AudioDelivery::setPlayback(std::shared_ptr<OutputPlayback> playback) {
   setOutputPlayback(output_, std::move(playback));
 }
@@ -81,9 +98,7 @@ void AudioDelivery::checkOutputFailure() {
   char reason[512];
   int code = orplayer_output_failure(output_, reason, sizeof reason);
   if (code == 0 || failureTold_.exchange(true)) return;
-  BVDictionary info{{BVLocalizedDescriptionKey, BVValue("The audio output failed: " + std::string(reason) + ".")},
-                    {BVDoNotReportToRadioTimeErrorKey, BVValue("")}};
-  auto error = BVError::create(BVShoutstreamerErrorDomain, code, std::move(info));
+  auto error = outputError(code, "The audio output failed: " + std::string(reason) + ".");
   std::lock_guard lock(clientMutex_);
   loop_.perform(weak_from_this(), [this, error] {
     if (auto* c = client()) c->audioDeliveryOutputFailed(error);
@@ -117,9 +132,7 @@ int AudioDelivery::start() {
 BVErrorRef AudioDelivery::startError(int code) const {
   // The listener reads why (the output's own reason), not the code.
   std::string reason = orplayer_failure_reason(output_);
-  std::string sentence = "The audio output could not start" + (reason.empty() ? std::string() : ": " + reason) + ".";
-  BVDictionary info{{BVLocalizedDescriptionKey, BVValue(sentence)}, {BVDoNotReportToRadioTimeErrorKey, BVValue("")}};
-  return BVError::create(BVShoutstreamerErrorDomain, code, std::move(info));
+  return outputError(code, "The audio output could not start" + (reason.empty() ? std::string() : ": " + reason) + ".");
 }
 
 void AudioDelivery::stop() { orplayer_stop(output_); }

@@ -95,8 +95,8 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   // open. stop() drops what is queued and releases a blocked writer.
   int start();
   // The error a player reports when start() returned code: "The audio
-  // output could not start: <why the output gave>.", marked not to be
-  // reported to RadioTime.
+  // output could not start: <why the output gave>.", in BVBelvaneErrorDomain
+  // with a BVAudioOutputErrorCode, marked not to be reported to RadioTime.
   BVErrorRef startError(int code) const;
   void stop();
   bool isPlaying() const;
@@ -148,6 +148,7 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   static void outputDeviceChanged(const char* device, void* self);
   // After a write: tells the client, once, of a failure that ended the output.
   void checkOutputFailure();
+  static BVErrorRef outputError(int orplayerCode, const std::string& sentence);
   std::atomic<bool> failureTold_{false};
 
   orplayer_t output_ = nullptr;

@@ -215,7 +215,8 @@ void BVMasterPlayer::playerStateChanged(BVBasePlayer& player, BVPlayerState from
     mp3 = dynamic_cast<BVMP3StreamPlayer*>(general->subPlayer().get());
   // An output that failed (a recording that cannot be written) fails on
   // every engine alike: no fallback.
-  const bool outputFailed = error && error->domain() == BVShoutstreamerErrorDomain && (error->code() >> 24) == 'O';
+  const bool outputFailed = error && error->domain() == BVBelvaneErrorDomain &&
+                            error->code() >= BVAudioOutputErrorNoOutput && error->code() <= BVAudioOutputErrorThread;
   if (error && mp3 && &player == _subPlayer.get() && !outputFailed) {
     belvane::detail::RequestSettingsScope requests(requestSettings());
     auto [next, link] = fallbackPlayer(*mp3, error);
