@@ -209,7 +209,7 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   // It applies on whichever engine plays, to the playback under way too (a
   // sound server's stream changes sinks as it plays, without a gap; other
   // changes reopen the output; the owner hears playerOutputChanged); 0 when
-  // understood, else a non-zero code and the setting is unchanged.
+  // understood, else BVAudioOutputErrorSetting and the setting is unchanged.
   // setAudioOutput parses the text (BVAudioOutputSetting::fromString) and
   // hands the value to setAudioOutputSetting, which the players override to
   // pass it on unchanged; audioOutput() is its text.

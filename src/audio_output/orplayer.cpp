@@ -488,7 +488,7 @@ const char* orplayer_error_string(int code) {
     case ORPLAYER_ERROR_NO_OUTPUT:
       return "No audio output is available.";
     case ORPLAYER_ERROR_BAD_SPEC:
-      return "The audio output setting is not understood (use auto, pulse, alsa, null, null:fast or wav:PATH).";
+      return "The audio output setting is not understood (use auto, pulse[:SINK], alsa[:DEVICE], null, null:fast or wav:PATH).";
     case ORPLAYER_ERROR_WAV_FILE:
       return "The recording file cannot be opened for writing.";
     case ORPLAYER_ERROR_PULSE:

@@ -1,7 +1,8 @@
 // orplayer: the audio output the MP3 stream player writes to.
 //
-// A C interface over one output backend: PulseAudio (libpulse-simple, which
-// PipeWire also serves), ALSA, "null" (paced to real time like a device),
+// A C interface over one output backend: PulseAudio (libpulse's
+// asynchronous API, which PipeWire also serves; a sink of its choice), ALSA
+// (a device of its choice), "null" (paced to real time like a device),
 // "null:fast" (unpaced) or "wav:PATH" (a WAV file, unpaced). Frames arrive
 // as per-channel 32-bit float buffers; orplayer_play_wait blocks until the
 // output has room, which is the stream's only flow control.

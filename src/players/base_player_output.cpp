@@ -2,14 +2,13 @@
 // player keeps and hands on.
 #include <belvane/BVBasePlayer.h>
 
-#include "audio_output/orplayer.h"
 #include "audio_output/output_playback.h"
 
 #include <cmath>
 
 int BVBasePlayer::setAudioOutput(const std::string& text) {
   auto setting = BVAudioOutputSetting::fromString(text);
-  if (!setting) return ORPLAYER_ERROR_BAD_SPEC;
+  if (!setting) return BVAudioOutputErrorSetting;
   setAudioOutputSetting(*setting);
   return 0;
 }
