@@ -212,6 +212,7 @@ void changePlayingOutput(orplayer* player) {
 void belvane::detail::setOutputSetting(orplayer_t player, const BVAudioOutputSetting& setting) {
   if (!player) return;
   std::lock_guard lock(player->control);
+  if (setting == player->setting) return;  // a playing output is left alone
   player->setting = setting;
   changePlayingOutput(player);
 }
