@@ -72,9 +72,10 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   // Linux additions: the audio output (see BVBasePlayer), and the MIME type
   // the tuner gave each fallback stream (empty where it gave none), in the
   // order of fallbackStreams.
-  int setAudioOutput(const std::string& setting) override;
+  void setAudioOutputSetting(const BVAudioOutputSetting& setting) override;
   uint64_t outputFramesWritten() const override;
   std::string audioOutputName() const override;
+  std::string audioOutputDevice() const override;
   std::vector<std::string> fallbackStreamTypes() const;
 
   std::string className() const override { return "BVMP3StreamPlayer"; }
@@ -92,6 +93,11 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   void didStopAudioPlayer();
   // The output stopped where the next title began: the stream ends here.
   void didStopAtTitle();
+  // The output plays to another device now (told to the owner).
+  void didChangeOutput(const std::string& device) { changedOutput(device); }
+  // The output failed while playing (a WAV file that could not be written):
+  // the stream goes and the playback ends in error.
+  void didFailOutput(const BVErrorRef& error);
 
  protected:
   BVMP3StreamPlayer();

@@ -61,10 +61,11 @@ class BV_EXPORT BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
   bool isPaused() const override;
   BVPlayerReception reception() const override;
   // Kept for every later sub-player, fallbacks included.
-  int setAudioOutput(const std::string& setting) override;
+  void setAudioOutputSetting(const BVAudioOutputSetting& setting) override;
   void setReconnectPatience(double seconds) override;
   void setRequestSettings(BVRequestSettingsRef settings) override;
   std::string audioOutputName() const override;
+  std::string audioOutputDevice() const override;
   uint64_t outputFramesWritten() const override;
 
   // Linux additions, keeping the machine awake: while the playback plays
@@ -86,6 +87,7 @@ class BV_EXPORT BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
   void playerPositionChanged(BVBasePlayer& player, float position) override;
   void playerAttributeChanged(BVBasePlayer& player, const BVDictionary& attributes) override;
   void playerReceptionChanged(BVBasePlayer& player, const BVPlayerReception& reception) override;
+  void playerOutputChanged(BVBasePlayer& player, const std::string& output) override;
 
  protected:
   BVMasterPlayer();

@@ -55,6 +55,12 @@ def test_failure_reaches_the_callback_in_words_and_bad_calls_raise(player):
         player.volume = 2.0
     with pytest.raises(belvane.BelvaneError):
         player.set_audio_output("speakers")
+    # The machine's outputs, each named as a setting names it.
+    outputs = belvane.audio_outputs()
+    assert all(o.name.startswith(("pulse:", "alsa:")) for o in outputs), outputs
+    for output in outputs:
+        player.set_audio_output(output.name)
+    player.set_audio_output("")
     with pytest.raises(belvane.BelvaneError):
         player.reconnect_patience = -1
     player.volume, player.muted = 0.25, True

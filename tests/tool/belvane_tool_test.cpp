@@ -8,6 +8,7 @@
 #include <pty.h>
 #include <signal.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -25,8 +26,9 @@ struct Run {
   std::string out, err;
 };
 
-// Runs the built belvane with args (in the folder cwd when given).
-Run runTool(std::vector<std::string> args, const char* cwd = nullptr) {
+// Runs the built belvane with args (in the folder cwd when given; setup
+// runs in the child before the tool starts).
+Run runTool(std::vector<std::string> args, const char* cwd = nullptr, GSpawnChildSetupFunc setup = nullptr) {
   std::vector<char*> argv;
   std::string tool = std::string(BELVANE_BUILD_DIR) + "/bin/belvane";
   argv.push_back(tool.data());
@@ -36,7 +38,7 @@ Run runTool(std::vector<std::string> args, const char* cwd = nullptr) {
   gchar *out = nullptr, *err = nullptr;
   gint wait = 0;
   GError* error = nullptr;
-  if (!g_spawn_sync(cwd, argv.data(), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err, &wait, &error)) {
+  if (!g_spawn_sync(cwd, argv.data(), nullptr, G_SPAWN_DEFAULT, setup, nullptr, &out, &err, &wait, &error)) {
     ADD_FAILURE() << error->message;
     g_clear_error(&error);
     return run;
@@ -216,6 +218,35 @@ TEST(BelvaneTool, PlayFailuresSayWhatWentWrong) {
   EXPECT_TRUE(has(r.err, "the WAV file " + dir.path() + "/no/such/folder/out.wav cannot be written")) << r.err;
   EXPECT_TRUE(has(r.err, "No such file or directory")) << r.err;
   EXPECT_FALSE(has(r.err, "Belvane-Message")) << "library log lines stay off the terminal";
+
+  // A recording that can no longer be written (files limited to 256 KiB,
+  // as a full disk would stop it): the playback fails saying why, and the
+  // file holds a valid WAV of what was written.
+  const std::string wav = dir.path() + "/limited.wav";
+  r = runTool({"play", "--output", "wav:" + wav, "--duration", "20"}, nullptr, [](gpointer) {
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{256 * 1024, 256 * 1024};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  });
+  expectFailure(r, "The audio output failed: the WAV file " + wav + " could not be written (File too large)");
+  std::string file;
+  {
+    gchar* bytes = nullptr;
+    gsize size = 0;
+    ASSERT_TRUE(g_file_get_contents(wav.c_str(), &bytes, &size, nullptr));
+    file.assign(bytes, size);
+    g_free(bytes);
+  }
+  auto le32 = [&](size_t at) {
+    return uint32_t(uint8_t(file[at])) | uint32_t(uint8_t(file[at + 1])) << 8 | uint32_t(uint8_t(file[at + 2])) << 16 |
+           uint32_t(uint8_t(file[at + 3])) << 24;
+  };
+  ASSERT_GT(file.size(), 58u + 8u);
+  EXPECT_EQ(file.substr(50, 4), "data");
+  EXPECT_EQ(le32(4), file.size() - 8);
+  EXPECT_EQ(le32(54), file.size() - 58);
+  EXPECT_EQ(le32(54) % 8, 0u) << "whole stereo float frames";
+  EXPECT_LE(file.size(), 256u * 1024);
 
   // A player tool that cannot start: its error, and no "Playing" before it.
   r = runTool({"play", "--tool", "--tool-path", dir.path() + "/nonexistent", "--output", "null:fast"});
