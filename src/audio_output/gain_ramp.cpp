@@ -12,7 +12,7 @@ void GainRamp::start(float target, double seconds) {
   active_ = true;
 }
 
-float GainRamp::apply(float* interleaved, size_t frames, unsigned rate, float gain) {
+float GainRamp::applyStrided(float* left, float* right, size_t stride, size_t frames, unsigned rate, float gain) {
   if (!active_ || rate == 0) return gain;
   // The step is worked out afresh for each block, from what is left of the
   // ramp at this block's rate, so that a change of rate keeps the ramp's length.
@@ -22,8 +22,8 @@ float GainRamp::apply(float* interleaved, size_t frames, unsigned rate, float ga
   double g = gain;
   for (size_t i = 0; i < frames; ++i) {
     g = i < moving ? g + step : target_;
-    interleaved[2 * i] *= float(g);
-    interleaved[2 * i + 1] *= float(g);
+    left[stride * i] *= float(g);
+    if (right) right[stride * i] *= float(g);
   }
   secondsLeft_ -= double(frames) / rate;
   if (double(frames) >= framesLeft) {
