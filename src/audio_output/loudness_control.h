@@ -14,9 +14,12 @@
 // Silence (below -70 LUFS) leaves the gain where it is, so pauses between
 // songs are not pumped up.
 // The ceiling: the gain never lifts the sample peak of the last seconds of
-// audio (every sample is looked at; the peak held falls 0.5 dB a second)
-// above -1 dBFS, and a block that would pass it with the gain in force
-// brings the gain down within 5 ms. The gain a station settled on is
+// audio above -1 dBFS (the peak held falls 0.5 dB a second), and a block
+// that would pass it with the gain in force brings the gain down within
+// 5 ms. Every sample is looked at while the gain is above -3.3 dB; below
+// it, nothing a decoder gives (at most +2.3 dBFS) can pass the ceiling, and
+// the peaks are not looked at (a gain that then rises is capped by the first
+// block it would lift too high). The gain a station settled on is
 // remembered (LoudnessMemory, by the station's URL), and its next play starts
 // there; turning normalisation off moves the gain back to unity over 1 s.
 //
@@ -65,7 +68,7 @@ class LoudnessControl {
   float** process(unsigned rate, float** channels, size_t frames);
 
   // The gain (dB) applied to the audio handed over last; any thread.
-  double gainDb() const { return gainDb_.load(std::memory_order_relaxed); }
+  double gainDb() const;
 
  private:
   void restart();
@@ -74,7 +77,7 @@ class LoudnessControl {
 
   std::atomic<bool> enabled_{false};
   std::atomic<double> target_{kDefaultTarget};
-  std::atomic<double> gainDb_{0.0};
+  std::atomic<float> gainShown_{1.0f};  // gain_ after the last block
 
   std::mutex stationMutex_;
   std::string station_;              // guarded by stationMutex_

@@ -7,7 +7,7 @@
 namespace belvane::detail {
 namespace {
 constexpr unsigned kWindowMs = 3000;  // EBU R128 short-term
-constexpr unsigned kSliceMs = 50;
+constexpr unsigned kSliceMs = 25;
 // Below this rate the K-weighting's high shelf (1.68 kHz) no longer fits.
 constexpr unsigned kLowestMeteredRate = 8000;
 }  // namespace
@@ -27,34 +27,42 @@ void LoudnessMeter::add(unsigned rate, const float* left, const float* right, si
   if (rate != rate_) {
     reset();
     rate_ = rate;
-    // A low rate is measured whole.
-    unsigned decimation = rate / kDecimation >= kLowestMeteredRate ? kDecimation : 1;
-    state_ = ebur128_init(2, rate / decimation, EBUR128_MODE_S);
+    step_ = std::clamp<size_t>(rate / kLowestMeteredRate, 1, kDecimation);
+    state_ = ebur128_init(2, rate / unsigned(step_), EBUR128_MODE_S);
     slice_ = std::max<size_t>(1, size_t(rate) * kSliceMs / 1000);
     cycle_ = 0;
+    sliceAt_ = 0;
     phase_ = 0;
     framesAdded_ = 0;
   }
   if (!state_) return;
   if (!right) right = left;
-  const size_t period = slice_ * kPeriodSlices;
   framesAdded_ = std::min(framesAdded_ + frames, size_t(rate_) * kWindowMs / 1000);
+  const size_t period = slice_ * kPeriodSlices;
   while (frames > 0) {
-    if (cycle_ < slice_) {
-      size_t n = std::min(slice_ - cycle_, frames);
+    // Skip to the period's slice, measure it, skip to the period's end.
+    size_t n;
+    if (cycle_ < sliceAt_) {
+      n = std::min(sliceAt_ - cycle_, frames);
+    } else if (cycle_ < sliceAt_ + slice_) {
+      n = std::min(sliceAt_ + slice_ - cycle_, frames);
       measure(left, right, n);
-      left += n, right += n, frames -= n, cycle_ += n;
     } else {
-      size_t n = std::min(period - cycle_, frames);
-      left += n, right += n, frames -= n, cycle_ += n;
+      n = std::min(period - cycle_, frames);
     }
-    if (cycle_ == period) cycle_ = 0;
+    left += n, right += n, frames -= n, cycle_ += n;
+    if (cycle_ == period) {
+      // Each period's slice at a place of its own, so that the slices do
+      // not keep step with a rhythm of the programme.
+      cycle_ = 0;
+      sliceAt_ = std::uniform_int_distribution<size_t>(0, period - slice_)(random_);
+    }
   }
 }
 
 // Every decimation-th frame of a measured stretch, interleaved for libebur128.
 void LoudnessMeter::measure(const float* left, const float* right, size_t frames) {
-  const size_t step = rate_ / kDecimation >= kLowestMeteredRate ? kDecimation : 1;
+  const size_t step = step_;
   size_t i = phase_;
   while (i < frames) {
     size_t n = 0;
