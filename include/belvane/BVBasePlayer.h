@@ -194,6 +194,7 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   // keeps a short window of 10 s. It applies from the next playLink, on
   // whichever engine plays; a negative or not-a-number value is ignored.
   virtual void setReconnectPatience(double seconds);
+  double reconnectPatience() const { return reconnectPatience_; }
   // Linux additions: loudness normalisation, so that stations play at
   // matched loudness. When on, the engines whose audio leaves through our
   // own output (the MP3 stream and general engines; not the RealMedia kit)
@@ -209,7 +210,6 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   bool loudnessNormalization() const { return loudnessNormalization_; }
   virtual void setLoudnessTarget(double lufs);
   double loudnessTarget() const { return loudnessTarget_; }
-  double reconnectPatience() const { return reconnectPatience_; }
   // Linux additions: how the playback's requests go out: the user agent,
   // extra header fields and proxy of every request made for it (the
   // tuner's looks at the station and its playlists, the station's
