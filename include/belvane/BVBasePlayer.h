@@ -226,6 +226,21 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   // whichever engine plays; a negative or not-a-number value is ignored.
   virtual void setReconnectPatience(double seconds);
   double reconnectPatience() const { return reconnectPatience_; }
+  // Linux additions: loudness normalisation, so that stations play at
+  // matched loudness. When on, the engines whose audio leaves through our
+  // own output (the MP3 stream and general engines; not the RealMedia kit)
+  // measure the station's EBU R128 short-term loudness and move a gain of
+  // their own smoothly toward loudnessTarget() (LUFS, default -18), never
+  // lifting the recent peaks above -1 dBFS; the volume and fades act on top
+  // of it. The gain a station settles on is remembered in the user's cache
+  // folder (by the station's URL) and its next play starts there. Off by
+  // default; it takes effect on what plays and on every later playback, on
+  // whichever engine plays. A target outside -70 to 0 LUFS, or not a
+  // number, is ignored. Thread: the run loop's.
+  virtual void setLoudnessNormalization(bool normalizes);
+  bool loudnessNormalization() const { return loudnessNormalization_; }
+  virtual void setLoudnessTarget(double lufs);
+  double loudnessTarget() const { return loudnessTarget_; }
   // Linux additions: how the playback's requests go out: the user agent,
   // extra header fields and proxy of every request made for it (the
   // tuner's looks at the station and its playlists, the station's
@@ -329,6 +344,8 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   std::shared_ptr<belvane::detail::OutputPlayback> outputPlayback_;  // guarded by linkMutex_
   bool outputPlaybackShared_ = false;
   double reconnectPatience_ = 300.0;
+  bool loudnessNormalization_ = false;
+  double loudnessTarget_ = -18.0;
   BVRequestSettingsRef requestSettings_ = BVRequestSettings::defaultSettings();
   double timeShiftMinutes_ = 10.0;
   mutable std::mutex tapMutex_;

@@ -42,6 +42,9 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   void fadeVolumeTo(float volume, double seconds) override;
   void setStopsAfterCurrentTitle(bool stops) override;
   bool stopsAfterCurrentTitle() const override;
+  // Loudness normalisation in the output's path (see BVBasePlayer).
+  void setLoudnessNormalization(bool normalizes) override;
+  void setLoudnessTarget(double lufs) override;
   // Seconds since playLink started tuning (0 before); for a local file, the
   // seconds into the file that have been played.
   float elapsedTime() const override;

@@ -62,6 +62,10 @@ class BV_EXPORT BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
   BVPlayerReception reception() const override;
   // Kept for every later sub-player, fallbacks included.
   void setAudioOutputSetting(const BVAudioOutputSetting& setting) override;
+  // Loudness normalisation (see BVBasePlayer): on the sub-player that
+  // plays now and kept for every later one.
+  void setLoudnessNormalization(bool normalizes) override;
+  void setLoudnessTarget(double lufs) override;
   void setReconnectPatience(double seconds) override;
   void setRequestSettings(BVRequestSettingsRef settings) override;
   std::string audioOutputName() const override;

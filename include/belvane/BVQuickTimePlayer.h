@@ -74,6 +74,10 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   void fadeVolumeTo(float volume, double seconds) override;
   void setStopsAfterCurrentTitle(bool stops) override;
   bool stopsAfterCurrentTitle() const override;
+  // Loudness normalisation in the output's path (see BVBasePlayer); a
+  // sub-player's own.
+  void setLoudnessNormalization(bool normalizes) override;
+  void setLoudnessTarget(double lufs) override;
   // The movie's metadata, a live stream's title (with its StreamUrl), the
   // station's facts and what is decoded, and the playlist entry that plays;
   // a sub-player's set with the ASX/WAX track that plays.

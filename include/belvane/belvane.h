@@ -200,6 +200,21 @@ BV_EXPORT double bv_player_get_volume(const bv_player *player);
 BV_EXPORT int bv_player_set_reconnect_patience(bv_player *player, double seconds);
 BV_EXPORT double bv_player_get_reconnect_patience(const bv_player *player);
 
+/* ---- Loudness normalisation --------------------------------------------- */
+
+/* When on (1), stations play at matched loudness: the MP3 stream and general
+ * engines measure the station's EBU R128 short-term loudness and move a gain
+ * of their own smoothly toward the target (LUFS, -18 by default), never
+ * lifting the recent peaks above -1 dBFS; the volume acts on top of it. The
+ * gain a station settles on is remembered in the user's cache folder and its
+ * next play starts there. Off (0) by default; it takes effect at once and
+ * holds for every later playback. The target: BV_ERROR_INVALID_PARAMETER
+ * outside -70..0. Thread: the one that plays. */
+BV_EXPORT int bv_player_set_loudness_normalization(bv_player *player, int normalize);
+BV_EXPORT int bv_player_get_loudness_normalization(const bv_player *player);
+BV_EXPORT int bv_player_set_loudness_target(bv_player *player, double lufs);
+BV_EXPORT double bv_player_get_loudness_target(const bv_player *player);
+
 /* ---- Sleep, fades and stopping after the title ------------------------- */
 
 /* While the playback plays (not paused) the player keeps the machine from

@@ -135,6 +135,10 @@ _declare("bv_player_set_recording_stopped_callback", None, c_player_p, RECORDING
 _declare("bv_set_log_callback", None, LOG_CALLBACK, ctypes.c_void_p)
 _declare("bv_error_is_retryable", ctypes.c_int, ctypes.c_char_p, ctypes.c_int64)
 # Sleep, fades and stopping after the title.
+_declare("bv_player_set_loudness_normalization", ctypes.c_int, c_player_p, ctypes.c_int)
+_declare("bv_player_get_loudness_normalization", ctypes.c_int, c_player_p)
+_declare("bv_player_set_loudness_target", ctypes.c_int, c_player_p, ctypes.c_double)
+_declare("bv_player_get_loudness_target", ctypes.c_double, c_player_p)
 _declare("bv_player_set_inhibit_sleep", ctypes.c_int, c_player_p, ctypes.c_int)
 _declare("bv_player_get_inhibit_sleep", ctypes.c_int, c_player_p)
 _declare("bv_player_fade_volume", ctypes.c_int, c_player_p, ctypes.c_double, ctypes.c_double)

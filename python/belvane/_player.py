@@ -286,6 +286,27 @@ class Player:
     def volume(self, gain: float) -> None:
         _check(lib.bv_player_set_volume(self._live(), gain))
 
+    # Loudness normalisation.
+    @property
+    def normalize_loudness(self) -> bool:
+        """Stations play at matched loudness (EBU R128, toward
+        loudness_target), each starting at the gain it last settled on; off
+        by default, effective at once."""
+        return bool(lib.bv_player_get_loudness_normalization(self._live()))
+
+    @normalize_loudness.setter
+    def normalize_loudness(self, normalize: bool) -> None:
+        _check(lib.bv_player_set_loudness_normalization(self._live(), int(bool(normalize))))
+
+    @property
+    def loudness_target(self) -> float:
+        """The loudness normalisation aims for, in LUFS (-70 to 0; -18 by default)."""
+        return lib.bv_player_get_loudness_target(self._live())
+
+    @loudness_target.setter
+    def loudness_target(self, lufs: float) -> None:
+        _check(lib.bv_player_set_loudness_target(self._live(), lufs))
+
     # Sleep, fades and stopping after the title.
     @property
     def inhibit_sleep(self) -> bool:

@@ -445,6 +445,28 @@ double bv_player_get_reconnect_patience(const bv_player* player) {
   return player && player->master ? player->master->reconnectPatience() : -1.0;
 }
 
+// ---- loudness normalisation ------------------------------------------------------
+
+int bv_player_set_loudness_normalization(bv_player* player, int normalize) {
+  if (!player || !player->master) return BV_ERROR_INVALID_PARAMETER;
+  player->master->setLoudnessNormalization(normalize != 0);
+  return BV_OK;
+}
+
+int bv_player_get_loudness_normalization(const bv_player* player) {
+  return player && player->master && player->master->loudnessNormalization() ? 1 : 0;
+}
+
+int bv_player_set_loudness_target(bv_player* player, double lufs) {
+  if (!player || !player->master || !(lufs >= -70.0 && lufs <= 0.0)) return BV_ERROR_INVALID_PARAMETER;
+  player->master->setLoudnessTarget(lufs);
+  return BV_OK;
+}
+
+double bv_player_get_loudness_target(const bv_player* player) {
+  return player && player->master ? player->master->loudnessTarget() : 0.0;
+}
+
 // ---- sleep, fades and stopping after the title ----------------------------------
 
 int bv_player_set_inhibit_sleep(bv_player* player, int inhibit) {

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 
 namespace belvane::detail {
 namespace {
@@ -311,7 +312,10 @@ bool AudioDelivery::stopsAtTitle(const StreamTitle& title) {
 void AudioDelivery::writeRange(float sampleRate, float** channels, int32_t from, int32_t count) {
   if (count <= 0) return;
   float* part[2] = {channels[0] + from, channels[1] ? channels[1] + from : nullptr};
-  orplayer_play_wait(output_, sampleRate, part, count);
+  // Loudness normalisation measures and scales what goes out (no-op when off).
+  unsigned rate = sampleRate >= 1 && sampleRate <= 768000 ? unsigned(std::lround(sampleRate)) : 0;
+  float** normalised = loudness_->process(rate, part, size_t(count));
+  orplayer_play_wait(output_, sampleRate, normalised, count);
   checkOutputFailure();
   framesQueued_.fetch_add(uint64_t(count), std::memory_order_relaxed);
   if (sampleRate > 0) lastSampleRate_ = sampleRate;

@@ -27,6 +27,7 @@
 #include <string>
 #include <thread>
 
+#include "audio_output/loudness_control.h"
 #include "audio_output/orplayer.h"
 #include "streaming/stream_title.h"
 
@@ -131,6 +132,11 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   // output stops; start() clears it.
   void interrupt();
 
+  // Loudness normalisation: every frame written passes through it, on the
+  // decoding thread, before the output's gain (see loudness_control.h for
+  // which thread calls what).
+  LoudnessControl& loudness() { return *loudness_; }
+
  private:
   AudioDelivery();
   struct PendingTitle {
@@ -171,6 +177,7 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   std::atomic<bool> haltedAtTitle_{false};  // writes are dropped until start()
   std::string lastTitle_;                   // decoding thread only: the last title announced
   bool announcedAny_ = false;               // decoding thread only: a title was announced
+  std::shared_ptr<LoudnessControl> loudness_ = std::make_shared<LoudnessControl>();
 };
 
 }  // namespace belvane::detail

@@ -1,5 +1,5 @@
-// BVBasePlayer: the audio output, reconnection and request settings every
-// player keeps and hands on.
+// BVBasePlayer: the audio output, reconnection, request and loudness
+// settings every player keeps and hands on.
 #include <belvane/BVBasePlayer.h>
 
 #include "audio_output/output_playback.h"
@@ -32,4 +32,11 @@ void BVBasePlayer::setReconnectPatience(double seconds) {
 
 void BVBasePlayer::setRequestSettings(BVRequestSettingsRef settings) {
   requestSettings_ = settings ? std::move(settings) : BVRequestSettings::defaultSettings();
+}
+
+void BVBasePlayer::setLoudnessNormalization(bool normalizes) { loudnessNormalization_ = normalizes; }
+
+void BVBasePlayer::setLoudnessTarget(double lufs) {
+  if (!(lufs >= -70.0 && lufs <= 0.0)) return;
+  loudnessTarget_ = lufs;
 }

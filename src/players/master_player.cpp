@@ -91,6 +91,8 @@ void BVMasterPlayer::replaceSubPlayer(std::shared_ptr<BVBasePlayer> next) {
   next->setVolume(volume());
   next->setMuted(isMuted());
   next->setStopsAfterCurrentTitle(stopsAfterCurrentTitle());
+  next->setLoudnessNormalization(loudnessNormalization());
+  next->setLoudnessTarget(loudnessTarget());
   shareStationTap(*this, *next);
   shareOutputPlayback(*this, *next);
   auto old = std::move(_subPlayer);
@@ -111,6 +113,14 @@ bool BVMasterPlayer::isMuted() const { return _subPlayer->isMuted(); }
 void BVMasterPlayer::setMuted(bool muted) { _subPlayer->setMuted(muted); }
 void BVMasterPlayer::fadeVolumeTo(float volume, double seconds) { _subPlayer->fadeVolumeTo(volume, seconds); }
 void BVMasterPlayer::setStopsAfterCurrentTitle(bool stops) { _subPlayer->setStopsAfterCurrentTitle(stops); }
+void BVMasterPlayer::setLoudnessNormalization(bool normalizes) {
+  BVBasePlayer::setLoudnessNormalization(normalizes);
+  _subPlayer->setLoudnessNormalization(normalizes);
+}
+void BVMasterPlayer::setLoudnessTarget(double lufs) {
+  BVBasePlayer::setLoudnessTarget(lufs);
+  _subPlayer->setLoudnessTarget(lufs);
+}
 bool BVMasterPlayer::stopsAfterCurrentTitle() const { return !stopped_ && _subPlayer->stopsAfterCurrentTitle(); }
 float BVMasterPlayer::elapsedTime() const { return _subPlayer->elapsedTime(); }
 BVDictionary BVMasterPlayer::attributes() const { return _subPlayer->attributes(); }

@@ -68,6 +68,15 @@ def test_failure_reaches_the_callback_in_words_and_bad_calls_raise(player):
     assert player.reconnect_patience == 300
     player.reconnect_patience = 0
     assert player.reconnect_patience == 0
+    with pytest.raises(belvane.BelvaneError):
+        player.fade_volume(2.0, 1)
+
+    # Sleep and loudness settings hold; a target out of range is refused.
+    assert (player.inhibit_sleep, player.normalize_loudness, player.loudness_target) == (True, False, -18)
+    player.inhibit_sleep, player.normalize_loudness, player.loudness_target = False, True, -23
+    assert (player.inhibit_sleep, player.normalize_loudness, player.loudness_target) == (False, True, -23)
+    with pytest.raises(belvane.BelvaneError):
+        player.loudness_target = 3
 
     # Request settings: what cannot go into a request is refused.
     with pytest.raises(belvane.BelvaneError):

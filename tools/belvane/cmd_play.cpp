@@ -300,8 +300,9 @@ int runPlay(const Arguments& args) {
   if (args.flag("tool") || args.option("tool-path")) {
     if (requests.given)
       throw UsageError("--user-agent, --header, --proxy and --title-encoding do not reach a separate player tool");
-    if (sleepMinutes > 0 || args.flag("stop-after-title") || args.flag("no-inhibit"))
-      throw UsageError("--sleep, --stop-after-title and --no-inhibit do not reach a separate player tool");
+    if (sleepMinutes > 0 || args.flag("stop-after-title") || args.flag("no-inhibit") || args.flag("normalize"))
+      throw UsageError(
+          "--sleep, --stop-after-title, --no-inhibit and --normalize do not reach a separate player tool");
     int status = playThroughTool(args.option("tool-path").value_or(defaultPlayerToolPath()), *url, output, duration,
                                  volume, args.flag("mute"), json, announcement);
     demo.reset();
@@ -320,6 +321,7 @@ int runPlay(const Arguments& args) {
   master->setRequestSettings(requests.settings);
   if (args.flag("mute")) master->setMuted(true);
   if (args.flag("no-inhibit")) master->setInhibitsSleep(false);
+  if (args.flag("normalize")) master->setLoudnessNormalization(true);
   if (!announcement.empty()) std::fprintf(stdout, "%s\n", announcement.c_str());
 
   std::unique_ptr<PlayTerminal> terminal;
@@ -386,6 +388,7 @@ std::vector<Command> playCommands() {
   return {{"play",
            "[URL] [--output O] [--duration S] [--volume V] [--mute] [--patience S] [--user-agent S] [--header H]"
            " [--proxy URL] [--title-encoding NAME] [--sleep MINUTES] [--stop-after-title] [--no-inhibit]"
+           " [--normalize]"
            " [--record-dir DIR] [--json] [--tool] [--tool-path PATH]",
            "Plays URL through the master player until it stops, the duration passes or q is pressed.\n"
            "Without a URL it plays the built-in demo station, a loopback Shoutcast server with a\n"
@@ -406,6 +409,8 @@ std::vector<Command> playCommands() {
            "  --sleep M      a sleep timer: fade out over the last 30 s of M minutes, then stop\n"
            "  --stop-after-title   stop where the station's next title begins\n"
            "  --no-inhibit   let the machine sleep while playing (by default it is kept awake)\n"
+           "  --normalize    play stations at matched loudness (EBU R128, toward -18 LUFS); each\n"
+           "                 station starts at the gain it last settled on\n"
            "  --record-dir DIR  where the r key records the station, one file per title (default: .)\n"
            "  --json         one JSON object a line for every player callback, then {\"event\":\"end\"}\n"
            "  --tool         play in a separate player-tool process (state followed by polling)\n"
@@ -415,7 +420,7 @@ std::vector<Command> playCommands() {
            runPlay,
            {"output", "duration", "volume", "patience", "tool-path", "user-agent", "header", "proxy",
             "title-encoding", "sleep", "record-dir"},
-           {"mute", "json", "tool", "no-inhibit", "stop-after-title"}}};
+           {"mute", "json", "tool", "no-inhibit", "stop-after-title", "normalize"}}};
 }
 
 }  // namespace belvane::tool

@@ -124,6 +124,7 @@ void BVMP3StreamPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   readFileTags();
   _shoutstreamerDelegate->setRunLoop(BVRunLoop::current());
   _shoutstreamerDelegate->audio()->setPlayback(outputPlayback());
+  _shoutstreamerDelegate->audio()->loudness().setStation(link ? link->url().absoluteString() : std::string());
   int code = _shoutstreamerDelegate->startAudioPlayer();
   if (code != 0) {
     setError(_shoutstreamerDelegate->audio()->startError(code));
@@ -171,6 +172,14 @@ void BVMP3StreamPlayer::setStopsAfterCurrentTitle(bool stops) {
 }
 bool BVMP3StreamPlayer::stopsAfterCurrentTitle() const {
   return _shoutstreamerDelegate->audio()->stopsAtNextTitle();
+}
+void BVMP3StreamPlayer::setLoudnessNormalization(bool normalizes) {
+  BVBasePlayer::setLoudnessNormalization(normalizes);
+  _shoutstreamerDelegate->audio()->loudness().setEnabled(loudnessNormalization());
+}
+void BVMP3StreamPlayer::setLoudnessTarget(double lufs) {
+  BVBasePlayer::setLoudnessTarget(lufs);
+  _shoutstreamerDelegate->audio()->loudness().setTarget(loudnessTarget());
 }
 
 float BVMP3StreamPlayer::elapsedTime() const {

@@ -2,6 +2,7 @@
 // MP3 streamer's audio takes too), stream titles in time with it, and the
 // output setting, volume and mute that act on it.
 #include <belvane/BVConstants.h>
+#include <belvane/BVMediaLink.h>
 #include <belvane/BVQuickTimePlayer.h>
 
 #include "movie/QTMovie.h"
@@ -44,6 +45,8 @@ int BVQuickTimePlayer::startMovieAudio() {
     audio_->setVolume(_volume);
     audio_->setMuted(_muted);
     audio_->setStopsAtNextTitle(stopsAfterTitle_);
+    audio_->loudness().setEnabled(loudnessNormalization());
+    audio_->loudness().setTarget(loudnessTarget());
     receptionWatch_ = std::make_unique<belvane::detail::ReceptionWatch>(
         audio_,
         [this] {
@@ -55,6 +58,8 @@ int BVQuickTimePlayer::startMovieAudio() {
   }
   audio_->useCurrentRunLoop();
   audio_->setPlayback(outputPlayback());
+  auto link = this->link();
+  audio_->loudness().setStation(link ? link->url().absoluteString() : std::string());
   int code = audio_->start();
   if (code == 0) movieAudio_ = std::make_shared<MovieAudioAdapter>(audio_);
   return code;
@@ -91,6 +96,18 @@ void BVQuickTimePlayer::setStopsAfterCurrentTitle(bool stops) {
   stopsAfterTitle_ = stops;
   if (_subPlayer) _subPlayer->setStopsAfterCurrentTitle(stops);
   if (audio_) audio_->setStopsAtNextTitle(stops);
+}
+
+void BVQuickTimePlayer::setLoudnessNormalization(bool normalizes) {
+  BVBasePlayer::setLoudnessNormalization(normalizes);
+  if (_subPlayer) _subPlayer->setLoudnessNormalization(normalizes);
+  if (audio_) audio_->loudness().setEnabled(normalizes);
+}
+
+void BVQuickTimePlayer::setLoudnessTarget(double lufs) {
+  BVBasePlayer::setLoudnessTarget(lufs);
+  if (_subPlayer) _subPlayer->setLoudnessTarget(lufs);
+  if (audio_) audio_->loudness().setTarget(loudnessTarget());
 }
 
 bool BVQuickTimePlayer::stopsAfterCurrentTitle() const {

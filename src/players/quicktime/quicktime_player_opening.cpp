@@ -76,6 +76,8 @@ void BVQuickTimePlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   _subPlayer->setReconnectPatience(reconnectPatience());
   _subPlayer->setRequestSettings(requestSettings());
   _subPlayer->setStopsAfterCurrentTitle(stopsAfterTitle_);
+  _subPlayer->setLoudnessNormalization(loudnessNormalization());
+  _subPlayer->setLoudnessTarget(loudnessTarget());
   _subPlayer->setOwner(this);
   shareStationTap(*this, *_subPlayer);
   shareOutputPlayback(*this, *_subPlayer);
