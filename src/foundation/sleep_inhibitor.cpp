@@ -1,4 +1,5 @@
-// SleepInhibitor over logind's Inhibit method (see sleep_inhibitor.h).
+// SleepInhibitor over logind's Inhibit method, or the desktop portal's in a
+// sandbox (see sleep_inhibitor.h).
 #include "foundation/sleep_inhibitor.h"
 
 #include <belvane/BVKitOwner.h>
@@ -15,6 +16,7 @@
 #include <functional>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 namespace belvane::detail {
 
@@ -24,14 +26,25 @@ struct SleepInhibitor::State {
   bool wanted = false;
   uint64_t generation = 0;  // bumped by every hold and release
   int fd = -1;              // logind's descriptor while held
+  std::string request;      // the portal's request object while held
 
-  void closeHeld() {
+  // Lets go of what is held; a portal request to close comes back.
+  std::string closeHeld() {
     if (fd >= 0) close(fd);
     fd = -1;
+    return std::exchange(request, {});
   }
 };
 
 namespace {
+
+// A sandbox keeps the system bus out of reach: the portal stands in.
+bool sandboxed() {
+  return g_file_test("/.flatpak-info", G_FILE_TEST_EXISTS) || g_getenv("SNAP") || g_getenv("container");
+}
+
+// The portal's Inhibit flag for suspending the machine.
+constexpr guint32 kPortalInhibitSuspend = 4;
 
 // Logs the first reason of the process why nothing is inhibited.
 void logUnavailable(const char* what, const GError* error) {
@@ -62,13 +75,15 @@ class InhibitThread {
         call, +[](gpointer data) { delete static_cast<std::function<void()>*>(data); });
   }
 
-  // On the thread: the connection to the system bus, made anew after it
-  // closed; null where there is none.
-  GDBusConnection* bus() {
-    if (bus_ && !g_dbus_connection_is_closed(bus_)) return bus_;
+  // On the thread: the connection to the system bus (the session bus in a
+  // sandbox), made anew after it closed or the kind changed; null where
+  // there is none.
+  GDBusConnection* bus(GBusType type) {
+    if (bus_ && type == busType_ && !g_dbus_connection_is_closed(bus_)) return bus_;
     g_clear_object(&bus_);
+    busType_ = type;
     GError* error = nullptr;
-    gchar* address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
+    gchar* address = g_dbus_address_get_for_bus_sync(type, nullptr, &error);
     if (address) {
       bus_ = g_dbus_connection_new_for_address_sync(
           address,
@@ -77,7 +92,7 @@ class InhibitThread {
           nullptr, nullptr, &error);
       g_free(address);
     }
-    if (!bus_) logUnavailable("no system bus", error);
+    if (!bus_) logUnavailable(type == G_BUS_TYPE_SYSTEM ? "no system bus" : "no session bus", error);
     g_clear_error(&error);
     return bus_;
   }
@@ -94,6 +109,7 @@ class InhibitThread {
 
   GMainContext* context_;
   GDBusConnection* bus_ = nullptr;  // the thread's only
+  GBusType busType_ = G_BUS_TYPE_SYSTEM;
 };
 
 struct PendingReply {
@@ -126,6 +142,40 @@ void inhibitReplied(GObject* source, GAsyncResult* result, gpointer data) {
     close(fd);  // released meanwhile
 }
 
+// On the inhibit thread: asks the portal to close an inhibition's request.
+void closePortalRequest(const std::string& request) {
+  GDBusConnection* bus = InhibitThread::shared().bus(G_BUS_TYPE_SESSION);
+  if (!bus) return;
+  g_dbus_connection_call(bus, "org.freedesktop.portal.Desktop", request.c_str(), "org.freedesktop.portal.Request",
+                         "Close", nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE, 10'000, nullptr, nullptr, nullptr);
+}
+
+void portalReplied(GObject* source, GAsyncResult* result, gpointer data) {
+  std::unique_ptr<PendingReply> pending(static_cast<PendingReply*>(data));
+  GError* error = nullptr;
+  GVariant* reply = g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error);
+  std::string request;
+  if (reply) {
+    const gchar* path = nullptr;
+    g_variant_get(reply, "(&o)", &path);
+    request = path ? path : "";
+    g_variant_unref(reply);
+  } else {
+    logUnavailable("the desktop portal did not answer Inhibit", error);
+  }
+  g_clear_error(&error);
+  if (request.empty()) return;
+  auto& state = *pending->state;
+  {
+    std::lock_guard lock(state.mutex);
+    if (state.wanted && state.generation == pending->generation && state.request.empty() && state.fd < 0) {
+      state.request = std::move(request);
+      return;
+    }
+  }
+  closePortalRequest(request);  // released meanwhile
+}
+
 }  // namespace
 
 SleepInhibitor::SleepInhibitor(std::string who, std::string why) : state_(std::make_shared<State>()) {
@@ -148,7 +198,20 @@ void SleepInhibitor::hold() {
       std::lock_guard lock(state->mutex);
       if (!state->wanted || state->generation != generation) return;  // released before it went out
     }
-    GDBusConnection* bus = InhibitThread::shared().bus();
+    if (sandboxed()) {
+      GDBusConnection* bus = InhibitThread::shared().bus(G_BUS_TYPE_SESSION);
+      if (!bus) return;
+      GVariantBuilder options;
+      g_variant_builder_init(&options, G_VARIANT_TYPE_VARDICT);
+      g_variant_builder_add(&options, "{sv}", "reason", g_variant_new_string(state->why.c_str()));
+      g_dbus_connection_call(bus, "org.freedesktop.portal.Desktop", "/org/freedesktop/portal/desktop",
+                             "org.freedesktop.portal.Inhibit", "Inhibit",
+                             g_variant_new("(sua{sv})", "", kPortalInhibitSuspend, &options), G_VARIANT_TYPE("(o)"),
+                             G_DBUS_CALL_FLAGS_NONE, 10'000, nullptr, portalReplied,
+                             new PendingReply{state, generation});
+      return;
+    }
+    GDBusConnection* bus = InhibitThread::shared().bus(G_BUS_TYPE_SYSTEM);
     if (!bus) return;
     g_dbus_connection_call_with_unix_fd_list(
         bus, "org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager", "Inhibit",
@@ -158,10 +221,14 @@ void SleepInhibitor::hold() {
 }
 
 void SleepInhibitor::release() {
-  std::lock_guard lock(state_->mutex);
-  state_->wanted = false;
-  ++state_->generation;
-  state_->closeHeld();
+  std::string request;
+  {
+    std::lock_guard lock(state_->mutex);
+    state_->wanted = false;
+    ++state_->generation;
+    request = state_->closeHeld();
+  }
+  if (!request.empty()) InhibitThread::shared().post([request] { closePortalRequest(request); });
 }
 
 bool SleepInhibitor::isHeld() const {

@@ -1,8 +1,10 @@
 // Keeping the machine awake, as logind sees it: a stand-in for logind on a
 // private system bus (a dbus-daemon of this test's own) hands out a pipe for
 // each Inhibit call, and sees the player's end of it closed when the
-// playback pauses or stops. Every wait is bounded; the stand-in answers on
-// a thread and main context of its own.
+// playback pauses or stops. In a sandbox the desktop portal is asked
+// instead: the same stand-in answers as the portal, on the same bus taken
+// as the session bus, and sees each request closed. Every wait is bounded;
+// the stand-in answers on a thread and main context of its own.
 #include <gtest/gtest.h>
 
 #include <belvane/BVMasterPlayer.h>
@@ -69,6 +71,7 @@ class FakeLogind {
     g_main_context_invoke(context_, +[](gpointer loop) { g_main_loop_quit(static_cast<GMainLoop*>(loop)); return G_SOURCE_REMOVE; }, loop_);
     thread_.join();
     for (auto& i : inhibitions_) close(i.readEnd);
+    if (portalNode_) g_dbus_node_info_unref(portalNode_);
     g_main_loop_unref(loop_);
     g_main_context_unref(context_);
   }
@@ -78,7 +81,8 @@ class FakeLogind {
     std::lock_guard lock(mutex_);
     return inhibitions_;
   }
-  // Inhibitions whose descriptor the player still holds.
+  // Inhibitions whose descriptor the player still holds, and portal
+  // requests not closed.
   size_t held() {
     std::lock_guard lock(mutex_);
     size_t open = 0;
@@ -86,7 +90,12 @@ class FakeLogind {
       pollfd p{i.readEnd, POLLIN, 0};
       if (poll(&p, 1, 0) == 0) ++open;  // neither data nor hang-up: the write end is open
     }
+    for (bool requestOpen : portalRequests_) open += requestOpen;
     return open;
+  }
+  size_t portalInhibitions() {
+    std::lock_guard lock(mutex_);
+    return portalRequests_.size();
   }
 
  private:
@@ -111,16 +120,51 @@ class FakeLogind {
     guint id = g_dbus_connection_register_object(bus_, "/org/freedesktop/login1", node->interfaces[0], &vtable,
                                                  this, nullptr, nullptr);
     g_dbus_node_info_unref(node);
-    GVariant* reply = g_dbus_connection_call_sync(
-        bus_, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
-        g_variant_new("(su)", "org.freedesktop.login1", 4u), G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, 5000,
-        nullptr, nullptr);
-    if (reply) {
+    // The portal: Inhibit hands back a request path; Close on any path under
+    // it ends that request.
+    portalNode_ = g_dbus_node_info_new_for_xml(
+        "<node><interface name='org.freedesktop.portal.Inhibit'><method name='Inhibit'>"
+        "<arg type='s' direction='in'/><arg type='u' direction='in'/><arg type='a{sv}' direction='in'/>"
+        "<arg type='o' direction='out'/></method></interface>"
+        "<interface name='org.freedesktop.portal.Request'><method name='Close'/></interface></node>",
+        nullptr);
+    static const GDBusInterfaceVTable portalVtable = {
+        +[](GDBusConnection*, const gchar*, const gchar* path, const gchar*, const gchar* method, GVariant*,
+            GDBusMethodInvocation* invocation, gpointer self) {
+          static_cast<FakeLogind*>(self)->portal(path, method, invocation);
+        },
+        nullptr, nullptr, {}};
+    portalVtable_ = &portalVtable;
+    guint portal = g_dbus_connection_register_object(bus_, "/org/freedesktop/portal/desktop",
+                                                     portalNode_->interfaces[0], &portalVtable, this, nullptr, nullptr);
+    bool named = true;
+    for (const char* name : {"org.freedesktop.login1", "org.freedesktop.portal.Desktop"}) {
+      GVariant* reply = g_dbus_connection_call_sync(
+          bus_, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
+          g_variant_new("(su)", name, 4u), G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, nullptr);
       guint32 result = 0;
-      g_variant_get(reply, "(u)", &result);
-      g_variant_unref(reply);
-      registered_ = id != 0 && result == 1;
+      if (reply) {
+        g_variant_get(reply, "(u)", &result);
+        g_variant_unref(reply);
+      }
+      named = named && result == 1;
     }
+    registered_ = id != 0 && portal != 0 && named;
+  }
+
+  void portal(const std::string& path, const std::string& method, GDBusMethodInvocation* invocation) {
+    std::lock_guard lock(mutex_);
+    if (method == "Inhibit") {
+      std::string request = "/org/freedesktop/portal/desktop/request/t" + std::to_string(portalRequests_.size());
+      g_dbus_connection_register_object(bus_, request.c_str(), portalNode_->interfaces[1],
+                                        portalVtable_, this, nullptr, nullptr);
+      portalRequests_.push_back(true);
+      g_dbus_method_invocation_return_value(invocation, g_variant_new("(o)", request.c_str()));
+      return;
+    }
+    size_t index = std::stoul(path.substr(path.rfind('t') + 1));
+    if (index < portalRequests_.size()) portalRequests_[index] = false;
+    g_dbus_method_invocation_return_value(invocation, nullptr);
   }
 
   void inhibit(GVariant* parameters, GDBusMethodInvocation* invocation) {
@@ -145,6 +189,9 @@ class FakeLogind {
   GMainContext* context_;
   GMainLoop* loop_;
   GDBusConnection* bus_ = nullptr;
+  GDBusNodeInfo* portalNode_ = nullptr;
+  const GDBusInterfaceVTable* portalVtable_ = nullptr;
+  std::vector<bool> portalRequests_;  // open or closed, by request number
   bool registered_ = false;
   std::thread thread_;
   std::mutex mutex_;
@@ -202,6 +249,19 @@ TEST(SleepInhibitor, HeldWhilePlayingReleasedOnPauseAndStopAndNotAskedWhenOff) {
   BVRunLoop::main().runFor(0.5);
   EXPECT_EQ(logind.inhibitions().size(), 2u);
   master->stop();
+
+  // In a sandbox the portal is asked, on the session bus, and its request
+  // closed on pause.
+  {
+    ScopedEnv session("DBUS_SESSION_BUS_ADDRESS", bus.address()), container("container", "test");
+    master->setInhibitsSleep(true);
+    master->playLink(linkTo("file://" + dir.path() + "/tone.mp3"));
+    ASSERT_TRUE(runUntil([&] { return logind.portalInhibitions() == 1 && logind.held() == 1; }));
+    ASSERT_TRUE(master->pause());
+    ASSERT_TRUE(runUntil([&] { return logind.held() == 0; }));
+    EXPECT_EQ(logind.inhibitions().size(), 2u) << "logind is not asked in a sandbox";
+    master->stop();
+  }
 
   // No logind on the bus: playing goes on, and the log says why.
   service.reset();
