@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -34,6 +35,11 @@ class AudioFrameSplitter {
 
   AudioSyncKind kind() const { return kind_; }  // of the last chain found
   uint64_t bytesFed() const { return fed_; }
+  // While in step with the frames: the bytes of the next frame fed so far
+  // (its start lies that many bytes before bytesFed()); nullopt when not.
+  std::optional<size_t> partialFrameBytes() const {
+    return synced_ ? std::optional<size_t>(pending_.size()) : std::nullopt;
+  }
 
  private:
   // Bytes that may hold no chain before they are dropped unsearched.
