@@ -159,20 +159,19 @@ class BV_EXPORT BVBasePlayer : public BVObject {
 
   // Linux additions, time-shift of a live station from its ring (see
   // setTimeShiftMinutes). canTimeShift: a live station plays whose ring is
-  // on, on an engine that plays from it (the MP3 stream engine). Once
-  // paused, the station plays from the ring: skipBy moves by seconds from
-  // what is heard next (negative: back), to within one codec frame, inside
-  // what the ring holds (beyond its oldest frame: that frame; beyond the
-  // live edge: live); goLive jumps to the ring's newest frame (the audio
-  // goes on once half a second is buffered). Each returns false and does
-  // nothing before the first pause, or when the station cannot be
-  // time-shifted; the pause itself is kept (a skip while paused stays
-  // paused). Titles are announced where they start in the audio, also after
-  // a skip (the title in force where a skip lands first).
-  // secondsBehindLive: how far what is heard next lies behind the newest
-  // frame of the ring; 0 before the first pause (the connection feeds the
-  // output directly). The ring's length is timeShiftSecondsHeld(). Thread:
-  // the run loop's.
+  // on, on an engine that plays from it (the MP3 stream engine). From the
+  // first pause or skip on, the station plays from the ring: skipBy moves
+  // by seconds from what is heard next (negative: back), to within one
+  // codec frame, inside what the ring holds (beyond its oldest frame: that
+  // frame; beyond the live edge: live); goLive jumps to the ring's newest
+  // frame (the audio goes on once half a second is buffered). Each returns
+  // false and does nothing when the station cannot be time-shifted; a pause
+  // is kept (a skip while paused stays paused). Titles are announced where
+  // they start in the audio, also after a skip (the title in force where a
+  // skip lands at once). secondsBehindLive: how far what is heard next lies
+  // behind the newest frame of the ring; 0 until the first pause or skip
+  // (the connection feeds the output directly). The ring's length is
+  // timeShiftSecondsHeld(). Thread: the run loop's.
   virtual bool canTimeShift() const { return false; }
   virtual bool skipBy(double /*seconds*/) { return false; }
   virtual bool goLive() { return false; }

@@ -74,23 +74,37 @@ double TimeShift::secondsBehindLive() const {
   return behindLocked();
 }
 
-bool TimeShift::skipBy(double seconds) {
-  std::lock_guard lock(mutex_);
-  if (!hasDecoder() || !buffer_ || stop_) return false;
+void TimeShift::seekByLocked(double seconds) {
   const double wanted = behindLocked() - seconds;
-  uint64_t target = 0;
   tap_->withRing([&](const StationRing& ring) {
-    target = ring.frameSecondsBeforeEnd(std::clamp(wanted, 0.0, ring.secondsHeld()));
+    seekTo_ = ring.frameSecondsBeforeEnd(std::clamp(wanted, 0.0, ring.secondsHeld()));
   });
-  seekTo_ = target;
   buffer_->setWriterReleased(true);
   wake_.notify_all();
+}
+
+// Before the first pause the stream is handed over first (the output goes
+// on), and the skip is made from where the hand-over finds it.
+bool TimeShift::skipBy(double seconds) {
+  std::unique_lock lock(mutex_);
+  if (!buffer_ || stop_) return false;
+  if (!hasDecoder()) {
+    pendingSkip_ = pendingSkip_.value_or(0.0) + seconds;
+    lock.unlock();
+    requestShift();
+    return true;
+  }
+  seekByLocked(seconds);
   return true;
 }
 
 bool TimeShift::goLive() {
   std::lock_guard lock(mutex_);
-  if (!hasDecoder() || !buffer_ || stop_) return false;
+  if (!buffer_ || stop_) return false;
+  if (!hasDecoder()) {
+    pendingSkip_.reset();  // what plays is live already
+    return true;
+  }
   tap_->withRing([&](const StationRing& ring) { seekTo_ = ring.endFrame(); });
   buffer_->setWriterReleased(true);
   wake_.notify_all();
@@ -149,6 +163,7 @@ void TimeShift::handOver(std::unique_ptr<MpegDecoder> decoder, uint64_t bytesFed
   handedOver_.store(true, std::memory_order_release);
   wantsDecoder_.store(false, std::memory_order_release);
   if (buffer_) buffer_->setWriterReleased(false);
+  if (pendingSkip_ && buffer_) seekByLocked(*std::exchange(pendingSkip_, std::nullopt));
   QLDebugLog(QL_LOG_INFO, "time-shift: playing from the ring at frame %llu", (unsigned long long)cursor_);
   feeder_ = std::thread(&TimeShift::feederMain, this);
 }

@@ -12,7 +12,7 @@
 //
 // Threads and ownership. The MP3 player makes one per stream handle and
 // hands it to the streamer in its tuning; both hold it (shared). The
-// player's run loop calls pause-side and reading calls (requestShift,
+// player's run loop calls the control and reading calls (requestShift,
 // skipBy, goLive, the readings); the streamer's starting thread attach(),
 // its destroying thread detach() (which ends the feeder thread); the
 // reading thread the hand-over calls; the delivery thread flushReached().
@@ -66,8 +66,9 @@ class TimeShift {
   // Asks for the hand-over; the output is held by the player meanwhile.
   void requestShift();
   // Moves the cursor by seconds (negative: back) from what is heard next,
-  // within the ring; past the live edge it lands at live. False when the
-  // stream does not play from the ring.
+  // within the ring; past the live edge it lands at live. Before the first
+  // pause it asks for the hand-over (the output goes on) and skips once it
+  // is done. False once detached.
   bool skipBy(double seconds);
   bool goLive();
   // Seconds from what is heard next to the newest frame of the ring: the
@@ -115,6 +116,7 @@ class TimeShift {
   void startOver(uint64_t target);
   bool append(const float* interleaved, size_t frames, long sampleRate);
   double behindLocked() const;
+  void seekByLocked(double seconds);
 
   const std::shared_ptr<StationTap> tap_;
   const OutputHooks hooks_;
@@ -128,6 +130,7 @@ class TimeShift {
   std::thread feeder_;
   bool stop_ = false;
   std::optional<uint64_t> seekTo_;  // asked for, not yet done by the feeder
+  std::optional<double> pendingSkip_;  // asked for before the hand-over
   uint64_t cursor_ = 0;             // the next ring frame the decoder is fed
   uint64_t nextOut_ = 0;            // the next ring frame to go into the buffer
   bool inputEnded_ = false;

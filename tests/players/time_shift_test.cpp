@@ -83,7 +83,6 @@ TEST(TimeShift, SkipsAndGoesLiveToTheFrameWithTitlesWhereTheyStart) {
   auto& master = *shifted.master;
   master.playLink(linkTo(server.url("/shifted")));
   ASSERT_TRUE(shifted.owner.runUntil(BVPlayerStatePlaying));
-  EXPECT_FALSE(master.skipBy(-1)) << "before the first pause the connection feeds the output";
   ASSERT_TRUE(master.canTimeShift());
   ASSERT_TRUE(master.pause());
   EXPECT_TRUE(master.isPaused());
