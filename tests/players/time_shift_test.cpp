@@ -64,18 +64,23 @@ struct Playback {
 TEST(TimeShift, SkipsAndGoesLiveToTheFrameWithTitlesWhereTheyStart) {
   BELVANE_SKIP_WITHOUT_LAME();
   IcyTestServer server;
-  // A reconnection after the stall (on a slow machine) brings nothing new.
-  IcyStreamScript silent = minuteStation();
+  // The unbroken run plays the station to its declared end; the shifted
+  // one's station then sends nothing more (a reconnection after the stall,
+  // on a slow machine, brings nothing new).
+  IcyStreamScript ending = minuteStation(), silent = minuteStation();
+  ending.statusLine = "HTTP/1.0 200 OK";
+  ending.contentLength = true;
+  ending.end = IcyStreamScript::End::Close;
   silent.audioBytes = 0;
-  server.serve("/plain", {minuteStation(), silent});
+  server.serve("/plain", {ending});
   server.serve("/shifted", {minuteStation(), silent});
   TempDir dir;
 
   Playback plain(dir.path() + "/plain.wav");
   plain.master->playLink(linkTo(server.url("/plain")));
   const uint64_t total = stationSamples();
-  ASSERT_TRUE(BVRunLoop::main().runUntil([&] { return plain.master->outputFramesWritten() >= total; }, 60));
-  plain.master->stop();
+  ASSERT_TRUE(runUntilEnded(plain.owner, 60));
+  EXPECT_EQ(plain.master->outputFramesWritten(), total);
   const std::vector<float> unbroken = wavSamples(dir.path() + "/plain.wav");
   ASSERT_GT(unbroken.size(), size_t(2 * 44100 * 50));
 
@@ -107,9 +112,13 @@ TEST(TimeShift, SkipsAndGoesLiveToTheFrameWithTitlesWhereTheyStart) {
   const uint64_t resumedAt = master.outputFramesWritten();
   master.resume();
   EXPECT_FALSE(master.isPaused());
-  const uint64_t last = resumedAt + uint64_t(20 / kFrameSeconds - 1) * 1152;
+  // The station sends nothing more: the last half second may wait in the
+  // buffer for a refill that never comes, when decoding fell behind the
+  // unpaced output on a busy machine.
+  const uint64_t last = resumedAt + uint64_t((20 - 0.5) / kFrameSeconds - 1) * 1152;
   ASSERT_TRUE(BVRunLoop::main().runUntil([&] { return master.outputFramesWritten() >= last; }, 60));
   BVRunLoop::main().runUntil([] { return false; }, 0.2);
+  const uint64_t written = master.outputFramesWritten();
   master.stop();
 
   // Up to the pause, the unbroken run's audio; from the resume on, its
@@ -128,7 +137,7 @@ TEST(TimeShift, SkipsAndGoesLiveToTheFrameWithTitlesWhereTheyStart) {
     if (sameFrom(at, 44100)) landed = at;
   ASSERT_NE(landed, 0u) << "lands on the frame asked for";
   const size_t rest = std::min(heard.size() / 2 - resumedAt, unbroken.size() / 2 - landed);
-  EXPECT_GT(rest + 4096, total - landed);
+  EXPECT_GT(rest + 22050 + 4096, total - landed);
   EXPECT_TRUE(sameFrom(landed, rest));
 
   // The title in force where the skip landed, then each where it starts.
@@ -137,7 +146,7 @@ TEST(TimeShift, SkipsAndGoesLiveToTheFrameWithTitlesWhereTheyStart) {
     const uint64_t at = plain.owner.titleFrames[i];
     if (at <= landed)
       expected.assign(1, {plain.owner.titles[i], resumedAt});
-    else
+    else if (resumedAt + (at - landed) < written)
       expected.push_back({plain.owner.titles[i], resumedAt + (at - landed)});
   }
   std::vector<std::pair<std::string, uint64_t>> announced;
