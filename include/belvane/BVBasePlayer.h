@@ -8,6 +8,7 @@
 
 #include <belvane/BVExport.h>
 
+#include <belvane/BVAudioOutputSetting.h>
 #include <belvane/BVError.h>
 #include <belvane/BVObject.h>
 #include <belvane/BVRequestSettings.h>
@@ -21,6 +22,7 @@
 class BVMediaLink;
 class BVBasePlayer;
 namespace belvane::detail {
+class OutputPlayback;
 class StationTap;
 struct RecordedFile;
 }  // namespace belvane::detail
@@ -52,6 +54,19 @@ enum BVRecordingErrorCode : int32_t {
   BVRecordingErrorWrite = 5703,       // writing failed otherwise
   BVRecordingErrorNothing = 5704,     // no live station read through Belvane's connection plays
   BVRecordingErrorNoTitleStart = 5705,  // the title's start is not held: time-shift is off
+};
+
+// Linux addition: the codes of audio output errors, in BVBelvaneErrorDomain
+// (BV_BELVANE_OUTPUT_... in the C interface). The error's description says
+// why, for a listener ("The audio output could not start: the WAV file
+// /x/out.wav cannot be written (No such file or directory).").
+enum BVAudioOutputErrorCode : int32_t {
+  BVAudioOutputErrorNoOutput = 5801,     // no output could be opened
+  BVAudioOutputErrorSetting = 5802,      // the setting ($BELVANE_AUDIO_OUTPUT) names no output
+  BVAudioOutputErrorWavFile = 5803,      // the WAV file cannot be written, at the start or while playing
+  BVAudioOutputErrorSoundServer = 5804,  // PulseAudio/PipeWire unavailable, or the sink named missing
+  BVAudioOutputErrorSoundCard = 5805,    // the ALSA device cannot be opened
+  BVAudioOutputErrorThread = 5806,       // the output thread could not start
 };
 
 struct BVPlayerReception {
@@ -104,6 +119,13 @@ class BV_EXPORT BVPlayerOwner {
   // that went away, in BVBelvaneErrorDomain), null when the station ended.
   // Its last file was announced before.
   virtual void playerRecordingStopped(BVBasePlayer& /*player*/, const BVErrorRef& /*error*/) {}
+  // Linux addition: the audio plays to another device now, named as an
+  // output setting names it ("pulse:SINK", "alsa:DEVICE"; see
+  // audioOutputDevice): the host changed the output while playing, or the
+  // sound server moved the stream because its device went away (a headset
+  // unplugged: the stream moves to the default) or, with no device named,
+  // the system default changed. The playback goes on; its state does not change.
+  virtual void playerOutputChanged(BVBasePlayer& /*player*/, const std::string& /*output*/) {}
 };
 
 // Playing and stopping: playLink starts a link (again on the same player to
@@ -202,14 +224,23 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   virtual BVPlayerReception reception() const { return {}; }
 
   // Linux additions: the audio output. The setting is one of "auto"
-  // (PulseAudio or PipeWire, then ALSA, then silence), "pulse", "alsa",
-  // "null" (silent, in real time), "null:fast" (silent, as fast as decoded)
-  // or "wav:PATH" (a 32-bit float WAV file); empty means the default,
-  // $BELVANE_AUDIO_OUTPUT or else "auto". It applies from the next playLink,
-  // on whichever engine plays; 0 when understood, else a non-zero code and
-  // the setting is unchanged.
-  virtual int setAudioOutput(const std::string& setting);
-  std::string audioOutput() const;
+  // (PulseAudio or PipeWire, then ALSA, then silence), "pulse" (the sound
+  // server's default sink, followed as it changes), "pulse:SINK" (that sink),
+  // "alsa" (ALSA's default), "alsa:DEVICE" (that ALSA device; BVAudioOutputs
+  // lists the machine's sinks and devices), "null" (silent, in real time),
+  // "null:fast" (silent, as fast as decoded) or "wav:PATH" (a 32-bit float
+  // WAV file); empty means the default, $BELVANE_AUDIO_OUTPUT or else "auto".
+  // It applies on whichever engine plays, to the playback under way too (a
+  // sound server's stream changes sinks as it plays, without a gap; other
+  // changes reopen the output; the owner hears playerOutputChanged); 0 when
+  // understood, else BVAudioOutputErrorSetting and the setting is unchanged.
+  // setAudioOutput parses the text (BVAudioOutputSetting::fromString) and
+  // hands the value to setAudioOutputSetting, which the players override to
+  // pass it on unchanged; audioOutput() is its text.
+  int setAudioOutput(const std::string& setting);
+  virtual void setAudioOutputSetting(const BVAudioOutputSetting& setting) { audioOutput_ = setting; }
+  const BVAudioOutputSetting& audioOutputSetting() const { return audioOutput_; }
+  std::string audioOutput() const { return audioOutput_.text(); }
   // Linux additions: patience with a live station that breaks off (its
   // connection drops, it stops sending, its server is gone or answers that
   // the stream is away): the player keeps trying, on a fresh connection
@@ -219,6 +250,21 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   // whichever engine plays; a negative or not-a-number value is ignored.
   virtual void setReconnectPatience(double seconds);
   double reconnectPatience() const { return reconnectPatience_; }
+  // Linux additions: loudness normalisation, so that stations play at
+  // matched loudness. When on, the engines whose audio leaves through our
+  // own output (the MP3 stream and general engines; not the RealMedia kit)
+  // measure the station's EBU R128 short-term loudness and move a gain of
+  // their own smoothly toward loudnessTarget() (LUFS, default -18), never
+  // lifting the recent peaks above -1 dBFS; the volume and fades act on top
+  // of it. The gain a station settles on is remembered in the user's cache
+  // folder (by the station's URL) and its next play starts there. Off by
+  // default; it takes effect on what plays and on every later playback, on
+  // whichever engine plays. A target outside -70 to 0 LUFS, or not a
+  // number, is ignored. Thread: the run loop's.
+  virtual void setLoudnessNormalization(bool normalizes);
+  bool loudnessNormalization() const { return loudnessNormalization_; }
+  virtual void setLoudnessTarget(double lufs);
+  double loudnessTarget() const { return loudnessTarget_; }
   // Linux additions: how the playback's requests go out: the user agent,
   // extra header fields and proxy of every request made for it (the
   // tuner's looks at the station and its playlists, the station's
@@ -274,6 +320,10 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   // "none" before playing) and the audio frames handed to it so far: the
   // frame the listener hears now, to within the device's buffer.
   virtual std::string audioOutputName() const { return "none"; }
+  // The device the audio plays to, as a setting names it ("pulse:SINK",
+  // "alsa:DEVICE"; the output's name for outputs without devices; "" before
+  // playing).
+  virtual std::string audioOutputDevice() const { return ""; }
   virtual uint64_t outputFramesWritten() const { return 0; }
 
   std::string className() const override { return "BVBasePlayer"; }
@@ -289,6 +339,7 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   // attributes: the whole current set, as attributes() returns it.
   void changedAttribute(const BVDictionary& attributes);
   void changedReception(const BVPlayerReception& reception);
+  void changedOutput(const std::string& output);
   // The error with the link's URL, MIME type and RadioTime type added under
   // BVBasePlayerErrorKey (after any text already there).
   virtual BVErrorRef customizeError(const BVErrorRef& error);
@@ -300,6 +351,11 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   // engine's player handing a link on): the other player feeds this
   // player's tap, so that its recording goes on across the switch.
   static void shareStationTap(const BVBasePlayer& from, BVBasePlayer& to);
+  // The playback's output session (made at playLink, or shared as the tap
+  // is): the engines hand it to their outputs, so that a WAV recording goes
+  // on across a switch of engine instead of starting again.
+  std::shared_ptr<belvane::detail::OutputPlayback> outputPlayback() const;
+  static void shareOutputPlayback(const BVBasePlayer& from, BVBasePlayer& to);
 
  private:
   void startStationTap();
@@ -308,8 +364,12 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   mutable std::mutex linkMutex_;
   std::shared_ptr<BVMediaLink> link_;
   BVPlayerState state_ = BVPlayerStateIdle;
-  std::string audioOutput_;
+  BVAudioOutputSetting audioOutput_;
+  std::shared_ptr<belvane::detail::OutputPlayback> outputPlayback_;  // guarded by linkMutex_
+  bool outputPlaybackShared_ = false;
   double reconnectPatience_ = 300.0;
+  bool loudnessNormalization_ = false;
+  double loudnessTarget_ = -18.0;
   BVRequestSettingsRef requestSettings_ = BVRequestSettings::defaultSettings();
   double timeShiftMinutes_ = 10.0;
   mutable std::mutex tapMutex_;

@@ -48,12 +48,6 @@ extern "C" {
  * (H404, H503); retry for 5xx, 408 and 429. */
 #define BV_SHOUTSTREAMER_HTTP_STATUS(status) \
   BV_FOURCC('H', '0' + ((status) / 100) % 10, '0' + ((status) / 10) % 10, '0' + (status) % 10)
-/* The audio output could not start (same domain; MP3 and general engine). */
-#define BV_OUTPUT_NO_OUTPUT BV_FOURCC('O', 'n', 'o', 'p') /* no output could be opened */
-#define BV_OUTPUT_WAV_FILE BV_FOURCC('O', 'w', 'a', 'v')  /* the WAV file cannot be written */
-#define BV_OUTPUT_PULSE BV_FOURCC('O', 'p', 'u', 'l')     /* retry (PulseAudio or PipeWire restarting) */
-#define BV_OUTPUT_ALSA BV_FOURCC('O', 'a', 'l', 's')      /* retry (the device is busy) */
-#define BV_OUTPUT_THREAD BV_FOURCC('O', 't', 'h', 'r')
 
 /* ---- The MP3/Shoutcast engine: finding the stream behind a link -------- */
 #define BV_ERROR_DOMAIN_STREAM_TUNER "QLStreamTunerErrorDomain"
@@ -125,6 +119,13 @@ extern "C" {
 #define BV_BELVANE_RECORDING_WRITE 5703     /* the recording could not be written */
 #define BV_BELVANE_RECORDING_NOTHING 5704   /* no live station plays, or none was heard yet */
 #define BV_BELVANE_RECORDING_NO_TITLE_START 5705 /* the title's start is not held: time-shift is off */
+/* The audio output failed (every engine that plays through Belvane's output). */
+#define BV_BELVANE_OUTPUT_NO_OUTPUT 5801    /* no output could be opened */
+#define BV_BELVANE_OUTPUT_SETTING 5802      /* the setting ($BELVANE_AUDIO_OUTPUT) names no output */
+#define BV_BELVANE_OUTPUT_WAV_FILE 5803     /* the WAV file cannot be written, at the start or while playing */
+#define BV_BELVANE_OUTPUT_SOUND_SERVER 5804 /* retry (PulseAudio or PipeWire restarting; the sink named missing) */
+#define BV_BELVANE_OUTPUT_SOUND_CARD 5805   /* retry (the ALSA device is busy) */
+#define BV_BELVANE_OUTPUT_THREAD 5806       /* the output thread could not start */
 
 /* 1 when trying the same link again later can help (a passing network or
  * server condition, listed above as "retry"), 0 when it cannot or the

@@ -73,6 +73,8 @@ class BV_EXPORT BVHelixPlayer : public BVBasePlayer {
  private:
   // Drops the idle timer, the statistic observers, the kit player and the view.
   void _releasePlayer();
+  // Hands the output setting to the kit player, when the kit takes it.
+  void tellKitTheAudioOutput();
   void applyKitVolume();
 
   const HXClientPlayerClass* kitPlayerClass_;  // the loaded kit's tables (static data)

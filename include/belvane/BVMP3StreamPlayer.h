@@ -43,6 +43,9 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   void fadeVolumeTo(float volume, double seconds) override;
   void setStopsAfterCurrentTitle(bool stops) override;
   bool stopsAfterCurrentTitle() const override;
+  // Loudness normalisation in the output's path (see BVBasePlayer).
+  void setLoudnessNormalization(bool normalizes) override;
+  void setLoudnessTarget(double lufs) override;
   // Seconds since playLink started tuning (0 before); for a local file, the
   // seconds into the file that have been played.
   float elapsedTime() const override;
@@ -79,9 +82,10 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   // Linux additions: the audio output (see BVBasePlayer), and the MIME type
   // the tuner gave each fallback stream (empty where it gave none), in the
   // order of fallbackStreams.
-  int setAudioOutput(const std::string& setting) override;
+  void setAudioOutputSetting(const BVAudioOutputSetting& setting) override;
   uint64_t outputFramesWritten() const override;
   std::string audioOutputName() const override;
+  std::string audioOutputDevice() const override;
   std::vector<std::string> fallbackStreamTypes() const;
 
   std::string className() const override { return "BVMP3StreamPlayer"; }
@@ -99,6 +103,11 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   void didStopAudioPlayer();
   // The output stopped where the next title began: the stream ends here.
   void didStopAtTitle();
+  // The output plays to another device now (told to the owner).
+  void didChangeOutput(const std::string& device) { changedOutput(device); }
+  // The output failed while playing (a WAV file that could not be written):
+  // the stream goes and the playback ends in error.
+  void didFailOutput(const BVErrorRef& error);
 
  protected:
   BVMP3StreamPlayer();

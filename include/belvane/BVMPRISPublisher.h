@@ -82,6 +82,7 @@ class BV_EXPORT BVMPRISPublisher : public BVPlayerOwner, public std::enable_shar
   void playerRecordedFile(BVBasePlayer& player, const std::string& path, const std::string& title,
                           bool complete) override;
   void playerRecordingStopped(BVBasePlayer& player, const BVErrorRef& error) override;
+  void playerOutputChanged(BVBasePlayer& player, const std::string& output) override;
 
  private:
   friend struct belvane::detail::MPRISConnection;

@@ -66,10 +66,15 @@ class BV_EXPORT BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
   double secondsBehindLive() const override;
   BVPlayerReception reception() const override;
   // Kept for every later sub-player, fallbacks included.
-  int setAudioOutput(const std::string& setting) override;
+  void setAudioOutputSetting(const BVAudioOutputSetting& setting) override;
+  // Loudness normalisation (see BVBasePlayer): on the sub-player that
+  // plays now and kept for every later one.
+  void setLoudnessNormalization(bool normalizes) override;
+  void setLoudnessTarget(double lufs) override;
   void setReconnectPatience(double seconds) override;
   void setRequestSettings(BVRequestSettingsRef settings) override;
   std::string audioOutputName() const override;
+  std::string audioOutputDevice() const override;
   uint64_t outputFramesWritten() const override;
 
   // Linux additions, keeping the machine awake: while the playback plays
@@ -91,6 +96,7 @@ class BV_EXPORT BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
   void playerPositionChanged(BVBasePlayer& player, float position) override;
   void playerAttributeChanged(BVBasePlayer& player, const BVDictionary& attributes) override;
   void playerReceptionChanged(BVBasePlayer& player, const BVPlayerReception& reception) override;
+  void playerOutputChanged(BVBasePlayer& player, const std::string& output) override;
 
  protected:
   BVMasterPlayer();

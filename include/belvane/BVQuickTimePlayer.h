@@ -74,15 +74,20 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   void fadeVolumeTo(float volume, double seconds) override;
   void setStopsAfterCurrentTitle(bool stops) override;
   bool stopsAfterCurrentTitle() const override;
+  // Loudness normalisation in the output's path (see BVBasePlayer); a
+  // sub-player's own.
+  void setLoudnessNormalization(bool normalizes) override;
+  void setLoudnessTarget(double lufs) override;
   // The movie's metadata, a live stream's title (with its StreamUrl), the
   // station's facts and what is decoded, and the playlist entry that plays;
   // a sub-player's set with the ASX/WAX track that plays.
   BVDictionary attributes() const override;
   // The audio output, also handed to a sub-player.
-  int setAudioOutput(const std::string& setting) override;
+  void setAudioOutputSetting(const BVAudioOutputSetting& setting) override;
   void setReconnectPatience(double seconds) override;
   void setRequestSettings(BVRequestSettingsRef settings) override;
   std::string audioOutputName() const override;
+  std::string audioOutputDevice() const override;
   uint64_t outputFramesWritten() const override;
 
   // Web playlist delegate.
@@ -95,6 +100,7 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   void playerPositionChanged(BVBasePlayer& player, float position) override;
   void playerAttributeChanged(BVBasePlayer& player, const BVDictionary& attributes) override;
   void playerReceptionChanged(BVBasePlayer& player, const BVPlayerReception& reception) override;
+  void playerOutputChanged(BVBasePlayer& player, const std::string& output) override;
 
   // Windows Media component work-around. The version answer is process-wide:
   // a negative answer is cached, a positive one is looked up again each time.
@@ -125,6 +131,10 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   void streamTitleDue(const std::shared_ptr<const belvane::detail::StreamTitle>& title);
   // The output stopped where the next title began: the movie goes.
   void stoppedAtTitle();
+  // The output plays to another device now (told to the owner).
+  void outputDeviceChanged(const std::string& device) { changedOutput(device); }
+  // The output failed while playing: the movie goes, the playback ends in error.
+  void outputFailed(const BVErrorRef& error);
 
   // The player a link was handed to (another engine's), and the error that
   // ended the last playback.

@@ -6,7 +6,10 @@
 // title, the first and last file incomplete). Several recorders may run at
 // once, one per station.
 //
-// The address is the stream itself (playlists are not followed). Made,
+// The address is the stream itself, or a web playlist (M3U, PLS, ASX,
+// XSPF) whose first station is recorded, its other entries tried in turn
+// when that station breaks off (one playlist is followed, not a playlist
+// in a playlist). Made,
 // driven and destroyed on one thread whose run loop runs; the owner hears
 // of each file and of the end there. Destroying the recorder ends its
 // recording (the last file is incomplete and not announced).
@@ -45,6 +48,8 @@ class BV_EXPORT BVStationRecorder : public BVObject {
   // (the connection is made in the background), else why not:
   // BVRecordingErrorFolder, or BVRecordingErrorNothing for an address that
   // is not http(s) or icy, or when this recorder has been started already.
+  // A playlist that names no station ends the recording at once
+  // (recorderStopped with BVRecordingErrorNothing).
   BVErrorRef startRecording(const std::string& url, const std::string& folder);
   // Ends the recording: its last file is announced, incomplete.
   void stop();

@@ -135,9 +135,10 @@ class BV_EXPORT BVToolConnection {
 
   // The pipe folder, private to the user: "$XDG_RUNTIME_DIR/com.brambleside.ettd"
   // when that variable is set, else "<tmp>/com.brambleside.ettd-<uid>"; and
-  // whether it is safe to use (a directory we own, no symbolic link, no
-  // access for others), creating it 0700 when missing. On refusal, *error is
-  // a 5602 error.
+  // preparing it, creating it 0700 when missing. When it is not safe to use
+  // (a symbolic link, someone else's, open to others) a private folder made
+  // with mkdtemp takes its place for this process and the tool it starts.
+  // Only when no folder at all can be made is *error a 5602 error.
   static std::string pipeDirectory();
   static bool preparePipeDirectory(BVErrorRef* error);
   // Removes the pipe files of tool processes that no longer exist (their

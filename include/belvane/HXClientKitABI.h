@@ -29,6 +29,23 @@ enum { HXContentStateNotLoaded = 0, HXContentStateStopped = 3, HXContentStatePla
 typedef struct HXClientPlayerInstance* HXClientPlayerRef;
 typedef struct HXClientViewInstance* HXClientViewRef;
 
+/* Where a kit player's audio goes: the host's output setting, as Belvane
+ * reads it (the kinds are BVAudioOutputSetting's). device is the sound
+ * server's sink or the ALSA device ("" for the default), or the WAV file's
+ * path; valid only during the call. */
+enum {
+  HXAudioOutputAuto = 1,     /* the system's choice */
+  HXAudioOutputPulse = 2,    /* PulseAudio or PipeWire */
+  HXAudioOutputAlsa = 3,     /* ALSA */
+  HXAudioOutputNull = 4,     /* silent, in real time */
+  HXAudioOutputNullFast = 5, /* silent, as fast as decoded */
+  HXAudioOutputWav = 6       /* a WAV file */
+};
+typedef struct HXClientAudioOutput {
+  int32_t kind;
+  const char* device;
+} HXClientAudioOutput;
+
 /* The observer a player reports to; every callback may be NULL. Callbacks
  * arrive on the thread that drives the kit. Strings are UTF-8 and only valid
  * during the call. */
@@ -73,6 +90,9 @@ typedef struct HXClientPlayerClass {
                       void* userInfo);
   void (*removeObserver)(HXClientPlayerRef player, const HXClientObserver* observer, const char* statisticName,
                          void* userInfo);
+  /* Optional (a kit may end its table before it): where the audio of the
+   * next openWithURL goes. A kit without it, or not told, chooses itself. */
+  void (*setAudioOutput)(HXClientPlayerRef player, const HXClientAudioOutput* output);
 } HXClientPlayerClass;
 
 typedef struct HXClientViewClass {

@@ -203,6 +203,21 @@ BV_EXPORT double bv_player_get_volume(const bv_player *player);
 BV_EXPORT int bv_player_set_reconnect_patience(bv_player *player, double seconds);
 BV_EXPORT double bv_player_get_reconnect_patience(const bv_player *player);
 
+/* ---- Loudness normalisation --------------------------------------------- */
+
+/* When on (1), stations play at matched loudness: the MP3 stream and general
+ * engines measure the station's EBU R128 short-term loudness and move a gain
+ * of their own smoothly toward the target (LUFS, -18 by default), never
+ * lifting the recent peaks above -1 dBFS; the volume acts on top of it. The
+ * gain a station settles on is remembered in the user's cache folder and its
+ * next play starts there. Off (0) by default; it takes effect at once and
+ * holds for every later playback. The target: BV_ERROR_INVALID_PARAMETER
+ * outside -70..0. Thread: the one that plays. */
+BV_EXPORT int bv_player_set_loudness_normalization(bv_player *player, int normalize);
+BV_EXPORT int bv_player_get_loudness_normalization(const bv_player *player);
+BV_EXPORT int bv_player_set_loudness_target(bv_player *player, double lufs);
+BV_EXPORT double bv_player_get_loudness_target(const bv_player *player);
+
 /* ---- Sleep, fades and stopping after the title ------------------------- */
 
 /* While the playback plays (not paused) the player keeps the machine from
@@ -261,13 +276,18 @@ BV_EXPORT char *bv_player_get_proxy(const bv_player *player);
 BV_EXPORT int bv_player_set_mute(bv_player *player, int muted);
 BV_EXPORT int bv_player_get_mute(const bv_player *player);
 
-/* The audio output for the next playback (not the current one):
- *   "auto"       PulseAudio or PipeWire, then ALSA, then silence
- *   "pulse", "alsa"
- *   "null"       silent, in real time
- *   "null:fast"  silent, as fast as decoded
- *   "wav:PATH"   a 32-bit float WAV file at PATH
- *   "" or NULL   the default: $BELVANE_AUDIO_OUTPUT, else "auto"
+/* The audio output, for the playback under way too:
+ *   "auto"         PulseAudio or PipeWire, then ALSA, then silence
+ *   "pulse"        the sound server's default sink, followed as it changes
+ *   "pulse:SINK"   that sink (bv_audio_outputs lists them)
+ *   "alsa"         ALSA's default device
+ *   "alsa:DEVICE"  that ALSA device
+ *   "null"         silent, in real time
+ *   "null:fast"    silent, as fast as decoded
+ *   "wav:PATH"     a 32-bit float WAV file at PATH
+ *   "" or NULL     the default: $BELVANE_AUDIO_OUTPUT, else "auto"
+ * A playing stream moves to the new output at once (between sinks of the
+ * sound server without a gap); the output callback tells when it has.
  * BV_ERROR_INVALID_AUDIO_OUTPUT for anything else, and the previous
  * setting stays. */
 BV_EXPORT int bv_player_set_audio_output(bv_player *player, const char *setting);
@@ -276,6 +296,36 @@ BV_EXPORT int bv_player_set_audio_output(bv_player *player, const char *setting)
  * or "null (no sound output found)" when "auto" found nothing), "none"
  * before playing. Free it with bv_free(); NULL only when memory ran out. */
 BV_EXPORT char *bv_player_get_audio_output_name(const bv_player *player);
+
+/* The device the audio plays to, as a setting names it ("pulse:SINK",
+ * "alsa:DEVICE"; the output's name for outputs without devices; "" before
+ * playing). Free it with bv_free(). */
+BV_EXPORT char *bv_player_get_audio_output_device(const bv_player *player);
+
+/* The audio plays to another device now (named as above): the output was
+ * changed while playing, or the sound server moved the stream because its
+ * device went away (to the default) or, with no sink named, the default
+ * changed. The playback goes on; the state does not change. */
+typedef void (*bv_output_callback)(bv_player *player, const char *output, void *userdata);
+BV_EXPORT void bv_player_set_output_callback(bv_player *player, bv_output_callback callback, void *userdata);
+
+/* One of the machine's audio outputs: name is the setting that plays to it
+ * ("pulse:SINK", "alsa:DEVICE"), description what the listener reads,
+ * is_default 1 for the system default (the server's default sink, ALSA's
+ * "default"). */
+typedef struct bv_audio_output {
+  char *name;
+  char *description;
+  int is_default;
+} bv_audio_output;
+
+/* The machine's audio outputs: the sound server's sinks, then the ALSA
+ * playback devices, into a new array of *count entries at *outputs (NULL
+ * when there are none); free it with bv_audio_outputs_free(). BV_OK,
+ * BV_ERROR_INVALID_PARAMETER for NULL arguments, or BV_ERROR_NOMEM. Any thread; asks the
+ * sound server afresh (at most a few seconds when it does not answer). */
+BV_EXPORT int bv_audio_outputs(bv_audio_output **outputs, size_t *count);
+BV_EXPORT void bv_audio_outputs_free(bv_audio_output *outputs, size_t count);
 
 /* The attribute keys: the names Belvane exports. A live station has the
  * stream title (what it plays now; "" when it cleared it); a file has the

@@ -20,6 +20,8 @@ installed package (<prefix>/lib), then in a source checkout's Release build
 from belvane import errors
 from belvane._player import (
     ATTRIBUTE_ALBUM,
+    AudioOutput,
+    audio_outputs,
     ATTRIBUTE_ARTIST,
     ATTRIBUTE_COMMENT,
     ATTRIBUTE_COPYRIGHT,
@@ -56,7 +58,7 @@ __all__ = [
     "ATTRIBUTE_ALBUM", "ATTRIBUTE_ARTIST", "ATTRIBUTE_COMMENT", "ATTRIBUTE_COPYRIGHT", "ATTRIBUTE_DURATION",
     "ATTRIBUTE_GENRE", "ATTRIBUTE_STATION_BIT_RATE", "ATTRIBUTE_STATION_GENRE", "ATTRIBUTE_STATION_HOME_PAGE",
     "ATTRIBUTE_STATION_NAME", "ATTRIBUTE_STREAM_TITLE", "ATTRIBUTE_TRACK_NUMBER", "ATTRIBUTE_TRACK_TITLE", "ATTRIBUTE_YEAR",
-    "BelvaneError", "PlaybackError", "Player", "Reception", "ReceptionState", "State", "errors", "set_log_handler", "version",
+    "AudioOutput", "audio_outputs", "BelvaneError", "PlaybackError", "Player", "Reception", "ReceptionState", "State", "errors", "set_log_handler", "version",
 ]
 __all__ += [
     "ATTRIBUTE_CHANNELS", "ATTRIBUTE_CODEC", "ATTRIBUTE_PLAYLIST_ENTRY_INDEX", "ATTRIBUTE_PLAYLIST_ENTRY_TITLE",

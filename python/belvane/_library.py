@@ -69,6 +69,11 @@ LOG_CALLBACK = ctypes.CFUNCTYPE(None, ctypes.c_char_p, ctypes.c_void_p)
 RECORDED_FILE_CALLBACK = ctypes.CFUNCTYPE(None, c_player_p, ctypes.c_char_p, ctypes.c_char_p, ctypes.c_int,
                                           ctypes.c_void_p)
 RECORDING_STOPPED_CALLBACK = ctypes.CFUNCTYPE(None, c_player_p, ctypes.POINTER(PlayerError), ctypes.c_void_p)
+OUTPUT_CALLBACK = ctypes.CFUNCTYPE(None, c_player_p, ctypes.c_char_p, ctypes.c_void_p)
+
+
+class CAudioOutput(ctypes.Structure):
+    _fields_ = [("name", ctypes.c_char_p), ("description", ctypes.c_char_p), ("is_default", ctypes.c_int)]
 
 
 def _declare(name, restype, *argtypes):
@@ -98,6 +103,11 @@ _declare("bv_player_set_mute", ctypes.c_int, c_player_p, ctypes.c_int)
 _declare("bv_player_get_mute", ctypes.c_int, c_player_p)
 _declare("bv_player_set_audio_output", ctypes.c_int, c_player_p, ctypes.c_char_p)
 _declare("bv_player_get_audio_output_name", ctypes.c_void_p, c_player_p)
+_declare("bv_player_get_audio_output_device", ctypes.c_void_p, c_player_p)
+_declare("bv_player_set_output_callback", None, c_player_p, OUTPUT_CALLBACK, ctypes.c_void_p)
+_declare("bv_audio_outputs", ctypes.c_int, ctypes.POINTER(ctypes.POINTER(CAudioOutput)),
+         ctypes.POINTER(ctypes.c_size_t))
+_declare("bv_audio_outputs_free", None, ctypes.POINTER(CAudioOutput), ctypes.c_size_t)
 _declare("bv_player_get_attribute", ctypes.c_void_p, c_player_p, ctypes.c_char_p)
 _declare("bv_player_set_state_callback", None, c_player_p, STATE_CALLBACK, ctypes.c_void_p)
 _declare("bv_player_set_attribute_callback", None, c_player_p, ATTRIBUTE_CALLBACK, ctypes.c_void_p)
@@ -129,6 +139,10 @@ _declare("bv_player_set_recording_stopped_callback", None, c_player_p, RECORDING
 _declare("bv_set_log_callback", None, LOG_CALLBACK, ctypes.c_void_p)
 _declare("bv_error_is_retryable", ctypes.c_int, ctypes.c_char_p, ctypes.c_int64)
 # Sleep, fades and stopping after the title.
+_declare("bv_player_set_loudness_normalization", ctypes.c_int, c_player_p, ctypes.c_int)
+_declare("bv_player_get_loudness_normalization", ctypes.c_int, c_player_p)
+_declare("bv_player_set_loudness_target", ctypes.c_int, c_player_p, ctypes.c_double)
+_declare("bv_player_get_loudness_target", ctypes.c_double, c_player_p)
 _declare("bv_player_set_inhibit_sleep", ctypes.c_int, c_player_p, ctypes.c_int)
 _declare("bv_player_get_inhibit_sleep", ctypes.c_int, c_player_p)
 _declare("bv_player_fade_volume", ctypes.c_int, c_player_p, ctypes.c_double, ctypes.c_double)

@@ -1,11 +1,11 @@
 """The Player class: one Belvane master player behind a C handle."""
 import ctypes
 import enum
-from typing import Callable, Dict, NamedTuple, Optional
+from typing import Callable, Dict, List, NamedTuple, Optional
 
-from belvane._library import (ATTRIBUTE_CALLBACK, LOG_CALLBACK, POSITION_CALLBACK, RECEPTION_CALLBACK,
-                              RECORDED_FILE_CALLBACK, RECORDING_STOPPED_CALLBACK, STATE_CALLBACK, CReception,
-                              PlayerError, PlayOptions, lib, take_string)
+from belvane._library import (ATTRIBUTE_CALLBACK, LOG_CALLBACK, OUTPUT_CALLBACK, POSITION_CALLBACK,
+                              RECEPTION_CALLBACK, RECORDED_FILE_CALLBACK, RECORDING_STOPPED_CALLBACK, STATE_CALLBACK,
+                              CAudioOutput, CReception, PlayerError, PlayOptions, lib, take_string)
 
 ATTRIBUTE_STREAM_TITLE = "BVPlayerAttributeStreamTitleKey"
 ATTRIBUTE_TRACK_TITLE = "BVPlayerAttributeTrackTitleKey"
@@ -79,6 +79,25 @@ class PlaybackError(NamedTuple):
         return bool(lib.bv_error_is_retryable(self.domain.encode(), self.code))
 
 
+class AudioOutput(NamedTuple):
+    """One of the machine's audio outputs (see audio_outputs())."""
+    name: str          # the setting that plays to it: "pulse:SINK", "alsa:DEVICE"
+    description: str   # what the listener reads
+    is_default: bool   # the system default
+
+
+def audio_outputs() -> List[AudioOutput]:
+    """The sound server's sinks, then the ALSA playback devices."""
+    array = ctypes.POINTER(CAudioOutput)()
+    count = ctypes.c_size_t(0)
+    lib.bv_audio_outputs(ctypes.byref(array), ctypes.byref(count))
+    try:
+        return [AudioOutput(array[i].name.decode("utf-8", "replace"), array[i].description.decode("utf-8", "replace"),
+                            bool(array[i].is_default)) for i in range(count.value)]
+    finally:
+        lib.bv_audio_outputs_free(array, count)
+
+
 class BelvaneError(Exception):
     """A call was refused: a bad argument, an unreadable URL, no memory, a
     pause or seek of a live stream, no session bus for MPRIS."""
@@ -132,6 +151,10 @@ class Player:
       on_recording_stopped(player, error: PlaybackError | None)
                                                 the recording ended by itself
                                                 (None: the station ended)
+      on_output(player, output: str)            the audio plays to another
+                                                device now ("pulse:SINK"): a
+                                                change asked for, or its device
+                                                went away (to the default)
     """
 
     def __init__(self) -> None:
@@ -145,6 +168,7 @@ class Player:
         self.on_reception: Optional[Callable] = None
         self.on_recorded_file: Optional[Callable] = None
         self.on_recording_stopped: Optional[Callable] = None
+        self.on_output: Optional[Callable] = None
         self._title: Optional[str] = None
         # ctypes keeps no reference to a function handed to C: these live
         # as long as the player.
@@ -160,6 +184,8 @@ class Player:
         self._recording_stopped_thunk = RECORDING_STOPPED_CALLBACK(self._recording_stopped)
         lib.bv_player_set_recorded_file_callback(self._handle, self._recorded_file_thunk, None)
         lib.bv_player_set_recording_stopped_callback(self._handle, self._recording_stopped_thunk, None)
+        self._output_thunk = OUTPUT_CALLBACK(self._output_changed)
+        lib.bv_player_set_output_callback(self._handle, self._output_thunk, None)
 
     # Lifetime: close() stops the audio at once and frees the player; it
     # is also what the garbage collector and a with-block do.
@@ -261,6 +287,27 @@ class Player:
     @volume.setter
     def volume(self, gain: float) -> None:
         _check(lib.bv_player_set_volume(self._live(), gain))
+
+    # Loudness normalisation.
+    @property
+    def normalize_loudness(self) -> bool:
+        """Stations play at matched loudness (EBU R128, toward
+        loudness_target), each starting at the gain it last settled on; off
+        by default, effective at once."""
+        return bool(lib.bv_player_get_loudness_normalization(self._live()))
+
+    @normalize_loudness.setter
+    def normalize_loudness(self, normalize: bool) -> None:
+        _check(lib.bv_player_set_loudness_normalization(self._live(), int(bool(normalize))))
+
+    @property
+    def loudness_target(self) -> float:
+        """The loudness normalisation aims for, in LUFS (-70 to 0; -18 by default)."""
+        return lib.bv_player_get_loudness_target(self._live())
+
+    @loudness_target.setter
+    def loudness_target(self, lufs: float) -> None:
+        _check(lib.bv_player_set_loudness_target(self._live(), lufs))
 
     # Sleep, fades and stopping after the title.
     @property
@@ -397,12 +444,18 @@ class Player:
         _check(lib.bv_player_set_mute(self._live(), int(bool(muted))))
 
     def set_audio_output(self, setting: str) -> None:
-        """For the next play: "auto", "pulse", "alsa", "null", "null:fast", "wav:PATH"."""
+        """"auto", "pulse", "pulse:SINK", "alsa", "alsa:DEVICE", "null", "null:fast" or "wav:PATH";
+        a playing station moves to it at once (see audio_outputs())."""
         _check(lib.bv_player_set_audio_output(self._live(), setting.encode()))
 
     @property
     def audio_output_name(self) -> str:
         return take_string(lib.bv_player_get_audio_output_name(self._live())) or "none"
+
+    @property
+    def audio_output_device(self) -> str:
+        """The device the audio plays to ("pulse:SINK"); "" before playing."""
+        return take_string(lib.bv_player_get_audio_output_device(self._live())) or ""
 
     def attribute(self, key: str) -> Optional[str]:
         return take_string(lib.bv_player_get_attribute(self._live(), key.encode()))
@@ -431,6 +484,10 @@ class Player:
     def _position_changed(self, _handle, position, _userdata) -> None:
         if self.on_position:
             self.on_position(self, position)
+
+    def _output_changed(self, _handle, output, _userdata) -> None:
+        if self.on_output:
+            self.on_output(self, output.decode("utf-8", "replace"))
 
     def _reception_changed(self, _handle, reception, _userdata) -> None:
         if self.on_reception:

@@ -36,11 +36,6 @@ def shoutstreamer_http_status(status: int) -> int:
     return _fourcc("H%03d" % status)
 
 
-OUTPUT_NO_OUTPUT = _fourcc("Onop")
-OUTPUT_WAV_FILE = _fourcc("Owav")
-OUTPUT_PULSE = _fourcc("Opul")                       # retry
-OUTPUT_ALSA = _fourcc("Oals")                        # retry
-OUTPUT_THREAD = _fourcc("Othr")
 
 # The MP3/Shoutcast engine: finding the stream behind a link.
 DOMAIN_STREAM_TUNER = "QLStreamTunerErrorDomain"
@@ -109,6 +104,13 @@ BELVANE_RECORDING_DISK_FULL = 5702
 BELVANE_RECORDING_WRITE = 5703
 BELVANE_RECORDING_NOTHING = 5704
 BELVANE_RECORDING_NO_TITLE_START = 5705
+# The audio output failed.
+BELVANE_OUTPUT_NO_OUTPUT = 5801
+BELVANE_OUTPUT_SETTING = 5802
+BELVANE_OUTPUT_WAV_FILE = 5803
+BELVANE_OUTPUT_SOUND_SERVER = 5804                   # retry
+BELVANE_OUTPUT_SOUND_CARD = 5805                     # retry
+BELVANE_OUTPUT_THREAD = 5806
 
 
 def is_retryable(domain: str, code: int) -> bool:

@@ -1,4 +1,4 @@
-// The "alsa" output: the ALSA "default" PCM, interleaved 32-bit float (the
+// The "alsa" output: an ALSA PCM ("default" unless named), interleaved 32-bit float (the
 // plug layer converts for the card), with a short device buffer.
 #include <alsa/asoundlib.h>
 
@@ -35,21 +35,25 @@ void routeALSAMessagesToLog() {
 
 class AlsaOutput final : public OutputBackend {
  public:
-  explicit AlsaOutput(double deviceSeconds) : deviceSeconds_(deviceSeconds) {}
+  AlsaOutput(double deviceSeconds, std::string device)
+      : deviceSeconds_(deviceSeconds), device_(device.empty() ? "default" : std::move(device)) {}
   ~AlsaOutput() override { close(); }
 
   const char* name() const override { return "alsa"; }
   bool paced() const override { return true; }
+  std::string device() const override { return "alsa:" + device_; }
 
   int open(unsigned rate) override {
     close();
     rate_ = rate;
     routeALSAMessagesToLog();
-    int error = snd_pcm_open(&pcm_, "default", SND_PCM_STREAM_PLAYBACK, 0);
+    int error = snd_pcm_open(&pcm_, device_.c_str(), SND_PCM_STREAM_PLAYBACK, 0);
     if (error < 0) {
       pcm_ = nullptr;
-      outputLog(QL_LOG_INFO, "ALSA unavailable: %s", snd_strerror(error));
-      failureReason_ = std::string("no ALSA sound device could be opened (") + snd_strerror(error) + ")";
+      outputLog(QL_LOG_INFO, "ALSA device \"%s\" unavailable: %s", device_.c_str(), snd_strerror(error));
+      failureReason_ = (device_ == "default" ? std::string("no ALSA sound device could be opened (")
+                                             : "the ALSA sound device " + device_ + " could not be opened (") +
+                       snd_strerror(error) + ")";
       return ORPLAYER_ERROR_ALSA;
     }
     error = snd_pcm_set_params(pcm_, SND_PCM_FORMAT_FLOAT, SND_PCM_ACCESS_RW_INTERLEAVED, 2, rate, 1,
@@ -104,6 +108,7 @@ class AlsaOutput final : public OutputBackend {
   }
 
   double deviceSeconds_;
+  std::string device_;
   snd_pcm_t* pcm_ = nullptr;
 };
 
@@ -115,8 +120,8 @@ bool alsaCardPresent() {
   return snd_card_next(&card) == 0 && card >= 0;
 }
 
-std::unique_ptr<OutputBackend> makeAlsaOutput(double deviceSeconds) {
-  return std::make_unique<AlsaOutput>(deviceSeconds);
+std::unique_ptr<OutputBackend> makeAlsaOutput(double deviceSeconds, const std::string& device) {
+  return std::make_unique<AlsaOutput>(deviceSeconds, device);
 }
 
 }  // namespace belvane::detail

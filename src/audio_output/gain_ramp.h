@@ -20,9 +20,17 @@ class GainRamp {
   // Multiplies `frames` interleaved stereo frames at `rate` by the gain as
   // it moves from `gain` (the gain before them); returns the gain after
   // them. The ramp ends on its target.
-  float apply(float* interleaved, size_t frames, unsigned rate, float gain);
+  float apply(float* interleaved, size_t frames, unsigned rate, float gain) {
+    return applyStrided(interleaved, interleaved + 1, 2, frames, rate, gain);
+  }
+  // The same on planar channels (a null right channel is left alone).
+  float apply(float* left, float* right, size_t frames, unsigned rate, float gain) {
+    return applyStrided(left, right, 1, frames, rate, gain);
+  }
 
  private:
+  float applyStrided(float* left, float* right, size_t stride, size_t frames, unsigned rate, float gain);
+
   bool active_ = false;
   float target_ = 1.0f;
   double secondsLeft_ = 0;

@@ -29,6 +29,7 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <mutex>
 #include <optional>
@@ -39,6 +40,7 @@
 #include <vector>
 
 #include "audio_output/output_log.h"
+#include "audio_output/output_playback.h"
 #include "audio_output/output_setting.h"
 #include "audio_output/player_core.h"
 
@@ -63,7 +65,7 @@ struct orplayer {
   std::shared_ptr<PlayerCore> core = std::make_shared<PlayerCore>();
   std::mutex control;  // serialises start, stop, destroy and the settings
   orplayer_options_t options{};
-  std::optional<std::string> outputSpec;  // set by orplayer_set_output
+  BVAudioOutputSetting setting;           // set by orplayer_set_output; Default: none
   std::string failureReason;              // of the last start, guarded by control
   std::thread thread;
   std::shared_ptr<OutputSession> session;
@@ -170,62 +172,123 @@ void orplayer_set_options(orplayer_t player, const orplayer_options_t* options) 
   player->options = *options;
 }
 
-int orplayer_set_output(orplayer_t player, const char* setting) {
-  if (!player) return ORPLAYER_ERROR_INVALID;
-  std::lock_guard lock(player->control);
-  if (!setting) {
-    player->outputSpec.reset();
-    return 0;
+}  // extern "C"
+
+void belvane::detail::setOutputPlayback(orplayer_t player, std::shared_ptr<OutputPlayback> playback) {
+  if (!player) return;
+  std::lock_guard lock(player->core->mutex);
+  player->core->playback = std::move(playback);
+}
+
+namespace {
+
+int startLocked(orplayer* player);
+
+// A playing output follows a new setting at once: its output thread moves
+// to it (see switchBackend). An output written by play_wait itself has no
+// thread to do that, and one that will be needs one: those start afresh,
+// dropping the fraction of a second queued.
+void changePlayingOutput(orplayer* player) {
+  PlayerCore& core = *player->core;
+  auto setting = player->setting.resolved();
+  if (!setting) return;
+  {
+    std::lock_guard lock(core.mutex);
+    if (!core.running) return;
+    if (!core.directOutput && !setting->isWrittenDirectly()) {
+      core.target = *setting;
+      ++core.targetGeneration;
+      core.work.notify_all();
+      return;
+    }
   }
-  if (!belvane::detail::parseOutputSpec(setting)) {
-    outputLog(QL_LOG_WARNING, "output \"%s\" not understood", setting);
+  stopLocked(player);
+  if (int error = startLocked(player))
+    outputLog(QL_LOG_ERROR, "cannot change the output: %s", orplayer_error_string(error));
+}
+
+}  // namespace
+
+void belvane::detail::setOutputSetting(orplayer_t player, const BVAudioOutputSetting& setting) {
+  if (!player) return;
+  std::lock_guard lock(player->control);
+  if (setting == player->setting) return;  // a playing output is left alone
+  player->setting = setting;
+  changePlayingOutput(player);
+}
+
+extern "C" {
+
+int orplayer_set_output(orplayer_t player, const char* text) {
+  if (!player) return ORPLAYER_ERROR_INVALID;
+  std::string reason;
+  auto setting = BVAudioOutputSetting::fromString(text ? text : "", &reason);
+  if (!setting) {
+    outputLog(QL_LOG_WARNING, "%s", reason.c_str());
     return ORPLAYER_ERROR_BAD_SPEC;
   }
-  player->outputSpec = setting;
+  belvane::detail::setOutputSetting(player, *setting);
   return 0;
+}
+
+void orplayer_set_device_listener(orplayer_t player, void (*listener)(const char* device, void* context),
+                                  void* context) {
+  if (player) player->core->setDeviceListener(listener, context);
+}
+
+size_t orplayer_output_device(orplayer_t player, char* buffer, size_t size) {
+  std::string device = player ? player->core->device() : std::string();
+  if (buffer && size > 0) snprintf(buffer, size, "%s", device.c_str());
+  return device.size();
 }
 
 int orplayer_start(orplayer_t player) {
   if (!player) return ORPLAYER_ERROR_INVALID;
   std::lock_guard control(player->control);
+  return startLocked(player);
+}
+
+}  // extern "C"
+
+namespace {
+
+// orplayer_start, with the control mutex held.
+int startLocked(orplayer* player) {
   PlayerCore& core = *player->core;
   {
     std::lock_guard lock(core.mutex);
     if (core.running) return 0;
   }
 
-  std::string text;
-  if (player->outputSpec) {
-    text = *player->outputSpec;
-  } else if (const char* env = getenv("BELVANE_AUDIO_OUTPUT")) {
-    text = env;
-  }
-  auto setting = belvane::detail::parseOutputSpec(text);
   player->failureReason.clear();
+  auto setting = player->setting.resolved(&player->failureReason);
   if (!setting) {
-    outputLog(QL_LOG_ERROR, "output \"%s\" not understood", text.c_str());
-    player->failureReason = "the output setting \"" + text + "\" is not understood";
+    outputLog(QL_LOG_ERROR, "%s", player->failureReason.c_str());
     return ORPLAYER_ERROR_BAD_SPEC;
   }
+  const std::string text = setting->text();
 
   bool shortBuffers = player->options.flags & ORPLAYER_OPTION_LOW_LATENCY;
   double queueSeconds = shortBuffers ? belvane::detail::kShortQueue : belvane::detail::kLongQueue;
   double deviceSeconds = shortBuffers ? belvane::detail::kShortDevice : belvane::detail::kLongDevice;
   auto session = std::make_shared<OutputSession>();
   unsigned rate;
+  std::shared_ptr<belvane::detail::OutputPlayback> playback;
   {
     std::lock_guard lock(core.mutex);
     rate = core.lastRate;
+    playback = core.playback;
   }
-  belvane::detail::OpenedOutput opened = belvane::detail::openOutput(*setting, rate, deviceSeconds, session);
+  belvane::detail::OpenedOutput opened =
+      belvane::detail::openOutput(*setting, rate, deviceSeconds, session, playback);
   if (!opened.backend) {
-    outputLog(QL_LOG_ERROR, "cannot open \"%s\": %s", text.empty() ? "auto" : text.c_str(),
+    outputLog(QL_LOG_ERROR, "cannot open \"%s\": %s", text.c_str(),
               orplayer_error_string(opened.error));
     player->failureReason = opened.reason;
     return opened.error;
   }
   const char* name = opened.backend->name();
-  if (setting->kind == belvane::detail::OutputSpec::Kind::Auto && std::string_view(name) == "null") {
+  if (setting->kind == BVAudioOutputSetting::Kind::Auto && std::string_view(name) == "null") {
     // Nothing to hear: say so where the host reads the output's name, and
     // once in the log.
     name = kSilentFallbackName;
@@ -238,6 +301,8 @@ int orplayer_start(orplayer_t player) {
     std::lock_guard lock(core.mutex);
     id = ++core.session;
     core.running = true;
+    core.failure = 0;
+    core.failureReason.clear();
     core.audible = false;
     core.done = false;
     core.ring.clear();
@@ -245,6 +310,8 @@ int orplayer_start(orplayer_t player) {
   }
   core.outputName = name;
   core.realTime = opened.backend->paced();
+  core.noteDevice(opened.backend->device(), false);
+  opened.backend->setDeviceListener(PlayerCore::deviceListenerFor(player->core));
   if (opened.backend->writableByCaller()) {
     {
       std::lock_guard lock(player->direct);
@@ -269,6 +336,10 @@ int orplayer_start(orplayer_t player) {
   return 0;
 }
 
+}  // namespace
+
+extern "C" {
+
 void orplayer_play_wait(orplayer_t player, float sampleRate, float** channels, int32_t frames) {
   if (!player || !channels || !channels[0] || frames <= 0) return;
   if (!(sampleRate >= 1 && sampleRate <= kMaxRate)) {
@@ -278,7 +349,7 @@ void orplayer_play_wait(orplayer_t player, float sampleRate, float** channels, i
   unsigned rate = static_cast<unsigned>(std::lround(sampleRate));
   PlayerCore& core = *player->core;
   std::unique_lock lock(core.mutex);
-  if (!core.running || core.closing) return;
+  if (!core.running || core.closing || core.failure) return;
   uint64_t id = core.session;
   ++core.writers;
   core.done = false;
@@ -305,11 +376,11 @@ void orplayer_play_wait(orplayer_t player, float sampleRate, float** channels, i
       core.writerRate = rate;
       core.room.wait(lock, [&] {
         room = core.ring.room(rate, core.queueSeconds);
-        return core.session != id || core.closing || room >= need;
+        return core.session != id || core.closing || core.failure || room >= need;
       });
       if (--core.waitingWriters == 0) core.writerNeeds = SIZE_MAX;
     }
-    if (core.session != id || core.closing) break;
+    if (core.session != id || core.closing || core.failure) break;
     size_t n = std::min(room, total - offset);
     core.ring.push(rate, channels, offset, n);
     core.audible = true;
@@ -375,6 +446,7 @@ float orplayer_get_gain(orplayer_t player) { return player ? player->core->gain.
 
 void orplayer_destroy(orplayer_t player) {
   if (!player) return;
+  player->core->setDeviceListener(nullptr, nullptr);
   {
     std::lock_guard control(player->control);
     stopLocked(player);
@@ -397,6 +469,13 @@ uint64_t orplayer_underruns(orplayer_t player) { return player ? player->core->u
 
 uint64_t orplayer_frames_written(orplayer_t player) { return player ? player->core->framesWritten.load() : 0; }
 
+int orplayer_output_failure(orplayer_t player, char* reason, size_t size) {
+  if (!player) return ORPLAYER_ERROR_INVALID;
+  std::lock_guard lock(player->core->mutex);
+  if (reason && size > 0) snprintf(reason, size, "%s", player->core->failureReason.c_str());
+  return player->core->failure;
+}
+
 const char* orplayer_failure_reason(orplayer_t player) {
   if (!player) return "";
   std::lock_guard control(player->control);
@@ -410,7 +489,7 @@ const char* orplayer_error_string(int code) {
     case ORPLAYER_ERROR_NO_OUTPUT:
       return "No audio output is available.";
     case ORPLAYER_ERROR_BAD_SPEC:
-      return "The audio output setting is not understood (use auto, pulse, alsa, null, null:fast or wav:PATH).";
+      return "The audio output setting is not understood (use auto, pulse[:SINK], alsa[:DEVICE], null, null:fast or wav:PATH).";
     case ORPLAYER_ERROR_WAV_FILE:
       return "The recording file cannot be opened for writing.";
     case ORPLAYER_ERROR_PULSE:

@@ -1,12 +1,14 @@
 // orplayer: the audio output the MP3 stream player writes to.
 //
-// A C interface over one output backend: PulseAudio (libpulse-simple, which
-// PipeWire also serves), ALSA, "null" (paced to real time like a device),
+// A C interface over one output backend: PulseAudio (libpulse's
+// asynchronous API, which PipeWire also serves; a sink of its choice), ALSA
+// (a device of its choice), "null" (paced to real time like a device),
 // "null:fast" (unpaced) or "wav:PATH" (a WAV file, unpaced). Frames arrive
 // as per-channel 32-bit float buffers; orplayer_play_wait blocks until the
 // output has room, which is the stream's only flow control.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
 
 #ifdef __cplusplus
@@ -80,14 +82,28 @@ float orplayer_get_gain_target(orplayer_t player);
 void orplayer_destroy(orplayer_t player);
 
 // Linux additions.
-// Chooses the output for the next start: "auto", "pulse", "alsa", "null",
-// "null:fast" or "wav:PATH"; 0 on success, ORPLAYER_ERROR_BAD_SPEC for
-// anything else; NULL goes back to the default. Without a call,
+// Chooses the output: "auto", "pulse", "pulse:SINK", "alsa", "alsa:DEVICE",
+// "null", "null:fast" or "wav:PATH"; 0 on success, ORPLAYER_ERROR_BAD_SPEC
+// for anything else; NULL goes back to the default. A started player moves
+// to it at once (a sound server's stream changes sinks as it plays; other
+// changes reopen the output), and keeps playing on the old output when the
+// new one cannot be opened. Without a call,
 // $BELVANE_AUDIO_OUTPUT decides (default "auto": PulseAudio, then ALSA, then
 // null; the choice is logged). "wav:PATH" writes 32-bit float stereo; each
 // start rewrites PATH, and a change of sample rate continues in PATH with
 // ".2", ".3"... before its extension.
 int orplayer_set_output(orplayer_t player, const char* setting);
+// Linux additions: the device in use, as a setting names it ("pulse:SINK",
+// "alsa:DEVICE"; the short name for outputs without devices; "" before a
+// start), copied into buffer (truncated to size); returns its full length.
+size_t orplayer_output_device(orplayer_t player, char* buffer, size_t size);
+// Called with the device in use whenever it changes while playing: a change
+// of output asked for, the sound server moving the stream (its sink went
+// away, or the system default changed, when no sink was named). On the
+// output's own threads; NULL removes it (waiting for a call in progress).
+// The listener must not call back into the player.
+void orplayer_set_device_listener(orplayer_t player, void (*listener)(const char* device, void* context),
+                                  void* context);
 // The output actually opened ("pulse", "alsa", "null", "null:fast", "wav"),
 // valid after a start ("none" before). A failing device is replaced by a
 // silent null output, and the name says so; "auto" on a machine without a
@@ -103,6 +119,12 @@ uint64_t orplayer_underruns(orplayer_t player);
 uint64_t orplayer_frames_written(orplayer_t player);
 // A listener-readable text for an error code (static; never NULL).
 const char* orplayer_error_string(int code);
+// Linux addition: the failure that ended a started output while it played
+// (a WAV file that could not be written: a full disk, a file too large),
+// as an error code (0 when none) with why in reason (a listener-readable
+// clause, truncated to size). From then on frames are dropped and
+// orplayer_is_playing is false, until the next start.
+int orplayer_output_failure(orplayer_t player, char* reason, size_t size);
 // Linux addition: why the last orplayer_start of this player failed, as a
 // listener-readable clause ("no PulseAudio (or PipeWire) server answered
 // (Connection refused)"); empty after a start that worked. Valid until the

@@ -10,9 +10,12 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
+
+#include <belvane/BVAudioOutputSetting.h>
 
 namespace belvane::detail {
 
@@ -39,6 +42,17 @@ class OutputBackend {
 
   // Short name for diagnostics: "pulse", "alsa", "null", "null:fast", "wav".
   virtual const char* name() const = 0;
+  // The device in use, as an output setting names it ("pulse:SINK",
+  // "alsa:DEVICE"); the short name for outputs without devices. Any thread.
+  virtual std::string device() const { return name(); }
+  // Plays on to the output `setting` names (a sink of the same sound server)
+  // without reopening; false when this backend cannot (the caller then opens
+  // a new backend). Called by the thread that writes.
+  virtual bool moveTo(const BVAudioOutputSetting& /*setting*/) { return false; }
+  // Told (on any thread, never under the caller's locks) when the device in
+  // use changes by itself: the server moved the stream because its device
+  // went away or the system default changed. Set before the first write.
+  void setDeviceListener(std::function<void(const std::string&)> listener) { deviceListener_ = std::move(listener); }
   // Whether writing takes as long as playing (a device, or null).
   virtual bool paced() const = 0;
   // Whether play_wait may write to it on the caller's thread: writes that
@@ -72,17 +86,28 @@ class OutputBackend {
   // After a failed write: try to get going again (for example after the
   // sound server restarted). False when the backend cannot.
   virtual bool recover() { return false; }
+  // Whether a write failure ends the playback (a recording, which must not
+  // go on silently), with failureReason() saying why; otherwise a backend
+  // that cannot recover is replaced by a silent one and the playback goes on.
+  virtual bool failureEndsPlayback() const { return false; }
 
  protected:
+  void deviceChanged(const std::string& device) {
+    if (deviceListener_) deviceListener_(device);
+  }
   unsigned rate_ = 0;
   std::string failureReason_;
+  std::function<void(const std::string&)> deviceListener_;
 };
 
 // Device buffer length asked of paced outputs, in seconds.
 std::unique_ptr<OutputBackend> makeNullOutput(bool paced, double deviceSeconds, std::shared_ptr<OutputSession> session);
-std::unique_ptr<OutputBackend> makeWavOutput(const std::string& path);
-std::unique_ptr<OutputBackend> makePulseOutput(double deviceSeconds);
-std::unique_ptr<OutputBackend> makeAlsaOutput(double deviceSeconds);
+class OutputPlayback;
+// playback: the playback the file belongs to (continued within it); may be null.
+std::unique_ptr<OutputBackend> makeWavOutput(const std::string& path, std::shared_ptr<OutputPlayback> playback);
+// An empty sink or device means the system default (followed as it changes).
+std::unique_ptr<OutputBackend> makePulseOutput(double deviceSeconds, const std::string& sink);
+std::unique_ptr<OutputBackend> makeAlsaOutput(double deviceSeconds, const std::string& device);
 // Whether the system has any ALSA sound card (the automatic choice skips
 // ALSA without one, rather than have it fail noisily).
 bool alsaCardPresent();

@@ -1,21 +1,10 @@
-// Parsing output settings and opening the chosen output.
+// Opening the output a setting names.
 #include "audio_output/output_setting.h"
 
 #include "audio_output/orplayer.h"
 #include "audio_output/output_log.h"
 
 namespace belvane::detail {
-
-std::optional<OutputSpec> parseOutputSpec(std::string_view text) {
-  using Kind = OutputSpec::Kind;
-  if (text.empty() || text == "auto") return OutputSpec{Kind::Auto, {}};
-  if (text == "pulse") return OutputSpec{Kind::Pulse, {}};
-  if (text == "alsa") return OutputSpec{Kind::Alsa, {}};
-  if (text == "null") return OutputSpec{Kind::Null, {}};
-  if (text == "null:fast") return OutputSpec{Kind::NullFast, {}};
-  if (text.starts_with("wav:") && text.size() > 4) return OutputSpec{Kind::Wav, std::string(text.substr(4))};
-  return std::nullopt;
-}
 
 namespace {
 
@@ -31,27 +20,29 @@ OpenedOutput tryOpen(std::unique_ptr<OutputBackend> backend, unsigned rate) {
 
 }  // namespace
 
-OpenedOutput openOutput(const OutputSpec& setting, unsigned rate, double deviceSeconds,
-                        const std::shared_ptr<OutputSession>& session) {
-  using Kind = OutputSpec::Kind;
+OpenedOutput openOutput(const BVAudioOutputSetting& setting, unsigned rate, double deviceSeconds,
+                        const std::shared_ptr<OutputSession>& session,
+                        const std::shared_ptr<OutputPlayback>& playback) {
+  using Kind = BVAudioOutputSetting::Kind;
   switch (setting.kind) {
     case Kind::Pulse:
-      return tryOpen(makePulseOutput(deviceSeconds), rate);
+      return tryOpen(makePulseOutput(deviceSeconds, setting.device), rate);
     case Kind::Alsa:
-      return tryOpen(makeAlsaOutput(deviceSeconds), rate);
+      return tryOpen(makeAlsaOutput(deviceSeconds, setting.device), rate);
     case Kind::Null:
       return tryOpen(makeNullOutput(true, deviceSeconds, session), rate);
     case Kind::NullFast:
       return tryOpen(makeNullOutput(false, deviceSeconds, session), rate);
     case Kind::Wav:
-      return tryOpen(makeWavOutput(setting.path), rate);
+      return tryOpen(makeWavOutput(setting.device, playback), rate);
     case Kind::Auto:
+    case Kind::Default:
       break;
   }
-  OpenedOutput opened = tryOpen(makePulseOutput(deviceSeconds), rate);
+  OpenedOutput opened = tryOpen(makePulseOutput(deviceSeconds, {}), rate);
   if (!opened.backend) {
     if (alsaCardPresent())
-      opened = tryOpen(makeAlsaOutput(deviceSeconds), rate);
+      opened = tryOpen(makeAlsaOutput(deviceSeconds, {}), rate);
     else
       outputLog(QL_LOG_INFO, "no ALSA sound card");
   }

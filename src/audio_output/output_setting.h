@@ -1,26 +1,17 @@
-// OutputSpec: which output a player opens, as written in orplayer_set_output
-// or $BELVANE_AUDIO_OUTPUT ("auto", "pulse", "alsa", "null", "null:fast",
-// "wav:PATH"), and openOutput, which opens it ("auto": PulseAudio, then
-// ALSA, then null).
+// openOutput: opens the output a setting names ("auto": PulseAudio, then
+// ALSA, then null); and the setting a player was given, as orplayer keeps
+// it. Any thread.
 #pragma once
 
-#include <memory>
-#include <optional>
-#include <string>
-#include <string_view>
+#include <belvane/BVAudioOutputSetting.h>
 
+#include <memory>
+#include <string>
+
+#include "audio_output/orplayer.h"
 #include "audio_output/output_backend.h"
 
 namespace belvane::detail {
-
-struct OutputSpec {
-  enum class Kind { Auto, Pulse, Alsa, Null, NullFast, Wav };
-  Kind kind = Kind::Auto;
-  std::string path;  // for Wav
-};
-
-// Nothing for text that names no output (an empty text means "auto").
-std::optional<OutputSpec> parseOutputSpec(std::string_view text);
 
 struct OpenedOutput {
   std::unique_ptr<OutputBackend> backend;  // open, or empty on failure
@@ -28,7 +19,14 @@ struct OpenedOutput {
   std::string reason;  // why it failed, for a listener
 };
 
-OpenedOutput openOutput(const OutputSpec& setting, unsigned rate, double deviceSeconds,
-                        const std::shared_ptr<OutputSession>& session);
+// playback: the playback the output belongs to (see OutputPlayback); may be null.
+// setting: a resolved one (not Default).
+OpenedOutput openOutput(const BVAudioOutputSetting& setting, unsigned rate, double deviceSeconds,
+                        const std::shared_ptr<OutputSession>& session,
+                        const std::shared_ptr<OutputPlayback>& playback = nullptr);
+
+// The output a player opens at its next start, and moves to at once when
+// started (see orplayer_set_output, which parses its text into this).
+void setOutputSetting(orplayer_t player, const BVAudioOutputSetting& setting);
 
 }  // namespace belvane::detail

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <vector>
 
+#include "audio_output/orplayer.h"
 #include "audio_output/output_log.h"
 #include "audio_output/player_core.h"
 #include "foundation/thread_name.h"
@@ -25,11 +26,24 @@ void recoverBackend(std::unique_ptr<OutputBackend>& backend, PlayerCore& core, d
   }
   unsigned rate = backend->rate();
   bool paced = backend->paced();
-  outputLog(QL_LOG_ERROR, "\"%s\" failed; going on without sound", backend->name());
+  const bool ends = backend->failureEndsPlayback();
+  if (ends) {
+    outputLog(QL_LOG_ERROR, "\"%s\" failed: %s", backend->name(), backend->failureReason().c_str());
+    std::lock_guard lock(core.mutex);
+    core.failure = ORPLAYER_ERROR_WAV_FILE;
+    core.failureReason = backend->failureReason();
+    core.ring.clear();
+    core.audible = false;
+    core.room.notify_all();
+    paced = false;
+  } else {
+    outputLog(QL_LOG_ERROR, "\"%s\" failed; going on without sound", backend->name());
+  }
   backend = makeNullOutput(paced, deviceSeconds, session);
   backend->open(rate);
   core.outputName = backend->name();
   core.realTime = backend->paced();
+  core.noteDevice(backend->device(), !ends);  // an ended playback has no output to tell of
 }
 
 void runOutput(std::shared_ptr<PlayerCore> corePtr, std::shared_ptr<OutputSession> session, uint64_t id,
@@ -44,12 +58,22 @@ void runOutput(std::shared_ptr<PlayerCore> corePtr, std::shared_ptr<OutputSessio
   // nothing has come for that long the thread sleeps until the next frame.
   bool idle = false;
   auto deadline = std::chrono::steady_clock::now() + 25ms;
+  uint64_t targetSeen = core.targetGeneration;
   for (;;) {
+    if (core.targetGeneration != targetSeen && current()) {
+      // The host chose another output while this one plays.
+      targetSeen = core.targetGeneration;
+      BVAudioOutputSetting target = core.target;
+      lock.unlock();
+      switchBackend(backend, corePtr, target, deviceSeconds, session);
+      lock.lock();
+      continue;
+    }
     const bool paced = backend->paced();
     const size_t wants =
         paced ? 1 : std::max<size_t>(1, static_cast<size_t>(core.lastRate * core.queueSeconds / 2));
     auto ready = [&] {
-      return !current() || core.ring.frames() >= wants ||
+      return !current() || core.ring.frames() >= wants || core.targetGeneration != targetSeen ||
              (core.done && (core.audible || core.ring.frames() > 0));
     };
     while (!ready()) {
@@ -75,6 +99,7 @@ void runOutput(std::shared_ptr<PlayerCore> corePtr, std::shared_ptr<OutputSessio
       --core.outputWaiters;
     }
     if (!current()) break;
+    if (core.targetGeneration != targetSeen) continue;
 
     if (core.ring.frames() == 0) {
       // play_done with the queue empty: wait until the device has played out.

@@ -12,10 +12,12 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <string>
 
 #include "audio_output/frame_ring.h"
 #include "audio_output/gain_ramp.h"
 #include "audio_output/output_backend.h"
+#include "audio_output/output_setting.h"
 
 namespace belvane::detail {
 
@@ -59,10 +61,44 @@ struct PlayerCore {
   std::atomic<const char*> outputName{"none"};
   std::atomic<bool> realTime{false};
   std::atomic<uint64_t> underruns{0};  // the backend takes as long as playing
+
+  // The failure that ended the output while playing (an orplayer error
+  // code, 0 for none, and why), cleared by a start; writes are dropped
+  // meanwhile. Guarded by the mutex.
+  int failure = 0;
+  std::string failureReason;
+
+  // A change of output while playing: orplayer_set_output sets the setting
+  // and bumps the generation; the output thread moves to it. Guarded by the mutex.
+  BVAudioOutputSetting target;  // resolved
+  uint64_t targetGeneration = 0;
+  // The playback the output belongs to (see OutputPlayback); may be null.
+  std::shared_ptr<OutputPlayback> playback;
+
+  // The device in use ("pulse:SINK"), and who hears when it changes.
+  void noteDevice(const std::string& device, bool tell);
+  std::string device() const;
+  void setDeviceListener(void (*listener)(const char*, void*), void* context);
+  // A listener for a backend: notes (and tells) the device it moved to.
+  static std::function<void(const std::string&)> deviceListenerFor(const std::shared_ptr<PlayerCore>& core);
+
+ private:
+  mutable std::mutex deviceMutex_;
+  std::string device_;
+  void (*deviceListener_)(const char*, void*) = nullptr;
+  void* deviceListenerContext_ = nullptr;
 };
 
+// Moves a playing output to `target` (see PlayerCore::target): the backend
+// moves if it can, else a new backend is opened and replaces it; a failure
+// keeps the old one. The thread that writes calls it.
+void switchBackend(std::unique_ptr<OutputBackend>& backend, const std::shared_ptr<PlayerCore>& core,
+                   const BVAudioOutputSetting& target, double deviceSeconds, const std::shared_ptr<OutputSession>& session);
+
 // Replaces a failed backend: first by reopening it, then by a null output
-// paced like it, so that the stream keeps its flow control.
+// paced like it, so that the stream keeps its flow control. A backend whose
+// failure ends the playback (a file) is replaced by an unpaced null output
+// and the failure is noted in the core (PlayerCore::failure).
 void recoverBackend(std::unique_ptr<OutputBackend>& backend, PlayerCore& core, double deviceSeconds,
                     const std::shared_ptr<OutputSession>& session);
 

@@ -17,6 +17,7 @@
 // route: the host's callback, or GLib's debug level.
 #include <belvane/belvane.h>
 
+#include <belvane/BVAudioOutputs.h>
 #include <belvane/BVConstants.h>
 #include <belvane/BVKitOwner.h>
 #include <belvane/BVMPRISPublisher.h>
@@ -133,6 +134,8 @@ struct bv_player final : BVPlayerOwner {
   void* receptionUserdata = nullptr;
   bv_recorded_file_callback recordedFileCallback = nullptr;
   void* recordedFileUserdata = nullptr;
+  bv_output_callback outputCallback = nullptr;
+  void* outputUserdata = nullptr;
   bv_recording_stopped_callback recordingStoppedCallback = nullptr;
   void* recordingStoppedUserdata = nullptr;
   // The strings of the last recording error handed out.
@@ -193,6 +196,12 @@ struct bv_player final : BVPlayerOwner {
     bv_reception r = receptionOf(reception);
     CallbackScope scope(this);
     receptionCallback(this, &r, receptionUserdata);
+  }
+
+  void playerOutputChanged(BVBasePlayer&, const std::string& output) override {
+    if (destroyed || !outputCallback) return;
+    CallbackScope scope(this);
+    outputCallback(this, output.c_str(), outputUserdata);
   }
 
   void playerRecordedFile(BVBasePlayer&, const std::string& path, const std::string& title, bool complete) override {
@@ -436,6 +445,28 @@ double bv_player_get_reconnect_patience(const bv_player* player) {
   return player && player->master ? player->master->reconnectPatience() : -1.0;
 }
 
+// ---- loudness normalisation ------------------------------------------------------
+
+int bv_player_set_loudness_normalization(bv_player* player, int normalize) {
+  if (!player || !player->master) return BV_ERROR_INVALID_PARAMETER;
+  player->master->setLoudnessNormalization(normalize != 0);
+  return BV_OK;
+}
+
+int bv_player_get_loudness_normalization(const bv_player* player) {
+  return player && player->master && player->master->loudnessNormalization() ? 1 : 0;
+}
+
+int bv_player_set_loudness_target(bv_player* player, double lufs) {
+  if (!player || !player->master || !(lufs >= -70.0 && lufs <= 0.0)) return BV_ERROR_INVALID_PARAMETER;
+  player->master->setLoudnessTarget(lufs);
+  return BV_OK;
+}
+
+double bv_player_get_loudness_target(const bv_player* player) {
+  return player && player->master ? player->master->loudnessTarget() : 0.0;
+}
+
 // ---- sleep, fades and stopping after the title ----------------------------------
 
 int bv_player_set_inhibit_sleep(bv_player* player, int inhibit) {
@@ -514,12 +545,54 @@ int bv_player_get_mute(const bv_player* player) { return player && player->maste
 
 int bv_player_set_audio_output(bv_player* player, const char* setting) {
   if (!player || !player->master) return BV_ERROR_INVALID_PARAMETER;
-  return player->master->setAudioOutput(setting ? setting : "") == 0 ? BV_OK : BV_ERROR_INVALID_AUDIO_OUTPUT;
+  std::string reason;
+  auto parsed = BVAudioOutputSetting::fromString(setting ? setting : "", &reason);
+  if (!parsed) {
+    BVLog("Audio output refused: %s", reason.c_str());
+    return BV_ERROR_INVALID_AUDIO_OUTPUT;
+  }
+  player->master->setAudioOutputSetting(*parsed);
+  return BV_OK;
 }
 
 char* bv_player_get_audio_output_name(const bv_player* player) {
   if (!player) return nullptr;
   return duplicate(player->master ? player->master->audioOutputName() : std::string("none"));
+}
+
+char* bv_player_get_audio_output_device(const bv_player* player) {
+  if (!player) return nullptr;
+  return duplicate(player->master ? player->master->audioOutputDevice() : std::string());
+}
+
+void bv_player_set_output_callback(bv_player* player, bv_output_callback callback, void* userdata) {
+  if (!player) return;
+  player->outputCallback = callback;
+  player->outputUserdata = userdata;
+}
+
+int bv_audio_outputs(bv_audio_output** outputs, size_t* count) {
+  if (!outputs || !count) return BV_ERROR_INVALID_PARAMETER;
+  *outputs = nullptr;
+  *count = 0;
+  std::vector<BVAudioOutput> found = BVAudioOutputs();
+  if (found.empty()) return BV_OK;
+  auto* list = static_cast<bv_audio_output*>(calloc(found.size(), sizeof(bv_audio_output)));
+  if (!list) return BV_ERROR_NOMEM;
+  for (size_t i = 0; i < found.size(); ++i)
+    list[i] = {duplicate(found[i].name), duplicate(found[i].description), found[i].isDefault ? 1 : 0};
+  *outputs = list;
+  *count = found.size();
+  return BV_OK;
+}
+
+void bv_audio_outputs_free(bv_audio_output* outputs, size_t count) {
+  if (!outputs) return;
+  for (size_t i = 0; i < count; ++i) {
+    bv_free(outputs[i].name);
+    bv_free(outputs[i].description);
+  }
+  free(outputs);
 }
 
 char* bv_player_get_attribute(const bv_player* player, const char* key) {

@@ -23,8 +23,7 @@ extern "C" int bv_error_is_retryable(const char* domain, int64_t code) {
     }
     return c == BV_SHOUTSTREAMER_CONNECTION_REFUSED || c == BV_SHOUTSTREAMER_HOST_NOT_FOUND ||
            c == BV_SHOUTSTREAMER_TIMED_OUT || c == BV_SHOUTSTREAMER_LOST_SYNC ||
-           c == BV_SHOUTSTREAMER_CONNECTION_LOST || c == BV_SHOUTSTREAMER_NO_AUDIO || c == BV_OUTPUT_PULSE ||
-           c == BV_OUTPUT_ALSA;
+           c == BV_SHOUTSTREAMER_CONNECTION_LOST || c == BV_SHOUTSTREAMER_NO_AUDIO;
   }
   if (equals(domain, BV_ERROR_DOMAIN_STREAM_TUNER)) return code == BV_STREAM_TUNER_TIMED_OUT;
   if (equals(domain, BV_ERROR_DOMAIN_HTTP)) return retryableHTTPStatus(code);
@@ -40,5 +39,7 @@ extern "C" int bv_error_is_retryable(const char* domain, int64_t code) {
   if (equals(domain, BV_ERROR_DOMAIN_HELIX))
     return code == BV_HELIX_CONNECTION_REFUSED || code == BV_HELIX_SERVER_UNREACHABLE ||
            code == BV_HELIX_SERVER_ERROR || code == BV_HELIX_TIMEOUT;
+  if (equals(domain, BV_ERROR_DOMAIN_BELVANE))
+    return code == BV_BELVANE_OUTPUT_SOUND_SERVER || code == BV_BELVANE_OUTPUT_SOUND_CARD;
   return 0;
 }

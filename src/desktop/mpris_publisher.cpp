@@ -512,6 +512,11 @@ void BVMPRISPublisher::playerRecordingStopped(BVBasePlayer& player, const BVErro
   if (hostOwner_) hostOwner_->playerRecordingStopped(player, error);
 }
 
+void BVMPRISPublisher::playerOutputChanged(BVBasePlayer& player, const std::string& output) {
+  auto self = shared_from_this();
+  if (hostOwner_) hostOwner_->playerOutputChanged(player, output);
+}
+
 void BVMPRISPublisher::playerAttributeChanged(BVBasePlayer& player, const BVDictionary& attributes) {
   auto self = shared_from_this();
   attributes_ = attributes;

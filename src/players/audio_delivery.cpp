@@ -1,11 +1,16 @@
 // AudioDelivery: writing, title timing by frames, and gain (see audio_delivery.h).
 #include "players/audio_delivery.h"
 
+#include "audio_output/output_playback.h"
+#include "audio_output/output_setting.h"
+
+#include <belvane/BVBasePlayer.h>
 #include <belvane/BVConstants.h>
 #include <belvane/BVKitOwner.h>
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 
 namespace belvane::detail {
 namespace {
@@ -31,6 +36,7 @@ AudioDelivery::AudioDelivery() : loop_(BVRunLoop::current()) {
   orplayer_options_t options{};
   options.flags = ORPLAYER_OPTION_LOW_LATENCY;
   orplayer_set_options(output_, &options);
+  orplayer_set_device_listener(output_, &AudioDelivery::outputDeviceChanged, this);
 }
 
 AudioDelivery::~AudioDelivery() {
@@ -54,23 +60,59 @@ void AudioDelivery::useCurrentRunLoop() {
   loopThread_ = std::this_thread::get_id();
 }
 
-int AudioDelivery::setOutput(const std::string& setting) {
-  int result = orplayer_set_output(output_, setting.empty() ? nullptr : setting.c_str());
-  if (result == 0) {
-    std::lock_guard lock(clientMutex_);
-    outputSetting_ = setting;
-  }
-  return result;
-}
-
-std::string AudioDelivery::outputSetting() const {
-  std::lock_guard lock(clientMutex_);
-  return outputSetting_;
-}
+void AudioDelivery::setOutput(const BVAudioOutputSetting& setting) { setOutputSetting(output_, setting); }
 
 const char* AudioDelivery::outputName() const { return orplayer_output_name(output_); }
 uint64_t AudioDelivery::framesWritten() const { return orplayer_frames_written(output_); }
 uint64_t AudioDelivery::underruns() const { return orplayer_underruns(output_); }
+
+// ---- the device in use, and its changes ---------------------------------------------
+
+// Belvane's own code for an output's, in BVBelvaneErrorDomain, with the
+// sentence the listener reads.
+BVErrorRef AudioDelivery::outputError(int orplayerCode, const std::string& sentence) {
+  int32_t code = BVAudioOutputErrorNoOutput;
+  switch (orplayerCode) {
+    case ORPLAYER_ERROR_BAD_SPEC: code = BVAudioOutputErrorSetting; break;
+    case ORPLAYER_ERROR_WAV_FILE: code = BVAudioOutputErrorWavFile; break;
+    case ORPLAYER_ERROR_PULSE: code = BVAudioOutputErrorSoundServer; break;
+    case ORPLAYER_ERROR_ALSA: code = BVAudioOutputErrorSoundCard; break;
+    case ORPLAYER_ERROR_THREAD: code = BVAudioOutputErrorThread; break;
+    default: break;
+  }
+  BVDictionary info{{BVLocalizedDescriptionKey, BVValue(sentence)}, {BVDoNotReportToRadioTimeErrorKey, BVValue("")}};
+  return BVError::create(BVBelvaneErrorDomain, code, std::move(info));
+}
+
+void AudioDelivery::setPlayback(std::shared_ptr<OutputPlayback> playback) {
+  setOutputPlayback(output_, std::move(playback));
+}
+
+std::string AudioDelivery::outputDevice() const {
+  std::string device(orplayer_output_device(output_, nullptr, 0), '\0');
+  orplayer_output_device(output_, device.data(), device.size() + 1);
+  return device;
+}
+
+void AudioDelivery::checkOutputFailure() {
+  if (failureTold_.load(std::memory_order_relaxed)) return;
+  char reason[512];
+  int code = orplayer_output_failure(output_, reason, sizeof reason);
+  if (code == 0 || failureTold_.exchange(true)) return;
+  auto error = outputError(code, "The audio output failed: " + std::string(reason) + ".");
+  std::lock_guard lock(clientMutex_);
+  loop_.perform(weak_from_this(), [this, error] {
+    if (auto* c = client()) c->audioDeliveryOutputFailed(error);
+  });
+}
+
+void AudioDelivery::outputDeviceChanged(const char* device, void* self) {
+  auto* delivery = static_cast<AudioDelivery*>(self);
+  std::lock_guard lock(delivery->clientMutex_);
+  delivery->loop_.perform(delivery->weak_from_this(), [delivery, name = std::string(device)] {
+    if (auto* c = delivery->client()) c->audioDeliveryOutputChanged(name);
+  });
+}
 
 std::chrono::steady_clock::time_point AudioDelivery::audioRunsOutAt() const {
   return std::chrono::steady_clock::time_point(std::chrono::steady_clock::duration(runsOutAt_.load()));
@@ -78,6 +120,7 @@ std::chrono::steady_clock::time_point AudioDelivery::audioRunsOutAt() const {
 
 int AudioDelivery::start() {
   interrupted_ = false;
+  failureTold_ = false;
   haltedAtTitle_ = false;
   ending_ = false;
   runsOutAt_ = 0;
@@ -90,9 +133,7 @@ int AudioDelivery::start() {
 BVErrorRef AudioDelivery::startError(int code) const {
   // The listener reads why (the output's own reason), not the code.
   std::string reason = orplayer_failure_reason(output_);
-  std::string sentence = "The audio output could not start" + (reason.empty() ? std::string() : ": " + reason) + ".";
-  BVDictionary info{{BVLocalizedDescriptionKey, BVValue(sentence)}, {BVDoNotReportToRadioTimeErrorKey, BVValue("")}};
-  return BVError::create(BVShoutstreamerErrorDomain, code, std::move(info));
+  return outputError(code, "The audio output could not start" + (reason.empty() ? std::string() : ": " + reason) + ".");
 }
 
 void AudioDelivery::stop() { orplayer_stop(output_); }
@@ -301,7 +342,11 @@ void AudioDelivery::writeRange(float sampleRate, float** channels, int32_t from,
   if (count <= 0) return;
   if (!waitWhileHeld()) return;
   float* part[2] = {channels[0] + from, channels[1] ? channels[1] + from : nullptr};
-  orplayer_play_wait(output_, sampleRate, part, count);
+  // Loudness normalisation measures and scales what goes out (no-op when off).
+  unsigned rate = sampleRate >= 1 && sampleRate <= 768000 ? unsigned(std::lround(sampleRate)) : 0;
+  float** normalised = loudness_->process(rate, part, size_t(count));
+  orplayer_play_wait(output_, sampleRate, normalised, count);
+  checkOutputFailure();
   framesQueued_.fetch_add(uint64_t(count), std::memory_order_relaxed);
   if (sampleRate > 0) lastSampleRate_ = sampleRate;
   // The write returned once the output had room, so what it holds ahead of

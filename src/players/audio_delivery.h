@@ -13,6 +13,7 @@
 // loop makes a title late, never the audio.
 #pragma once
 
+#include <belvane/BVAudioOutputSetting.h>
 #include <belvane/BVError.h>
 #include <belvane/BVRunLoop.h>
 
@@ -26,10 +27,13 @@
 #include <string>
 #include <thread>
 
+#include "audio_output/loudness_control.h"
 #include "audio_output/orplayer.h"
 #include "streaming/stream_title.h"
 
 namespace belvane::detail {
+
+class OutputPlayback;
 
 class AudioDeliveryClient {
  public:
@@ -40,6 +44,15 @@ class AudioDeliveryClient {
   // next title, and everything before that title's first frame has been
   // heard; nothing after it reaches the output.
   virtual void audioDeliveryStoppedAtTitle() {}
+  // On the playing thread's run loop: the output plays to another device
+  // now (as outputDevice() names it): a change asked for, or the sound
+  // server moved the stream (its device went away, the default changed).
+  virtual void audioDeliveryOutputChanged(const std::string& /*device*/) {}
+  // On the playing thread's run loop: the output failed while playing (a
+  // WAV file that could not be written); error is worded for the listener
+  // ("The audio output failed: ..."). What comes after is dropped: the
+  // playback should end in this error.
+  virtual void audioDeliveryOutputFailed(const BVErrorRef& /*error*/) {}
 };
 
 class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
@@ -56,15 +69,19 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   // Where titles are announced: the loop of the calling thread.
   void useCurrentRunLoop();
 
-  // The output ("auto", "pulse", "alsa", "null", "null:fast", "wav:PATH") for
-  // the next start; 0, or ORPLAYER_ERROR_BAD_SPEC. An empty setting goes back
-  // to the default ($BELVANE_AUDIO_OUTPUT, else "auto").
-  int setOutput(const std::string& setting);
-  std::string outputSetting() const;
+  // The output, for the next start and at once for a started one (see
+  // orplayer_set_output); Default goes back to $BELVANE_AUDIO_OUTPUT, else
+  // "auto". The value is handed to the output as it is.
+  void setOutput(const BVAudioOutputSetting& setting);
   // The output opened ("pulse", "alsa", "null", "null:fast", "wav"; "none"
   // before the first start) and the frames handed to it over all starts.
   const char* outputName() const;
   uint64_t framesWritten() const;
+  // The device in use ("pulse:SINK", "alsa:DEVICE"; see orplayer_output_device).
+  std::string outputDevice() const;
+  // The playback the next start belongs to (see OutputPlayback): within one
+  // playback a WAV file is continued, not rewritten. Null: its own.
+  void setPlayback(std::shared_ptr<OutputPlayback> playback);
   // Times the output ran dry while being written (see orplayer_underruns).
   uint64_t underruns() const;
   // Any thread: when the audio written so far will have been heard, as far
@@ -79,8 +96,8 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   // open. stop() drops what is queued and releases a blocked writer.
   int start();
   // The error a player reports when start() returned code: "The audio
-  // output could not start: <why the output gave>.", marked not to be
-  // reported to RadioTime.
+  // output could not start: <why the output gave>.", in BVBelvaneErrorDomain
+  // with a BVAudioOutputErrorCode, marked not to be reported to RadioTime.
   BVErrorRef startError(int code) const;
   void stop();
   bool isPlaying() const;
@@ -125,6 +142,10 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   bool isHeld() const { return held_.load(); }
   void dropHeldWrite();
   void flushed();
+  // Loudness normalisation: every frame written passes through it, on the
+  // decoding thread, before the output's gain (see loudness_control.h for
+  // which thread calls what).
+  LoudnessControl& loudness() { return *loudness_; }
 
  private:
   AudioDelivery();
@@ -139,8 +160,14 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   // written, drops what follows and tells the client.
   bool stopsAtTitle(const StreamTitle& title);
 
+  // The output's device listener: hands the change to the run loop.
+  static void outputDeviceChanged(const char* device, void* self);
+  // After a write: tells the client, once, of a failure that ended the output.
+  void checkOutputFailure();
+  static BVErrorRef outputError(int orplayerCode, const std::string& sentence);
+  std::atomic<bool> failureTold_{false};
+
   orplayer_t output_ = nullptr;
-  std::string outputSetting_;  // guarded by clientMutex_
   std::deque<PendingTitle> pending_;  // decoding thread only
   int32_t framesBuffered_ = 0;        // decoding thread only
   std::atomic<uint64_t> framesQueued_{0};  // by the decoding thread; reset by start
@@ -164,6 +191,7 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   std::atomic<bool> held_{false};
   std::atomic<bool> dropWrites_{false};
   bool waitWhileHeld();
+  std::shared_ptr<LoudnessControl> loudness_ = std::make_shared<LoudnessControl>();
 };
 
 }  // namespace belvane::detail

@@ -5,6 +5,7 @@
 #include <belvane/BVMediaFormat.h>
 #include <belvane/BVMediaLink.h>
 
+#include "audio_output/output_playback.h"
 #include "foundation/request_settings_scope.h"
 #include "foundation/url_redaction.h"
 
@@ -23,6 +24,7 @@ void BVBasePlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   {
     std::lock_guard lock(linkMutex_);
     if (link != link_) link_ = link;
+    if (!outputPlaybackShared_) outputPlayback_ = std::make_shared<belvane::detail::OutputPlayback>();
   }
   startStationTap();
 }
@@ -64,6 +66,12 @@ void BVBasePlayer::changedReception(const BVPlayerReception& reception) {
   if (!owner_) return;
   auto self = shared_from_this();
   owner_->playerReceptionChanged(*this, reception);
+}
+
+void BVBasePlayer::changedOutput(const std::string& output) {
+  if (!owner_) return;
+  auto self = shared_from_this();
+  owner_->playerOutputChanged(*this, output);
 }
 
 BVErrorRef BVBasePlayer::customizeError(const BVErrorRef& error) {

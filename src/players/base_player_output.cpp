@@ -1,19 +1,29 @@
-// BVBasePlayer: the audio output, reconnection and request settings every
-// player keeps and hands on.
+// BVBasePlayer: the audio output, reconnection, request and loudness
+// settings every player keeps and hands on.
 #include <belvane/BVBasePlayer.h>
 
-#include "audio_output/orplayer.h"
-#include "audio_output/output_setting.h"
+#include "audio_output/output_playback.h"
 
 #include <cmath>
 
-int BVBasePlayer::setAudioOutput(const std::string& setting) {
-  if (!belvane::detail::parseOutputSpec(setting)) return ORPLAYER_ERROR_BAD_SPEC;
-  audioOutput_ = setting;
+int BVBasePlayer::setAudioOutput(const std::string& text) {
+  auto setting = BVAudioOutputSetting::fromString(text);
+  if (!setting) return BVAudioOutputErrorSetting;
+  setAudioOutputSetting(*setting);
   return 0;
 }
 
-std::string BVBasePlayer::audioOutput() const { return audioOutput_; }
+std::shared_ptr<belvane::detail::OutputPlayback> BVBasePlayer::outputPlayback() const {
+  std::lock_guard lock(linkMutex_);
+  return outputPlayback_;
+}
+
+void BVBasePlayer::shareOutputPlayback(const BVBasePlayer& from, BVBasePlayer& to) {
+  auto playback = from.outputPlayback();
+  std::lock_guard lock(to.linkMutex_);
+  to.outputPlayback_ = std::move(playback);
+  to.outputPlaybackShared_ = to.outputPlayback_ != nullptr;
+}
 
 void BVBasePlayer::setReconnectPatience(double seconds) {
   if (std::isnan(seconds) || seconds < 0) return;
@@ -22,4 +32,11 @@ void BVBasePlayer::setReconnectPatience(double seconds) {
 
 void BVBasePlayer::setRequestSettings(BVRequestSettingsRef settings) {
   requestSettings_ = settings ? std::move(settings) : BVRequestSettings::defaultSettings();
+}
+
+void BVBasePlayer::setLoudnessNormalization(bool normalizes) { loudnessNormalization_ = normalizes; }
+
+void BVBasePlayer::setLoudnessTarget(double lufs) {
+  if (!(lufs >= -70.0 && lufs <= 0.0)) return;
+  loudnessTarget_ = lufs;
 }

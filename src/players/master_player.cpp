@@ -59,6 +59,7 @@ void BVMasterPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   }
   auto sub = _subPlayer;  // playing may replace the sub-player
   shareStationTap(*this, *sub);
+  shareOutputPlayback(*this, *sub);
   subPlayerUsed_ = true;
   sub->playLink(link);
   updateSleepInhibitor();
@@ -84,13 +85,16 @@ void BVMasterPlayer::stop() {
 // one. The old sub-player hears nothing more from here on; it goes once the
 // call that may be running inside it has returned, and its audio stops with it.
 void BVMasterPlayer::replaceSubPlayer(std::shared_ptr<BVBasePlayer> next) {
-  next->setAudioOutput(audioOutput());
+  next->setAudioOutputSetting(audioOutputSetting());
   next->setReconnectPatience(reconnectPatience());
   next->setRequestSettings(requestSettings());
   next->setVolume(volume());
   next->setMuted(isMuted());
   next->setStopsAfterCurrentTitle(stopsAfterCurrentTitle());
+  next->setLoudnessNormalization(loudnessNormalization());
+  next->setLoudnessTarget(loudnessTarget());
   shareStationTap(*this, *next);
+  shareOutputPlayback(*this, *next);
   auto old = std::move(_subPlayer);
   old->setOwner(nullptr);
   _subPlayer = std::move(next);
@@ -109,6 +113,14 @@ bool BVMasterPlayer::isMuted() const { return _subPlayer->isMuted(); }
 void BVMasterPlayer::setMuted(bool muted) { _subPlayer->setMuted(muted); }
 void BVMasterPlayer::fadeVolumeTo(float volume, double seconds) { _subPlayer->fadeVolumeTo(volume, seconds); }
 void BVMasterPlayer::setStopsAfterCurrentTitle(bool stops) { _subPlayer->setStopsAfterCurrentTitle(stops); }
+void BVMasterPlayer::setLoudnessNormalization(bool normalizes) {
+  BVBasePlayer::setLoudnessNormalization(normalizes);
+  _subPlayer->setLoudnessNormalization(normalizes);
+}
+void BVMasterPlayer::setLoudnessTarget(double lufs) {
+  BVBasePlayer::setLoudnessTarget(lufs);
+  _subPlayer->setLoudnessTarget(lufs);
+}
 bool BVMasterPlayer::stopsAfterCurrentTitle() const { return !stopped_ && _subPlayer->stopsAfterCurrentTitle(); }
 float BVMasterPlayer::elapsedTime() const { return _subPlayer->elapsedTime(); }
 BVDictionary BVMasterPlayer::attributes() const { return _subPlayer->attributes(); }
@@ -215,7 +227,11 @@ void BVMasterPlayer::playerStateChanged(BVBasePlayer& player, BVPlayerState from
   auto* mp3 = dynamic_cast<BVMP3StreamPlayer*>(&player);
   if (auto* general = dynamic_cast<BVQuickTimePlayer*>(&player); general && !mp3)
     mp3 = dynamic_cast<BVMP3StreamPlayer*>(general->subPlayer().get());
-  if (error && mp3 && &player == _subPlayer.get()) {
+  // An output that failed (a recording that cannot be written) fails on
+  // every engine alike: no fallback.
+  const bool outputFailed = error && error->domain() == BVBelvaneErrorDomain &&
+                            error->code() >= BVAudioOutputErrorNoOutput && error->code() <= BVAudioOutputErrorThread;
+  if (error && mp3 && &player == _subPlayer.get() && !outputFailed) {
     belvane::detail::RequestSettingsScope requests(requestSettings());
     auto [next, link] = fallbackPlayer(*mp3, error);
     if (next) {
@@ -263,13 +279,15 @@ void BVMasterPlayer::setRequestSettings(BVRequestSettingsRef settings) {
   _subPlayer->setRequestSettings(requestSettings());
 }
 
-int BVMasterPlayer::setAudioOutput(const std::string& setting) {
-  int result = BVBasePlayer::setAudioOutput(setting);
-  if (result == 0) _subPlayer->setAudioOutput(setting);
-  return result;
+void BVMasterPlayer::setAudioOutputSetting(const BVAudioOutputSetting& setting) {
+  BVBasePlayer::setAudioOutputSetting(setting);
+  _subPlayer->setAudioOutputSetting(setting);
 }
 
 std::string BVMasterPlayer::audioOutputName() const { return _subPlayer->audioOutputName(); }
+std::string BVMasterPlayer::audioOutputDevice() const { return _subPlayer->audioOutputDevice(); }
+
+void BVMasterPlayer::playerOutputChanged(BVBasePlayer&, const std::string& output) { changedOutput(output); }
 uint64_t BVMasterPlayer::outputFramesWritten() const { return _subPlayer->outputFramesWritten(); }
 
 void BVMasterPlayer::playerPositionChanged(BVBasePlayer&, float position) {

@@ -78,6 +78,9 @@ void removeObserver(HXClientPlayerRef ref, const HXClientObserver* observer, con
   if (kit(ref) && name) kit(ref)->removeObserver(observer, name, userInfo);
 }
 
+void setAudioOutput(HXClientPlayerRef ref, const HXClientAudioOutput* output) {
+  if (kit(ref) && output) kit(ref)->setAudioOutput({output->kind, text(output->device)});
+}
 void releaseView(HXClientViewRef view) { delete view; }
 HXClientViewRef initWithFrame(double x, double y, double width, double height) {
   return new (std::nothrow) HXClientViewInstance{x, y, width, height};
@@ -113,6 +116,7 @@ const HXClientPlayerClass HXClientPlayer = {
     copyStatisticsFor,
     addObserver,
     removeObserver,
+    setAudioOutput,
 };
 
 const HXClientViewClass HXClientView = {

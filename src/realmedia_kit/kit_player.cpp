@@ -195,7 +195,7 @@ bool KitPlayer::ensurePipeline() {
   pipeline_ = gst_element_factory_make("playbin", nullptr);
   if (!pipeline_) return false;
   gst_object_ref_sink(pipeline_);
-  g_object_set(pipeline_, "audio-sink", makeKitAudioSink(), "video-sink", makeKitVideoSink(), "flags",
+  g_object_set(pipeline_, "audio-sink", makeKitAudioSink(audioOutput_), "video-sink", makeKitVideoSink(), "flags",
                kPlayFlagAudio | kPlayFlagSoftVolume, nullptr);
   g_signal_connect(pipeline_, "source-setup", G_CALLBACK(onSourceSetup), nullptr);
 

@@ -12,6 +12,7 @@
 
 #include "kit_errors.h"
 #include "kit_statistics.h"
+#include "audio_sink.h"
 #include "metafile_fetch.h"
 
 #include <belvane/HXClientKitABI.h>
@@ -65,6 +66,9 @@ class KitPlayer : public std::enable_shared_from_this<KitPlayer> {
   bool isMuted() const { return muted_; }
   void mute(bool muted);
 
+  // Where the audio of the next open goes (the sink is made then).
+  void setAudioOutput(KitAudioOutput output) { audioOutput_ = std::move(output); }
+
   char* copyStatistic(const std::string& name) const;
   void addObserver(const HXClientObserver* observer, const std::string& name, void* userInfo);
   void removeObserver(const HXClientObserver* observer, const std::string& name, void* userInfo);
@@ -102,6 +106,7 @@ class KitPlayer : public std::enable_shared_from_this<KitPlayer> {
   KitStatistics statistics_;
 
   GstElement* pipeline_ = nullptr;
+  KitAudioOutput audioOutput_;
   GSource* busWatch_ = nullptr;
   GSource* watchdog_ = nullptr;  // gives up on a stream that never loads
   std::shared_ptr<MetafileFetch> fetch_;

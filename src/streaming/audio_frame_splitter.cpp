@@ -1,5 +1,8 @@
-// AudioFrameSplitter: whole MPEG or ADTS frames out of audio bytes.
+// AudioFrameSplitter: whole MPEG or ADTS frames, or Ogg pages, out of audio bytes.
 #include "streaming/audio_frame_splitter.h"
+
+#include <algorithm>
+#include <cstring>
 
 namespace belvane::detail {
 
@@ -33,13 +36,40 @@ bool AudioFrameSplitter::nextFrame(size_t at, AudioFrame* frame, bool* needMore)
   return true;
 }
 
+bool AudioFrameSplitter::findOgg(size_t from, size_t before, size_t* at) const {
+  static constexpr uint8_t kCapture[] = {'O', 'g', 'g', 'S', 0};  // capture pattern and version 0
+  auto end = pending_.begin() + ptrdiff_t(std::min(before + sizeof kCapture, pending_.size()));
+  auto found = std::search(pending_.begin() + ptrdiff_t(from), end, std::begin(kCapture), std::end(kCapture));
+  if (found == end) return false;
+  *at = size_t(found - pending_.begin());
+  return true;
+}
+
 void AudioFrameSplitter::feed(std::span<const uint8_t> bytes, const FrameHandler& onFrame) {
   fed_ += bytes.size();
+  if (kind_ == AudioSyncKind::Ogg) {
+    ogg_.feed(bytes, [&](const OggPage& page) {
+      onFrame({page.bytes, pendingOffset_ + page.streamOffset, page.samples, page.sampleRate, page.chainStart,
+               page.header});
+    });
+    return;
+  }
   pending_.insert(pending_.end(), bytes.begin(), bytes.end());
   size_t at = 0;
   for (;;) {
     if (!synced_) {
       AudioSync sync = findAudioSync(std::span<const uint8_t>(pending_).subspan(at));
+      size_t ogg = 0;
+      if (findOgg(at, sync.kind == AudioSyncKind::None ? pending_.size() : at + sync.offset, &ogg)) {
+        // Pages from here on; their offsets count from the capture pattern.
+        kind_ = AudioSyncKind::Ogg;
+        std::vector<uint8_t> rest(pending_.begin() + ptrdiff_t(ogg), pending_.end());
+        pendingOffset_ += ogg;
+        pending_.clear();
+        fed_ -= rest.size();
+        feed(rest, onFrame);
+        return;
+      }
       if (sync.kind == AudioSyncKind::None) {
         at += sync.offset;
         // A search that can find nothing keeps only its tail.
@@ -66,6 +96,10 @@ void AudioFrameSplitter::feed(std::span<const uint8_t> bytes, const FrameHandler
 }
 
 void AudioFrameSplitter::restart() {
+  if (kind_ == AudioSyncKind::Ogg) {
+    ogg_.restart();
+    return;
+  }
   pendingOffset_ += pending_.size();
   pending_.clear();
   synced_ = false;

@@ -40,7 +40,9 @@ struct AdtsFrameHeader {
 // The AAC ADTS header in the first seven bytes, if they are one.
 std::optional<AdtsFrameHeader> parseAdtsFrameHeader(std::span<const uint8_t> bytes);
 
-enum class AudioSyncKind { None, Mpeg, Adts };
+// Ogg: pages rather than frames (found by AudioFrameSplitter, never by
+// findAudioSync).
+enum class AudioSyncKind { None, Mpeg, Adts, Ogg };
 
 struct AudioSync {
   AudioSyncKind kind = AudioSyncKind::None;

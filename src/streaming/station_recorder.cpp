@@ -5,7 +5,10 @@
 #include "streaming/recording_names.h"
 
 #include <taglib/id3v2tag.h>
+#include <taglib/opusfile.h>
 #include <taglib/tstring.h>
+#include <taglib/vorbisfile.h>
+#include <taglib/xiphcomment.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -20,18 +23,25 @@ namespace {
 
 constexpr const char* kIncomplete = " (incomplete)";
 
-bool writeAll(int fd, const uint8_t* data, size_t size) {
-  while (size > 0) {
-    ssize_t n = ::write(fd, data, size);
+// Writes all of data; false when the disk refused some of it (errno says
+// why), with *done bytes written before that.
+bool writeAll(int fd, const uint8_t* data, size_t size, size_t* done) {
+  *done = 0;
+  while (*done < size) {
+    ssize_t n = ::write(fd, data + *done, size - *done);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) {
       if (n == 0) errno = ENOSPC;
       return false;
     }
-    data += n;
-    size -= size_t(n);
+    *done += size_t(n);
   }
   return true;
+}
+
+// Whether bytes are the first page of an Ogg chain (its beginning-of-stream flag).
+bool isChainStart(std::span<const uint8_t> bytes) {
+  return bytes.size() > 5 && std::memcmp(bytes.data(), "OggS", 4) == 0 && (bytes[5] & 0x02) != 0;
 }
 
 std::string renderTag(const std::string& text) {
@@ -76,8 +86,14 @@ void StationRecorder::titleStarts(StreamTitle title) {
   startsComplete_ = true;
 }
 
+void StationRecorder::oggChain(std::span<const uint8_t> headers, std::string extension, std::string chainTitle) {
+  oggHeaders_.assign(headers.begin(), headers.end());
+  oggExtension_ = std::move(extension);
+  oggChainTitle_ = std::move(chainTitle);
+}
+
 bool StationRecorder::open(AudioSyncKind kind) {
-  extension_ = kind == AudioSyncKind::Adts ? ".aac" : ".mp3";
+  extension_ = kind == AudioSyncKind::Ogg ? oggExtension_ : kind == AudioSyncKind::Adts ? ".aac" : ".mp3";
   // A title that names no file (empty, or nothing but dots and control
   // characters) is recorded as "Untitled".
   stem_ = recordingFileStem(title_.title).value_or("Untitled");
@@ -94,40 +110,93 @@ bool StationRecorder::open(AudioSyncKind kind) {
     stopped_ = true;
     return false;
   }
-  std::string tag = renderTag(title_.title);
+  // An Ogg file's tag is its comment header: the chain's, fixed on closing.
+  std::string tag = kind == AudioSyncKind::Ogg ? std::string() : renderTag(title_.title);
   written_ = 0;
-  if (!writeAll(fd_, reinterpret_cast<const uint8_t*>(tag.data()), tag.size())) return failWrite(errno);
-  written_ = tag.size();
+  pending_.assign(tag.begin(), tag.end());
+  pendingEnds_.assign(1, pending_.size());
   return true;
 }
 
 bool StationRecorder::frame(std::span<const uint8_t> bytes, AudioSyncKind kind) {
   if (stopped_) return false;
-  if (fd_ < 0 && !open(kind)) return false;
-  if (!writeAll(fd_, bytes.data(), bytes.size())) return failWrite(errno);
-  written_ += bytes.size();
+  if (fd_ < 0) {
+    if (!open(kind)) return false;
+    if (kind == AudioSyncKind::Ogg) {
+      // A file that starts inside a chain needs the chain's headers first.
+      fileChainTitle_ = oggChainTitle_;
+      if (!isChainStart(bytes)) {
+        pending_.insert(pending_.end(), oggHeaders_.begin(), oggHeaders_.end());
+        pendingEnds_.push_back(pending_.size());
+      }
+    }
+  }
+  pending_.insert(pending_.end(), bytes.begin(), bytes.end());
+  pendingEnds_.push_back(pending_.size());
+  if (pending_.size() >= kWriteBlock && !writePending()) {
+    close(false);
+    return false;
+  }
   return true;
 }
 
-bool StationRecorder::failWrite(int error) {
+bool StationRecorder::writePending() {
+  if (pending_.empty()) return true;
+  size_t done = 0;
+  const bool written = writeAll(fd_, pending_.data(), pending_.size(), &done);
+  const int error = errno;
+  const size_t block = pending_.size();
+  pending_.clear();
+  if (written) {
+    written_ += block;
+    pendingEnds_.clear();
+    return true;
+  }
+  // The frame cut short goes: the file ends on the last whole frame the
+  // disk took.
+  size_t whole = 0;
+  for (size_t end : pendingEnds_)
+    if (end <= done) whole = end;
+  pendingEnds_.clear();
+  written_ += whole;
   const bool full = error == ENOSPC || error == EFBIG || error == EDQUOT;
   problem_ = full ? RecordingProblem::DiskFull : RecordingProblem::Write;
-  // The frame cut short goes: the file ends on its last whole frame.
   if (ftruncate(fd_, off_t(written_)) != 0)
     QLDebugLog(QL_LOG_WARNING, "recording: could not cut %s back", path_.c_str());
-  close(false);
   problemText_ = std::string("The recording stopped: ") +
                  (full ? "the disk is full or the file is as large as this system allows"
                        : "the recording could not be written") +
-                 " (" + std::strerror(error) + "). " + (path_.empty() ? "" : path_ + " keeps what was recorded.");
+                 " (" + std::strerror(error) + "). " + path_ + " keeps what was recorded.";
   stopped_ = true;
   return false;
 }
 
+void StationRecorder::retagOgg() {
+  TitleParts parts = splitStreamTitle(title_.title);
+  auto retag = [&](TagLib::File& file, TagLib::Ogg::XiphComment* comment) {
+    if (!file.isValid() || !comment) return false;
+    comment->setTitle(TagLib::String(parts.title, TagLib::String::UTF8));
+    comment->setArtist(TagLib::String(parts.artist, TagLib::String::UTF8));
+    return file.save();
+  };
+  bool saved = false;
+  if (extension_ == ".opus") {
+    TagLib::Ogg::Opus::File file(path_.c_str());
+    saved = retag(file, file.tag());
+  } else {
+    TagLib::Ogg::Vorbis::File file(path_.c_str());
+    saved = retag(file, file.tag());
+  }
+  if (!saved) QLDebugLog(QL_LOG_WARNING, "recording: could not write the title into %s", path_.c_str());
+}
+
 void StationRecorder::close(bool complete) {
   if (fd_ < 0) return;
+  if (!writePending()) complete = false;
   ::close(fd_);
   fd_ = -1;
+  if ((extension_ == ".ogg" || extension_ == ".opus") && !title_.title.empty() && title_.title != fileChainTitle_)
+    retagOgg();
   if (!complete && startsComplete_) {
     // The name says what the file lacks.
     std::string renamed;
@@ -151,6 +220,8 @@ void StationRecorder::stop() {
 }
 
 void StationRecorder::discardOpenFile() {
+  pending_.clear();
+  pendingEnds_.clear();
   if (fd_ < 0) return;
   ::close(fd_);
   fd_ = -1;

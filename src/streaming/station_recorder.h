@@ -8,11 +8,21 @@
 // unreadable), and GStreamer, mpg123-based and most desktop players read an
 // ID3v2 tag before ADTS frames.
 //
+// An Ogg station's files are Ogg files (.ogg for Vorbis, .opus for Opus) cut
+// on page boundaries: a chained stream's chain is one song, which its own
+// headers (comment header included) begin and tag; a file that starts
+// inside a chain (a title sent by ICY, or a recording started mid-song)
+// begins with the chain's header pages, and a title that differs from the
+// chain's own is written into the comment header by TagLib when the file is
+// closed (which renumbers the file's pages, so only their sequence numbers
+// and checksums differ from the station's).
+//
 // A file starts on a frame boundary: the first frame at or after the title
 // change. A file that does not hold its whole title (the first, which began
 // mid-title, and the last, which the stop cut off) has " (incomplete)" at the
 // end of its name. A full disk stops the recording: the file is cut back to
-// its last whole frame, so what was written stays readable.
+// its last whole frame, so what was written stays readable. Frames are
+// written in blocks of kWriteBlock bytes, and the rest when a file closes.
 //
 // Not thread-safe: StationTap guards it with its own mutex and calls it on
 // the thread that reads the station.
@@ -25,6 +35,7 @@
 #include <functional>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace belvane::detail {
 
@@ -54,6 +65,9 @@ class StationRecorder {
   void titleStarts(StreamTitle title);
   // The next frame's bytes; false when the recording has stopped (problem()).
   bool frame(std::span<const uint8_t> bytes, AudioSyncKind kind);
+  // Ogg: the chain now playing, whose header pages a file begins with when
+  // it starts inside the chain, and its extension and own title.
+  void oggChain(std::span<const uint8_t> headers, std::string extension, std::string chainTitle);
   // Ends the recording: the open file is cut off, so incomplete.
   void stop();
   // Drops the open file (deleted, not reported): a recording from the
@@ -67,7 +81,10 @@ class StationRecorder {
  private:
   bool open(AudioSyncKind kind);
   void close(bool complete);
-  bool failWrite(int error);
+  // Writes the frames held back; false (the recording stopped, the file cut
+  // back to its last whole frame on disk) when the disk refused them.
+  bool writePending();
+  void retagOgg();
 
   const std::string folder_;
   FileHandler onFile_;
@@ -77,7 +94,16 @@ class StationRecorder {
   std::string path_;
   std::string stem_;
   std::string extension_;
+  std::vector<uint8_t> oggHeaders_;
+  std::string oggExtension_ = ".ogg";
+  std::string oggChainTitle_;
+  std::string fileChainTitle_;  // the title in the open Ogg file's own comment header
   uint64_t written_ = 0;  // bytes in the open file, up to its last whole frame
+  // Frames are written in blocks (a write a frame would cost more than the
+  // rest of recording), about two seconds of a 128 kbit/s station.
+  static constexpr size_t kWriteBlock = 32 * 1024;
+  std::vector<uint8_t> pending_;
+  std::vector<size_t> pendingEnds_;  // where each frame held back ends in pending_
   bool stopped_ = false;
   RecordingProblem problem_ = RecordingProblem::None;
   std::string problemText_;

@@ -49,6 +49,17 @@ void StationTap::audio(std::span<const uint8_t> bytes) {
 // metadata block do not cut a recording.
 void StationTap::frame(const AudioFrame& frame) {
   const uint64_t number = ring_.endFrame();
+  if (frame.chainStart) {
+    // A new Ogg chain is a new song: its own title, from its comment header.
+    const OggPageSplitter& ogg = splitter_.ogg();
+    if (recorder_) recorder_->oggChain(ogg.chainHeaders(), ogg.extension(), ogg.chainTitle());
+    if (!ogg.chainTitle().empty()) {
+      StreamTitle title{ogg.chainTitle(), {}};
+      currentTitle_ = title;
+      ring_.addTitle(number, title);
+      if (recorder_) recorder_->titleStarts(title);
+    }
+  }
   while (!pendingTitles_.empty() && pendingTitles_.front().offset <= frame.streamOffset) {
     StreamTitle title = std::move(pendingTitles_.front().title);
     pendingTitles_.pop_front();
@@ -59,6 +70,12 @@ void StationTap::frame(const AudioFrame& frame) {
   }
   ring_.appendFrame(frame.bytes, frame.samples, frame.sampleRate, std::exchange(discontinuity_, false));
   if (recorder_ && !recorder_->frame(frame.bytes, splitter_.kind())) recordingFailed();
+}
+
+void StationTap::tellRecorderTheChain() {
+  if (splitter_.kind() != AudioSyncKind::Ogg) return;
+  const OggPageSplitter& ogg = splitter_.ogg();
+  recorder_->oggChain(ogg.chainHeaders(), ogg.extension(), ogg.chainTitle());
 }
 
 void StationTap::recordingFailed() {
@@ -85,6 +102,7 @@ RecordingProblem StationTap::startRecording(const std::string& folder, bool from
   if (!fromTitleStart) {
     if (recorder_) return RecordingProblem::None;  // already recording; the folder stays
     recorder_ = std::make_unique<StationRecorder>(folder, currentTitle_.value_or(StreamTitle{}), false, onFile_);
+    tellRecorderTheChain();
     return RecordingProblem::None;
   }
   if (ring_.endFrame() == ring_.firstFrame()) {
@@ -103,6 +121,7 @@ RecordingProblem StationTap::startRecording(const std::string& folder, bool from
   }
   if (recorder_) recorder_->discardOpenFile();
   recorder_ = std::make_unique<StationRecorder>(folder, title ? title->title : StreamTitle{}, whole, onFile_);
+  tellRecorderTheChain();
   const AudioSyncKind kind = splitter_.kind();
   bool written = ring_.readFrames(from, [&](std::span<const uint8_t> bytes, uint64_t) {
     if (recorder_) recorder_->frame(bytes, kind);

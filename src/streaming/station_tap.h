@@ -79,6 +79,7 @@ class StationTap {
  private:
   void frame(const AudioFrame& frame);
   void recordingFailed();
+  void tellRecorderTheChain();
 
   mutable std::mutex mutex_;
   StationRing ring_;

@@ -4,6 +4,7 @@
 #include <belvane/BVConstants.h>
 #include <belvane/BVKitOwner.h>
 #include <belvane/BVToolConnection.h>
+#include "foundation/user_folder.h"
 #include "tool/message_format.h"
 
 #include "tool/message_codec.h"
@@ -13,6 +14,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
+
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -20,6 +22,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 #include <chrono>
 #include <vector>
 
@@ -34,17 +37,16 @@ bool isExecutableFile(const std::string& path) {
   return !path.empty() && stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode) && access(path.c_str(), X_OK) == 0;
 }
 
-bool exists(const std::string& path) {
-  struct stat st {};
-  return stat(path.c_str(), &st) == 0;
-}
+bool startsWith(const char* entry, std::string_view prefix) { return std::strncmp(entry, prefix.data(), prefix.size()) == 0; }
 
-// The current environment with ECHOTRAP_TARGET_NAME=NO_XCS added or replaced.
+// The current environment with ECHOTRAP_TARGET_NAME=NO_XCS added or replaced,
+// and the pipe folder this process prepared, so that the tool uses the same.
 std::vector<std::string> toolEnvironment() {
   std::vector<std::string> env;
   for (char** e = environ; e && *e; ++e)
-    if (std::strncmp(*e, "ECHOTRAP_TARGET_NAME=", 21) != 0) env.emplace_back(*e);
+    if (!startsWith(*e, "ECHOTRAP_TARGET_NAME=") && !startsWith(*e, "BELVANE_USER_FOLDER=")) env.emplace_back(*e);
   env.emplace_back("ECHOTRAP_TARGET_NAME=NO_XCS");
+  env.emplace_back(belvane::detail::userFolderEnvironmentEntry());
   return env;
 }
 

@@ -1,6 +1,8 @@
 // The audio output: what reaches a WAV file, draining, pacing, the hand-off
 // of a few frames on an unpaced output, prompt teardown with a blocked
 // writer, and choosing the output.
+#include <belvane/BVAudioOutputSetting.h>
+
 #include "audio_output/orplayer.h"
 
 #include <gtest/gtest.h>
@@ -294,6 +296,9 @@ TEST(OrplayerTest, OutputChoice) {
   orplayer_t player = orplayer_create();
   EXPECT_EQ(ORPLAYER_ERROR_BAD_SPEC, orplayer_set_output(player, "speakers"));
   EXPECT_EQ(ORPLAYER_ERROR_BAD_SPEC, orplayer_set_output(player, "wav:"));
+  // One list of names: every setting's text reads back as the same value.
+  for (const char* text : {"auto", "pulse", "pulse:a.b", "alsa", "alsa:hw:0,0", "null", "null:fast", "wav:/x/y.wav"})
+    EXPECT_EQ(BVAudioOutputSetting::fromString(text).value_or(BVAudioOutputSetting{}).text(), text);
   EXPECT_STRNE(orplayer_error_string(ORPLAYER_ERROR_BAD_SPEC), orplayer_error_string(12345));
 
   // The environment decides when no output was set.

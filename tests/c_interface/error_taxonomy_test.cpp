@@ -157,15 +157,15 @@ TEST(ErrorTaxonomy, EachFaultEndsInItsListedError) {
          return f.icy.url("/s");
        },
        BV_ERROR_DOMAIN_SHOUTSTREAMER, BV_SHOUTSTREAMER_NO_AUDIO, true},
-      {"WAV output in a missing folder", file("tone.mp3", mp3), BV_ERROR_DOMAIN_SHOUTSTREAMER, BV_OUTPUT_WAV_FILE,
+      {"WAV output in a missing folder", file("tone.mp3", mp3), BV_ERROR_DOMAIN_BELVANE, BV_BELVANE_OUTPUT_WAV_FILE,
        false, "wav:/nonexistent-folder/out.wav"},
       // The general engine.
       {"file that is not media", file("notes.ogg", std::string(4000, 'x')), BV_ERROR_DOMAIN_OS_STATUS,
        BV_OS_STATUS_NOT_A_MOVIE, false},
       {"garbage served as Ogg", served("/s.ogg", Response::ok("application/ogg", noiseBytes(40000))),
        BV_ERROR_DOMAIN_OS_STATUS, BV_OS_STATUS_NOT_A_MOVIE, false},
-      {"WAV output in a missing folder, general engine", file("tone.ogg", ogg), BV_ERROR_DOMAIN_SHOUTSTREAMER,
-       BV_OUTPUT_WAV_FILE, false, "wav:/nonexistent-folder/out.wav"},
+      {"WAV output in a missing folder, general engine", file("tone.ogg", ogg), BV_ERROR_DOMAIN_BELVANE,
+       BV_BELVANE_OUTPUT_WAV_FILE, false, "wav:/nonexistent-folder/out.wav"},
       // The RealMedia engine.
       {"RealMedia server refused", [&](Faults&) { return "rtsp://" + refused + "/a.rm"; }, BV_ERROR_DOMAIN_HELIX,
        BV_HELIX_SERVER_UNREACHABLE, true},

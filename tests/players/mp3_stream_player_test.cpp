@@ -184,7 +184,8 @@ TEST(MP3StreamPlayerStates, OutputThatCannotStartIsAnErrorAtOnce) {
   player->playLink(linkTo("http://127.0.0.1:1/x"));
   ASSERT_EQ(owner.sequence(), std::vector<BVPlayerState>{BVPlayerStateError});
   auto error = owner.states[0].error;
-  EXPECT_EQ(error->domain(), BVShoutstreamerErrorDomain);
+  EXPECT_EQ(error->domain(), BVBelvaneErrorDomain);
+  EXPECT_EQ(error->code(), BVAudioOutputErrorWavFile);
   EXPECT_EQ(error->localizedDescription(), "The audio output could not start: the WAV file " + dir.path() +
                                                "/no/such/dir/out.wav cannot be written (No such file or directory).");
   EXPECT_EQ(userInfoString(error, BVDoNotReportToRadioTimeErrorKey), "");

@@ -22,7 +22,7 @@ struct Harness {
   Harness() {
     player->setOwner(&owner);
     delegate->setOwner(player);
-    delegate->audio()->setOutput("null:fast");
+    delegate->audio()->setOutput({BVAudioOutputSetting::Kind::NullFast, {}});
     EXPECT_EQ(delegate->startAudioPlayer(), 0);
   }
   ~Harness() { delegate->setOwner({}); }
@@ -107,7 +107,7 @@ TEST(ShoutstreamerDelegateVolume, MuteRemembersVolumeSetWhileMuted) {
 TEST(TitleBuffering, ABusyRunLoopDelaysTitlesNotAudio) {
   Harness h;
   h.delegate->stopAudioPlayerNow();
-  ASSERT_EQ(h.delegate->audio()->setOutput("null"), 0);
+  h.delegate->audio()->setOutput({BVAudioOutputSetting::Kind::Null, {}});
   ASSERT_EQ(h.delegate->startAudioPlayer(), 0);
   h.owner.frames = [d = h.delegate.get()] { return d->audio()->framesWritten(); };
   constexpr int kBlock = 1024, kRate = 44100, kTitleEvery = kRate * 7 / 10;

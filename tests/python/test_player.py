@@ -60,6 +60,12 @@ def test_failure_reaches_the_callback_in_words_and_bad_calls_raise(player):
         player.volume = 2.0
     with pytest.raises(belvane.BelvaneError):
         player.set_audio_output("speakers")
+    # The machine's outputs, each named as a setting names it.
+    outputs = belvane.audio_outputs()
+    assert all(o.name.startswith(("pulse:", "alsa:")) for o in outputs), outputs
+    for output in outputs:
+        player.set_audio_output(output.name)
+    player.set_audio_output("")
     with pytest.raises(belvane.BelvaneError):
         player.reconnect_patience = -1
     player.volume, player.muted = 0.25, True
@@ -67,6 +73,15 @@ def test_failure_reaches_the_callback_in_words_and_bad_calls_raise(player):
     assert player.reconnect_patience == 300
     player.reconnect_patience = 0
     assert player.reconnect_patience == 0
+    with pytest.raises(belvane.BelvaneError):
+        player.fade_volume(2.0, 1)
+
+    # Sleep and loudness settings hold; a target out of range is refused.
+    assert (player.inhibit_sleep, player.normalize_loudness, player.loudness_target) == (True, False, -18)
+    player.inhibit_sleep, player.normalize_loudness, player.loudness_target = False, True, -23
+    assert (player.inhibit_sleep, player.normalize_loudness, player.loudness_target) == (False, True, -23)
+    with pytest.raises(belvane.BelvaneError):
+        player.loudness_target = 3
 
     # Request settings: what cannot go into a request is refused.
     with pytest.raises(belvane.BelvaneError):

@@ -8,6 +8,7 @@
 #include "movie/reference_movie.h"
 #include "quicktime_test_support.h"
 #include "support/icecast_server.h"
+#include "support/icy_test_server.h"
 #include "support/mp3_test_data.h"
 #include "support/temp_dir.h"
 
@@ -221,4 +222,48 @@ TEST(GeneralEngineFallback, AnMP3FileTheStreamerCannotReadPlaysThroughTheGeneral
   EXPECT_EQ(owner.sequence(),
             (std::vector<BVPlayerState>{BVPlayerStateConnecting, BVPlayerStatePlaying, BVPlayerStateStopped}));
   master->setOwner(nullptr);
+}
+
+// A station that restarts as AAC while it plays: the general engine takes
+// the playback over, and a WAV recording of it goes on (in the same file at
+// the same rate, else in the next one beside it) instead of starting again:
+// the MP3 audio from before the restart is kept.
+TEST(GeneralEngineFallback, AWavRecordingGoesOnAcrossTheSwitchOfEngine) {
+  if (!stereoTone44k()) GTEST_SKIP() << "lame is not installed";
+  TempDir dir;
+  Mp3Data aac = splitAdtsFrames(readWholeFile(writeMediaFile(dir.path() + "/tone.aac", MediaKind::ADTS, 2.0)));
+  IcyTestServer server;
+  IcyStreamScript mp3;
+  mp3.audio = {stereoTone44k()};
+  mp3.audioBytes = 80'000;  // 5 s at 128 kbit/s, then the station restarts
+  IcyStreamScript restarted = mp3;
+  restarted.contentType = "audio/aacp";
+  restarted.audio = {&aac};
+  restarted.audioBytes = 4'000'000;
+  server.serve("/live", {mp3, restarted});
+  const std::string wav = dir.path() + "/rec.wav";
+  RecordingOwner owner;
+  auto master = BVMasterPlayer::create();
+  master->setOwner(&owner);
+  ASSERT_EQ(master->setAudioOutput("wav:" + wav), 0);
+  master->setReconnectPatience(0);
+  master->playLink(linkTo(server.url("/live")));
+  ASSERT_TRUE(BVRunLoop::main().runUntil(
+      [&] { return dynamic_cast<BVQuickTimePlayer*>(master->subPlayer().get()) && master->outputFramesWritten() > 44100; },
+      30.0));
+  const uint64_t generalFrames = master->outputFramesWritten();
+  master->setOwner(nullptr);
+  master.reset();  // completes the file
+  BVRunLoop::main().runFor(0.2);
+  uint64_t frames = 0;
+  for (const std::string& path : {wav, dir.path() + "/rec.2.wav"}) {
+    if (!g_file_test(path.c_str(), G_FILE_TEST_EXISTS)) continue;
+    std::string file = readWholeFile(path);
+    ASSERT_GT(file.size(), 58u) << path;
+    const uint32_t dataBytes = uint32_t(uint8_t(file[54])) | uint32_t(uint8_t(file[55])) << 8 |
+                               uint32_t(uint8_t(file[56])) << 16 | uint32_t(uint8_t(file[57])) << 24;
+    EXPECT_EQ(dataBytes, file.size() - 58) << path;
+    frames += dataBytes / 8;
+  }
+  EXPECT_GE(frames, generalFrames + 4 * 44100) << "the audio from before the restart is kept";
 }

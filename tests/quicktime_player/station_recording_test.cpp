@@ -4,11 +4,15 @@
 // from its title's first frame to the next title's, tagged and named from
 // the title, the first and last marked incomplete, each decoding on its own;
 // the current title recorded from its start out of the ring; a folder that
-// takes no files and a full disk end with a worded error and a readable file.
+// takes no files and a full disk end with a worded error and a readable file;
+// a chained Ogg station cut at its chains; a station recorded without
+// listening through its playlist.
 #include <belvane/BVConstants.h>
 #include <belvane/BVMasterPlayer.h>
+#include <belvane/BVStationRecorder.h>
 
 #include "quicktime_test_support.h"
+#include "streaming/station_tap.h"
 #include "support/icy_test_server.h"
 #include "support/mp3_test_data.h"
 #include "support/temp_dir.h"
@@ -17,12 +21,16 @@
 #include <gtest/gtest.h>
 #include <taglib/id3v2tag.h>
 #include <taglib/mpegfile.h>
+#include <taglib/vorbisfile.h>
 
 #include <csignal>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
 using namespace belvane::test;
+using belvane::detail::RecordedFile;
+using belvane::detail::RecordingProblem;
+using belvane::detail::StationTap;
 
 namespace {
 
@@ -250,4 +258,87 @@ TEST(StationRecordingFailures, AnUnwritableFolderAndAFullDiskEndWithAWordedError
   ASSERT_EQ(stat(cut.path.c_str(), &info), 0);
   EXPECT_LE(info.st_size, off_t(kLimit));
   EXPECT_TRUE(decodesOnItsOwn(cut.path)) << cut.path;
+}
+
+// Recording without listening, given the station's playlist: the playlist
+// is read once and its first entry recorded title by title, one request
+// each; a playlist that names no station ends the recording with that said.
+TEST(StationRecorderWithoutListening, FollowsAPlaylistToItsStation) {
+  BELVANE_SKIP_WITHOUT_LAME();
+  Station station(false);
+  station.server.http().route("/station.pls", belvane::test::Response::ok(
+      "audio/x-scpls", "[playlist]\nNumberOfEntries=2\nFile1=/live\nFile2=/mirror\n"));
+  station.server.http().route("/empty.m3u", belvane::test::Response::ok("audio/x-mpegurl", "#EXTM3U\n"));
+  struct Owner : BVStationRecorderOwner {
+    std::vector<std::string> titles;
+    std::vector<BVErrorRef> stops;
+    void recorderRecordedFile(BVStationRecorder&, const std::string&, const std::string& title, bool) override {
+      titles.push_back(title);
+    }
+    void recorderStopped(BVStationRecorder&, const BVErrorRef& error) override { stops.push_back(error); }
+  } owner, emptyOwner;
+  TempDir folder;
+  auto recorder = BVStationRecorder::create();
+  recorder->setOwner(&owner);
+  ASSERT_EQ(recorder->startRecording(station.server.url("/station.pls"), folder.path()), nullptr);
+  auto empty = BVStationRecorder::create();
+  empty->setOwner(&emptyOwner);
+  ASSERT_EQ(empty->startRecording(station.server.url("/empty.m3u"), folder.path()), nullptr);
+  ASSERT_TRUE(BVRunLoop::main().runUntil([&] { return owner.titles.size() >= 3 && !emptyOwner.stops.empty(); }, 30));
+  EXPECT_EQ(owner.titles[1], "Artist 0 - Song 0");
+  EXPECT_EQ(station.server.http().requestCount("/station.pls"), 1);
+  EXPECT_EQ(station.server.connections("/live"), 1);
+  ASSERT_NE(emptyOwner.stops.front(), nullptr);
+  EXPECT_EQ(emptyOwner.stops.front()->code(), BVRecordingErrorNothing);
+  EXPECT_NE(emptyOwner.stops.front()->localizedDescription().find("names no station"), std::string::npos);
+  recorder->setOwner(nullptr);
+  empty->setOwner(nullptr);
+}
+
+// A chained Ogg Vorbis station (a chain per song, as Icecast's Ogg mounts
+// send them), fed to the station's tap as it arrives: a recording started in
+// the middle of the first song gives a file that begins with that chain's
+// headers and decodes; each following chain is a file of exactly the
+// chain's bytes, named from its own comment header; a title sent by ICY
+// inside a chain cuts there and is written into the new file's comment.
+TEST(StationRecordingOgg, CutsAtEachChainAndStartsMidChainFilesWithTheirHeaders) {
+  TempDir media, folder;
+  std::vector<std::string> chains;
+  for (int i = 0; i < 3; ++i) {
+    std::string n = std::to_string(i);
+    chains.push_back(readWholeFile(writeMediaFile(media.path() + "/" + n + ".ogg", MediaKind::OggVorbis, 3.0,
+                                                  {{"artist", "Artist " + n}, {"title", "Song " + n}})));
+  }
+  std::vector<RecordedFile> files;
+  StationTap tap;
+  tap.setHandlers([&](const RecordedFile& file) { files.push_back(file); }, nullptr);
+  tap.connectionStarted();
+  auto feed = [&](const std::string& bytes) {
+    tap.audio({reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()});
+  };
+  // The recording starts once the first song's audio has begun.
+  size_t fed = 0;
+  for (; fed < chains[0].size() && tap.reading().endFrame < 5; fed += 512) feed(chains[0].substr(fed, 512));
+  ASSERT_LT(fed, chains[0].size());
+  ASSERT_EQ(tap.startRecording(folder.path(), false, nullptr), RecordingProblem::None);
+  feed(chains[0].substr(fed));
+  feed(chains[1]);
+  const size_t third = chains[2].size() / 3;
+  feed(chains[2].substr(0, third));
+  tap.title({"Station ID", ""});
+  feed(chains[2].substr(third));
+  tap.stopRecording();
+
+  ASSERT_EQ(files.size(), 4u);
+  EXPECT_FALSE(files[0].complete);
+  EXPECT_EQ(files[0].title, "Artist 0 - Song 0");
+  EXPECT_TRUE(decodesOnItsOwn(files[0].path)) << files[0].path;
+  EXPECT_TRUE(files[1].complete);
+  EXPECT_EQ(files[1].path, folder.path() + "/Artist 1 - Song 1.ogg");
+  EXPECT_TRUE(readWholeFile(files[1].path) == chains[1]) << "the file is not the chain's own bytes";
+  EXPECT_EQ(files[3].title, "Station ID");
+  EXPECT_TRUE(decodesOnItsOwn(files[3].path)) << files[3].path;
+  TagLib::Ogg::Vorbis::File tagged(files[3].path.c_str());
+  ASSERT_TRUE(tagged.tag());
+  EXPECT_EQ(tagged.tag()->title().to8Bit(true), "Station ID");
 }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <belvane/BVRunLoop.h>
+#include <belvane/BVAudioOutputSetting.h>
 #include <belvane/HXClientKitABI.h>
 
 #include "support/gst_media_files.h"
@@ -62,7 +63,13 @@ class KitSession {
   HXClientViewRef view = nullptr;
   HXClientPlayerRef player = nullptr;
 
+  // Opens url, the audio going where $BELVANE_AUDIO_OUTPUT says, as a host
+  // hands the kit its setting.
   bool open(const std::string& url, const char* mimeType = nullptr) {
+    if (auto setting = BVAudioOutputSetting{}.resolved()) {
+      HXClientAudioOutput output{int32_t(setting->kind), setting->device.c_str()};
+      kit.setAudioOutput(player, &output);
+    }
     return kit.openWithURL(player, url.c_str(), mimeType);
   }
   std::string statistic(const char* name) const;

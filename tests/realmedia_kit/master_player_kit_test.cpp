@@ -1,6 +1,6 @@
 // End to end: a RealMedia link that only the Helix engine claims plays
 // through the master player, the Helix player and the built kit, found in
-// the build tree's own RealPlayer bundle.
+// the build tree's own RealPlayer bundle, to the output the host chose.
 #include <belvane/BVMP3StreamPlayer.h>
 #include <belvane/BVMasterPlayer.h>
 #include <belvane/BVPlayerEngines.h>
@@ -21,7 +21,6 @@ TEST(KitThroughMasterPlayer, ARealMediaLinkConnectsPlaysAndStopsWithItsTitle) {
   // system folders stay: GIO finds its settings schemas there.)
   TempDir home;
   ScopedEnv xdg("XDG_DATA_HOME", home.path());
-  ScopedEnv output("BELVANE_AUDIO_OUTPUT", "null:fast");
   auto helix = BVHelixPlayerEngine::sharedEngine();
   helix->recheckAvailablity();
   ASSERT_TRUE(helix->isAvailable()) << (helix->loadingError() ? helix->loadingError()->localizedDescription() : "");
@@ -31,7 +30,9 @@ TEST(KitThroughMasterPlayer, ARealMediaLinkConnectsPlaysAndStopsWithItsTitle) {
   RecordingOwner host;
   auto master = BVMasterPlayer::create();
   master->setOwner(&host);
-  if (auto* mp3 = dynamic_cast<BVMP3StreamPlayer*>(master->subPlayer().get())) mp3->setAudioOutput("null:fast");
+  // The host's output reaches the kit through its table: a WAV file.
+  const std::string wav = home.path() + "/kit.wav";
+  ASSERT_EQ(master->setAudioOutput("wav:" + wav), 0);
   master->playLink(linkTo(server.url("/clip.rm")));
 
   ASSERT_TRUE(runUntilEnded(host, 30));
@@ -43,4 +44,8 @@ TEST(KitThroughMasterPlayer, ARealMediaLinkConnectsPlaysAndStopsWithItsTitle) {
   ASSERT_FALSE(titles.empty());
   EXPECT_EQ(titles.back(), BVValue("T"));
   master->setOwner(nullptr);
+  master.reset();
+  const std::string written = readWholeFile(wav);
+  ASSERT_GT(written.size(), 44u + 8000u) << "a second of the clip at least";
+  EXPECT_EQ(written.substr(0, 4), "RIFF");
 }

@@ -20,7 +20,7 @@ void putLE(std::string& out, uint32_t value, int bytes) {
   for (int i = 0; i < bytes; ++i) out += char((value >> (8 * i)) & 0xFF);
 }
 
-std::string sineWAV(int sampleRate, int channels, double seconds, double frequency) {
+std::string sineWAV(int sampleRate, int channels, double seconds, double frequency, double level) {
   auto frames = uint32_t(sampleRate * seconds);
   uint32_t dataBytes = frames * uint32_t(channels) * 2;
   std::string wav = "RIFF";
@@ -36,7 +36,7 @@ std::string sineWAV(int sampleRate, int channels, double seconds, double frequen
   wav += "data";
   putLE(wav, dataBytes, 4);
   for (uint32_t i = 0; i < frames; ++i) {
-    auto sample = int16_t(8000 * std::sin(2 * M_PI * frequency * i / sampleRate));
+    auto sample = int16_t(8000 * level * std::sin(2 * M_PI * frequency * i / sampleRate));
     for (int c = 0; c < channels; ++c) putLE(wav, uint16_t(sample), 2);
   }
   return wav;
@@ -87,10 +87,10 @@ Mp3Data splitMp3Frames(const std::string& bytes) {
   return data;
 }
 
-Mp3Data encodeTone(int sampleRate, int channels, int kbps, double seconds, double frequency) {
+Mp3Data encodeTone(int sampleRate, int channels, int kbps, double seconds, double frequency, double level) {
   if (!lameAvailable()) return {};
   TempDir dir;
-  std::string wav = dir.write("tone.wav", sineWAV(sampleRate, channels, seconds, frequency));
+  std::string wav = dir.write("tone.wav", sineWAV(sampleRate, channels, seconds, frequency, level));
   std::string mp3 = dir.path() + "/tone.mp3";
   std::string bitrate = std::to_string(kbps);
   // -t: no Xing/LAME tag frame, whose silent frame would shift positions.

@@ -36,8 +36,9 @@ bool lameAvailable();
 const Mp3Data* stereoTone44k();
 const Mp3Data* monoTone22k();
 
-// Encodes `seconds` of a sine tone; empty data when lame is missing or fails.
-Mp3Data encodeTone(int sampleRate, int channels, int kbps, double seconds, double frequency);
+// Encodes `seconds` of a sine tone (at `level` times the usual amplitude of
+// 8000 in 16 bits); empty data when lame is missing or fails.
+Mp3Data encodeTone(int sampleRate, int channels, int kbps, double seconds, double frequency, double level = 1.0);
 
 // Splits MPEG-1/2 layer III bytes into frames (stops at the first byte that
 // does not start a frame).

@@ -8,6 +8,7 @@
 #include <pty.h>
 #include <signal.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -25,8 +26,9 @@ struct Run {
   std::string out, err;
 };
 
-// Runs the built belvane with args (in the folder cwd when given).
-Run runTool(std::vector<std::string> args, const char* cwd = nullptr) {
+// Runs the built belvane with args (in the folder cwd when given; setup
+// runs in the child before the tool starts).
+Run runTool(std::vector<std::string> args, const char* cwd = nullptr, GSpawnChildSetupFunc setup = nullptr) {
   std::vector<char*> argv;
   std::string tool = std::string(BELVANE_BUILD_DIR) + "/bin/belvane";
   argv.push_back(tool.data());
@@ -36,7 +38,7 @@ Run runTool(std::vector<std::string> args, const char* cwd = nullptr) {
   gchar *out = nullptr, *err = nullptr;
   gint wait = 0;
   GError* error = nullptr;
-  if (!g_spawn_sync(cwd, argv.data(), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err, &wait, &error)) {
+  if (!g_spawn_sync(cwd, argv.data(), nullptr, G_SPAWN_DEFAULT, setup, nullptr, &out, &err, &wait, &error)) {
     ADD_FAILURE() << error->message;
     g_clear_error(&error);
     return run;
@@ -97,6 +99,7 @@ TEST(BelvaneTool, NetworkCommandsAgainstTheLoopbackServer) {
   server.route("/moved", Response::redirect(server.url("/station.m3u")));
   server.route("/station.m3u", Response::ok("audio/x-mpegurl", "http://a/\n"));
   server.route("/icy", Response::raw("ICY 200 OK\r\ncontent-type:audio/aacp\r\n\r\n...."));
+  server.route("/hang", Response::hang());
 
   auto r = runTool({"head", server.url("/missing.pls")});
   EXPECT_EQ(r.out, "404\n");
@@ -112,6 +115,11 @@ TEST(BelvaneTool, NetworkCommandsAgainstTheLoopbackServer) {
   expectFailure(r, "NSURLErrorDomain -1004");
   expectFailure(runTool({"mime", refused + "x.pls"}), "-1004");
   expectFailure(runTool({"probe", refused + "live"}), "-1004");
+
+  // A server that never answers: the time-out bounds the whole command, so
+  // no second request goes out to ask why.
+  expectFailure(runTool({"mime", server.url("/hang"), "--timeout", "1"}), "within 1 s");
+  EXPECT_EQ(server.requestCount("/hang"), 1);
 }
 
 TEST(BelvaneTool, FilePathsStandForFileURLs) {
@@ -149,7 +157,7 @@ TEST(BelvaneTool, LinkPropertyListRoundTrip) {
   r = runTool({"link", "--from-plist", path});
   EXPECT_EQ(r.out,
             "<BVMediaLink: http://radio.example.net/live/Station.PLS, 'Night Jazz', "
-            "<BVMediaFormat: audio/x-scpls, '(null)', pls, http>, <BVMediaLinkSource: '????'>>\n");
+            "<BVMediaFormat: audio/x-scpls, '(null)', pls, http>, <BVMediaLinkSource: '\?\?\?\?'>>\n");
 
   r = runTool({"http-error", "503"});
   EXPECT_EQ(r.out.rfind("{\"domain\":\"NetHTTPErrorDomain\",\"code\":503,", 0), 0u) << r.out;
@@ -210,6 +218,35 @@ TEST(BelvaneTool, PlayFailuresSayWhatWentWrong) {
   EXPECT_TRUE(has(r.err, "the WAV file " + dir.path() + "/no/such/folder/out.wav cannot be written")) << r.err;
   EXPECT_TRUE(has(r.err, "No such file or directory")) << r.err;
   EXPECT_FALSE(has(r.err, "Belvane-Message")) << "library log lines stay off the terminal";
+
+  // A recording that can no longer be written (files limited to 256 KiB,
+  // as a full disk would stop it): the playback fails saying why, and the
+  // file holds a valid WAV of what was written.
+  const std::string wav = dir.path() + "/limited.wav";
+  r = runTool({"play", "--output", "wav:" + wav, "--duration", "20"}, nullptr, [](gpointer) {
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{256 * 1024, 256 * 1024};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  });
+  expectFailure(r, "The audio output failed: the WAV file " + wav + " could not be written (File too large)");
+  std::string file;
+  {
+    gchar* bytes = nullptr;
+    gsize size = 0;
+    ASSERT_TRUE(g_file_get_contents(wav.c_str(), &bytes, &size, nullptr));
+    file.assign(bytes, size);
+    g_free(bytes);
+  }
+  auto le32 = [&](size_t at) {
+    return uint32_t(uint8_t(file[at])) | uint32_t(uint8_t(file[at + 1])) << 8 | uint32_t(uint8_t(file[at + 2])) << 16 |
+           uint32_t(uint8_t(file[at + 3])) << 24;
+  };
+  ASSERT_GT(file.size(), 58u + 8u);
+  EXPECT_EQ(file.substr(50, 4), "data");
+  EXPECT_EQ(le32(4), file.size() - 8);
+  EXPECT_EQ(le32(54), file.size() - 58);
+  EXPECT_EQ(le32(54) % 8, 0u) << "whole stereo float frames";
+  EXPECT_LE(file.size(), 256u * 1024);
 
   // A player tool that cannot start: its error, and no "Playing" before it.
   r = runTool({"play", "--tool", "--tool-path", dir.path() + "/nonexistent", "--output", "null:fast"});

@@ -32,12 +32,13 @@ namespace belvane::tool {
 
 namespace {
 
-const char* const kOutputs[] = {"auto", "pulse", "alsa", "null", "null:fast"};
-
-bool validOutput(const std::string& setting) {
-  for (const char* o : kOutputs)
-    if (setting == o) return true;
-  return setting.rfind("wav:", 0) == 0 && setting.size() > 4;
+// The --output value as the library reads it; a usage error that says why
+// when it names no output.
+BVAudioOutputSetting outputSetting(const std::string& text) {
+  std::string reason;
+  auto setting = BVAudioOutputSetting::fromString(text, &reason);
+  if (!setting) throw UsageError(reason);
+  return *setting;
 }
 
 // The owner that hears the master player and reports what it hears.
@@ -133,6 +134,15 @@ class PlayReporter : public BVPlayerOwner {
       return emit(line);
     }
     say(error ? "The recording stopped: " + error->localizedDescription() : "The recording ended with the station.");
+  }
+
+  void playerOutputChanged(BVBasePlayer&, const std::string& output) override {
+    if (json_) {
+      auto line = common("output");
+      line["output"] = output;
+      return emit(line);
+    }
+    say("Audio output: " + output);
   }
 
   void playerReceptionChanged(BVBasePlayer&, const BVPlayerReception& reception) override {
@@ -252,7 +262,7 @@ gboolean stopOnSignal(gpointer) {
 int runPlay(const Arguments& args) {
   if (args.positional().size() > 1) throw UsageError("play takes at most one URL");
   std::string output = args.option("output").value_or("auto");
-  if (!validOutput(output)) throw UsageError("unknown output '" + output + "'");
+  const BVAudioOutputSetting setting = outputSetting(output);
   double duration = args.positiveNumber("duration", 0);
   double volume = args.number("volume", -1);
   if (args.option("volume") && !(volume >= 0 && volume <= 1))
@@ -290,8 +300,9 @@ int runPlay(const Arguments& args) {
   if (args.flag("tool") || args.option("tool-path")) {
     if (requests.given)
       throw UsageError("--user-agent, --header, --proxy and --title-encoding do not reach a separate player tool");
-    if (sleepMinutes > 0 || args.flag("stop-after-title") || args.flag("no-inhibit"))
-      throw UsageError("--sleep, --stop-after-title and --no-inhibit do not reach a separate player tool");
+    if (sleepMinutes > 0 || args.flag("stop-after-title") || args.flag("no-inhibit") || args.flag("normalize"))
+      throw UsageError(
+          "--sleep, --stop-after-title, --no-inhibit and --normalize do not reach a separate player tool");
     int status = playThroughTool(args.option("tool-path").value_or(defaultPlayerToolPath()), *url, output, duration,
                                  volume, args.flag("mute"), json, announcement);
     demo.reset();
@@ -299,7 +310,7 @@ int runPlay(const Arguments& args) {
   }
 
   auto master = BVMasterPlayer::create();
-  if (master->setAudioOutput(output) != 0) throw UsageError("unknown output '" + output + "'");
+  master->setAudioOutputSetting(setting);
   PlayReporter reporter(*master, json);
   master->setOwner(&reporter);
   // In the desktop's media controls when there is a session bus (quietly
@@ -310,6 +321,7 @@ int runPlay(const Arguments& args) {
   master->setRequestSettings(requests.settings);
   if (args.flag("mute")) master->setMuted(true);
   if (args.flag("no-inhibit")) master->setInhibitsSleep(false);
+  if (args.flag("normalize")) master->setLoudnessNormalization(true);
   if (!announcement.empty()) std::fprintf(stdout, "%s\n", announcement.c_str());
 
   std::unique_ptr<PlayTerminal> terminal;
@@ -340,7 +352,10 @@ int runPlay(const Arguments& args) {
   // change after this one ends the play.
   if (args.flag("stop-after-title")) master->stopAfterCurrentTitle();
   if (!json && master->state() != BVPlayerStateError) {
-    std::string note = "Audio output: " + master->audioOutputName();
+    // The device where there is one ("pulse:SINK"), else the output's name.
+    std::string device = master->audioOutputDevice();
+    const bool named = device.rfind("pulse:", 0) == 0 || device.rfind("alsa:", 0) == 0;
+    std::string note = "Audio output: " + (named ? device : master->audioOutputName());
     if (terminal) terminal->print(note); else std::fprintf(stdout, "%s\n", note.c_str());
   }
   BVPlayerState state = master->state();
@@ -373,11 +388,13 @@ std::vector<Command> playCommands() {
   return {{"play",
            "[URL] [--output O] [--duration S] [--volume V] [--mute] [--patience S] [--user-agent S] [--header H]"
            " [--proxy URL] [--title-encoding NAME] [--sleep MINUTES] [--stop-after-title] [--no-inhibit]"
+           " [--normalize]"
            " [--record-dir DIR] [--json] [--tool] [--tool-path PATH]",
            "Plays URL through the master player until it stops, the duration passes or q is pressed.\n"
            "Without a URL it plays the built-in demo station, a loopback Shoutcast server with a\n"
            "synthesised clip whose titles change with each piece.\n"
-           "  --output auto|pulse|alsa|null|null:fast|wav:PATH   where the audio goes (default auto)\n"
+           "  --output auto|pulse[:SINK]|alsa[:DEVICE]|null|null:fast|wav:PATH   where the audio goes (default\n"
+           "      auto); `belvane outputs` lists the sinks and devices\n"
            "  --duration S   stop after S seconds (S above 0)\n"
            "  --volume V     linear gain from 0 to 1\n"
            "  --mute         start muted\n"
@@ -392,6 +409,8 @@ std::vector<Command> playCommands() {
            "  --sleep M      a sleep timer: fade out over the last 30 s of M minutes, then stop\n"
            "  --stop-after-title   stop where the station's next title begins\n"
            "  --no-inhibit   let the machine sleep while playing (by default it is kept awake)\n"
+           "  --normalize    play stations at matched loudness (EBU R128, toward -18 LUFS); each\n"
+           "                 station starts at the gain it last settled on\n"
            "  --record-dir DIR  where the r key records the station, one file per title (default: .)\n"
            "  --json         one JSON object a line for every player callback, then {\"event\":\"end\"}\n"
            "  --tool         play in a separate player-tool process (state followed by polling)\n"
@@ -401,7 +420,7 @@ std::vector<Command> playCommands() {
            runPlay,
            {"output", "duration", "volume", "patience", "tool-path", "user-agent", "header", "proxy",
             "title-encoding", "sleep", "record-dir"},
-           {"mute", "json", "tool", "no-inhibit", "stop-after-title"}}};
+           {"mute", "json", "tool", "no-inhibit", "stop-after-title", "normalize"}}};
 }
 
 }  // namespace belvane::tool

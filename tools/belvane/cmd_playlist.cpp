@@ -155,7 +155,7 @@ int runPlaylist(const Arguments& args) {
   } else if (timedOut) {
     why = "no answer within two minutes";
   } else if (!playlist->loadSucceeded() || playlist->tracks().empty()) {
-    why = reachProblem(*url);
+    why = reachProblem(*url, 10.0);
     if (why.empty() && !playlist->loadSucceeded()) why = "nothing could be read";
   }
   if (why.empty()) return 0;

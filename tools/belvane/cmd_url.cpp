@@ -5,12 +5,16 @@
 #include <belvane/BVURLAdditions.h>
 #include <belvane/BVURLProbe.h>
 
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 
 namespace belvane::tool {
 
 namespace {
+
+// How long a command without a time-out of its own waits to learn why.
+constexpr double kProblemSeconds = 10.0;
 
 int runURL(const Arguments& args) {
   const std::string& text = args.onePositional("STRING");
@@ -37,9 +41,12 @@ int fail(const char* command, const std::string& what, const std::string& why) {
 int runMIME(const Arguments& args) {
   BVURL url = requireURL(args.onePositional("URL"));
   double timeout = args.positiveNumber("timeout", 2.0);
+  auto started = std::chrono::steady_clock::now();
   auto type = bvRequestMIMETypeWithTimeout(url, timeout);
   if (!type) {
-    std::string why = reachProblem(url);
+    // The time-out bounds the whole command: asking why gets what is left.
+    std::chrono::duration<double> spent = std::chrono::steady_clock::now() - started;
+    std::string why = reachProblem(url, timeout - spent.count());
     if (why.empty())
       why = url.isFileURL() ? "the file's content type is not known"
                             : "the server named none within " + std::to_string(int(std::ceil(timeout))) + " s";
@@ -62,7 +69,7 @@ int runProbe(const Arguments& args) {
   BVURL url = requireURL(args.onePositional("URL"));
   auto type = BVURLProbe::create(url)->contentType();
   if (!type) {
-    std::string why = reachProblem(url);
+    std::string why = reachProblem(url, kProblemSeconds);
     if (why.empty()) why = "its first bytes name none";
     return fail("probe", "no content type for " + url.absoluteString(), why);
   }

@@ -122,7 +122,8 @@ const std::vector<Command>& allCommands() {
   static const std::vector<Command> commands = [] {
     std::vector<Command> all;
     for (auto group :
-         {urlCommands, modelCommands, engineCommands, playlistCommands, errorCommands, playCommands, recordCommands})
+         {urlCommands, modelCommands, engineCommands, playlistCommands, errorCommands, playCommands, recordCommands,
+          outputCommands})
       for (auto& c : group()) all.push_back(c);
     return all;
   }();

@@ -75,5 +75,6 @@ std::vector<Command> engineCommands();
 std::vector<Command> playlistCommands();
 std::vector<Command> playCommands();
 std::vector<Command> recordCommands();
+std::vector<Command> outputCommands();
 
 }  // namespace belvane::tool

@@ -1,7 +1,7 @@
 // Reasons for failures, found by looking at the file or asking the server.
 #include "url_problems.h"
 
-#include <belvane/BVURLAdditions.h>
+#include <belvane/BVURLConnection.h>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -28,11 +28,18 @@ std::string describeError(const BVErrorRef& error) {
   return error->localizedDescription() + " (" + error->domain() + " " + std::to_string(error->code()) + ")";
 }
 
-std::string reachProblem(const BVURL& url) {
+std::string reachProblem(const BVURL& url, double seconds) {
   if (url.isFileURL()) return fileProblem(url);
+  // Below a tenth of a second a request could only time out itself.
+  if (!(seconds >= 0.1)) return {};
+  BVURLRequest request(url, seconds);
+  request.httpMethod = "HEAD";
+  request.ignoreCache = true;
+  std::shared_ptr<BVURLResponse> response;
   BVErrorRef error;
-  int status = HTTPStatusCodeFromSynchronousHEADReturningError(url, &error);
+  BVURLConnection::sendSynchronousRequest(request, &response, &error);
   if (error) return describeError(error);
+  int status = response ? response->statusCode() : 0;
   if (status >= 400) return "the server answered " + std::to_string(status);
   return {};
 }

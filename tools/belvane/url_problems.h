@@ -18,8 +18,9 @@ std::string fileProblem(const BVURL& url);
 std::string describeError(const BVErrorRef& error);
 
 // Why nothing usable came from url: the file problem, the connection error
-// or the server's error status (asked for in a HEAD request); empty when
-// nothing is known to be wrong.
-std::string reachProblem(const BVURL& url);
+// or the server's error status (asked for in a HEAD request that waits at
+// most `seconds`, so that a command's time-out bounds the whole command);
+// empty when nothing is known to be wrong or no time is left to ask.
+std::string reachProblem(const BVURL& url, double seconds);
 
 }  // namespace belvane::tool

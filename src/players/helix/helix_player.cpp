@@ -64,6 +64,7 @@ void BVHelixPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   }
   for (const std::string& name : _observedHelixStatisticKeys())
     kitPlayerClass_->addObserver(_player, &observer_, name.c_str(), nullptr);
+  tellKitTheAudioOutput();
 
   _idleTimer = timerWithNonretainedTarget(this, &BVHelixPlayer::onIdle, 1.0);
 
@@ -77,6 +78,20 @@ void BVHelixPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   // Mute is not reapplied here: a new kit player starts unmuted.
   applyKitVolume();
   if (_player) kitPlayerClass_->play(_player);
+}
+
+// The kit plays where the host chose, the setting handed on as it is; a kit
+// whose table ends before the slot chooses itself.
+void BVHelixPlayer::tellKitTheAudioOutput() {
+  static_assert(int32_t(BVAudioOutputSetting::Kind::Pulse) == HXAudioOutputPulse &&
+                int32_t(BVAudioOutputSetting::Kind::Wav) == HXAudioOutputWav);
+  constexpr size_t slot = offsetof(HXClientPlayerClass, setAudioOutput);
+  if (kitPlayerClass_->size < slot + sizeof(kitPlayerClass_->setAudioOutput) || !kitPlayerClass_->setAudioOutput)
+    return;
+  auto setting = audioOutputSetting().resolved();
+  if (!setting) return;
+  HXClientAudioOutput output{static_cast<int32_t>(setting->kind), setting->device.c_str()};
+  kitPlayerClass_->setAudioOutput(_player, &output);
 }
 
 void BVHelixPlayer::_releasePlayer() {

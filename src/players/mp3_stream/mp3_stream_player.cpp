@@ -125,6 +125,8 @@ void BVMP3StreamPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   BVBasePlayer::playLink(link);
   readFileTags();
   _shoutstreamerDelegate->setRunLoop(BVRunLoop::current());
+  _shoutstreamerDelegate->audio()->setPlayback(outputPlayback());
+  _shoutstreamerDelegate->audio()->loudness().setStation(link ? link->url().absoluteString() : std::string());
   int code = _shoutstreamerDelegate->startAudioPlayer();
   if (code != 0) {
     setError(_shoutstreamerDelegate->audio()->startError(code));
@@ -174,6 +176,14 @@ void BVMP3StreamPlayer::setStopsAfterCurrentTitle(bool stops) {
 }
 bool BVMP3StreamPlayer::stopsAfterCurrentTitle() const {
   return _shoutstreamerDelegate->audio()->stopsAtNextTitle();
+}
+void BVMP3StreamPlayer::setLoudnessNormalization(bool normalizes) {
+  BVBasePlayer::setLoudnessNormalization(normalizes);
+  _shoutstreamerDelegate->audio()->loudness().setEnabled(loudnessNormalization());
+}
+void BVMP3StreamPlayer::setLoudnessTarget(double lufs) {
+  BVBasePlayer::setLoudnessTarget(lufs);
+  _shoutstreamerDelegate->audio()->loudness().setTarget(loudnessTarget());
 }
 
 float BVMP3StreamPlayer::elapsedTime() const {
@@ -297,13 +307,13 @@ std::vector<BVURL> BVMP3StreamPlayer::fallbackStreams() const {
   return _fallbackStreams ? *_fallbackStreams : std::vector<BVURL>{};
 }
 
-int BVMP3StreamPlayer::setAudioOutput(const std::string& setting) {
-  int result = _shoutstreamerDelegate->audio()->setOutput(setting);
-  if (result == 0) BVBasePlayer::setAudioOutput(setting);
-  return result;
+void BVMP3StreamPlayer::setAudioOutputSetting(const BVAudioOutputSetting& setting) {
+  BVBasePlayer::setAudioOutputSetting(setting);
+  _shoutstreamerDelegate->audio()->setOutput(setting);
 }
 uint64_t BVMP3StreamPlayer::outputFramesWritten() const { return _shoutstreamerDelegate->audio()->framesWritten(); }
 std::string BVMP3StreamPlayer::audioOutputName() const { return _shoutstreamerDelegate->audio()->outputName(); }
+std::string BVMP3StreamPlayer::audioOutputDevice() const { return _shoutstreamerDelegate->audio()->outputDevice(); }
 
 std::vector<std::string> BVMP3StreamPlayer::fallbackStreamTypes() const {
   return _fallbackStreams ? fallbackTypes_ : std::vector<std::string>{};
@@ -453,6 +463,20 @@ void BVMP3StreamPlayer::didStopAtTitle() {
   _shoutstreamerDelegate->stopAudioPlayerNow();
   _streamTuner->stop();
   changeStateTo(BVPlayerStateStopped);
+  receptionWatch_->stop();
+}
+
+void BVMP3StreamPlayer::didFailOutput(const BVErrorRef& error) {
+  if (state() == BVPlayerStateStopped || state() == BVPlayerStateError) return;
+  auto self = shared_from_this();
+  shoutstreamer_destroy(_shoutstreamer);
+  _shoutstreamer = shoutstreamer_create();
+  shoutstreamerStarted_ = false;
+  _shoutstreamerDelegate->startOver(0);
+  _shoutstreamerDelegate->stopAudioPlayerNow();
+  _streamTuner->stop();
+  setError(error);
+  changeStateTo(BVPlayerStateError, _error);
   receptionWatch_->stop();
 }
 

@@ -121,6 +121,14 @@ void BVShoutstreamerDelegate::audioDeliveryStoppedAtTitle() {
   if (auto o = owner()) o->didStopAtTitle();
 }
 
+void BVShoutstreamerDelegate::audioDeliveryOutputChanged(const std::string& device) {
+  if (auto o = owner()) o->didChangeOutput(device);
+}
+
+void BVShoutstreamerDelegate::audioDeliveryOutputFailed(const BVErrorRef& error) {
+  if (auto o = owner()) o->didFailOutput(error);
+}
+
 // ---- C callbacks -------------------------------------------------------------
 
 namespace {

@@ -95,6 +95,8 @@ class BVShoutstreamerDelegate : public std::enable_shared_from_this<BVShoutstrea
     shoutstreamerDidProvideTitle(title);
   }
   void audioDeliveryStoppedAtTitle() override;
+  void audioDeliveryOutputChanged(const std::string& device) override;
+  void audioDeliveryOutputFailed(const BVErrorRef& error) override;
   void performOnRunLoop(std::function<void(BVShoutstreamerDelegate&)> fn);
 
   std::shared_ptr<belvane::detail::AudioDelivery> _audio;

@@ -2,6 +2,7 @@
 // MP3 streamer's audio takes too), stream titles in time with it, and the
 // output setting, volume and mute that act on it.
 #include <belvane/BVConstants.h>
+#include <belvane/BVMediaLink.h>
 #include <belvane/BVQuickTimePlayer.h>
 
 #include "movie/QTMovie.h"
@@ -20,6 +21,12 @@ class QuickTimeTitleClient final : public AudioDeliveryClient {
   void audioDeliveryStoppedAtTitle() override {
     if (auto player = player_.lock()) player->stoppedAtTitle();
   }
+  void audioDeliveryOutputChanged(const std::string& device) override {
+    if (auto player = player_.lock()) player->outputDeviceChanged(device);
+  }
+  void audioDeliveryOutputFailed(const BVErrorRef& error) override {
+    if (auto player = player_.lock()) player->outputFailed(error);
+  }
 
  private:
   std::weak_ptr<BVQuickTimePlayer> player_;
@@ -34,10 +41,12 @@ int BVQuickTimePlayer::startMovieAudio() {
     audio_ = AudioDelivery::create();
     titleClient_ = std::make_shared<belvane::detail::QuickTimeTitleClient>(sharedAs<BVQuickTimePlayer>());
     audio_->setClient(titleClient_.get());
-    audio_->setOutput(audioOutput());
+    audio_->setOutput(audioOutputSetting());
     audio_->setVolume(_volume);
     audio_->setMuted(_muted);
     audio_->setStopsAtNextTitle(stopsAfterTitle_);
+    audio_->loudness().setEnabled(loudnessNormalization());
+    audio_->loudness().setTarget(loudnessTarget());
     receptionWatch_ = std::make_unique<belvane::detail::ReceptionWatch>(
         audio_,
         [this] {
@@ -48,6 +57,9 @@ int BVQuickTimePlayer::startMovieAudio() {
         [this](const BVPlayerReception& reception) { changedReception(reception); });
   }
   audio_->useCurrentRunLoop();
+  audio_->setPlayback(outputPlayback());
+  auto link = this->link();
+  audio_->loudness().setStation(link ? link->url().absoluteString() : std::string());
   int code = audio_->start();
   if (code == 0) movieAudio_ = std::make_shared<MovieAudioAdapter>(audio_);
   return code;
@@ -86,6 +98,18 @@ void BVQuickTimePlayer::setStopsAfterCurrentTitle(bool stops) {
   if (audio_) audio_->setStopsAtNextTitle(stops);
 }
 
+void BVQuickTimePlayer::setLoudnessNormalization(bool normalizes) {
+  BVBasePlayer::setLoudnessNormalization(normalizes);
+  if (_subPlayer) _subPlayer->setLoudnessNormalization(normalizes);
+  if (audio_) audio_->loudness().setEnabled(normalizes);
+}
+
+void BVQuickTimePlayer::setLoudnessTarget(double lufs) {
+  BVBasePlayer::setLoudnessTarget(lufs);
+  if (_subPlayer) _subPlayer->setLoudnessTarget(lufs);
+  if (audio_) audio_->loudness().setTarget(loudnessTarget());
+}
+
 bool BVQuickTimePlayer::stopsAfterCurrentTitle() const {
   if (_subPlayer) return _subPlayer->stopsAfterCurrentTitle();
   return audio_ ? audio_->stopsAtNextTitle() : stopsAfterTitle_;
@@ -109,12 +133,27 @@ void BVQuickTimePlayer::playerReceptionChanged(BVBasePlayer&, const BVPlayerRece
   changedReception(reception);
 }
 
-int BVQuickTimePlayer::setAudioOutput(const std::string& setting) {
-  int result = BVBasePlayer::setAudioOutput(setting);
-  if (result != 0) return result;
+void BVQuickTimePlayer::outputFailed(const BVErrorRef& error) {
+  if (state() != BVPlayerStatePlaying && state() != BVPlayerStateConnecting) return;
+  auto self = shared_from_this();
+  _releaseMovie();
+  changeStateTo(BVPlayerStateError, error);
+}
+
+void BVQuickTimePlayer::playerOutputChanged(BVBasePlayer&, const std::string& output) {
+  auto self = shared_from_this();
+  changedOutput(output);
+}
+
+std::string BVQuickTimePlayer::audioOutputDevice() const {
+  if (_subPlayer) return _subPlayer->audioOutputDevice();
+  return audio_ ? audio_->outputDevice() : std::string();
+}
+
+void BVQuickTimePlayer::setAudioOutputSetting(const BVAudioOutputSetting& setting) {
+  BVBasePlayer::setAudioOutputSetting(setting);
   if (audio_) audio_->setOutput(setting);
-  if (_subPlayer) _subPlayer->setAudioOutput(setting);
-  return 0;
+  if (_subPlayer) _subPlayer->setAudioOutputSetting(setting);
 }
 
 void BVQuickTimePlayer::setReconnectPatience(double seconds) {

@@ -72,12 +72,15 @@ void BVQuickTimePlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   _subPlayer = candidate ? candidate->createPlayer() : nullptr;
   if (!_subPlayer) return;
   _subPlayer->setVolume(_volume);
-  _subPlayer->setAudioOutput(audioOutput());
+  _subPlayer->setAudioOutputSetting(audioOutputSetting());
   _subPlayer->setReconnectPatience(reconnectPatience());
   _subPlayer->setRequestSettings(requestSettings());
   _subPlayer->setStopsAfterCurrentTitle(stopsAfterTitle_);
+  _subPlayer->setLoudnessNormalization(loudnessNormalization());
+  _subPlayer->setLoudnessTarget(loudnessTarget());
   _subPlayer->setOwner(this);
   shareStationTap(*this, *_subPlayer);
+  shareOutputPlayback(*this, *_subPlayer);
   auto sub = _subPlayer;
   sub->playLink(link);
 }

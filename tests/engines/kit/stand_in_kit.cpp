@@ -30,6 +30,7 @@ extern "C" __attribute__((visibility("default"))) const HXClientPlayerClass HXCl
 #endif
     [](P, const char*) -> char* { return nullptr; },
     [](P, Observer, const char*, void*) {}, [](P, Observer, const char*, void*) {},
+    nullptr,  // setAudioOutput: an older kit's table ends before it
 };
 
 extern "C" __attribute__((visibility("default"))) const HXClientViewClass HXClientView = {

@@ -178,6 +178,7 @@ extern "C" __attribute__((visibility("default"))) const HXClientPlayerClass HXCl
     copyStatisticsFor,
     addObserver,
     removeObserver,
+    nullptr,  // setAudioOutput: an older kit's table ends before it
 };
 
 extern "C" __attribute__((visibility("default"))) const HXClientViewClass HXClientView = {

@@ -1,0 +1,95 @@
+// LoudnessMemory: a GKeyFile of gains by station (see loudness_memory.h).
+#include "audio_output/loudness_memory.h"
+
+#include <glib.h>
+#include <glib/gstdio.h>
+
+#include <cmath>
+#include <map>
+#include <memory>
+#include <mutex>
+
+#include "audio_output/output_log.h"
+
+namespace belvane::detail {
+namespace {
+constexpr const char* kGroup = "gains";
+
+std::mutex& memoryMutex() {
+  static std::mutex mutex;
+  return mutex;
+}
+
+// The gains noted in this process, by station URL.
+std::mutex& notedMutex() {
+  static std::mutex mutex;
+  return mutex;
+}
+std::map<std::string, double>& notedGains() {
+  static std::map<std::string, double> gains;
+  return gains;
+}
+
+std::string memoryFolder() { return std::string(g_get_user_cache_dir()) + "/com.brambleside.ettd"; }
+std::string memoryPath() { return memoryFolder() + "/loudness.ini"; }
+
+std::string stationKey(const std::string& station) {
+  std::unique_ptr<gchar, decltype(&g_free)> hex(g_compute_checksum_for_string(G_CHECKSUM_SHA256, station.c_str(), -1),
+                                                 g_free);
+  return hex.get();
+}
+
+using KeyFile = std::unique_ptr<GKeyFile, decltype(&g_key_file_free)>;
+
+KeyFile loadMemory() {
+  KeyFile file(g_key_file_new(), g_key_file_free);
+  // A missing or unreadable file is an empty memory.
+  g_key_file_load_from_file(file.get(), memoryPath().c_str(), G_KEY_FILE_NONE, nullptr);
+  return file;
+}
+}  // namespace
+
+std::optional<double> recalledLoudnessGain(const std::string& station) {
+  if (station.empty()) return std::nullopt;
+  {
+    std::lock_guard lock(notedMutex());
+    auto noted = notedGains().find(station);
+    if (noted != notedGains().end()) return noted->second;
+  }
+  std::lock_guard lock(memoryMutex());
+  KeyFile file = loadMemory();
+  GError* error = nullptr;
+  double gain = g_key_file_get_double(file.get(), kGroup, stationKey(station).c_str(), &error);
+  if (error) {
+    g_error_free(error);
+    return std::nullopt;
+  }
+  if (!std::isfinite(gain)) return std::nullopt;
+  return gain;
+}
+
+void noteLoudnessGain(const std::string& station, double gainDb) {
+  if (station.empty() || !std::isfinite(gainDb)) return;
+  std::lock_guard lock(notedMutex());
+  notedGains()[station] = gainDb;
+}
+
+void rememberLoudnessGain(const std::string& station, double gainDb) {
+  if (station.empty() || !std::isfinite(gainDb)) return;
+  noteLoudnessGain(station, gainDb);
+  std::lock_guard lock(memoryMutex());
+  if (g_mkdir_with_parents(memoryFolder().c_str(), 0700) != 0) {
+    outputLog(QL_LOG_WARNING, "loudness: cannot make %s; the station's gain is not remembered.", memoryFolder().c_str());
+    return;
+  }
+  KeyFile file = loadMemory();
+  // Tenths of a dB are finer than anyone hears.
+  g_key_file_set_double(file.get(), kGroup, stationKey(station).c_str(), std::round(gainDb * 10) / 10);
+  GError* error = nullptr;
+  if (!g_key_file_save_to_file(file.get(), memoryPath().c_str(), &error)) {
+    outputLog(QL_LOG_WARNING, "loudness: cannot write %s (%s).", memoryPath().c_str(), error->message);
+    g_error_free(error);
+  }
+}
+
+}  // namespace belvane::detail
