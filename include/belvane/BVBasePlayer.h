@@ -166,14 +166,38 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   // Keys are the BVPlayerAttribute...Key constants.
   virtual BVDictionary attributes() const { return {}; }
 
-  // Linux additions: pausing a playback that has a position (a file). A
-  // paused player keeps its state (Playing), its position and its
-  // attributes, and makes no sound until resume(); pause returns false and
-  // changes nothing for a live stream, which cannot wait, or when nothing
-  // plays. A new playLink or the end of the player ends the pause.
+  // Linux additions: pausing a playback that has a position (a file), or a
+  // live station that can be time-shifted (canTimeShift). A paused player
+  // keeps its state (Playing), its position and its attributes, and makes
+  // no sound until resume(); pause returns false and changes nothing for a
+  // live stream that cannot be time-shifted, or when nothing plays. A new
+  // playLink or the end of the player ends the pause. A paused live station
+  // goes on filling its ring; resume goes on with the very next frame,
+  // nothing lost and nothing repeated (pause holds the output: what it had
+  // queued, a quarter of a second at most, still plays out).
   virtual bool pause() { return false; }
   virtual void resume() {}
   virtual bool isPaused() const { return false; }
+
+  // Linux additions, time-shift of a live station from its ring (see
+  // setTimeShiftMinutes). canTimeShift: a live station plays whose ring is
+  // on, on an engine that plays from it (the MP3 stream engine). From the
+  // first pause or skip on, the station plays from the ring: skipBy moves
+  // by seconds from what is heard next (negative: back), to within one
+  // codec frame, inside what the ring holds (beyond its oldest frame: that
+  // frame; beyond the live edge: live); goLive jumps to the ring's newest
+  // frame (the audio goes on once half a second is buffered). Each returns
+  // false and does nothing when the station cannot be time-shifted; a pause
+  // is kept (a skip while paused stays paused). Titles are announced where
+  // they start in the audio, also after a skip (the title in force where a
+  // skip lands at once). secondsBehindLive: how far what is heard next lies
+  // behind the newest frame of the ring; 0 until the first pause or skip
+  // (the connection feeds the output directly). The ring's length is
+  // timeShiftSecondsHeld(). Thread: the run loop's.
+  virtual bool canTimeShift() const { return false; }
+  virtual bool skipBy(double /*seconds*/) { return false; }
+  virtual bool goLive() { return false; }
+  virtual double secondsBehindLive() const { return 0.0; }
 
   // Linux additions, the building blocks of a sleep timer.
   // fadeVolumeTo moves the volume from where it stands to `volume` over

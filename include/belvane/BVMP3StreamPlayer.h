@@ -24,6 +24,7 @@ struct shoutstreamer;
 namespace belvane::detail {
 struct StreamerStateChange;
 class ReceptionWatch;
+class TimeShift;
 struct StreamTitle;
 }
 
@@ -63,6 +64,12 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   bool pause() override;
   void resume() override;
   bool isPaused() const override { return paused_; }
+  // Linux additions: a live station is time-shifted from its ring (see
+  // BVBasePlayer and streaming/time_shift.h).
+  bool canTimeShift() const override;
+  bool skipBy(double seconds) override;
+  bool goLive() override;
+  double secondsBehindLive() const override;
   // Linux addition: from the output's progress and the stream's connection.
   BVPlayerReception reception() const override;
 
@@ -145,5 +152,7 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   uint64_t fileStartFrame_ = 0;
   bool fileRestarted_ = false;  // the tuner's stream was torn down for a seek or pause
   bool paused_ = false;
+  // The live stream's time-shift (null for a file, or with the ring off).
+  std::shared_ptr<belvane::detail::TimeShift> timeShift_;
   std::unique_ptr<belvane::detail::ReceptionWatch> receptionWatch_;
 };

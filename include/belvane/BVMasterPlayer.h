@@ -59,6 +59,11 @@ class BV_EXPORT BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
   bool pause() override;
   void resume() override;
   bool isPaused() const override;
+  // Time-shift (see BVBasePlayer): forwarded to the sub-player.
+  bool canTimeShift() const override;
+  bool skipBy(double seconds) override;
+  bool goLive() override;
+  double secondsBehindLive() const override;
   BVPlayerReception reception() const override;
   // Kept for every later sub-player, fallbacks included.
   void setAudioOutputSetting(const BVAudioOutputSetting& setting) override;

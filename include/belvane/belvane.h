@@ -171,12 +171,15 @@ BV_EXPORT int bv_player_set_position(bv_player *player, double position);
  * not known yet. */
 BV_EXPORT int bv_player_seek(bv_player *player, double seconds);
 
-/* Pauses a file: no sound, while the state stays BV_STATE_PLAYING and the
- * position and attributes stay. BV_ERROR_NOT_SUPPORTED for a live stream
- * (which cannot wait: stop it instead) or when nothing plays. Pausing a
+/* Pauses a file, or a live station that can be time-shifted
+ * (bv_player_can_time_shift): no sound, while the state stays
+ * BV_STATE_PLAYING and the position and attributes stay; a paused station
+ * goes on filling its ring. BV_ERROR_NOT_SUPPORTED for a live stream that
+ * cannot be time-shifted (stop it instead) or when nothing plays. Pausing a
  * paused player is fine. A new play ends the pause. */
 BV_EXPORT int bv_player_pause(bv_player *player);
-/* Plays a paused file on from where it paused (0 also when not paused). */
+/* Plays a paused file or station on from where it paused, with the very
+ * next frame (0 also when not paused). */
 BV_EXPORT int bv_player_resume(bv_player *player);
 BV_EXPORT int bv_player_is_paused(const bv_player *player);
 
@@ -433,6 +436,21 @@ BV_EXPORT void bv_player_set_reception_callback(bv_player *player, bv_reception_
 BV_EXPORT int bv_player_set_time_shift_minutes(bv_player *player, double minutes);
 BV_EXPORT double bv_player_get_time_shift_minutes(const bv_player *player);
 BV_EXPORT double bv_player_get_time_shift_held(const bv_player *player);
+
+/* Time-shift of a live station from its ring (the MP3 stream engine).
+ * can_time_shift: 1 while such a station plays with its ring on. From the
+ * first pause or skip on it plays from the ring: skip moves by seconds
+ * from what is heard next (negative: back), to within one codec frame,
+ * within what the ring holds (past the live edge: live); go_live jumps to
+ * the newest frame. BV_ERROR_NOT_SUPPORTED for a playback that cannot be
+ * time-shifted; a paused player stays paused.
+ * Titles are announced where they start in the audio, also after a skip.
+ * get_seconds_behind_live: how far what is heard next lies behind the live
+ * edge (0 before the first pause or skip). Thread: the player's. */
+BV_EXPORT int bv_player_can_time_shift(const bv_player *player);
+BV_EXPORT int bv_player_skip(bv_player *player, double seconds);
+BV_EXPORT int bv_player_go_live(bv_player *player);
+BV_EXPORT double bv_player_get_seconds_behind_live(const bv_player *player);
 
 /* Records the station that plays into folder, one file per title of the
  * station's own frames (MP3 into .mp3, AAC into ADTS .aac, each with an

@@ -247,11 +247,13 @@ class Player:
         _check(lib.bv_player_seek(self._live(), seconds))
 
     def pause(self) -> None:
-        """Pauses a file; the state stays PLAYING. BelvaneError for a live
-        stream, which cannot wait (stop it instead)."""
+        """Pauses a file, or a live station that can be time-shifted (it goes
+        on filling its ring); the state stays PLAYING. BelvaneError for a
+        live stream that cannot (stop it instead)."""
         _check(lib.bv_player_pause(self._live()))
 
     def resume(self) -> None:
+        """Plays on with the very next frame after the pause."""
         _check(lib.bv_player_resume(self._live()))
 
     @property
@@ -359,6 +361,26 @@ class Player:
     def time_shift_held(self) -> float:
         """Seconds of the station the ring holds now."""
         return lib.bv_player_get_time_shift_held(self._live())
+
+    @property
+    def can_time_shift(self) -> bool:
+        """True while a live station plays with its ring on (MP3 streams)."""
+        return bool(lib.bv_player_can_time_shift(self._live()))
+
+    def skip(self, seconds: float) -> None:
+        """Moves by seconds (negative: back) within the ring, to within one
+        codec frame. BelvaneError when the playback cannot time-shift."""
+        _check(lib.bv_player_skip(self._live(), seconds))
+
+    def go_live(self) -> None:
+        """Jumps to the station's newest audio."""
+        _check(lib.bv_player_go_live(self._live()))
+
+    @property
+    def seconds_behind_live(self) -> float:
+        """How far what is heard next lies behind live (0 before the first
+        pause or skip)."""
+        return lib.bv_player_get_seconds_behind_live(self._live())
 
     def start_recording(self, folder: str, from_title_start: bool = False) -> Optional[PlaybackError]:
         """Records the station into folder, one file per title (the station's

@@ -650,6 +650,24 @@ double bv_player_get_time_shift_held(const bv_player* player) {
   return player && player->master ? player->master->timeShiftSecondsHeld() : 0.0;
 }
 
+int bv_player_can_time_shift(const bv_player* player) {
+  return player && player->master && player->master->canTimeShift() ? 1 : 0;
+}
+
+int bv_player_skip(bv_player* player, double seconds) {
+  if (!player || !player->master || std::isnan(seconds)) return BV_ERROR_INVALID_PARAMETER;
+  return player->master->skipBy(seconds) ? BV_OK : BV_ERROR_NOT_SUPPORTED;
+}
+
+int bv_player_go_live(bv_player* player) {
+  if (!player || !player->master) return BV_ERROR_INVALID_PARAMETER;
+  return player->master->goLive() ? BV_OK : BV_ERROR_NOT_SUPPORTED;
+}
+
+double bv_player_get_seconds_behind_live(const bv_player* player) {
+  return player && player->master ? player->master->secondsBehindLive() : 0.0;
+}
+
 
 int bv_player_start_recording(bv_player* player, const char* folder, bv_player_error* error) {
   if (!player || !player->master || !folder) return BV_ERROR_INVALID_PARAMETER;

@@ -183,6 +183,7 @@ struct MPRISConnection {
   void play();
   void stop();
   void pause();
+  double positionSeconds();
   void seekTo(double seconds);
 
   BVMPRISPublisher& publisher;
@@ -316,13 +317,10 @@ GVariant* MPRISConnection::property(const char* interface, const char* name) {
     double volume = player && !player->isMuted() ? std::max(0.0f, player->volume()) : 0.0;
     return g_variant_new_double(volume);
   }
-  if (n == "Position") {
-    double elapsed = player && player->hasPosition() ? player->elapsedTime() : 0;
-    return g_variant_new_int64(gint64(std::max(0.0, elapsed) * 1e6));
-  }
+  if (n == "Position") return g_variant_new_int64(gint64(positionSeconds() * 1e6));
   if (n == "CanGoNext" || n == "CanGoPrevious") return g_variant_new_boolean(FALSE);
   if (n == "CanPlay" || n == "CanPause" || n == "CanControl") return g_variant_new_boolean(TRUE);
-  if (n == "CanSeek") return g_variant_new_boolean(player && player->hasPosition());
+  if (n == "CanSeek") return g_variant_new_boolean(player && (player->hasPosition() || player->canTimeShift()));
   if (n == "Metadata") {
     GVariantBuilder metadata;
     g_variant_builder_init(&metadata, G_VARIANT_TYPE("a{sv}"));
@@ -388,7 +386,8 @@ void MPRISConnection::play() {
   if (auto link = player->link()) player->playLink(link);
 }
 
-// A file waits paused; a live station cannot, and stops.
+// A file waits paused, and so does a live station with a ring (it goes on
+// into the ring); one without stops.
 void MPRISConnection::pause() {
   auto player = this->player();
   if (!player) return;
@@ -402,8 +401,24 @@ void MPRISConnection::stop() {
   if (auto player = this->player()) player->stop();
 }
 
+// A file's seconds played; a live station's place in its ring, counted
+// from the oldest second it holds.
+double MPRISConnection::positionSeconds() {
+  auto player = this->player();
+  if (!player) return 0;
+  if (player->hasPosition()) return std::max(0.0f, player->elapsedTime());
+  if (player->canTimeShift()) return std::max(0.0, player->timeShiftSecondsHeld() - player->secondsBehindLive());
+  return 0;
+}
+
 void MPRISConnection::seekTo(double seconds) {
   auto player = this->player();
+  if (player && !player->hasPosition() && player->canTimeShift()) {
+    if (player->skipBy(seconds - positionSeconds()))
+      g_dbus_connection_emit_signal(connection, nullptr, kObjectPath, kPlayerInterface, "Seeked",
+                                    g_variant_new("(x)", gint64(positionSeconds() * 1e6)), nullptr);
+    return;
+  }
   if (!player || !player->hasPosition()) return;
   double length = lengthSeconds(*player);
   if (length <= 0) return;
@@ -431,7 +446,7 @@ void MPRISConnection::call(const char* interface, const char* method, GVariant* 
   } else if (m == "Seek") {
     gint64 offset = 0;
     g_variant_get(parameters, "(x)", &offset);
-    if (player && player->hasPosition()) seekTo(std::max(0.0f, player->elapsedTime()) + offset / 1e6);
+    if (player && (player->hasPosition() || player->canTimeShift())) seekTo(positionSeconds() + offset / 1e6);
   } else if (m == "SetPosition") {
     const char* track = nullptr;
     gint64 position = 0;

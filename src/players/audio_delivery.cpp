@@ -309,8 +309,38 @@ bool AudioDelivery::stopsAtTitle(const StreamTitle& title) {
   return true;
 }
 
+// ---- time-shift: holding and dropping writes -----------------------------------
+
+void AudioDelivery::setHeld(bool held) {
+  std::lock_guard lock(ackMutex_);
+  held_ = held;
+  ackCondition_.notify_all();
+}
+
+void AudioDelivery::dropHeldWrite() {
+  std::lock_guard lock(ackMutex_);
+  dropWrites_ = true;
+  ackCondition_.notify_all();
+}
+
+void AudioDelivery::flushed() {
+  forgetPendingTitles();
+  dropWrites_ = false;
+}
+
+// False when the write is to be dropped.
+bool AudioDelivery::waitWhileHeld() {
+  if (!held_ && !dropWrites_) return true;
+  std::unique_lock lock(ackMutex_);
+  ackCondition_.wait(lock, [&] { return !held_ || dropWrites_ || interrupted_; });
+  return !dropWrites_ && !interrupted_;
+}
+
+// ---- decoding thread, continued ---------------------------------------------------
+
 void AudioDelivery::writeRange(float sampleRate, float** channels, int32_t from, int32_t count) {
   if (count <= 0) return;
+  if (!waitWhileHeld()) return;
   float* part[2] = {channels[0] + from, channels[1] ? channels[1] + from : nullptr};
   // Loudness normalisation measures and scales what goes out (no-op when off).
   unsigned rate = sampleRate >= 1 && sampleRate <= 768000 ? unsigned(std::lround(sampleRate)) : 0;

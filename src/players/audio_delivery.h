@@ -132,6 +132,16 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   // output stops; start() clears it.
   void interrupt();
 
+  // Time-shift. Any thread: while held, a write waits before it reaches the
+  // output, so what the output already queued plays out and nothing more is
+  // written until the hold ends; the write then goes on with its next frame.
+  // start() does not clear it. dropHeldWrite: writes from now on (a held one
+  // too) are dropped, until flushed() (decoding thread) takes them again and
+  // forgets the titles waiting for the audio that went.
+  void setHeld(bool held);
+  bool isHeld() const { return held_.load(); }
+  void dropHeldWrite();
+  void flushed();
   // Loudness normalisation: every frame written passes through it, on the
   // decoding thread, before the output's gain (see loudness_control.h for
   // which thread calls what).
@@ -177,6 +187,10 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   std::atomic<bool> haltedAtTitle_{false};  // writes are dropped until start()
   std::string lastTitle_;                   // decoding thread only: the last title announced
   bool announcedAny_ = false;               // decoding thread only: a title was announced
+  // Time-shift: the hold and the drop, waited on with ackCondition_.
+  std::atomic<bool> held_{false};
+  std::atomic<bool> dropWrites_{false};
+  bool waitWhileHeld();
   std::shared_ptr<LoudnessControl> loudness_ = std::make_shared<LoudnessControl>();
 };
 

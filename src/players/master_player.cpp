@@ -134,6 +134,10 @@ void BVMasterPlayer::resume() {
   updateSleepInhibitor();
 }
 bool BVMasterPlayer::isPaused() const { return !stopped_ && _subPlayer->isPaused(); }
+bool BVMasterPlayer::canTimeShift() const { return !stopped_ && _subPlayer->canTimeShift(); }
+bool BVMasterPlayer::skipBy(double seconds) { return !stopped_ && _subPlayer->skipBy(seconds); }
+bool BVMasterPlayer::goLive() { return !stopped_ && _subPlayer->goLive(); }
+double BVMasterPlayer::secondsBehindLive() const { return stopped_ ? 0.0 : _subPlayer->secondsBehindLive(); }
 BVPlayerReception BVMasterPlayer::reception() const {
   return stopped_ ? BVPlayerReception{} : _subPlayer->reception();
 }

@@ -13,6 +13,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -39,6 +40,11 @@ class AudioFrameSplitter {
 
   AudioSyncKind kind() const { return kind_; }  // of the last chain found
   uint64_t bytesFed() const { return fed_; }
+  // While in step with the frames: the bytes of the next frame fed so far
+  // (its start lies that many bytes before bytesFed()); nullopt when not.
+  std::optional<size_t> partialFrameBytes() const {
+    return synced_ && kind_ != AudioSyncKind::Ogg ? std::optional<size_t>(pending_.size()) : std::nullopt;
+  }
   // The Ogg chain being split (when kind() is Ogg): its title, headers and
   // file extension.
   const OggPageSplitter& ogg() const { return ogg_; }

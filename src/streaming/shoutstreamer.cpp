@@ -13,6 +13,7 @@
 #include "streaming/shoutstreamer_connection.h"
 #include "streaming/shoutstreamer_pipeline.h"
 #include "streaming/station_tap.h"
+#include "streaming/time_shift.h"
 #include "streaming/stream_reader.h"
 #include "streaming/shoutstreamer_tuning.h"
 
@@ -66,11 +67,27 @@ struct shoutstreamer {
   BVDictionary decodedFacts;
   // The StreamUrl of the title whose callback is being made (delivery thread).
   std::string titleURL;
+
+  // A time-shift's feeder writes to the buffer: it ends before the buffer goes.
+  ~shoutstreamer() {
+    if (tuning.timeShift) tuning.timeShift->detach();
+  }
 };
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+// What the decoder found the stream to be, as player attributes.
+BVDictionary decodedFacts(const belvane::detail::MpegDecoder::Format& format) {
+  BVDictionary facts;
+  static constexpr const char* kLayerNames[] = {"MPEG audio", "MP1", "MP2", "MP3"};
+  const int layer = format.layer >= 1 && format.layer <= 3 ? format.layer : 0;
+  facts[BVPlayerAttributeCodecKey] = BVValue(std::string(kLayerNames[layer]));
+  if (format.sampleRate > 0) facts[BVPlayerAttributeSampleRateKey] = BVValue(int64_t(format.sampleRate));
+  if (format.channels > 0) facts[BVPlayerAttributeChannelsKey] = BVValue(int64_t(format.channels));
+  return facts;
+}
 
 // The stream whose delivery thread this is, so destroy can tell when it is
 // called from inside a callback.
@@ -96,6 +113,7 @@ class StreamDecoder final : public StreamReader::Client, public PipelineSink {
       tap->connectionStarted(s_.tuning.titleEncoding);
       pipeline_->setTap(tap.get());
     }
+    pipeline_->setTimeShift(s_.tuning.timeShift.get());
     {
       std::lock_guard lock(s_.factsMutex);
       s_.stationFacts = belvane::detail::stationFactsFromHead(head);
@@ -126,6 +144,7 @@ class StreamDecoder final : public StreamReader::Client, public PipelineSink {
 
   void connectionEnded() override {
     if (!pipeline_) return;
+    pipeline_->handOverNow();
     pipeline_->finish();
     connectionFrames_ = pipeline_->framesDecoded();
     connectionAudioBytes_ = pipeline_->audioBytes();
@@ -142,22 +161,26 @@ class StreamDecoder final : public StreamReader::Client, public PipelineSink {
     title.title = belvane::detail::stationTitleToUTF8(belvane::detail::bytesOf(title.title), s_.tuning.titleEncoding);
     title.url = belvane::detail::stationTitleToUTF8(belvane::detail::bytesOf(title.url), s_.tuning.titleEncoding);
     QLDebugLog(QL_LOG_DEBUG, "shoutstreamer: title '%s'", title.title.c_str());
-    s_.buffer->appendTitle(std::move(title));
+    if (const auto& shift = s_.tuning.timeShift; shift && shift->diverting())
+      shift->carryTitle(std::move(title));
+    else
+      s_.buffer->appendTitle(std::move(title));
   }
 
   void format(const belvane::detail::MpegDecoder::Format& format) override {
-    BVDictionary facts;
-    static constexpr const char* kLayerNames[] = {"MPEG audio", "MP1", "MP2", "MP3"};
-    const int layer = format.layer >= 1 && format.layer <= 3 ? format.layer : 0;
-    facts[BVPlayerAttributeCodecKey] = BVValue(std::string(kLayerNames[layer]));
-    if (format.sampleRate > 0) facts[BVPlayerAttributeSampleRateKey] = BVValue(int64_t(format.sampleRate));
-    if (format.channels > 0) facts[BVPlayerAttributeChannelsKey] = BVValue(int64_t(format.channels));
+    BVDictionary facts = decodedFacts(format);
     std::lock_guard lock(s_.factsMutex);
     s_.decodedFacts = std::move(facts);
   }
 
+  // While a pause waits for the decoder's hand-over, what it decodes is
+  // carried to the time-shift instead (the buffer may stay full).
   bool audio(const float* interleaved, size_t frames, long sampleRate) override {
-    return s_.buffer->appendAudio(interleaved, frames, sampleRate);
+    const auto& shift = s_.tuning.timeShift;
+    if (!(shift && shift->diverting()) && s_.buffer->appendAudio(interleaved, frames, sampleRate)) return true;
+    if (!shift || !shift->diverting() || s_.buffer->closed()) return false;
+    shift->carryAudio(interleaved, frames, sampleRate);
+    return true;
   }
 
  private:
@@ -183,7 +206,13 @@ void networkMain(shoutstreamer* s) {
   StreamDecoder decoder(*s);
   StreamReader::Outcome outcome = s->reader->run(decoder);
   if (s->tuning.stationTap) s->tuning.stationTap->streamEnded();
-  if (!outcome.cancelled) s->buffer->finish(outcome.error);
+  if (outcome.cancelled) return;
+  if (const auto& shift = s->tuning.timeShift; shift && shift->wantsDecoder()) shift->handOver(nullptr, 0, {}, {});
+  // Played from the ring: the feeder plays it out before the end.
+  if (const auto& shift = s->tuning.timeShift; shift && shift->hasDecoder())
+    shift->inputEnded(outcome.error);
+  else
+    s->buffer->finish(outcome.error);
 }
 
 void changeState(shoutstreamer* s, int& state, int newState) {
@@ -233,6 +262,9 @@ void deliveryMain(shoutstreamer* s) {
       case Event::TimedOut:
         reportRefillAt.reset();
         changeState(s, state, SHOUTSTREAMER_STATE_BUFFERING);
+        break;
+      case Event::Flushed:
+        if (s->tuning.timeShift) s->tuning.timeShift->flushReached();
         break;
       case Event::Audio:
         if (s->audioCallback) s->audioCallback(s, float(event.sampleRate), event.channels, int32_t(event.frames));
@@ -320,6 +352,12 @@ int shoutstreamer_start(shoutstreamer_t s, const char* url, void* context,
   policy.requestSettings = s->tuning.requestSettings;
   policy.alternates = s->tuning.alternates;
   s->reader = std::make_unique<StreamReader>(s->url, policy);
+  if (s->tuning.timeShift)
+    s->tuning.timeShift->attach(s->buffer.get(), [s](const belvane::detail::MpegDecoder::Format& format) {
+      BVDictionary facts = decodedFacts(format);
+      std::lock_guard lock(s->factsMutex);
+      s->decodedFacts = std::move(facts);
+    });
   QLDebugLog(QL_LOG_INFO, "shoutstreamer: starting %s", url);
   int result = 0;
   try {

@@ -2,6 +2,7 @@
 #include "streaming/shoutstreamer_buffer.h"
 
 #include <algorithm>
+#include <utility>
 
 #if defined(__SSE__)
 #include <xmmintrin.h>
@@ -46,10 +47,11 @@ bool StreamBuffer::appendAudio(const float* interleaved, size_t frames, long sam
       // Wait for a good share of the ring, not just for this block, so the
       // reader frees a few chunks before it has to wake this thread.
       writerNeeds_ = std::max(n, capacity_ / 4);
-      room_.wait(lock, [&] { return closed_ || capacity_ - availableLocked() >= n; });
+      room_.wait(lock, [&] { return closed_ || writerReleased_ || capacity_ - availableLocked() >= n; });
       writerNeeds_ = 0;
     }
     if (closed_) return false;
+    if (std::exchange(writerReleased_, false)) return false;
     if (rates_.empty() || rates_.back().rate != sampleRate) rates_.push_back({written_, sampleRate});
     size_t at = size_t(written_ % capacity_);
     lock.unlock();
@@ -116,6 +118,34 @@ size_t StreamBuffer::prebufferLocked() const {
   return std::clamp<size_t>(frames, 1, capacity_ / 2);
 }
 
+double StreamBuffer::secondsHeld() const {
+  std::lock_guard lock(mutex_);
+  if (written_ <= std::max(read_, discardTo_)) return 0.0;
+  long rate = rates_.empty() ? kAssumedRate : rates_.back().rate;
+  return double(written_ - std::max(read_, discardTo_)) / double(rate > 0 ? rate : kAssumedRate);
+}
+
+void StreamBuffer::setWriterReleased(bool released) {
+  {
+    std::lock_guard lock(mutex_);
+    writerReleased_ = released;
+  }
+  room_.notify_all();
+}
+
+void StreamBuffer::flush() {
+  {
+    std::lock_guard lock(mutex_);
+    discardTo_ = written_;
+    titles_.clear();
+    flushed_ = true;
+    writerReleased_ = false;
+    finished_ = false;
+    error_ = 0;
+  }
+  work_.notify_one();
+}
+
 long StreamBuffer::rateAtLocked(uint64_t position, uint64_t* stretchEnd) const {
   *stretchEnd = UINT64_MAX;
   long rate = rates_.empty() ? kAssumedRate : rates_.front().rate;
@@ -138,6 +168,16 @@ StreamBuffer::Event StreamBuffer::next(Phase phase, std::chrono::steady_clock::t
     if (closed_) {
       event.kind = Event::Closed;
       return event;
+    }
+    if (flushed_) {
+      flushed_ = false;
+      event.kind = Event::Flushed;
+      return event;
+    }
+    if (read_ < discardTo_) {
+      read_ = discardTo_;
+      while (rates_.size() > 1 && rates_[1].position <= read_) rates_.pop_front();
+      room_.notify_all();
     }
     if (!titles_.empty()) {
       event.kind = Event::Title;
@@ -194,6 +234,7 @@ void StreamBuffer::consumed(size_t frames) {
   {
     std::lock_guard lock(mutex_);
     read_ += std::min<uint64_t>(frames, written_ - read_);
+    read_ = std::max(read_, discardTo_);  // a flush during the delivery
     while (rates_.size() > 1 && rates_[1].position <= read_) rates_.pop_front();
     wake = writerNeeds_ > 0 && capacity_ - availableLocked() >= writerNeeds_;
   }

@@ -27,7 +27,9 @@ class StreamBuffer {
   StreamBuffer(size_t capacityFrames, double prebufferSeconds, size_t maxChunkFrames);
 
   // Writer side (network thread).
-  // Copies interleaved stereo frames in, waiting for room; false once closed.
+  // Copies interleaved stereo frames in, waiting for room; false once closed,
+  // or when setWriterReleased() ended the wait (a call of at most half the
+  // capacity then appended nothing).
   bool appendAudio(const float* interleaved, size_t frames, long sampleRate);
   // A title (with its StreamUrl) placed at the current end of the decoded audio.
   void appendTitle(StreamTitle title);
@@ -40,11 +42,22 @@ class StreamBuffer {
   size_t prebufferFrames() const;
   // Any thread: how much of that the buffer holds now, 0.0 to 1.0.
   float prebufferFill() const;
+  // Any thread: the seconds of audio held that the reader has not yet
+  // finished delivering.
+  double secondsHeld() const;
+  // Any thread: the writer's current or next wait for room ends at once
+  // (false takes that back).
+  void setWriterReleased(bool released);
+  // Writer side: everything not yet delivered goes (the chunk the reader is
+  // delivering is still its own until consumed), titles too, and an end
+  // reported with finish() is taken back, as is a release of the writer;
+  // the reader's next event is Flushed.
+  void flush();
 
   // Reader side (delivery thread).
   enum class Phase { Connecting, Buffering, Playing };
   struct Event {
-    enum Kind { Title, Connected, StartPlaying, Audio, Underrun, Finished, Closed, TimedOut } kind;
+    enum Kind { Title, Connected, StartPlaying, Audio, Underrun, Finished, Closed, TimedOut, Flushed } kind;
     StreamTitle title;
     int32_t framesBeforeTitle = 0;  // frames to deliver before the title's audio
     float* channels[2] = {nullptr, nullptr};
@@ -94,6 +107,9 @@ class StreamBuffer {
   bool finished_ = false;
   int32_t error_ = 0;
   bool closed_ = false;
+  bool writerReleased_ = false;
+  bool flushed_ = false;       // the reader has not yet heard of the last flush
+  uint64_t discardTo_ = 0;     // audio before this was flushed
   // Who is waiting, and for how much, so that each side wakes the other
   // only when the wait can end.
   size_t writerNeeds_ = 0;  // free frames the blocked writer waits for; 0: not waiting

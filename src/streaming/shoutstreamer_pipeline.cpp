@@ -29,7 +29,30 @@ bool StreamPipeline::fail(int32_t error) {
   return false;
 }
 
+void StreamPipeline::handOverNow() {
+  if (timeShift_ && timeShift_->wantsDecoder()) handOver(demuxer_.audioBytes());
+}
+
+// Between two chunks the decoder has had every audio byte before offset.
+void StreamPipeline::handOver(uint64_t offset) {
+  std::deque<TimeShift::PendingTitle> titles;
+  for (auto& title : titles_)
+    titles.push_back({title.offset > decoderBase_ ? title.offset - decoderBase_ : 0, std::move(title.title)});
+  titles_.clear();
+  const uint64_t fed = decoding_ && offset >= decoderBase_ ? offset - decoderBase_ : 0;
+  timeShift_->handOver(decoding_ ? std::move(decoder_) : nullptr, fed, std::move(titles), format_);
+  decoding_ = false;
+  searchBuffer_.clear();
+}
+
 bool StreamPipeline::audio(std::span<const uint8_t> bytes, uint64_t offset) {
+  if (timeShift_) {
+    if (timeShift_->wantsDecoder()) handOver(offset);
+    if (timeShift_->hasDecoder()) {
+      if (tap_) tap_->audio(bytes);
+      return true;
+    }
+  }
   if (tap_) tap_->audio(bytes);
   if (!decoding_) {
     if (searchBuffer_.empty()) searchBufferOffset_ = offset;
@@ -44,6 +67,7 @@ void StreamPipeline::metadata(std::span<const uint8_t> block, uint64_t audioOffs
   auto title = streamTitleFromMetadata(block);
   if (!title) return;
   if (tap_) tap_->title({*title, streamURLFromMetadata(block).value_or("")});
+  if (timeShift_ && timeShift_->hasDecoder()) return;  // the ring places it
   if (titles_.size() == kMaxPendingTitles) titles_.pop_front();
   titles_.push_back({audioOffset, {std::move(*title), streamURLFromMetadata(block).value_or("")}});
 }

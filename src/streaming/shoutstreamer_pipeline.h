@@ -11,12 +11,16 @@
 // the sink knows its position in the decoded audio exactly. When the decoder
 // fails it is restarted at the next chain of frames; when none follows, or
 // when too much input goes by without a frame, the decoder has lost sync.
+// Once a time-shift asks for it, the decoder (with what it was fed and the
+// titles not yet placed) is handed over at the next audio bytes, and from
+// then on the pipeline only feeds the tap.
 #pragma once
 
 #include "streaming/icy_metadata.h"
 #include "streaming/mpeg_decoder.h"
 #include "streaming/stream_title.h"
 #include "streaming/station_tap.h"
+#include "streaming/time_shift.h"
 
 #include <cstdint>
 #include <deque>
@@ -51,6 +55,10 @@ class StreamPipeline : private IcyDemuxer::Handler {
   Status feed(std::span<const uint8_t> bytes);
   // Also hands the audio bytes and the titles, as sent, to tap (null: none).
   void setTap(StationTap* tap) { tap_ = tap; }
+  // Where the decoder goes when a pause asks for it (null: nowhere).
+  void setTimeShift(TimeShift* timeShift) { timeShift_ = timeShift; }
+  // The input ended: hands the decoder over now if it was asked for.
+  void handOverNow();
   // The input has ended: titles still waiting for audio are handed over.
   void finish();
 
@@ -66,6 +74,7 @@ class StreamPipeline : private IcyDemuxer::Handler {
   bool search(std::span<const uint8_t> bytes);
   bool decodeAvailable();
   bool fail(int32_t error);
+  void handOver(uint64_t offset);
 
   struct PendingTitle {
     uint64_t offset;
@@ -89,6 +98,7 @@ class StreamPipeline : private IcyDemuxer::Handler {
   bool stopped_ = false;
   int32_t error_ = 0;
   StationTap* tap_ = nullptr;
+  TimeShift* timeShift_ = nullptr;
 };
 
 }  // namespace belvane::detail

@@ -16,6 +16,7 @@
 namespace belvane::detail {
 
 class StationTap;
+class TimeShift;
 
 struct ShoutstreamerTuning {
   double connectTimeout = 10.0;      // seconds from the request to the end of the reply head
@@ -41,6 +42,9 @@ struct ShoutstreamerTuning {
   // Where the station's compressed audio and titles also go (the ring and
   // the recording of the playback); null: nowhere.
   std::shared_ptr<StationTap> stationTap;
+  // Plays the stream from the tap's ring once a pause asks for it (see
+  // TimeShift); null: the stream cannot be paused.
+  std::shared_ptr<TimeShift> timeShift;
 };
 
 // Replaces the tuning of a streamer that has not been started.

@@ -4,6 +4,7 @@
 #include <glib.h>
 #include <glib/gstdio.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -166,6 +167,57 @@ std::optional<RingTitle> StationRing::titleAt(uint64_t frame) const {
   for (auto it = titles_.rbegin(); it != titles_.rend(); ++it)
     if (it->frame <= frame) return *it;
   return std::nullopt;
+}
+
+bool StationRing::readFrame(uint64_t frame, std::vector<uint8_t>& out) const {
+  if (frame < firstFrame() || frame >= endFrame()) return false;
+  // Chunks are in frame order: the last one that starts at or before frame.
+  auto it = std::upper_bound(chunks_.begin(), chunks_.end(), frame,
+                             [](uint64_t f, const Chunk& chunk) { return f < chunk.firstFrame; });
+  if (it == chunks_.begin()) return false;
+  const Chunk& chunk = *std::prev(it);
+  const uint64_t index = frame - chunk.firstFrame;
+  if (index >= chunk.frameBytes.size()) return false;  // a frame the ring did not keep
+  size_t offset = 0;
+  for (uint64_t i = 0; i < index; ++i) offset += chunk.frameBytes[i];
+  const size_t length = chunk.frameBytes[index];
+  out.resize(length);
+  if (chunk.data) {
+    std::memcpy(out.data(), chunk.data.get() + offset, length);
+    return true;
+  }
+  return pread(diskFd_, out.data(), length, off_t(chunk.diskSlot) * off_t(kChunkBytes) + off_t(offset)) ==
+         ssize_t(length);
+}
+
+double StationRing::secondsFrom(uint64_t frame) const {
+  double seconds = 0;
+  for (auto it = chunks_.rbegin(); it != chunks_.rend(); ++it) {
+    const Chunk& chunk = *it;
+    if (chunk.sampleRate == 0) continue;
+    if (chunk.firstFrame >= frame) {
+      seconds += double(chunk.samples) / chunk.sampleRate;
+      continue;
+    }
+    for (uint64_t i = frame - chunk.firstFrame; i < chunk.frameSamples.size(); ++i)
+      seconds += double(chunk.frameSamples[i]) / chunk.sampleRate;
+    break;
+  }
+  return seconds;
+}
+
+uint64_t StationRing::frameSecondsBeforeEnd(double seconds) const {
+  double behind = 0;
+  for (auto it = chunks_.rbegin(); it != chunks_.rend(); ++it) {
+    const Chunk& chunk = *it;
+    for (size_t i = chunk.frameSamples.size(); i-- > 0;) {
+      const double length = chunk.sampleRate ? double(chunk.frameSamples[i]) / chunk.sampleRate : 0;
+      if (behind + length >= seconds)
+        return chunk.firstFrame + i + (seconds - behind < behind + length - seconds ? 1 : 0);
+      behind += length;
+    }
+  }
+  return firstFrame();
 }
 
 bool StationRing::readFrames(uint64_t from,

@@ -66,6 +66,16 @@ class StationRing {
   // frame kept on disk could not be read back.
   bool readFrames(uint64_t from, const std::function<void(std::span<const uint8_t>, uint64_t frame)>& onFrame) const;
 
+  // One frame's bytes into out; false when the ring no longer (or not yet)
+  // holds it, or it could not be read back from the disk.
+  bool readFrame(uint64_t frame, std::vector<uint8_t>& out) const;
+  // The seconds of audio from the start of frame to endFrame() (0 past it;
+  // all held before firstFrame()).
+  double secondsFrom(uint64_t frame) const;
+  // The frame whose start lies closest to `seconds` before endFrame(),
+  // within what is held.
+  uint64_t frameSecondsBeforeEnd(double seconds) const;
+
   double secondsHeld() const;
   uint64_t bytesHeld() const { return bytesHeld_; }
   uint64_t bytesInMemory() const { return bytesInMemory_; }

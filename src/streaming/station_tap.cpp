@@ -159,6 +159,13 @@ StationTap::Reading StationTap::reading() const {
   return r;
 }
 
+std::optional<std::pair<uint64_t, size_t>> StationTap::partialFrame() const {
+  std::lock_guard lock(mutex_);
+  auto bytes = splitter_.partialFrameBytes();
+  if (!bytes) return std::nullopt;
+  return std::make_pair(ring_.endFrame(), *bytes);
+}
+
 void StationTap::withRing(const std::function<void(const StationRing&)>& fn) const {
   std::lock_guard lock(mutex_);
   fn(ring_);

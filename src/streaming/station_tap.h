@@ -26,6 +26,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 
 namespace belvane::detail {
 
@@ -69,6 +70,11 @@ class StationTap {
   Reading reading() const;
   // Calls fn with the ring under the tap's lock (time-shift reads frames so).
   void withRing(const std::function<void(const StationRing&)>& fn) const;
+  // The reading thread, between two audio() calls: the number of the frame
+  // that the bytes fed so far end in (the next one the ring will hold) and
+  // how many of its bytes were fed; nullopt while the splitter is not in
+  // step with the frames.
+  std::optional<std::pair<uint64_t, size_t>> partialFrame() const;
 
  private:
   void frame(const AudioFrame& frame);

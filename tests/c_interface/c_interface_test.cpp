@@ -121,8 +121,13 @@ TEST(CInterface, PlaysAStationReportsItAndStops) {
   bv_free(output);
   EXPECT_EQ(bv_player_get_position(player), -1.0);  // live
   EXPECT_EQ(bv_player_has_position(player), 0);
-  EXPECT_EQ(bv_player_pause(player), BV_ERROR_NOT_SUPPORTED);
   EXPECT_EQ(bv_player_seek(player, 1.0), BV_ERROR_NOT_SUPPORTED);
+  // A live station pauses into its ring and resumes.
+  EXPECT_EQ(bv_player_can_time_shift(player), 1);
+  EXPECT_EQ(bv_player_pause(player), BV_OK);
+  EXPECT_EQ(bv_player_is_paused(player), 1);
+  EXPECT_EQ(bv_player_skip(player, 5.0), BV_OK);  // past live: live
+  EXPECT_EQ(bv_player_resume(player), BV_OK);
   for (const auto& request : server.http().requests()) {
     EXPECT_EQ(request.header("User-Agent") ? *request.header("User-Agent") : "", "CHost/1.0");
     EXPECT_EQ(request.header("X-From") ? *request.header("X-From") : "", "C");

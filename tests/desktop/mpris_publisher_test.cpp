@@ -233,8 +233,18 @@ TEST(MPRISPublisher, PlayerctlReadsAndDrivesALiveStation) {
   EXPECT_FALSE(master->isMuted());
   EXPECT_FLOAT_EQ(master->volume(), 0.25f);
 
-  // Pausing a live station stops it; play connects again.
+  // Pausing a live station holds it while its ring fills; play goes on;
+  // seeking moves within the ring. Stopping it and playing connects again.
   ofBelvane({"pause"});
+  EXPECT_TRUE(BVRunLoop::main().runUntil([&] { return ofBelvane({"status"}) == "Paused"; }, 5.0));
+  EXPECT_TRUE(master->isPaused());
+  EXPECT_EQ(master->state(), BVPlayerStatePlaying);
+  ofBelvane({"play"});
+  EXPECT_FALSE(master->isPaused());
+  const double held = master->timeShiftSecondsHeld();
+  ofBelvane({"position", "0"});
+  EXPECT_TRUE(BVRunLoop::main().runUntil([&] { return master->secondsBehindLive() > held - 1.0; }, 5.0));
+  ofBelvane({"stop"});
   ASSERT_TRUE(host.runUntil(BVPlayerStateStopped));
   EXPECT_EQ(master->state(), BVPlayerStateStopped);
   EXPECT_EQ(ofBelvane({"status"}), "Stopped");

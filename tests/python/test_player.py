@@ -30,8 +30,13 @@ def test_station_plays_with_its_titles_in_order_and_stops(player, station):
     assert states[:2] == [belvane.State.CONNECTING, belvane.State.PLAYING]
     assert player.attribute(belvane.ATTRIBUTE_STREAM_TITLE) == "Belvane Test - Song Two"
     assert player.frames_written > 0 and player.audio_output_name == "null:fast"
-    with pytest.raises(belvane.BelvaneError):
-        player.pause()  # a live station cannot wait
+    # A live station pauses into its time-shift ring, skips within it, resumes.
+    assert player.can_time_shift
+    player.pause()
+    assert player.paused and player.state == belvane.State.PLAYING
+    player.skip(-1.0)
+    player.resume()
+    assert not player.paused
 
     assert receptions[0] == belvane.ReceptionState.PREBUFFERING
     assert run_until(lambda: belvane.ReceptionState.RECEIVING in receptions), receptions

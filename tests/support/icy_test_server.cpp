@@ -100,6 +100,8 @@ void streamScript(const IcyStreamScript& script, int connection, const std::shar
       if (!writer.pause(0.05)) return;
 
   AudioSource source(script);
+  const auto started = std::chrono::steady_clock::now();
+  const int rate = script.audio.empty() || !script.audio.front() ? 0 : script.audio.front()->sampleRate;
   uint64_t sent = 0;
   int block = 0;
   std::string chunk;
@@ -118,6 +120,12 @@ void streamScript(const IcyStreamScript& script, int connection, const std::shar
       }
     }
     if (!writer.write(chunk)) return;
+    if (script.pace > 0 && rate > 0) {
+      const auto due = started + std::chrono::duration_cast<std::chrono::steady_clock::duration>(std::chrono::duration<double>(
+                                     double(source.samplesStarted()) / rate / script.pace));
+      const double ahead = std::chrono::duration<double>(due - std::chrono::steady_clock::now()).count();
+      if (ahead > 0 && !writer.pause(ahead)) return;
+    }
   }
   if (script.end == IcyStreamScript::End::Stall) {
     for (double waited = 0; writer.pause(0.05); waited += 0.05)

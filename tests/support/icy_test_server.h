@@ -56,6 +56,9 @@ struct IcyStreamScript {
   std::optional<std::chrono::steady_clock::time_point> silentUntil;
   // HTTP status lines only: send Content-Length (a declared end).
   bool contentLength = false;
+  // Sent at the audio's own pace (1.0: real time), as a station's source
+  // plays; 0: as fast as the client reads.
+  double pace = 0;
 };
 
 // `script` carrying another payload, served as contentType.

@@ -53,7 +53,8 @@ PlayTerminal::PlayTerminal(BVBasePlayer* player, std::function<std::string()> en
   tick_ = BVTimer::scheduledTimer(0.5, true, [this](BVTimer&) { redraw(); });
   columns_ = usableColumns();
   resize_ = g_unix_signal_add(SIGWINCH, onWindowChange, this);
-  std::fputs("keys: space/m mute, +/- volume, left/right seek, r record, q quit\n", stdout);
+  std::fputs("keys: space pause, m mute, +/- volume, left/right seek or skip 10 s, l live, r record, q quit\n",
+             stdout);
   redraw();
 }
 
@@ -91,6 +92,10 @@ void PlayTerminal::redraw() {
   } else if (reception.state == BVPlayerReceptionPrebuffering && reception.prebufferProgress > 0) {
     parts.state += " " + std::to_string(int(std::lround(reception.prebufferProgress * 100))) + "%";
   }
+  // A time-shifted station says how far behind live it plays.
+  if (player_->isPaused()) parts.state = "Paused";
+  if (const double behind = player_->secondsBehindLive(); behind >= 1.0)
+    parts.state += " -" + playClock(behind) + " live";
   parts.engine = shortEngineName(engineName_());
   auto attributes = player_->attributes();
   auto text = [&](const char* key) {
@@ -133,7 +138,12 @@ bool PlayTerminal::onInput() {
 }
 
 void PlayTerminal::handleKey(const std::string& key) {
-  if (key == " " || key == "m") {
+  if (key == " ") {
+    if (player_->isPaused())
+      player_->resume();
+    else if (!player_->pause())
+      print("This playback cannot be paused.");
+  } else if (key == "m" || key == "M") {
     player_->setMuted(!player_->isMuted());
   } else if (key == "+" || key == "=") {
     player_->setVolume(std::min(1.0f, std::max(0.0f, player_->volume()) + 0.1f));
@@ -142,6 +152,11 @@ void PlayTerminal::handleKey(const std::string& key) {
   } else if ((key == "\033[C" || key == "\033[D") && player_->hasPosition()) {
     float step = key == "\033[C" ? 0.05f : -0.05f;
     player_->setPosition(std::clamp(player_->position() + step, 0.0f, 1.0f));
+  } else if (key == "\033[C" || key == "\033[D") {
+    // A live station skips within its ring.
+    if (!player_->skipBy(key == "\033[C" ? 10.0 : -10.0)) print("This station cannot skip.");
+  } else if (key == "l" || key == "L") {
+    if (!player_->goLive() && player_->secondsBehindLive() > 0) print("Cannot go live.");
   } else if (key == "r" || key == "R") {
     if (player_->isRecording()) {
       player_->stopRecording();

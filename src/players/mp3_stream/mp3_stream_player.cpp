@@ -5,6 +5,7 @@
 #include <belvane/BVMediaLink.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <set>
 
@@ -16,6 +17,7 @@
 #include "streaming/shoutstreamer.h"
 #include "streaming/shoutstreamer_tuning.h"
 #include "streaming/stream_reader.h"
+#include "streaming/time_shift.h"
 #include "players/reception_watch.h"
 #include "players/reconnect_wording.h"
 
@@ -151,6 +153,8 @@ void BVMP3StreamPlayer::readFileTags() {
   fileStartFrame_ = 0;
   fileRestarted_ = false;
   paused_ = false;
+  timeShift_.reset();
+  _shoutstreamerDelegate->audio()->setHeld(false);
   auto link = this->link();
   if (!link || !link->url().isFileURL()) return;
   if (auto tags = belvane::detail::readFileTags(link->url().fileSystemPath())) {
@@ -236,6 +240,14 @@ void BVMP3StreamPlayer::setPosition(float position) {
 
 bool BVMP3StreamPlayer::pause() {
   if (paused_) return true;
+  if (canTimeShift()) {
+    // The output is held at once; the connection goes on into the ring and
+    // the stream plays from there from now on.
+    _shoutstreamerDelegate->audio()->setHeld(true);
+    timeShift_->requestShift();
+    paused_ = true;
+    return true;
+  }
   if (!hasPosition() || fileStreamURL_.empty() || state() != BVPlayerStatePlaying) return false;
   uint64_t frame = fileStartFrame_ + _shoutstreamerDelegate->framesDelivered();
   stopFileStream();
@@ -248,8 +260,26 @@ bool BVMP3StreamPlayer::pause() {
 void BVMP3StreamPlayer::resume() {
   if (!paused_) return;
   paused_ = false;
+  if (timeShift_) {
+    _shoutstreamerDelegate->audio()->setHeld(false);
+    return;
+  }
   startFileAt(fileStartFrame_);
 }
+
+// ---- a live station: time-shift -------------------------------------------------
+
+bool BVMP3StreamPlayer::canTimeShift() const {
+  return timeShift_ && state() == BVPlayerStatePlaying && timeShiftMinutes() > 0;
+}
+
+bool BVMP3StreamPlayer::skipBy(double seconds) {
+  return canTimeShift() && !std::isnan(seconds) && timeShift_->skipBy(seconds);
+}
+
+bool BVMP3StreamPlayer::goLive() { return canTimeShift() && timeShift_->goLive(); }
+
+double BVMP3StreamPlayer::secondsBehindLive() const { return timeShift_ ? timeShift_->secondsBehindLive() : 0.0; }
 
 void BVMP3StreamPlayer::stopFileStream() {
   // Destroying the stream stops the output (its interrupt callback), and a
@@ -465,6 +495,15 @@ int BVMP3StreamPlayer::startShoutstreamer(const std::string& url) {
     for (const BVURL& alternate : _streamTuner->alternateStreamURLs())
       if (!alternate.isFileURL()) tuning.alternates.push_back(alternate.absoluteString());
   tuning.stationTap = stationTap();
+  // A live station with a ring can be paused and played from the ring.
+  timeShift_.reset();
+  if (url.rfind("file:", 0) != 0 && tuning.stationTap && timeShiftMinutes() > 0) {
+    auto audio = _shoutstreamerDelegate->audio();
+    timeShift_ = std::make_shared<belvane::detail::TimeShift>(
+        tuning.stationTap, belvane::detail::TimeShift::OutputHooks{[audio] { audio->dropHeldWrite(); },
+                                                                   [audio] { audio->flushed(); }});
+    tuning.timeShift = timeShift_;
+  }
   belvane::detail::shoutstreamerSetTuning(_shoutstreamer, tuning);
   int result = shoutstreamer_start(_shoutstreamer, url.c_str(), _shoutstreamerDelegate.get(),
                                    &BVShoutstreamerDelegate::stateCallback, &BVShoutstreamerDelegate::audioCallback,
