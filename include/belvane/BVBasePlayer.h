@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <thread>
 #include <string>
 
 class BVMediaLink;
@@ -356,6 +357,10 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   // on across a switch of engine instead of starting again.
   std::shared_ptr<belvane::detail::OutputPlayback> outputPlayback() const;
   static void shareOutputPlayback(const BVBasePlayer& from, BVBasePlayer& to);
+  // Debug and sanitizer builds: aborts, naming operation, when called from
+  // a thread other than the one the player was made on (whose run loop
+  // plays it). Nothing in other builds.
+  void checkThread(const char* operation) const;
 
  private:
   void startStationTap();
@@ -375,6 +380,7 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   mutable std::mutex tapMutex_;
   std::shared_ptr<belvane::detail::StationTap> stationTap_;
   bool tapShared_ = false;  // stationTap_ is another player's
+  std::thread::id madeOn_ = std::this_thread::get_id();
 };
 
 using BVPlayerRef = std::shared_ptr<BVBasePlayer>;

@@ -7,6 +7,7 @@
 
 #include "audio_output/output_playback.h"
 #include "foundation/request_settings_scope.h"
+#include "foundation/thread_check.h"
 #include "foundation/url_redaction.h"
 
 #include <vector>
@@ -20,7 +21,16 @@ std::shared_ptr<BVMediaLink> BVBasePlayer::link() const {
   return link_;
 }
 
+void BVBasePlayer::checkThread(const char* operation) const {
+#if defined(BELVANE_THREAD_CHECKS) || !defined(NDEBUG)
+  if (std::this_thread::get_id() != madeOn_) belvane::detail::failThreadCheck(operation);
+#else
+  (void)operation;
+#endif
+}
+
 void BVBasePlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
+  checkThread("BVBasePlayer::playLink");
   {
     std::lock_guard lock(linkMutex_);
     if (link != link_) link_ = link;
@@ -30,6 +40,7 @@ void BVBasePlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
 }
 
 void BVBasePlayer::changeStateTo(BVPlayerState state, const BVErrorRef& error) {
+  checkThread("BVBasePlayer::changeStateTo");
   if (state == state_) return;
   BVPlayerState old = state_;
   state_ = state;
@@ -40,12 +51,14 @@ void BVBasePlayer::changeStateTo(BVPlayerState state, const BVErrorRef& error) {
 }
 
 void BVBasePlayer::changedPosition(float position) {
+  checkThread("BVBasePlayer::changedPosition");
   if (!owner_) return;
   auto self = shared_from_this();
   owner_->playerPositionChanged(*this, position);
 }
 
 void BVBasePlayer::changedAttribute(const BVDictionary& attributes) {
+  checkThread("BVBasePlayer::changedAttribute");
   if (!owner_) return;
   auto self = shared_from_this();
   owner_->playerAttributeChanged(*this, attributes);
@@ -63,12 +76,14 @@ const char* BVPlayerReceptionStateName(BVPlayerReceptionState state) {
 }
 
 void BVBasePlayer::changedReception(const BVPlayerReception& reception) {
+  checkThread("BVBasePlayer::changedReception");
   if (!owner_) return;
   auto self = shared_from_this();
   owner_->playerReceptionChanged(*this, reception);
 }
 
 void BVBasePlayer::changedOutput(const std::string& output) {
+  checkThread("BVBasePlayer::changedOutput");
   if (!owner_) return;
   auto self = shared_from_this();
   owner_->playerOutputChanged(*this, output);

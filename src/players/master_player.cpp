@@ -44,6 +44,7 @@ std::shared_ptr<BVBasePlayer> freshPlayerLike(const BVBasePlayer& current) {
 }  // namespace
 
 void BVMasterPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
+  checkThread("BVMasterPlayer::playLink");
   // Requests made while engines are chosen (a link's type asked of its
   // server) go out as the playback's own do.
   belvane::detail::RequestSettingsScope requests(requestSettings());
@@ -66,6 +67,7 @@ void BVMasterPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
 }
 
 void BVMasterPlayer::stop() {
+  checkThread("BVMasterPlayer::stop");
   auto from = state();
   if (from == BVPlayerStateIdle || from == BVPlayerStateStopped || from == BVPlayerStateError) return;
   auto self = shared_from_this();
@@ -125,11 +127,13 @@ bool BVMasterPlayer::stopsAfterCurrentTitle() const { return !stopped_ && _subPl
 float BVMasterPlayer::elapsedTime() const { return _subPlayer->elapsedTime(); }
 BVDictionary BVMasterPlayer::attributes() const { return _subPlayer->attributes(); }
 bool BVMasterPlayer::pause() {
+  checkThread("BVMasterPlayer::pause");
   bool paused = !stopped_ && _subPlayer->pause();
   updateSleepInhibitor();
   return paused;
 }
 void BVMasterPlayer::resume() {
+  checkThread("BVMasterPlayer::resume");
   _subPlayer->resume();
   updateSleepInhibitor();
 }
@@ -221,6 +225,7 @@ std::pair<std::shared_ptr<BVBasePlayer>, std::shared_ptr<BVMediaLink>> BVMasterP
 
 void BVMasterPlayer::playerStateChanged(BVBasePlayer& player, BVPlayerState from, BVPlayerState to,
                                         const BVErrorRef& error) {
+  checkThread("BVMasterPlayer::playerStateChanged");
   auto self = shared_from_this();
   // The MP3 player that failed: the sub-player itself, or the one a general
   // engine's player handed an MP3-looking link to (after a switch of station).

@@ -3,6 +3,8 @@
 // start(); network looks are TunerFetch objects on that loop.
 #include "streaming/QLStreamTuner.h"
 
+#include "foundation/thread_check.h"
+
 #include "foundation/mime_type.h"
 #include "foundation/text_encoding.h"
 #include "streaming/QLDebug.h"
@@ -53,6 +55,7 @@ struct QLStreamTuner::Impl {
 
   QLStreamTuner& owner;
   QLStreamTunerDelegate* delegate;
+  ThreadCheck thread;  // made on the thread whose run loop tunes
   std::optional<BVURL> sourceURL;
   std::optional<BVURL> tunedURL;
   std::optional<PlaylistEntry> tunedEntry;
@@ -333,11 +336,17 @@ void QLStreamTuner::setSourceURL(const BVURL& url) {
   impl_->tunedURL.reset();
 }
 
-void QLStreamTuner::start() { impl_->start(); }
+void QLStreamTuner::start() {
+  impl_->thread.check("QLStreamTuner::start");
+  impl_->start();
+}
 
 void QLStreamTuner::stop() { impl_->stop(); }
 
-void QLStreamTuner::tuneNextStream() { impl_->tuneNextStream(); }
+void QLStreamTuner::tuneNextStream() {
+  impl_->thread.check("QLStreamTuner::tuneNextStream");
+  impl_->tuneNextStream();
+}
 
 void QLStreamTuner::setSearchTimeout(double seconds) { impl_->searchTimeout = seconds; }
 

@@ -3,6 +3,8 @@
 // callback and destruction mid-stream.
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include <belvane/BVMP3StreamPlayer.h>
 #include <belvane/BVMasterPlayer.h>
 #include <belvane/BVPlayerEngineCenter.h>
@@ -134,3 +136,14 @@ TEST(PlayerLifetime, OwnerMayDropThePlayerInsideStateChange) {
   BVRunLoop::main().runFor(0.2);  // late hand-offs find nobody
   EXPECT_EQ(owner.sequence().back(), BVPlayerStatePlaying);
 }
+
+#if defined(BELVANE_THREAD_CHECKS) || !defined(NDEBUG)
+// The thread rules are checked where the sanitizers run: a player used from
+// a thread other than its run loop's stops the process there, naming the
+// operation, rather than racing unseen.
+TEST(MasterPlayerThreads, ACallFromAnotherThreadStopsAtOnceNamingIt) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  auto master = BVMasterPlayer::create();
+  EXPECT_DEATH(std::thread([&] { master->stop(); }).join(), "BVMasterPlayer::stop was called from a thread other");
+}
+#endif
