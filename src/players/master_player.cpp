@@ -139,8 +139,14 @@ void BVMasterPlayer::resume() {
 }
 bool BVMasterPlayer::isPaused() const { return !stopped_ && _subPlayer->isPaused(); }
 bool BVMasterPlayer::canTimeShift() const { return !stopped_ && _subPlayer->canTimeShift(); }
-bool BVMasterPlayer::skipBy(double seconds) { return !stopped_ && _subPlayer->skipBy(seconds); }
-bool BVMasterPlayer::goLive() { return !stopped_ && _subPlayer->goLive(); }
+bool BVMasterPlayer::skipBy(double seconds) {
+  checkThread("BVMasterPlayer::skipBy");
+  return !stopped_ && _subPlayer->skipBy(seconds);
+}
+bool BVMasterPlayer::goLive() {
+  checkThread("BVMasterPlayer::goLive");
+  return !stopped_ && _subPlayer->goLive();
+}
 double BVMasterPlayer::secondsBehindLive() const { return stopped_ ? 0.0 : _subPlayer->secondsBehindLive(); }
 BVPlayerReception BVMasterPlayer::reception() const {
   return stopped_ ? BVPlayerReception{} : _subPlayer->reception();
