@@ -11,52 +11,21 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <atomic>
 #include <thread>
 #include <vector>
 
 #include "support/temp_dir.h"
+#include "support/wav_file.h"
+#include "support/test_http_server.h"  // waitUntil
 
 namespace {
 
+using belvane::test::readWav;
+using belvane::test::WavFile;
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
-
-struct WavFile {
-  uint16_t format = 0, channels = 0, bits = 0;
-  uint32_t rate = 0;
-  std::vector<float> samples;
-};
-
-uint32_t le32(const std::vector<char>& b, size_t at) {
-  uint32_t v = 0;
-  for (int i = 3; i >= 0; --i) v = (v << 8) | static_cast<uint8_t>(b[at + i]);
-  return v;
-}
-
-// Reads the WAV layout the output writes: RIFF, fmt, fact, data.
-WavFile readWav(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::vector<char> b((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  WavFile wav;
-  if (b.size() < 58 || memcmp(b.data(), "RIFF", 4) != 0 || memcmp(b.data() + 8, "WAVEfmt ", 8) != 0) return wav;
-  EXPECT_EQ(le32(b, 4), b.size() - 8);
-  wav.format = le32(b, 20) & 0xFFFF;
-  wav.channels = le32(b, 20) >> 16;
-  wav.rate = le32(b, 24);
-  wav.bits = le32(b, 34) & 0xFFFF;
-  EXPECT_EQ(0, memcmp(b.data() + 50, "data", 4));
-  uint32_t dataBytes = le32(b, 54);
-  EXPECT_EQ(dataBytes, b.size() - 58);
-  EXPECT_EQ(le32(b, 46), dataBytes / 8);  // fact: frames
-  wav.samples.resize(dataBytes / 4);
-  memcpy(wav.samples.data(), b.data() + 58, wav.samples.size() * 4);
-  return wav;
-}
 
 orplayer_t makePlayer(const std::string& output) {
   orplayer_t player = orplayer_create();
@@ -81,22 +50,8 @@ void playRamp(orplayer_t player, float rate, int frames, int block = 1152) {
   }
 }
 
-bool waitForWritten(orplayer_t player, uint64_t frames) {
-  auto deadline = Clock::now() + 10s;
-  while (orplayer_frames_written(player) < frames) {
-    if (Clock::now() > deadline) return false;
-    std::this_thread::sleep_for(2ms);
-  }
-  return true;
-}
-
-bool waitUntilSilent(orplayer_t player, std::chrono::seconds limit = 10s) {
-  auto deadline = Clock::now() + limit;
-  while (orplayer_is_playing(player)) {
-    if (Clock::now() > deadline) return false;
-    std::this_thread::sleep_for(5ms);
-  }
-  return true;
+bool waitUntilSilent(orplayer_t player, double seconds = 10) {
+  return belvane::test::waitUntil([player] { return !orplayer_is_playing(player); }, seconds);
 }
 
 double secondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
@@ -231,7 +186,7 @@ TEST(OrplayerTest, NullOutputIsPacedAndDrainsBeforeItStopsPlaying) {
   ASSERT_EQ(0, orplayer_start(player));
   playRamp(player, 48000, 48000 * 120, 4800);
   orplayer_play_done(player);
-  ASSERT_TRUE(waitUntilSilent(player, 30s));
+  ASSERT_TRUE(waitUntilSilent(player, 30));
   EXPECT_EQ(48000u * 120, orplayer_frames_written(player));
   orplayer_destroy(player);
 }
@@ -243,11 +198,11 @@ TEST(OrplayerTest, FewFramesAreWrittenWithoutMoreComing) {
   ASSERT_EQ(0, orplayer_start(player));
   // Far less than the output gathers, with no end announced.
   playRamp(player, 44100, 100);
-  EXPECT_TRUE(waitForWritten(player, 100));
+  EXPECT_TRUE(belvane::test::waitUntil([&] { return orplayer_frames_written(player) >= 100; }, 10));
   // Again once the output thread has gone idle.
   std::this_thread::sleep_for(100ms);
   playRamp(player, 44100, 7);
-  EXPECT_TRUE(waitForWritten(player, 107));
+  EXPECT_TRUE(belvane::test::waitUntil([&] { return orplayer_frames_written(player) >= 107; }, 10));
   orplayer_destroy(player);
 }
 

@@ -6,6 +6,7 @@
 #include <belvane/BVMediaLink.h>
 #include <belvane/BVPlayerEngines.h>
 
+#include "support/gst_media_files.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -14,7 +15,9 @@
 #include <cstdlib>
 #include <cstring>
 
+using belvane::test::MediaKind;
 using belvane::test::TempDir;
+using belvane::test::writeMediaFile;
 
 namespace {
 
@@ -25,21 +28,6 @@ std::shared_ptr<BVMediaMutableFormat> format(std::optional<std::string> scheme, 
   f->setFileExtension(extension);
   f->setMimeType(mimeType);
   return f;
-}
-
-// A 16-bit mono WAV file of a tenth of a second of silence.
-std::string silentWave() {
-  const uint32_t rate = 8000, samples = 800, dataBytes = samples * 2;
-  std::string w = "RIFF";
-  auto u32 = [&](uint32_t v) { w.append(reinterpret_cast<const char*>(&v), 4); };
-  auto u16 = [&](uint16_t v) { w.append(reinterpret_cast<const char*>(&v), 2); };
-  u32(36 + dataBytes);
-  w += "WAVEfmt ";
-  u32(16), u16(1), u16(1), u32(rate), u32(rate * 2), u16(2), u16(16);
-  w += "data";
-  u32(dataBytes);
-  w.append(dataBytes, '\0');
-  return w;
 }
 
 }  // namespace
@@ -74,7 +62,7 @@ TEST(GeneralEngineRules, TakesWhatGStreamerCanOpenAndOpensAMovieOtherwise) {
   auto canPlay = [&](const BVURL& url) { return engine->canPlayLink(*BVMediaLink::linkWithURL(url)); };
   TempDir dir;
   // Neither file has an extension any formats file lists.
-  auto wave = BVURL::fileURLWithPath(dir.write("tone.data", silentWave()));
+  auto wave = BVURL::fileURLWithPath(writeMediaFile(dir.path() + "/tone.data", MediaKind::WAV, 0.1));
   auto text = BVURL::fileURLWithPath(dir.write("notes.data", "Nothing to hear here.\n"));
   auto noScheme = *BVURL::URLWithString("nosuchscheme://host/a");
   EXPECT_TRUE(BVQuicktimePlayerEngine::canInitWithURL(wave));

@@ -30,10 +30,9 @@ TEST(MasterPlayerWithHelix, SwitchesToHelixForAStreamOnlyHelixClaims) {
   std::erase(engines, std::shared_ptr<BVBasePlayerEngine>(BVMP3StreamPlayerEngine::sharedEngine()));
   EXPECT_EQ(engines, std::vector<std::shared_ptr<BVBasePlayerEngine>>{helix});
 
-  RecordingOwner host;
-  auto master = BVMasterPlayer::create();
-  master->setOwner(&host);
-  if (auto* mp3 = dynamic_cast<BVMP3StreamPlayer*>(master->subPlayer().get())) mp3->setAudioOutput("null:fast");
+  MasterRun run("null:fast");
+  auto& master = run.master;
+  auto& host = run.owner;
   master->setVolume(0.4f);
   master->playLink(link);
   ASSERT_TRUE(BVRunLoop::main().runUntil([&] { return master->subPlayer()->className() == "BVHelixPlayer"; }, 20.0));

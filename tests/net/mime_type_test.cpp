@@ -1,5 +1,7 @@
-// MIME types of local files and of http URLs (HEAD on a worker thread).
+// MIME types of local files and of http URLs (HEAD on a worker thread), and
+// the synchronous HEAD status request: both ask the same HEAD of a server.
 #include <belvane/BVURLAdditions.h>
+#include <belvane/BVURLConnection.h>
 
 #include "support/temp_dir.h"
 #include "support/test_http_server.h"
@@ -17,22 +19,34 @@ std::optional<std::string> mimeType(const std::string& url, double timeout = 2.0
   return bvRequestMIMETypeWithTimeout(*BVURL::URLWithString(url), timeout);
 }
 
+int status(const std::string& url, BVErrorRef* error) {
+  return HTTPStatusCodeFromSynchronousHEADReturningError(*BVURL::URLWithString(url), error);
+}
+
 double secondsSince(std::chrono::steady_clock::time_point start) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
 }  // namespace
 
-TEST(MIMETypeRequest, ReportsTheFinalResponseWhateverItsStatus) {
+TEST(HEADRequest, MIMETypeAndStatusAreThoseOfTheFinalResponseWhateverItsStatus) {
   TestHTTPServer server;
   server.route("/station.pls", Response::ok("audio/x-scpls; charset=utf-8", "[playlist]\n"));
   server.route("/old", Response::redirect(server.url("/station.pls"), 301));
+  server.route("/moved", Response::redirect(server.url("/station.pls"), 302));
   server.route("/missing", Response::status(404, "text/html", "<html>gone</html>"));
+  server.route("/gone", Response::status(410));
 
   EXPECT_EQ(mimeType(server.url("/old")), "audio/x-scpls");
   EXPECT_EQ(server.requestCount("/station.pls"), 1);
   // An error page's type is returned like any other.
   EXPECT_EQ(mimeType(server.url("/missing")), "text/html");
+  BVErrorRef error;
+  EXPECT_EQ(status(server.url("/moved"), &error), 200);
+  EXPECT_EQ(error, nullptr);
+  EXPECT_EQ(server.requestCount("/station.pls"), 2);
+  EXPECT_EQ(status(server.url("/gone"), &error), 410);
+  EXPECT_EQ(status(server.url("/unrouted"), nullptr), 404);
   for (const auto& request : server.requests()) EXPECT_EQ(request.method, "HEAD") << request.path;
 
   // A Shoutcast server answers HEAD as it answers GET.
@@ -44,7 +58,7 @@ TEST(MIMETypeRequest, ReportsTheFinalResponseWhateverItsStatus) {
   EXPECT_EQ(mimeType(server.url("/untyped")), std::nullopt);
 }
 
-TEST(MIMETypeRequest, FailuresEndWithinTheTimeOut) {
+TEST(HEADRequest, FailuresEndWithinTheTimeOut) {
   TestHTTPServer server;
   server.route("/hang", Response::hang());
   // A header block that never ends, as fast as the client reads it.
@@ -59,16 +73,30 @@ TEST(MIMETypeRequest, FailuresEndWithinTheTimeOut) {
   EXPECT_LT(secondsSince(start), 15.0);
   EXPECT_EQ(server.requestCount("/hang"), 1);
 
+  const std::string refused = "http://127.0.0.1:" + std::to_string(TestHTTPServer::refusedPort());
   start = std::chrono::steady_clock::now();
-  EXPECT_EQ(mimeType("http://127.0.0.1:" + std::to_string(TestHTTPServer::refusedPort()) + "/x.mp3"), std::nullopt);
+  EXPECT_EQ(mimeType(refused + "/x.mp3"), std::nullopt);
   EXPECT_LT(secondsSince(start), 15.0);
+
+  // The status request gives 0 and says why, with or without an error slot.
+  BVErrorRef error;
+  EXPECT_EQ(status(refused + "/", &error), 0);
+  ASSERT_NE(error, nullptr);
+  EXPECT_EQ(error->domain(), BVURLErrorDomain);
+  EXPECT_EQ(status(refused + "/", nullptr), 0);
+  error = nullptr;
+  start = std::chrono::steady_clock::now();
+  EXPECT_EQ(status(server.url("/hang"), &error), 0);
+  EXPECT_LT(secondsSince(start), 40.0);
+  ASSERT_NE(error, nullptr);
+  EXPECT_EQ(error->code(), BVURLErrorTimedOut);
 
   start = std::chrono::steady_clock::now();
   EXPECT_EQ(mimeType(server.url("/endless-head"), 2.0), std::nullopt);
   EXPECT_LT(secondsSince(start), 15.0);
 }
 
-TEST(MIMETypeRequest, OtherSchemesGiveNothingWithoutARequest) {
+TEST(HEADRequest, OtherSchemesGiveNothingWithoutARequest) {
   TestHTTPServer server;
   const std::string port = std::to_string(server.port());
   EXPECT_EQ(mimeType("ftp://127.0.0.1:" + port + "/a.mp3"), std::nullopt);
@@ -80,7 +108,7 @@ TEST(MIMETypeRequest, OtherSchemesGiveNothingWithoutARequest) {
   EXPECT_TRUE(server.requests().empty());
 }
 
-TEST(MIMETypeRequest, LocalFilesByContentAndName) {
+TEST(HEADRequest, MIMETypesOfLocalFilesByContentAndName) {
   belvane::test::TempDir dir;
   auto file = [&](const std::string& name) { return BVURL::fileURLWithPath(dir.path() + "/" + name); };
   dir.write("notes.txt", "plain words\n");

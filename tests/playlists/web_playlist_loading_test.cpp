@@ -29,10 +29,6 @@ class Recorder : public BVWebPlaylistDelegate, public BVWebPlaylistObserver {
   void playlistWillChangeValueForKey(BVWebPlaylist&, const std::string& key) override { events.push_back("will " + key); }
   void playlistDidChangeValueForKey(BVWebPlaylist&, const std::string& key) override { events.push_back("did " + key); }
 
-  bool done() const {
-    return std::find_if(events.begin(), events.end(), [](auto& e) { return e == "finished" || e == "failed"; }) !=
-           events.end();
-  }
   Strings events;
   std::vector<BVErrorRef> errors;
 };

@@ -11,6 +11,7 @@
 #include "support/icy_test_server.h"
 #include "support/mp3_test_data.h"
 #include "support/temp_dir.h"
+#include "support/wav_file.h"
 
 #include <gtest/gtest.h>
 #include <glib.h>
@@ -131,8 +132,6 @@ bool announcedTitle(const RecordingOwner& owner, const std::string& title) {
       [&] { return std::find(owner.titles.begin(), owner.titles.end(), title) != owner.titles.end(); }, 15.0);
 }
 
-// Plays link on a master player until its owner hears Playing and the
-// stream titles arrive, also one that changes later on.
 // Plays url on a master player and checks that the general engine took it
 // over with its titles; returns the master, still playing.
 std::shared_ptr<BVMasterPlayer> expectGeneralEngineTakesOver(const std::string& url,
@@ -206,9 +205,9 @@ TEST(GeneralEngineFallback, AnMP3FileTheStreamerCannotReadPlaysThroughTheGeneral
   std::string path = dir.write("covered.mp3", id3v2Tag(3, {{"TIT2", "Song"}, {"TYER", "1999"},
                                                            {"PRIV", std::string(200'000, 'x')}}) +
                                                   stereoTone44k()->bytes);
-  RecordingOwner owner;
-  auto master = BVMasterPlayer::create();
-  master->setOwner(&owner);
+  MasterRun run;
+  auto& master = run.master;
+  auto& owner = run.owner;
   master->playLink(BVMediaLink::linkWithURL(BVURL::fileURLWithPath(path)));
   ASSERT_TRUE(owner.runUntil(BVPlayerStatePlaying));
   EXPECT_NE(dynamic_cast<BVQuickTimePlayer*>(master->subPlayer().get()), nullptr);
@@ -221,7 +220,6 @@ TEST(GeneralEngineFallback, AnMP3FileTheStreamerCannotReadPlaysThroughTheGeneral
   ASSERT_TRUE(owner.runUntil(BVPlayerStateStopped, 5.0));
   EXPECT_EQ(owner.sequence(),
             (std::vector<BVPlayerState>{BVPlayerStateConnecting, BVPlayerStatePlaying, BVPlayerStateStopped}));
-  master->setOwner(nullptr);
 }
 
 // A station that restarts as AAC while it plays: the general engine takes
@@ -231,7 +229,7 @@ TEST(GeneralEngineFallback, AnMP3FileTheStreamerCannotReadPlaysThroughTheGeneral
 TEST(GeneralEngineFallback, AWavRecordingGoesOnAcrossTheSwitchOfEngine) {
   if (!stereoTone44k()) GTEST_SKIP() << "lame is not installed";
   TempDir dir;
-  Mp3Data aac = splitAdtsFrames(readWholeFile(writeMediaFile(dir.path() + "/tone.aac", MediaKind::ADTS, 2.0)));
+  Mp3Data aac = aacTone(dir, 2.0);
   IcyTestServer server;
   IcyStreamScript mp3;
   mp3.audio = {stereoTone44k()};
@@ -258,12 +256,9 @@ TEST(GeneralEngineFallback, AWavRecordingGoesOnAcrossTheSwitchOfEngine) {
   uint64_t frames = 0;
   for (const std::string& path : {wav, dir.path() + "/rec.2.wav"}) {
     if (!g_file_test(path.c_str(), G_FILE_TEST_EXISTS)) continue;
-    std::string file = readWholeFile(path);
-    ASSERT_GT(file.size(), 58u) << path;
-    const uint32_t dataBytes = uint32_t(uint8_t(file[54])) | uint32_t(uint8_t(file[55])) << 8 |
-                               uint32_t(uint8_t(file[56])) << 16 | uint32_t(uint8_t(file[57])) << 24;
-    EXPECT_EQ(dataBytes, file.size() - 58) << path;
-    frames += dataBytes / 8;
+    const WavFile file = readWav(path);
+    EXPECT_EQ(file.channels, 2) << path;
+    frames += file.samples.size() / 2;
   }
   EXPECT_GE(frames, generalFrames + 4 * 44100) << "the audio from before the restart is kept";
 }

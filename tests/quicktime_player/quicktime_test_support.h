@@ -4,7 +4,9 @@
 #pragma once
 
 #include "support/gst_media_files.h"
+#include "support/mp3_test_data.h"
 #include "support/recording_owner.h"
+#include "support/temp_dir.h"
 #include "support/test_http_server.h"
 
 #include <memory>
@@ -13,6 +15,11 @@
 #include <vector>
 
 namespace belvane::test {
+
+// `seconds` of an AAC tone in ADTS frames, made in dir, for scripted stations.
+inline Mp3Data aacTone(const TempDir& dir, double seconds) {
+  return splitAdtsFrames(readWholeFile(writeMediaFile(dir.path() + "/tone.aac", MediaKind::ADTS, seconds)));
+}
 
 // An endless AAC station: the ADTS bytes round and round, paced at about
 // real time after a short burst, with an ICY metadata block every metaint

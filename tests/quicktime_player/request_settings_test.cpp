@@ -22,16 +22,12 @@ using namespace belvane::test;
 
 namespace {
 
-struct Playback {
-  std::shared_ptr<BVMasterPlayer> master = BVMasterPlayer::create();
-  RecordingOwner owner;
-  Playback(const BVRequestSettingsRef& settings, const std::shared_ptr<BVMediaLink>& link) {
-    EXPECT_EQ(master->setAudioOutput("null:fast"), 0);
-    master->setOwner(&owner);
+// A master player playing link with settings.
+struct Playback : MasterRun {
+  Playback(const BVRequestSettingsRef& settings, const std::shared_ptr<BVMediaLink>& link) : MasterRun("null:fast") {
     master->setRequestSettings(settings);
     master->playLink(link);
   }
-  ~Playback() { master->setOwner(nullptr); }
 };
 
 // Requests the server had that came through the test proxy.
@@ -76,7 +72,7 @@ TEST(RequestSettings, UserAgentAndHeaderGoWithThePlaylistAndTheStationAndTitlesT
 TEST(RequestSettings, AProxyCarriesStationsOfBothEnginesAndTheEnvironmentsIsTheDefault) {
   BELVANE_SKIP_WITHOUT_LAME();
   TempDir dir;
-  Mp3Data aac = splitAdtsFrames(readWholeFile(writeMediaFile(dir.path() + "/tone.aac", MediaKind::ADTS, 2.0)));
+  Mp3Data aac = aacTone(dir, 2.0);
   ASSERT_FALSE(aac.frames.empty());
   IcyTestServer server;
   IcyStreamScript mp3;

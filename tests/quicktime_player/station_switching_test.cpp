@@ -33,7 +33,7 @@ TEST(StationSwitching, EveryPairOfEnginesAndEndStatesOnOneMasterPlayer) {
   IcyStreamScript mp3;
   mp3.audio = {stereoTone44k()};
   server.serve("/mp3", {mp3});
-  Mp3Data adts = splitAdtsFrames(readWholeFile(writeMediaFile(dir.path() + "/tone.aac", MediaKind::ADTS, 2.0)));
+  Mp3Data adts = aacTone(dir, 2.0);
   IcyStreamScript aac;
   aac.contentType = "audio/aacp";
   aac.audio = {&adts};
@@ -49,10 +49,9 @@ TEST(StationSwitching, EveryPairOfEnginesAndEndStatesOnOneMasterPlayer) {
   const std::vector<Station> order{live, aacLive, live, missing, live, finished, live,    missing, aacLive,
                                    missing, missing, finished, aacLive, finished, finished, missing, live};
 
-  auto master = BVMasterPlayer::create();
-  ASSERT_EQ(master->setAudioOutput("null"), 0);
-  RecordingOwner owner;
-  master->setOwner(&owner);
+  MasterRun run("null");
+  auto& master = run.master;
+  auto& owner = run.owner;
   for (size_t i = 0; i < order.size(); ++i) {
     const Station& station = order[i];
     SCOPED_TRACE("switch " + std::to_string(i) + " to " + station.url);
@@ -79,5 +78,4 @@ TEST(StationSwitching, EveryPairOfEnginesAndEndStatesOnOneMasterPlayer) {
   master->playLink(linkTo(live.url));
   ASSERT_TRUE(owner.runUntil(BVPlayerStatePlaying, 20.0));
   EXPECT_EQ(master->link()->url().absoluteString(), live.url);
-  master->setOwner(nullptr);
 }

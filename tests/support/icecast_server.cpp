@@ -1,5 +1,6 @@
 // IcecastServer: configuration, process, source feeding and admin calls.
 #include "support/icecast_server.h"
+#include "support/test_http_server.h"
 
 #include <arpa/inet.h>
 #include <glib.h>
@@ -22,18 +23,6 @@ namespace belvane::test {
 namespace {
 const char* const kSourcePassword = "belvane-source";
 const char* const kAdminPassword = "belvane-admin";
-
-int freePort() {
-  int fd = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in a{};
-  a.sin_family = AF_INET;
-  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t len = sizeof a;
-  bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
-  getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
-  close(fd);
-  return ntohs(a.sin_port);
-}
 
 int connectTo(int port) {
   int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -126,7 +115,7 @@ bool IcecastServer::start(int metaint) {
   dir_ = pattern;
   bool root = geteuid() == 0;
   if (root) chmod(dir_.c_str(), 0777);  // Icecast writes its logs as "nobody"
-  port_ = freePort();
+  port_ = TestHTTPServer::refusedPort();  // free now: Icecast listens there
   std::ofstream(dir_ + "/icecast.xml")
       << "<icecast><limits><clients>20</clients><sources>4</sources><burst-on-connect>1</burst-on-connect>"
          "<burst-size>32000</burst-size><source-timeout>10</source-timeout></limits>"

@@ -1,15 +1,21 @@
 // RecordingOwner: a player owner that records every callback in order (states
 // with their errors and players, positions, attribute changes, stream titles
-// with the frames written when each arrived), and helpers to make a link and
-// to run the main loop until a state is reached.
+// with the frames written when each arrived), a master player that reports
+// to one, and helpers to make a link and to run the main loop until a state
+// is reached.
 #pragma once
 
 #include <belvane/BVBasePlayer.h>
 #include <belvane/BVConstants.h>
+#include <belvane/BVMasterPlayer.h>
 #include <belvane/BVMediaLink.h>
+#include <belvane/BVQuickTimePlayer.h>
 #include <belvane/BVRunLoop.h>
 #include <belvane/BVURL.h>
 
+#include <gtest/gtest.h>
+
+#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
@@ -81,6 +87,31 @@ class RecordingOwner : public BVPlayerOwner {
   bool runUntil(BVPlayerState s, double seconds = 20.0) const {
     return BVRunLoop::main().runUntil([&] { return reached(s) || reached(BVPlayerStateError); }, seconds) &&
            reached(s);
+  }
+};
+
+// A master player writing to `output` (none given: the player's default)
+// whose owner records everything; the owner is detached before it goes.
+struct MasterRun {
+  std::shared_ptr<BVMasterPlayer> master = BVMasterPlayer::create();
+  RecordingOwner owner;
+  explicit MasterRun(const std::string& output = {}) {
+    if (!output.empty()) EXPECT_EQ(master->setAudioOutput(output), 0);
+    master->setOwner(&owner);
+    owner.frames = [m = master.get()] { return m->outputFramesWritten(); };
+  }
+  ~MasterRun() { master->setOwner(nullptr); }
+  bool ended() const { return owner.reached(BVPlayerStateStopped) || owner.reached(BVPlayerStateError); }
+  // Runs the main loop until `count` stream titles have come (true) or the
+  // playback ended.
+  bool runUntilTitles(size_t count, double seconds) {
+    BVRunLoop::main().runUntil([&] { return owner.titles.size() >= count || ended(); }, seconds);
+    return owner.titles.size() >= count;
+  }
+  void expectPlayedByTheGeneralEngineWithoutAnError() const {
+    EXPECT_NE(dynamic_cast<BVQuickTimePlayer*>(master->subPlayer().get()), nullptr);
+    for (auto& event : owner.states) EXPECT_EQ(event.error, nullptr);  // the streamer's refusal stays inside
+    EXPECT_TRUE(owner.announced(BVPlayerAttributeTrackTitleKey).empty()) << "stream titles are not track titles";
   }
 };
 
