@@ -56,7 +56,8 @@ TEST_P(StatusLines, PlaysWithTitlesInPlace) {
   EXPECT_LT(recorder.destroy(), 2.0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Shoutstreamer, StatusLines, ::testing::Values("ICY 200 OK", "HTTP/1.0 200 OK"));
+INSTANTIATE_TEST_SUITE_P(Shoutstreamer, StatusLines, ::testing::Values("ICY 200 OK", "HTTP/1.0 200 OK"),
+                         [](const auto& info) { return std::string(info.param).starts_with("ICY") ? "ICY" : "HTTP"; });
 
 TEST(Shoutstreamer, FollowsSampleRateChanges) {
   BELVANE_SKIP_WITHOUT_LAME();
