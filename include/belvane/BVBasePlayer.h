@@ -278,12 +278,17 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   // Linux additions: the time-shift ring and recording of live stations.
   // Every live station read through Belvane's connection (both engines)
   // keeps its last minutes of compressed audio, as the station sent it, in
-  // a ring: in memory up to 8 MiB, beyond that in a file in the user's cache
+  // a ring: in memory up to a limit, beyond that in a file in the user's cache
   // folder that nothing else can see. setTimeShiftMinutes sets how many
   // minutes (default 10; 0 keeps none); it applies from the next playLink,
   // on whichever engine plays; a negative or not-a-number value is ignored.
   virtual void setTimeShiftMinutes(double minutes);
   double timeShiftMinutes() const { return timeShiftMinutes_; }
+  // How much of the ring is held in memory before older audio goes to the
+  // file (default 8 MiB, about 8 minutes of 128 kbit/s; 0 keeps it all on
+  // disk but the chunk being filled); from the next playLink.
+  virtual void setTimeShiftMemoryLimit(uint64_t bytes) { timeShiftMemoryLimit_ = bytes; }
+  uint64_t timeShiftMemoryLimit() const { return timeShiftMemoryLimit_; }
   // Seconds of the station the ring holds now (0 when nothing is held).
   double timeShiftSecondsHeld() const;
   //
@@ -377,6 +382,7 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   double loudnessTarget_ = -18.0;
   BVRequestSettingsRef requestSettings_ = BVRequestSettings::defaultSettings();
   double timeShiftMinutes_ = 10.0;
+  uint64_t timeShiftMemoryLimit_ = 8 * 1024 * 1024;
   mutable std::mutex tapMutex_;
   std::shared_ptr<belvane::detail::StationTap> stationTap_;
   bool tapShared_ = false;  // stationTap_ is another player's

@@ -436,6 +436,11 @@ BV_EXPORT void bv_player_set_reception_callback(bv_player *player, bv_reception_
 BV_EXPORT int bv_player_set_time_shift_minutes(bv_player *player, double minutes);
 BV_EXPORT double bv_player_get_time_shift_minutes(const bv_player *player);
 BV_EXPORT double bv_player_get_time_shift_held(const bv_player *player);
+/* How many bytes of the ring stay in memory before older audio goes to a
+ * file in the user's cache folder (default 8 MiB); from the next
+ * bv_player_play. */
+BV_EXPORT int bv_player_set_time_shift_memory(bv_player *player, uint64_t bytes);
+BV_EXPORT uint64_t bv_player_get_time_shift_memory(const bv_player *player);
 
 /* Time-shift of a live station from its ring (the MP3 stream engine).
  * can_time_shift: 1 while such a station plays with its ring on. From the

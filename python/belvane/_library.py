@@ -124,6 +124,8 @@ _declare("bv_player_publish_mpris", ctypes.c_int, c_player_p, ctypes.c_int)
 # Time-shift ring and recording.
 _declare("bv_player_set_time_shift_minutes", ctypes.c_int, c_player_p, ctypes.c_double)
 _declare("bv_player_get_time_shift_minutes", ctypes.c_double, c_player_p)
+_declare("bv_player_set_time_shift_memory", ctypes.c_int, c_player_p, ctypes.c_uint64)
+_declare("bv_player_get_time_shift_memory", ctypes.c_uint64, c_player_p)
 _declare("bv_player_get_time_shift_held", ctypes.c_double, c_player_p)
 _declare("bv_player_can_time_shift", ctypes.c_int, c_player_p)
 _declare("bv_player_skip", ctypes.c_int, c_player_p, ctypes.c_double)

@@ -358,6 +358,16 @@ class Player:
         _check(lib.bv_player_set_time_shift_minutes(self._live(), minutes))
 
     @property
+    def time_shift_memory(self) -> int:
+        """Bytes of the ring kept in memory before older audio goes to a file
+        in the user's cache folder (8 MiB by default), from the next play()."""
+        return lib.bv_player_get_time_shift_memory(self._live())
+
+    @time_shift_memory.setter
+    def time_shift_memory(self, size: int) -> None:
+        _check(lib.bv_player_set_time_shift_memory(self._live(), size))
+
+    @property
     def time_shift_held(self) -> float:
         """Seconds of the station the ring holds now."""
         return lib.bv_player_get_time_shift_held(self._live())

@@ -646,6 +646,16 @@ double bv_player_get_time_shift_minutes(const bv_player* player) {
   return player && player->master ? player->master->timeShiftMinutes() : -1.0;
 }
 
+int bv_player_set_time_shift_memory(bv_player* player, uint64_t bytes) {
+  if (!player || !player->master) return BV_ERROR_INVALID_PARAMETER;
+  player->master->setTimeShiftMemoryLimit(bytes);
+  return BV_OK;
+}
+
+uint64_t bv_player_get_time_shift_memory(const bv_player* player) {
+  return player && player->master ? player->master->timeShiftMemoryLimit() : 0;
+}
+
 double bv_player_get_time_shift_held(const bv_player* player) {
   return player && player->master ? player->master->timeShiftSecondsHeld() : 0.0;
 }

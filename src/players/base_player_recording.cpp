@@ -59,6 +59,7 @@ void BVBasePlayer::startStationTap() {
   if (old) old->stopRecording();
   belvane::detail::StationRingSettings settings;
   settings.minutes = timeShiftMinutes_;
+  settings.memoryBytes = size_t(timeShiftMemoryLimit_);
   auto tap = std::make_shared<StationTap>(settings);
   const BVRunLoop loop = BVRunLoop::current();
   const std::weak_ptr<BVObject> weak = weak_from_this();
