@@ -81,9 +81,38 @@ StationRecorder::~StationRecorder() { stop(); }
 
 void StationRecorder::titleStarts(StreamTitle title) {
   if (stopped_) return;
+  if (fd_ >= 0 && title_.title.empty() && !startsComplete_ && written_ == 0 && !title.title.empty()) {
+    // The station's first title names the audio heard before it (a station
+    // sends it with its first metadata block, after the first seconds):
+    // the opening file takes it, while nothing of it is on disk yet.
+    adoptTitle(std::move(title));
+    return;
+  }
   close(startsComplete_);
   title_ = std::move(title);
   startsComplete_ = true;
+}
+
+void StationRecorder::adoptTitle(StreamTitle title) {
+  title_ = std::move(title);
+  if (extension_ != ".ogg" && extension_ != ".opus" && !pendingEnds_.empty()) {
+    std::string tag = renderTag(title_.title);
+    const size_t old = pendingEnds_.front();
+    pending_.erase(pending_.begin(), pending_.begin() + ptrdiff_t(old));
+    pending_.insert(pending_.begin(), tag.begin(), tag.end());
+    for (size_t& end : pendingEnds_) end = end - old + tag.size();
+  }
+  std::optional<std::string> stem = recordingFileStem(title_.title);
+  if (!stem) return;
+  const std::string base = folder_ + "/" + *stem + kIncomplete;
+  for (int n = 1; n < 1000; ++n) {
+    std::string renamed = base + (n > 1 ? " (" + std::to_string(n) + ")" : "") + extension_;
+    if (access(renamed.c_str(), F_OK) != 0 && rename(path_.c_str(), renamed.c_str()) == 0) {
+      path_ = renamed;
+      stem_ = *stem;
+      return;
+    }
+  }
 }
 
 void StationRecorder::oggChain(std::span<const uint8_t> headers, std::string extension, std::string chainTitle) {

@@ -18,7 +18,9 @@
 // and checksums differ from the station's).
 //
 // A file starts on a frame boundary: the first frame at or after the title
-// change. A file that does not hold its whole title (the first, which began
+// change. The audio a station sends before its first title (which comes
+// with its first metadata block) belongs to that title: the opening file
+// takes its name and tag instead of being "Untitled". A file that does not hold its whole title (the first, which began
 // mid-title, and the last, which the stop cut off) has " (incomplete)" at the
 // end of its name. A full disk stops the recording: the file is cut back to
 // its last whole frame, so what was written stays readable. Frames are
@@ -85,6 +87,9 @@ class StationRecorder {
   // back to its last whole frame on disk) when the disk refused them.
   bool writePending();
   void retagOgg();
+  // The opening file, begun before the station named any title, takes the
+  // first one (its tag and its name).
+  void adoptTitle(StreamTitle title);
 
   const std::string folder_;
   FileHandler onFile_;

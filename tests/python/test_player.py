@@ -18,17 +18,29 @@ def player():
     player.close()
 
 
-def test_station_plays_with_its_titles_in_order_and_stops(player, station):
-    states, titles, receptions = [], [], []
+def test_station_plays_with_its_titles_in_order_and_stops(player, station, tmp_path):
+    states, titles, receptions, files = [], [], [], []
     player.on_state = lambda p, old, new, error: states.append(new)
     player.on_title = lambda p, title: titles.append(title)
     player.on_reception = lambda p, reception: receptions.append(reception.state)
+    player.on_recorded_file = lambda p, path, title, complete: files.append((path, title, complete))
+    player.time_shift_memory = 64 * 1024
+    assert player.time_shift_memory == 64 * 1024
     player.play(station.url, title="Python Test Station")
+    # Recorded from the start: the first title's file (it names the audio
+    # before it, so it is incomplete) comes when the second begins.
+    assert player.start_recording(str(tmp_path)) is None and player.recording
 
     assert run_until(lambda: len(titles) >= 2), f"titles: {titles}, states: {states}"
     assert titles[:2] == ["Belvane Test - Song One", "Belvane Test - Song Two"]
     assert states[:2] == [belvane.State.CONNECTING, belvane.State.PLAYING]
     assert player.attribute(belvane.ATTRIBUTE_STREAM_TITLE) == "Belvane Test - Song Two"
+    assert run_until(lambda: files), files
+    path, title, complete = files[0]
+    assert title == "Belvane Test - Song One" and not complete
+    assert pathlib.Path(path).name == "Belvane Test - Song One (incomplete).mp3"
+    assert pathlib.Path(path).read_bytes()[:3] == b"ID3"
+    player.stop_recording()
     assert player.frames_written > 0 and player.audio_output_name == "null:fast"
     # A live station pauses into its time-shift ring, skips within it, resumes.
     assert player.can_time_shift

@@ -160,21 +160,23 @@ TEST_P(StationRecording, CutsOneFileOfTheStationsOwnFramesPerTitle) {
   EXPECT_FALSE(run.master->isRecording());
 
   const auto& files = run.owner.files;
-  // Before the first title: the station's first frames, incomplete.
-  EXPECT_FALSE(files.front().complete);
-  EXPECT_NE(files.front().path.find(" (incomplete)."), std::string::npos) << files.front().path;
-  EXPECT_FALSE(files.back().complete);
-  EXPECT_NE(files.back().path.find(" (incomplete)"), std::string::npos) << files.back().path;
   auto marks = station.server.titles();
   const int connection = marks.back().connection;
   std::erase_if(marks, [&](const IcyTitleMark& m) { return m.connection != connection; });
   ASSERT_GT(marks.size(), kWholeTitles);
-  for (size_t i = 0; i < kWholeTitles; ++i) {
-    const FileEvent& file = files[i + 1];
+  const char* extension = isAAC ? ".aac" : ".mp3";
+  // The station's first frames come before its first title, which names
+  // them: the first file is that title's, incomplete; so is the last.
+  EXPECT_FALSE(files.front().complete);
+  EXPECT_EQ(files.front().path, folder.path() + "/" + marks[0].title + " (incomplete)" + extension);
+  EXPECT_FALSE(files.back().complete);
+  EXPECT_NE(files.back().path.find(" (incomplete)"), std::string::npos) << files.back().path;
+  for (size_t i = 1; i <= kWholeTitles; ++i) {
+    const FileEvent& file = files[i];
     SCOPED_TRACE(file.path);
     EXPECT_TRUE(file.complete);
     EXPECT_EQ(file.title, marks[i].title);
-    EXPECT_EQ(file.path, folder.path() + "/" + marks[i].title + (isAAC ? ".aac" : ".mp3"));
+    EXPECT_EQ(file.path, folder.path() + "/" + marks[i].title + extension);
     const uint64_t from = frameAtOrAfter(*station.data, marks[i].audioOffset);
     const uint64_t to = frameAtOrAfter(*station.data, marks[i + 1].audioOffset);
     const std::string audio = audioOf(file.path);
@@ -285,7 +287,7 @@ TEST(StationRecorderWithoutListening, FollowsAPlaylistToItsStation) {
   empty->setOwner(&emptyOwner);
   ASSERT_EQ(empty->startRecording(station.server.url("/empty.m3u"), folder.path()), nullptr);
   ASSERT_TRUE(BVRunLoop::main().runUntil([&] { return owner.titles.size() >= 3 && !emptyOwner.stops.empty(); }, 30));
-  EXPECT_EQ(owner.titles[1], "Artist 0 - Song 0");
+  EXPECT_EQ(owner.titles[0], "Artist 0 - Song 0");
   EXPECT_EQ(station.server.http().requestCount("/station.pls"), 1);
   EXPECT_EQ(station.server.connections("/live"), 1);
   ASSERT_NE(emptyOwner.stops.front(), nullptr);
