@@ -113,6 +113,9 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   BVMP3StreamPlayer();
 
  private:
+  // Ends the stream and the tuner's search for good (stop-after-title, an
+  // output failure); the caller then sets the state.
+  void endStreamForGood();
   friend class BVShoutstreamerDelegate;
   void _shoutstreamerChangedState(const belvane::detail::StreamerStateChange& change);
   std::string basePlayerErrorDescription() const;

@@ -1,6 +1,8 @@
 // GainRamp: a linear, frame-by-frame move of the output's gain.
 #include "audio_output/gain_ramp.h"
 
+#include "audio_output/cpu_clones.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -18,11 +20,8 @@ void scaleRamped(float* samples, size_t frames, size_t moving, double gain, doub
   for (size_t i = moving; i < frames; ++i) samples[Stride * i] *= target;
 }
 
-// Planar channels (loudness normalisation's) are also built for AVX2 on
-// x86-64; the processor's best is chosen when the library loads.
-#if defined(__x86_64__)
-__attribute__((target_clones("avx2", "default")))
-#endif
+// Planar channels (loudness normalisation's): see cpu_clones.h.
+BELVANE_CPU_CLONES
 void scaleRampedPlanar(float* samples, size_t frames, size_t moving, double gain, double step, float target) {
   scaleRamped<1>(samples, frames, moving, gain, step, target);
 }

@@ -6,15 +6,10 @@
 #include <cmath>
 #include <optional>
 
+#include "audio_output/cpu_clones.h"
 #include "audio_output/loudness_memory.h"
 
-// The loops that touch every sample are also built for AVX2 on x86-64, and
-// the best the processor runs is chosen when the library loads.
-#if defined(__x86_64__)
-#define BELVANE_EVERY_SAMPLE __attribute__((target_clones("avx2", "default")))
-#else
-#define BELVANE_EVERY_SAMPLE
-#endif
+#define BELVANE_EVERY_SAMPLE BELVANE_CPU_CLONES
 
 namespace belvane::detail {
 namespace {

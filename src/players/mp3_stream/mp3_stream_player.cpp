@@ -451,9 +451,7 @@ void BVMP3StreamPlayer::didStopAudioPlayer() {
   receptionWatch_->stop();
 }
 
-void BVMP3StreamPlayer::didStopAtTitle() {
-  if (state() == BVPlayerStateStopped || state() == BVPlayerStateError) return;
-  auto self = shared_from_this();
+void BVMP3StreamPlayer::endStreamForGood() {
   // The stream goes (its queued state changes with it) and the tuner tries
   // no other candidate: the playback is over.
   shoutstreamer_destroy(_shoutstreamer);
@@ -462,6 +460,12 @@ void BVMP3StreamPlayer::didStopAtTitle() {
   _shoutstreamerDelegate->startOver(0);
   _shoutstreamerDelegate->stopAudioPlayerNow();
   _streamTuner->stop();
+}
+
+void BVMP3StreamPlayer::didStopAtTitle() {
+  if (state() == BVPlayerStateStopped || state() == BVPlayerStateError) return;
+  auto self = shared_from_this();
+  endStreamForGood();
   changeStateTo(BVPlayerStateStopped);
   receptionWatch_->stop();
 }
@@ -469,12 +473,7 @@ void BVMP3StreamPlayer::didStopAtTitle() {
 void BVMP3StreamPlayer::didFailOutput(const BVErrorRef& error) {
   if (state() == BVPlayerStateStopped || state() == BVPlayerStateError) return;
   auto self = shared_from_this();
-  shoutstreamer_destroy(_shoutstreamer);
-  _shoutstreamer = shoutstreamer_create();
-  shoutstreamerStarted_ = false;
-  _shoutstreamerDelegate->startOver(0);
-  _shoutstreamerDelegate->stopAudioPlayerNow();
-  _streamTuner->stop();
+  endStreamForGood();
   setError(error);
   changeStateTo(BVPlayerStateError, _error);
   receptionWatch_->stop();
