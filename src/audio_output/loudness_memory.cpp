@@ -30,7 +30,14 @@ std::map<std::string, double>& notedGains() {
   return gains;
 }
 
-std::string memoryFolder() { return std::string(g_get_user_cache_dir()) + "/com.brambleside.ettd"; }
+// The cache folder from the environment of the moment ($XDG_CACHE_HOME, else
+// ~/.cache), not GLib's value cached at its first use, so that a host (or a
+// test) that sets it later is followed.
+std::string memoryFolder() {
+  const char* cache = g_getenv("XDG_CACHE_HOME");
+  std::string base = cache && *cache ? cache : std::string(g_get_home_dir()) + "/.cache";
+  return base + "/com.brambleside.ettd";
+}
 std::string memoryPath() { return memoryFolder() + "/loudness.ini"; }
 
 std::string stationKey(const std::string& station) {

@@ -51,8 +51,12 @@ class OutputBackend {
   virtual bool moveTo(const BVAudioOutputSetting& /*setting*/) { return false; }
   // Told (on any thread, never under the caller's locks) when the device in
   // use changes by itself: the server moved the stream because its device
-  // went away or the system default changed. Set before the first write.
-  void setDeviceListener(std::function<void(const std::string&)> listener) { deviceListener_ = std::move(listener); }
+  // went away or the system default changed. Set from any thread (a sound
+  // server may move the stream, and tell, as soon as it is open).
+  void setDeviceListener(std::function<void(const std::string&)> listener) {
+    std::lock_guard lock(listenerMutex_);
+    deviceListener_ = std::move(listener);
+  }
   // Whether writing takes as long as playing (a device, or null).
   virtual bool paced() const = 0;
   // Whether play_wait may write to it on the caller's thread: writes that
@@ -92,12 +96,19 @@ class OutputBackend {
   virtual bool failureEndsPlayback() const { return false; }
 
  protected:
+  // The backend's own thread (a sound server's callback).
   void deviceChanged(const std::string& device) {
-    if (deviceListener_) deviceListener_(device);
+    std::function<void(const std::string&)> listener;
+    {
+      std::lock_guard lock(listenerMutex_);
+      listener = deviceListener_;
+    }
+    if (listener) listener(device);
   }
   unsigned rate_ = 0;
   std::string failureReason_;
-  std::function<void(const std::string&)> deviceListener_;
+  std::mutex listenerMutex_;
+  std::function<void(const std::string&)> deviceListener_;  // guarded by listenerMutex_
 };
 
 // Device buffer length asked of paced outputs, in seconds.
