@@ -1,6 +1,8 @@
 // PulseServer (see pulse_server.h).
 #include "support/pulse_server.h"
 
+#include <sys/prctl.h>
+
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,7 +30,9 @@ PulseServer::PulseServer(const std::vector<std::string>& sinks)
   bool spawned = g_spawn_async(nullptr, argv.data(), env,
                                GSpawnFlags(G_SPAWN_SEARCH_PATH | G_SPAWN_DO_NOT_REAP_CHILD | G_SPAWN_STDOUT_TO_DEV_NULL |
                                            G_SPAWN_STDERR_TO_DEV_NULL),
-                               nullptr, nullptr, &pid_, nullptr);
+                               // The server goes with the test process, also when that
+                               // is killed or aborts before the destructor runs.
+                               +[](gpointer) { prctl(PR_SET_PDEATHSIG, SIGTERM); }, nullptr, &pid_, nullptr);
   g_strfreev(env);
   if (!spawned) return;
   for (int i = 0; i < 100 && !ready_; ++i) {
