@@ -353,15 +353,15 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   // this playback (made at playLink, or shared by the player that owns this
   // one); null before the first playLink.
   std::shared_ptr<belvane::detail::StationTap> stationTap() const;
-  // For players that play through another player (the master, the general
-  // engine's player handing a link on): the other player feeds this
-  // player's tap, so that its recording goes on across the switch.
-  static void shareStationTap(const BVBasePlayer& from, BVBasePlayer& to);
   // The playback's output session (made at playLink, or shared as the tap
   // is): the engines hand it to their outputs, so that a WAV recording goes
   // on across a switch of engine instead of starting again.
   std::shared_ptr<belvane::detail::OutputPlayback> outputPlayback() const;
-  static void shareOutputPlayback(const BVBasePlayer& from, BVBasePlayer& to);
+  // For players that play through another player (the master, the general
+  // engine's player handing a link on): the other player feeds this
+  // player's tap and writes to its output session, so that a recording of
+  // either kind goes on across the switch.
+  static void sharePlayback(const BVBasePlayer& from, BVBasePlayer& to);
   // Debug and sanitizer builds: aborts, naming operation, when called from
   // a thread other than the one the player was made on (whose run loop
   // plays it). Nothing in other builds.

@@ -166,18 +166,18 @@ class PulseOutput final : public OutputBackend {
   }
 
   bool openStream(const char* sink) {
-    pa_sample_spec spec{};
-    spec.format = PA_SAMPLE_FLOAT32NE;
-    spec.rate = rate_;
-    spec.channels = 2;
+    pa_sample_spec sampleFormat{};
+    sampleFormat.format = PA_SAMPLE_FLOAT32NE;
+    sampleFormat.rate = rate_;
+    sampleFormat.channels = 2;
     pa_buffer_attr attr{};
     attr.maxlength = static_cast<uint32_t>(-1);
-    attr.tlength = static_cast<uint32_t>(pa_usec_to_bytes(static_cast<pa_usec_t>(deviceSeconds_ * 1e6), &spec));
+    attr.tlength = static_cast<uint32_t>(pa_usec_to_bytes(static_cast<pa_usec_t>(deviceSeconds_ * 1e6), &sampleFormat));
     attr.prebuf = static_cast<uint32_t>(-1);
     attr.minreq = static_cast<uint32_t>(-1);
     attr.fragsize = static_cast<uint32_t>(-1);
     pa_threaded_mainloop_lock(loop_);
-    stream_ = pa_stream_new(context_, "Radio stream", &spec, nullptr);
+    stream_ = pa_stream_new(context_, "Radio stream", &sampleFormat, nullptr);
     bool ready = stream_ != nullptr;
     if (ready) {
       pa_stream_set_state_callback(stream_, &PulseOutput::streamSignal, this);

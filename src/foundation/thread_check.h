@@ -1,17 +1,15 @@
 // Checks of the thread rules, in debug and sanitizer builds: an object that
-// must be used on the thread whose run loop it was made on keeps a
-// ThreadCheck from its construction, and its entry points call
-// check("Class::operation"). A call from another thread is logged with the
-// operation's name and aborts, so a broken rule shows where it is broken
-// instead of as a race much later. In other builds ThreadCheck is empty
-// and check() compiles to nothing.
+// must be used on the thread whose run loop it was made on keeps the thread
+// it was made on (a ThreadCheck, or the id itself where the layout must not
+// depend on the build), and its entry points check the calling thread. A
+// call from another thread is logged with the operation's name and aborts,
+// so a broken rule shows where it is broken instead of as a race much
+// later. In other builds the checks compile to nothing.
 //
 // Any thread (that is the point).
 #pragma once
 
-#if defined(BELVANE_THREAD_CHECKS) || !defined(NDEBUG)
 #include <thread>
-#endif
 
 namespace belvane::detail {
 
@@ -19,16 +17,20 @@ namespace belvane::detail {
 // Logs that `operation` was called off its thread, and aborts.
 [[noreturn]] void failThreadCheck(const char* operation);
 
+inline void checkCalledOn(std::thread::id madeOn, const char* operation) {
+  if (std::this_thread::get_id() != madeOn) failThreadCheck(operation);
+}
+
 class ThreadCheck {
  public:
-  void check(const char* operation) const {
-    if (std::this_thread::get_id() != thread_) failThreadCheck(operation);
-  }
+  void check(const char* operation) const { checkCalledOn(thread_, operation); }
 
  private:
   std::thread::id thread_ = std::this_thread::get_id();
 };
 #else
+inline void checkCalledOn(std::thread::id, const char*) {}
+
 class ThreadCheck {
  public:
   void check(const char*) const {}

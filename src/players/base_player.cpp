@@ -21,13 +21,7 @@ std::shared_ptr<BVMediaLink> BVBasePlayer::link() const {
   return link_;
 }
 
-void BVBasePlayer::checkThread(const char* operation) const {
-#if defined(BELVANE_THREAD_CHECKS) || !defined(NDEBUG)
-  if (std::this_thread::get_id() != madeOn_) belvane::detail::failThreadCheck(operation);
-#else
-  (void)operation;
-#endif
-}
+void BVBasePlayer::checkThread(const char* operation) const { belvane::detail::checkCalledOn(madeOn_, operation); }
 
 void BVBasePlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   checkThread("BVBasePlayer::playLink");

@@ -18,12 +18,6 @@ std::shared_ptr<belvane::detail::OutputPlayback> BVBasePlayer::outputPlayback() 
   return outputPlayback_;
 }
 
-void BVBasePlayer::shareOutputPlayback(const BVBasePlayer& from, BVBasePlayer& to) {
-  auto playback = from.outputPlayback();
-  std::lock_guard lock(to.linkMutex_);
-  to.outputPlayback_ = std::move(playback);
-  to.outputPlaybackShared_ = to.outputPlayback_ != nullptr;
-}
 
 void BVBasePlayer::setReconnectPatience(double seconds) {
   if (std::isnan(seconds) || seconds < 0) return;

@@ -40,11 +40,17 @@ std::shared_ptr<StationTap> BVBasePlayer::stationTap() const {
   return stationTap_;
 }
 
-void BVBasePlayer::shareStationTap(const BVBasePlayer& from, BVBasePlayer& to) {
+void BVBasePlayer::sharePlayback(const BVBasePlayer& from, BVBasePlayer& to) {
   auto tap = from.stationTap();
-  std::lock_guard lock(to.tapMutex_);
-  to.stationTap_ = std::move(tap);
-  to.tapShared_ = to.stationTap_ != nullptr;
+  auto playback = from.outputPlayback();
+  {
+    std::lock_guard lock(to.tapMutex_);
+    to.stationTap_ = std::move(tap);
+    to.tapShared_ = to.stationTap_ != nullptr;
+  }
+  std::lock_guard lock(to.linkMutex_);
+  to.outputPlayback_ = std::move(playback);
+  to.outputPlaybackShared_ = to.outputPlayback_ != nullptr;
 }
 
 // A playback of its own starts a fresh tap: the last one's recording ends

@@ -59,8 +59,7 @@ void BVMasterPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
     replaceSubPlayer(freshPlayerLike(*_subPlayer));
   }
   auto sub = _subPlayer;  // playing may replace the sub-player
-  shareStationTap(*this, *sub);
-  shareOutputPlayback(*this, *sub);
+  sharePlayback(*this, *sub);
   subPlayerUsed_ = true;
   sub->playLink(link);
   updateSleepInhibitor();
@@ -95,8 +94,7 @@ void BVMasterPlayer::replaceSubPlayer(std::shared_ptr<BVBasePlayer> next) {
   next->setStopsAfterCurrentTitle(stopsAfterCurrentTitle());
   next->setLoudnessNormalization(loudnessNormalization());
   next->setLoudnessTarget(loudnessTarget());
-  shareStationTap(*this, *next);
-  shareOutputPlayback(*this, *next);
+  sharePlayback(*this, *next);
   auto old = std::move(_subPlayer);
   old->setOwner(nullptr);
   _subPlayer = std::move(next);

@@ -79,8 +79,7 @@ void BVQuickTimePlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   _subPlayer->setLoudnessNormalization(loudnessNormalization());
   _subPlayer->setLoudnessTarget(loudnessTarget());
   _subPlayer->setOwner(this);
-  shareStationTap(*this, *_subPlayer);
-  shareOutputPlayback(*this, *_subPlayer);
+  sharePlayback(*this, *_subPlayer);
   auto sub = _subPlayer;
   sub->playLink(link);
 }
