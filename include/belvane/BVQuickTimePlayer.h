@@ -58,10 +58,17 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   void setPosition(float position) override;
   float elapsedTime() const override;
   // Linux additions: a file (a movie with a duration) pauses by stopping
-  // the movie, which then is no end of the file.
+  // the movie, which then is no end of the file. A live station read by
+  // Belvane's connection is time-shifted as on the MP3 stream engine (see
+  // BVBasePlayer): pause holds the output while the ring fills, and the
+  // station plays on from the ring.
   bool pause() override;
   void resume() override;
   bool isPaused() const override;
+  bool canTimeShift() const override;
+  bool skipBy(double seconds) override;
+  bool goLive() override;
+  double secondsBehindLive() const override;
   // Linux addition: the sub-player's, or from the output's progress and the
   // movie's connection.
   BVPlayerReception reception() const override;

@@ -42,6 +42,7 @@ namespace belvane::detail {
 
 class QTMovie;
 class MovieAudioSink;
+class MovieRingFeed;
 
 // A time as a value in a time scale (units per second). Indefinite for the
 // duration of a live stream.
@@ -172,6 +173,11 @@ class QTMovie : public std::enable_shared_from_this<QTMovie> {
   // whether one is under way (our own connection, or a stream GStreamer
   // reads opened again); on the movie's thread.
   StreamReaderProgress connectionProgress() const;
+
+  // A live station read by Belvane's connection with a station tap can be
+  // played behind its live edge from its ring (see movie_ring_feed.h);
+  // null otherwise. On the movie's thread.
+  MovieRingFeed* ringFeed() const;
 
   // The URL being played (after references and station lists were followed).
   BVURL url() const;

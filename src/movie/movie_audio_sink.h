@@ -7,6 +7,7 @@
 #include "streaming/stream_title.h"
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 namespace belvane::detail {
@@ -23,6 +24,14 @@ class MovieAudioSink {
   // The stream jumps (a seek) or starts over (a reconnection): titles still
   // waiting for audio are forgotten.
   virtual void movieAudioDiscontinuity() = 0;
+  // A flush (a seek, or a time-shifted station's skip) has reached the
+  // audio: what was held back for the audio before it is forgotten.
+  virtual void movieAudioFlushed() { movieAudioDiscontinuity(); }
+  // Any thread, for a station played from its ring: the audio given from
+  // now on is dropped until the flush reaches the sink; the seconds of
+  // audio taken since the last flush.
+  virtual void movieDropUntilFlushed() {}
+  virtual double movieSecondsTaken() const { return 0.0; }
   // The last audio has been given: returns once it has been heard, or at
   // once when interrupted.
   virtual void movieAudioEnded() = 0;

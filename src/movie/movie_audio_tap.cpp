@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "movie/movie_audio_sink.h"
+#include "movie/movie_ring_title.h"
 
 namespace belvane::detail {
 namespace {
@@ -143,7 +144,8 @@ void MovieAudioTap::handleTags(const GstTagList* tags) {
   StreamTitle title = streamTitleFromTags(tags);
   if (title.title.empty() || title == lastTitle_) return;
   lastTitle_ = title;
-  if (audioSinceStreamStart_)
+  // A title the ring placed comes right before the frame it starts at.
+  if (audioSinceStreamStart_ && !isRingTitle(tags))
     heldTitle_ = title;
   else
     sink_->movieStreamTitle(title);
@@ -189,11 +191,13 @@ void MovieAudioTap::handleStreamStart() {
 
 void MovieAudioTap::handleFlush() {
   heldTitle_.reset();
+  // After a jump the title in force where it lands is news again.
+  lastTitle_ = {};
   {
     std::lock_guard lock(timedMutex_);
     timed_.clear();
   }
-  sink_->movieAudioDiscontinuity();
+  sink_->movieAudioFlushed();
 }
 
 void MovieAudioTap::handleEnd() { sink_->movieAudioEnded(); }

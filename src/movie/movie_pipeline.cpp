@@ -149,10 +149,10 @@ std::shared_ptr<MoviePipeline> MoviePipeline::create(const std::string& uri, GMa
   pipeline->requestSettings_ = reading.requestSettings;
   bool built = false;
   if (audio) {
-    pipeline->tap_ = std::make_unique<MovieAudioTap>(std::move(audio));
+    pipeline->tap_ = std::make_unique<MovieAudioTap>(audio);
     if (GstElement* tapBin = pipeline->tap_->makeSinkBin())
       built = ownConnection && MovieStreamSource::handles(uri)
-                  ? pipeline->buildStreamDecoding(uri, tapBin, reading)
+                  ? pipeline->buildStreamDecoding(uri, tapBin, reading, audio)
                   : pipeline->buildDecoding(uri, tapBin);
   }
   if (!built && !pipeline->buildPlaybin(uri)) return nullptr;
@@ -214,8 +214,9 @@ bool MoviePipeline::buildDecoding(const std::string& uri, GstElement* tapBin) {
 // Belvane's connection into decodebin (type finding, demuxing, decoding),
 // linked to the tap's bin as uridecodebin is. No network queue: the reader
 // and the appsrc's queue buffer the stream. Takes the floating tap bin.
-bool MoviePipeline::buildStreamDecoding(const std::string& uri, GstElement* tapBin, const MovieReading& reading) {
-  auto stream = MovieStreamSource::create(uri, reading);
+bool MoviePipeline::buildStreamDecoding(const std::string& uri, GstElement* tapBin, const MovieReading& reading,
+                                        std::shared_ptr<MovieAudioSink> audio) {
+  auto stream = MovieStreamSource::create(uri, reading, std::move(audio));
   GstElement* decoder = stream ? gst_element_factory_make("decodebin", nullptr) : nullptr;
   if (!decoder) {
     gst_object_unref(gst_object_ref_sink(tapBin));

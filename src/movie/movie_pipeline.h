@@ -42,6 +42,7 @@ namespace belvane::detail {
 
 class MovieAudioSink;
 class MovieAudioTap;
+class MovieRingFeed;
 
 struct MoviePipelineError {
   const GError* error = nullptr;
@@ -121,6 +122,8 @@ class MoviePipeline : public std::enable_shared_from_this<MoviePipeline> {
   // until it has negotiated. On the loop's thread.
   BVDictionary decodedFormat() const;
   bool tookHeldReply() const;
+  // Time-shift of a station read by Belvane's connection (null otherwise).
+  MovieRingFeed* ringFeed() const { return stream_ ? stream_->ringFeed() : nullptr; }
 
  private:
   struct DecodedStream {
@@ -131,7 +134,8 @@ class MoviePipeline : public std::enable_shared_from_this<MoviePipeline> {
   MoviePipeline(GMainContext* context, MoviePipelineListener* listener);
   bool buildPlaybin(const std::string& uri);
   bool buildDecoding(const std::string& uri, GstElement* tapBin);
-  bool buildStreamDecoding(const std::string& uri, GstElement* tapBin, const MovieReading& reading);
+  bool buildStreamDecoding(const std::string& uri, GstElement* tapBin, const MovieReading& reading,
+                           std::shared_ptr<MovieAudioSink> audio);
   void connectDecoderSignals();
   static int busWatchCallback(GstBus* bus, GstMessage* message, void* data);
   static void onSourceSetup(GstElement* element, GstElement* source, void* data);

@@ -8,6 +8,8 @@
 #include "streaming/shoutstreamer.h"
 #include "streaming/shoutstreamer_errors.h"
 #include "streaming/station_tap.h"
+#include "movie/movie_audio_sink.h"
+#include "movie/movie_ring_feed.h"
 
 #include <gst/app/gstappsrc.h>
 #include <gst/gst.h>
@@ -66,6 +68,19 @@ bool hasADTSFrame(std::span<const uint8_t> bytes) {
   return false;
 }
 
+// Posts the reader's failure as the source element's error.
+void postReadError(GstElement* appsrc, int32_t readError) {
+  unsigned httpStatus = 0;
+  GstResourceError code = resourceErrorFor(readError, &httpStatus);
+  char* text = shoutstreamer_error_as_string(readError);
+  GError* error = g_error_new_literal(GST_RESOURCE_ERROR, code, text ? text : "The stream could not be read.");
+  std::free(text);
+  GstStructure* details =
+      httpStatus ? gst_structure_new("details", "http-status-code", G_TYPE_UINT, httpStatus, nullptr) : nullptr;
+  gst_element_post_message(appsrc, gst_message_new_error_with_details(GST_OBJECT(appsrc), error, nullptr, details));
+  g_error_free(error);
+}
+
 }  // namespace
 
 // Splits each connection's metadata from its audio and pushes both, in
@@ -122,6 +137,20 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
   // The audio of one piece of the body goes in one buffer, however many
   // metadata blocks without a title cut it: fewer, larger hand-overs.
   bool audio(std::span<const uint8_t> bytes, uint64_t) override {
+    if (feed_) {
+      if (!anchored_) {
+        feed_->anchor();
+        anchored_ = true;
+      }
+      // Asked to hand over: what the ring has is pushed first, so that the
+      // feeder goes on from exactly there.
+      if (feed_->wantsHandOver() && push() && feed_->handOver()) QLDebugLog(QL_LOG_DEBUG, "stream: handed over");
+      if (feed_->isHandedOver()) {
+        tap_->audio(bytes);
+        feed_->ringGrew();
+        return true;
+      }
+    }
     if (tap_) tap_->audio(bytes);
     pending_.insert(pending_.end(), bytes.begin(), bytes.end());
     return true;
@@ -162,6 +191,8 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
   void metadata(std::span<const uint8_t> block, uint64_t) override {
     auto title = streamTitleFromMetadata(block);
     if (title && tap_) tap_->title({*title, streamURLFromMetadata(block).value_or("")});
+    // Played from the ring, the title goes in at its frame from there.
+    if (feed_ && feed_->isHandedOver()) return;
     if (!title || !push()) return;
     std::string text = stationTitleToUTF8(bytesOf(*title), source_.reading_.titleEncoding.value_or(""));
     QLDebugLog(QL_LOG_DEBUG, "stream: title '%s'", text.c_str());
@@ -190,6 +221,8 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
   bool adtsCaps_ = false;  // served as AAC: ADTS frames are looked for
   // Only a reading from the start feeds the ring: a file sought in is no station.
   StationTap* tap_ = offset_ == 0 ? source_.reading_.stationTap.get() : nullptr;
+  MovieRingFeed* feed_ = tap_ ? source_.feed_.get() : nullptr;
+  bool anchored_ = false;
 };
 
 bool MovieStreamSource::handles(const std::string& url) {
@@ -209,20 +242,34 @@ StreamReaderPolicy generalPolicy(const MovieReading& reading) {
 }
 }  // namespace
 
-MovieStreamSource::MovieStreamSource(const std::string& url, GstElement* appsrc, const MovieReading& reading)
+MovieStreamSource::MovieStreamSource(const std::string& url, GstElement* appsrc, const MovieReading& reading,
+                                     std::shared_ptr<MovieAudioSink> audio)
     : appsrc_(appsrc), url_(url), reading_(reading) {
   // The first reading is made now, so that it takes the tuner's reply at once.
   reader_ = std::make_unique<StreamReader>(url_, generalPolicy(reading_));
   tookHeld_ = reader_->tookHeldReply();
+  if (reading_.stationTap && audio) {
+    MovieRingFeed::Hooks hooks;
+    hooks.secondsWritten = [audio] { return audio->movieSecondsTaken(); };
+    hooks.dropUntilFlushed = [audio] { audio->movieDropUntilFlushed(); };
+    feed_ = std::make_unique<MovieRingFeed>(appsrc_, reading_.stationTap, std::move(hooks));
+  }
   GstAppSrcCallbacks callbacks{};
   callbacks.seek_data = [](GstAppSrc*, guint64 offset, gpointer self) -> gboolean {
     static_cast<MovieStreamSource*>(self)->seekData(offset);
     return TRUE;
   };
+  callbacks.need_data = [](GstAppSrc*, guint, gpointer self) {
+    if (auto* feed = static_cast<MovieStreamSource*>(self)->feed_.get()) feed->needData();
+  };
+  callbacks.enough_data = [](GstAppSrc*, gpointer self) {
+    if (auto* feed = static_cast<MovieStreamSource*>(self)->feed_.get()) feed->enoughData();
+  };
   gst_app_src_set_callbacks(GST_APP_SRC(appsrc_), &callbacks, this, nullptr);
 }
 
-std::unique_ptr<MovieStreamSource> MovieStreamSource::create(const std::string& url, const MovieReading& reading) {
+std::unique_ptr<MovieStreamSource> MovieStreamSource::create(const std::string& url, const MovieReading& reading,
+                                                             std::shared_ptr<MovieAudioSink> audio) {
   GstElement* appsrc = gst_element_factory_make("appsrc", nullptr);
   if (!appsrc) return nullptr;
   gst_object_ref_sink(appsrc);
@@ -230,12 +277,13 @@ std::unique_ptr<MovieStreamSource> MovieStreamSource::create(const std::string& 
   // while the queue is full.
   g_object_set(appsrc, "format", GST_FORMAT_BYTES, "stream-type", GST_APP_STREAM_TYPE_STREAM, "block", TRUE,
                "max-bytes", kQueueBytes, "emit-signals", FALSE, nullptr);
-  return std::unique_ptr<MovieStreamSource>(new MovieStreamSource(url, appsrc, reading));
+  return std::unique_ptr<MovieStreamSource>(new MovieStreamSource(url, appsrc, reading, std::move(audio)));
 }
 
 MovieStreamSource::~MovieStreamSource() {
   cancel();
   join();
+  feed_.reset();
   gst_object_unref(appsrc_);
 }
 
@@ -251,6 +299,8 @@ void MovieStreamSource::cancel() {
 }
 
 void MovieStreamSource::seekData(uint64_t offset) {
+  // A station played from its ring is flushed for a skip: the reading goes on.
+  if (feed_ && feed_->isHandedOver()) return;
   std::lock_guard lock(mutex_);
   seekTo_ = offset;
   seekPending_ = true;
@@ -314,7 +364,11 @@ void MovieStreamSource::readMain() {
       // The end: a file that can be sought may be asked to go back.
       lock.unlock();
       if (reading_.stationTap) reading_.stationTap->streamEnded();
-      gst_app_src_end_of_stream(GST_APP_SRC(appsrc_));
+      GstAppSrc* appsrc = GST_APP_SRC(appsrc_);
+      if (feed_ && feed_->isHandedOver())
+        feed_->inputEnded([appsrc] { gst_app_src_end_of_stream(appsrc); });
+      else
+        gst_app_src_end_of_stream(appsrc);
       lock.lock();
       changed_.wait(lock, [&] { return cancelled_ || seekTo_; });
       if (cancelled_) return;
@@ -330,15 +384,11 @@ void MovieStreamSource::readMain() {
     break;
   }
   if (reading_.stationTap) reading_.stationTap->streamEnded();
-  unsigned httpStatus = 0;
-  GstResourceError code = resourceErrorFor(outcome.error, &httpStatus);
-  char* text = shoutstreamer_error_as_string(outcome.error);
-  GError* error = g_error_new_literal(GST_RESOURCE_ERROR, code, text ? text : "The stream could not be read.");
-  std::free(text);
-  GstStructure* details =
-      httpStatus ? gst_structure_new("details", "http-status-code", G_TYPE_UINT, httpStatus, nullptr) : nullptr;
-  gst_element_post_message(appsrc_, gst_message_new_error_with_details(GST_OBJECT(appsrc_), error, nullptr, details));
-  g_error_free(error);
+  // Played from the ring, the station fails once what the ring holds has played.
+  if (feed_ && feed_->isHandedOver())
+    feed_->inputEnded([appsrc = appsrc_, error = outcome.error] { postReadError(appsrc, error); });
+  else
+    postReadError(appsrc_, outcome.error);
 }
 
 }  // namespace belvane::detail

@@ -42,6 +42,8 @@ typedef struct _GstElement GstElement;
 namespace belvane::detail {
 
 class StationTap;
+class MovieAudioSink;
+class MovieRingFeed;
 
 // How a movie reads from the network for its player; the movie hands it to
 // each pipeline and to Belvane's connection into it.
@@ -65,7 +67,10 @@ class MovieStreamSource {
   // Makes the appsrc; nullptr when GStreamer has none. A live stream that
   // breaks off is tried again for the reading's patience; its requests go
   // out with the reading's settings, its titles are read in its encoding.
-  static std::unique_ptr<MovieStreamSource> create(const std::string& url, const MovieReading& reading = {});
+  // With a station tap and an audio sink, the station can also be played
+  // from its ring (ringFeed()).
+  static std::unique_ptr<MovieStreamSource> create(const std::string& url, const MovieReading& reading = {},
+                                                   std::shared_ptr<MovieAudioSink> audio = nullptr);
   // Cancels the reading; call stop() on the pipeline (to NULL) before
   // destroying, so that a push blocked on a full queue returns.
   ~MovieStreamSource();
@@ -92,10 +97,14 @@ class MovieStreamSource {
   StreamReaderProgress connectionProgress() const;
   // Whether the first connection took over the tuner's open reply.
   bool tookHeldReply() const { return tookHeld_; }
+  // Time-shift of a live station from its ring (see movie_ring_feed.h);
+  // null without a station tap. Its run-loop calls are the movie's.
+  MovieRingFeed* ringFeed() const { return feed_.get(); }
 
  private:
   class Client;
-  MovieStreamSource(const std::string& url, GstElement* appsrc, const MovieReading& reading);
+  MovieStreamSource(const std::string& url, GstElement* appsrc, const MovieReading& reading,
+                    std::shared_ptr<MovieAudioSink> audio);
   void readMain();
   // On a streaming thread: the appsrc was flushed for a seek to offset.
   void seekData(uint64_t offset);
@@ -120,6 +129,7 @@ class MovieStreamSource {
   bool declaredLength_ = false;             // guarded by mutex_
   std::atomic<int32_t> reconnectAttempts_{0};
   std::atomic<bool> connectionBroken_{false};
+  std::unique_ptr<MovieRingFeed> feed_;  // with a station tap; ended before the appsrc goes
 };
 
 }  // namespace belvane::detail

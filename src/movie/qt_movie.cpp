@@ -686,6 +686,8 @@ StreamReaderProgress QTMovie::connectionProgress() const {
   return progress;
 }
 
+MovieRingFeed* QTMovie::ringFeed() const { return impl_->pipeline ? impl_->pipeline->ringFeed() : nullptr; }
+
 BVDictionary QTMovie::stationFacts() const {
   BVDictionary facts = impl_->pipeline ? impl_->pipeline->stationFacts() : BVDictionary{};
   if (impl_->pipeline)

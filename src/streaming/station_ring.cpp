@@ -40,6 +40,7 @@ uint64_t StationRing::memoryUsed() const {
 uint64_t StationRing::appendFrame(std::span<const uint8_t> bytes, uint32_t samples, uint32_t sampleRate,
                                   bool discontinuity) {
   const uint64_t number = nextFrame_++;
+  if (sampleRate > 0) appended_ += double(samples) / sampleRate;
   if (settings_.minutes <= 0 || bytes.empty() || bytes.size() > kChunkBytes || bytes.size() > UINT16_MAX) return number;
   Chunk* open = chunks_.empty() || !chunks_.back().data ? nullptr : &chunks_.back();
   if (open && (open->bytes + bytes.size() > kChunkBytes || open->sampleRate != sampleRate || discontinuity ||

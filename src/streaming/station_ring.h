@@ -77,6 +77,10 @@ class StationRing {
   uint64_t frameSecondsBeforeEnd(double seconds) const;
 
   double secondsHeld() const;
+  // The seconds of audio appended since the ring began, and the running
+  // time at which a held frame (or endFrame()) starts.
+  double secondsAppended() const { return appended_; }
+  double secondsAt(uint64_t frame) const { return appended_ - secondsFrom(frame); }
   uint64_t bytesHeld() const { return bytesHeld_; }
   uint64_t bytesInMemory() const { return bytesInMemory_; }
   // What the ring's memory holds in all: chunk buffers and index.
@@ -110,6 +114,7 @@ class StationRing {
   uint64_t bytesInMemory_ = 0;
   size_t chunksInMemory_ = 0;
   double seconds_ = 0;
+  double appended_ = 0;
   int diskFd_ = -1;
   std::vector<int64_t> freeSlots_;
   int64_t slots_ = 0;

@@ -13,8 +13,20 @@ void MovieAudioAdapter::detach() {
 
 void MovieAudioAdapter::movieAudio(float sampleRate, float** channels, int32_t frames) {
   std::lock_guard lock(mutex_);
-  if (attached_) audio_->write(sampleRate, channels, frames);
+  if (!attached_) return;
+  audio_->write(sampleRate, channels, frames);
+  if (sampleRate > 0 && frames > 0)
+    secondsTaken_.store(secondsTaken_.load(std::memory_order_relaxed) + frames / double(sampleRate),
+                        std::memory_order_relaxed);
 }
+
+void MovieAudioAdapter::movieAudioFlushed() {
+  std::lock_guard lock(mutex_);
+  secondsTaken_.store(0.0, std::memory_order_relaxed);
+  if (attached_) audio_->flushed();
+}
+
+void MovieAudioAdapter::movieDropUntilFlushed() { audio_->dropHeldWrite(); }
 
 void MovieAudioAdapter::movieStreamTitle(const StreamTitle& title) {
   std::lock_guard lock(mutex_);

@@ -6,6 +6,7 @@
 // into it.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 
@@ -27,11 +28,15 @@ class MovieAudioAdapter final : public MovieAudioSink {
   void movieStreamTitle(const StreamTitle& title) override;
   void movieAudioDiscontinuity() override;
   void movieAudioEnded() override;
+  void movieAudioFlushed() override;
+  void movieDropUntilFlushed() override;
+  double movieSecondsTaken() const override { return secondsTaken_.load(std::memory_order_relaxed); }
 
  private:
   std::shared_ptr<AudioDelivery> audio_;
   std::mutex mutex_;  // held by a streaming thread for the whole of its call
   bool attached_ = true;
+  std::atomic<double> secondsTaken_{0.0};  // written by the streaming thread
 };
 
 }  // namespace belvane::detail

@@ -6,6 +6,7 @@
 #include <belvane/BVRunLoop.h>
 
 #include "movie/QTMovie.h"
+#include "movie/movie_ring_feed.h"
 #include "movie/movie_status.h"
 #include "players/audio_delivery.h"
 #include "players/reception_watch.h"
@@ -63,6 +64,7 @@ void BVQuickTimePlayer::_releaseMovie() {
   _lastAttributes.reset();
   _lastIdleTimestamp = 0.0;
   paused_ = false;
+  if (audio_) audio_->setHeld(false);  // a time-shifted station's hold ends with it
 }
 
 void BVQuickTimePlayer::changeStateTo(BVPlayerState state, const BVErrorRef& error) {
@@ -213,6 +215,14 @@ void BVQuickTimePlayer::setPosition(float fraction) {
 bool BVQuickTimePlayer::pause() {
   if (_subPlayer) return _subPlayer->pause();
   if (paused_) return true;
+  if (canTimeShift()) {
+    // The output is held at once; the connection goes on into the ring and
+    // the station plays from there from now on.
+    audio_->setHeld(true);
+    _movie->ringFeed()->requestShift();
+    paused_ = true;
+    return true;
+  }
   if (!_movie || !hasPosition() || state() != BVPlayerStatePlaying) return false;
   paused_ = true;
   _movie->stop();
@@ -223,10 +233,40 @@ void BVQuickTimePlayer::resume() {
   if (_subPlayer) return _subPlayer->resume();
   if (!paused_) return;
   paused_ = false;
+  if (audio_ && audio_->isHeld()) {
+    audio_->setHeld(false);
+    return;
+  }
   if (_movie) _movie->play();
 }
 
 bool BVQuickTimePlayer::isPaused() const { return _subPlayer ? _subPlayer->isPaused() : paused_; }
+
+// ---- a live station: time-shift -------------------------------------------------
+
+bool BVQuickTimePlayer::canTimeShift() const {
+  if (_subPlayer) return _subPlayer->canTimeShift();
+  if (!_movie || !audio_ || state() != BVPlayerStatePlaying || timeShiftMinutes() <= 0 || _movie->isFiniteResource())
+    return false;
+  auto* feed = _movie->ringFeed();
+  return feed && feed->canShift();
+}
+
+bool BVQuickTimePlayer::skipBy(double seconds) {
+  if (_subPlayer) return _subPlayer->skipBy(seconds);
+  return canTimeShift() && !std::isnan(seconds) && _movie->ringFeed()->skipBy(seconds);
+}
+
+bool BVQuickTimePlayer::goLive() {
+  if (_subPlayer) return _subPlayer->goLive();
+  return canTimeShift() && _movie->ringFeed()->goLive();
+}
+
+double BVQuickTimePlayer::secondsBehindLive() const {
+  if (_subPlayer) return _subPlayer->secondsBehindLive();
+  auto* feed = _movie ? _movie->ringFeed() : nullptr;
+  return feed ? feed->secondsBehindLive() : 0.0;
+}
 
 float BVQuickTimePlayer::elapsedTime() const {
   if (_subPlayer) return _subPlayer->elapsedTime();
