@@ -182,7 +182,9 @@ class BV_EXPORT BVBasePlayer : public BVObject {
 
   // Linux additions, time-shift of a live station from its ring (see
   // setTimeShiftMinutes). canTimeShift: a live station plays whose ring is
-  // on, on an engine that plays from it (the MP3 stream engine). From the
+  // on, on an engine that plays from it (the MP3 stream engine, and the
+  // general engine for the MPEG audio, ADTS and Ogg stations it reads
+  // through Belvane's connection). From the
   // first pause or skip on, the station plays from the ring: skipBy moves
   // by seconds from what is heard next (negative: back), to within one
   // codec frame, inside what the ring holds (beyond its oldest frame: that

@@ -442,7 +442,8 @@ BV_EXPORT double bv_player_get_time_shift_held(const bv_player *player);
 BV_EXPORT int bv_player_set_time_shift_memory(bv_player *player, uint64_t bytes);
 BV_EXPORT uint64_t bv_player_get_time_shift_memory(const bv_player *player);
 
-/* Time-shift of a live station from its ring (the MP3 stream engine).
+/* Time-shift of a live station from its ring (MP3, AAC or Ogg, on either
+ * engine that reads the station through Belvane's connection).
  * can_time_shift: 1 while such a station plays with its ring on. From the
  * first pause or skip on it plays from the ring: skip moves by seconds
  * from what is heard next (negative: back), to within one codec frame,

@@ -374,7 +374,7 @@ class Player:
 
     @property
     def can_time_shift(self) -> bool:
-        """True while a live station plays with its ring on (MP3 streams)."""
+        """True while a live station read by Belvane's connection plays with its ring on."""
         return bool(lib.bv_player_can_time_shift(self._live()))
 
     def skip(self, seconds: float) -> None:

@@ -10,6 +10,7 @@
 #include <gst/gst.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <utility>
 
@@ -56,18 +57,22 @@ bool MovieRingFeed::canShift() const {
 
 void MovieRingFeed::requestShift() {
   if (isHandedOver() || wanted_.exchange(true)) return;
-  // A push blocked on the full queue (the output is held) goes through, and
-  // the next piece of the body finds the hand-over asked for.
-  g_object_set(appsrc_, "block", FALSE, nullptr);
-  gst_app_src_set_max_bytes(GST_APP_SRC(appsrc_), gst_app_src_get_max_bytes(GST_APP_SRC(appsrc_)) + 1);
+  // A reading thread waiting for room in the full queue (the output is
+  // held) lets go of it.
+  if (hooks_.wakeReader) hooks_.wakeReader();
+  // Between two pieces of the body the hand-over is made at once; while a
+  // piece is being handled, the reading thread makes it at the next one.
+  std::unique_lock reading(readingMutex_, std::chrono::milliseconds(50));
+  if (reading.owns_lock()) handOver();
 }
 
 double MovieRingFeed::behindLocked() const {
   if (!isHandedOver()) return 0.0;
   double behind = 0;
   tap_->withRing([&](const StationRing& ring) {
-    if (seekTo_) {
-      behind = ring.secondsFrom(*seekTo_);
+    // A jump asked for or under way: where it lands.
+    if (auto landing = seekTo_ ? seekTo_ : landing_) {
+      behind = ring.secondsFrom(*landing);
       return;
     }
     const double written = hooks_.secondsWritten ? hooks_.secondsWritten() : 0.0;
@@ -189,8 +194,7 @@ void MovieRingFeed::pushTitle(const StreamTitle& title) {
 bool MovieRingFeed::pushBytes(const uint8_t* data, size_t size, bool discont) {
   GstBuffer* buffer = gst_buffer_new_memdup(data, size);
   if (discont) GST_BUFFER_FLAG_SET(buffer, GST_BUFFER_FLAG_DISCONT);
-  // Not blocking (the hand-over turned blocking off): the queue's
-  // enough-data is what makes the feeder wait.
+  // Not blocking: the queue's enough-data is what makes the feeder wait.
   return gst_app_src_push_buffer(GST_APP_SRC(appsrc_), buffer) == GST_FLOW_OK;
 }
 
@@ -260,9 +264,11 @@ void MovieRingFeed::feederMain() {
     if (stop_) return;
     if (seekTo_) {
       const uint64_t target = *std::exchange(seekTo_, std::nullopt);
+      landing_ = target;
       lock.unlock();
       flushTo(target);
       lock.lock();
+      if (!seekTo_) landing_.reset();
       continue;
     }
     if (next_ >= liveEnd_ && pendingHeaders_.empty()) {

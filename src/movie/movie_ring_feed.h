@@ -3,9 +3,10 @@
 //
 // Until the first pause or skip the connection's reading thread pushes the
 // station's bytes into the appsrc as they come (MovieStreamSource). A pause
-// holds the output and asks for the hand-over: the reading thread lets go
-// of the appsrc at the next piece of the body, where everything the ring
-// has was pushed, and from then on only fills the ring; this class's feeder
+// holds the output and asks for the hand-over, made between two pieces of
+// the body (by the run loop when the reading thread waits for the network,
+// else by the reading thread at its next piece), where everything the ring
+// has was pushed: from then on the reading thread only fills the ring; this class's feeder
 // thread pushes the ring's frames into the appsrc from the frame (and byte
 // of it) where the reading thread stopped, so the decoder's input goes on
 // unbroken: nothing lost, nothing repeated. The output's hold paces the
@@ -57,6 +58,9 @@ class MovieRingFeed {
     // Feeder thread, right before a flush: the output drops what it is given
     // until the flush reaches it.
     std::function<void()> dropUntilFlushed;
+    // Run loop: the reading thread is woken from its wait for room in the
+    // appsrc's queue (to see the hand-over asked for).
+    std::function<void()> wakeReader;
   };
 
   MovieRingFeed(GstElement* appsrc, std::shared_ptr<StationTap> tap, Hooks hooks);
@@ -77,7 +81,10 @@ class MovieRingFeed {
   // the hand-over.
   double secondsBehindLive() const;
 
-  // Reading thread.
+  // Reading thread: held while it handles a piece of the body, so that the
+  // hand-over can also be made from the run loop while the reading thread
+  // waits for the network (a station that sends nothing for a while).
+  std::unique_lock<std::timed_mutex> readingScope() { return std::unique_lock(readingMutex_); }
   void anchor();  // the connection's first audio byte goes to the ring next
   bool wantsHandOver() const { return wanted_.load(std::memory_order_acquire); }
   bool isHandedOver() const { return handedOver_.load(std::memory_order_acquire); }
@@ -108,6 +115,7 @@ class MovieRingFeed {
   std::atomic<bool> wanted_{false};
   std::atomic<bool> handedOver_{false};
 
+  std::timed_mutex readingMutex_;
   mutable std::mutex mutex_;
   std::condition_variable wake_;
   std::thread feeder_;
@@ -117,6 +125,7 @@ class MovieRingFeed {
   size_t skipBytes_ = 0;      // bytes of it the appsrc already has
   uint64_t liveEnd_ = 0;      // the ring's end, as the reading thread last saw it
   std::optional<uint64_t> seekTo_;
+  std::optional<uint64_t> landing_;  // the jump the feeder is making
   std::optional<double> pendingSkip_;  // asked for before the hand-over
   double anchorTime_ = 0;     // ring time (seconds since its first frame) at the anchor
   bool anchored_ = false;

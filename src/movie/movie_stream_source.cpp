@@ -120,6 +120,7 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
   }
 
   int32_t body(std::span<const uint8_t> bytes) override {
+    auto scope = feed_ ? feed_->readingScope() : std::unique_lock<std::timed_mutex>();
     // A push the appsrc refused (flushing: the pipeline stops) ends the
     // reading quietly; a pipeline that failed reports that itself.
     return demuxer_->feed(bytes, *this) && push() ? 0 : StreamConnection::kStop;
@@ -185,7 +186,8 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
     if (flow != GST_FLOW_OK) return false;
     audioBytes_ += size;
     connectionAudioBytes_ += size;
-    return true;
+    // The flow control between the server and the decoder.
+    return source_.waitForRoom();
   }
 
   void metadata(std::span<const uint8_t> block, uint64_t) override {
@@ -252,6 +254,10 @@ MovieStreamSource::MovieStreamSource(const std::string& url, GstElement* appsrc,
     MovieRingFeed::Hooks hooks;
     hooks.secondsWritten = [audio] { return audio->movieSecondsTaken(); };
     hooks.dropUntilFlushed = [audio] { audio->movieDropUntilFlushed(); };
+    hooks.wakeReader = [this] {
+      std::lock_guard lock(mutex_);
+      changed_.notify_all();
+    };
     feed_ = std::make_unique<MovieRingFeed>(appsrc_, reading_.stationTap, std::move(hooks));
   }
   GstAppSrcCallbacks callbacks{};
@@ -259,12 +265,8 @@ MovieStreamSource::MovieStreamSource(const std::string& url, GstElement* appsrc,
     static_cast<MovieStreamSource*>(self)->seekData(offset);
     return TRUE;
   };
-  callbacks.need_data = [](GstAppSrc*, guint, gpointer self) {
-    if (auto* feed = static_cast<MovieStreamSource*>(self)->feed_.get()) feed->needData();
-  };
-  callbacks.enough_data = [](GstAppSrc*, gpointer self) {
-    if (auto* feed = static_cast<MovieStreamSource*>(self)->feed_.get()) feed->enoughData();
-  };
+  callbacks.need_data = [](GstAppSrc*, guint, gpointer self) { static_cast<MovieStreamSource*>(self)->roomChanged(false); };
+  callbacks.enough_data = [](GstAppSrc*, gpointer self) { static_cast<MovieStreamSource*>(self)->roomChanged(true); };
   gst_app_src_set_callbacks(GST_APP_SRC(appsrc_), &callbacks, this, nullptr);
 }
 
@@ -273,10 +275,10 @@ std::unique_ptr<MovieStreamSource> MovieStreamSource::create(const std::string& 
   GstElement* appsrc = gst_element_factory_make("appsrc", nullptr);
   if (!appsrc) return nullptr;
   gst_object_ref_sink(appsrc);
-  // Bytes of unknown type, a stream that cannot seek, pushes that wait
-  // while the queue is full.
-  g_object_set(appsrc, "format", GST_FORMAT_BYTES, "stream-type", GST_APP_STREAM_TYPE_STREAM, "block", TRUE,
-               "max-bytes", kQueueBytes, "emit-signals", FALSE, nullptr);
+  // Bytes of unknown type, a stream that cannot seek; a push that fills the
+  // queue is followed by a wait until it is half empty (waitForRoom).
+  g_object_set(appsrc, "format", GST_FORMAT_BYTES, "stream-type", GST_APP_STREAM_TYPE_STREAM, "block", FALSE,
+               "max-bytes", kQueueBytes, "min-percent", 50, "emit-signals", FALSE, nullptr);
   return std::unique_ptr<MovieStreamSource>(new MovieStreamSource(url, appsrc, reading, std::move(audio)));
 }
 
@@ -306,6 +308,23 @@ void MovieStreamSource::seekData(uint64_t offset) {
   seekPending_ = true;
   if (reader_) reader_->cancel();
   changed_.notify_all();
+}
+
+void MovieStreamSource::roomChanged(bool full) {
+  {
+    std::lock_guard lock(mutex_);
+    full_ = full;
+    changed_.notify_all();
+  }
+  if (feed_) full ? feed_->enoughData() : feed_->needData();
+}
+
+bool MovieStreamSource::waitForRoom() {
+  std::unique_lock lock(mutex_);
+  // A hand-over asked for ends the wait: the reading thread then lets go of
+  // the appsrc and only fills the ring.
+  changed_.wait(lock, [&] { return !full_ || cancelled_ || seekTo_ || (feed_ && feed_->wantsHandOver()); });
+  return !cancelled_ && !seekTo_;
 }
 
 bool MovieStreamSource::seekPending() const { return seekPending_.load(std::memory_order_acquire); }

@@ -19,8 +19,8 @@
 //
 // Threads: made, started and destroyed on the movie's thread; the bytes are
 // pushed from the reading thread (or the tuner's reply's transfer thread),
-// which blocks while the appsrc's queue is full: that is the flow control
-// between the server and the decoder.
+// which waits after a push that filled the appsrc's queue until it is half
+// empty: that is the flow control between the server and the decoder.
 #pragma once
 
 #include <belvane/BVRequestSettings.h>
@@ -112,6 +112,11 @@ class MovieStreamSource {
   // (the connection gives way to the next one), false when cancelled.
   bool waitForSeek();
   bool seekPending() const;
+  // Streaming threads: the appsrc's queue is full (enough-data) or half empty (need-data).
+  void roomChanged(bool full);
+  // On the reading thread, after a push: until the queue has room again;
+  // false when cancelled or a seek came.
+  bool waitForRoom();
 
   GstElement* appsrc_;
   const std::string url_;
@@ -122,6 +127,7 @@ class MovieStreamSource {
   std::condition_variable changed_;
   std::unique_ptr<StreamReader> reader_;    // the current reading, guarded by mutex_
   bool cancelled_ = false;                  // guarded by mutex_
+  bool full_ = false;                       // the appsrc's queue is full; guarded by mutex_
   std::optional<uint64_t> seekTo_;          // guarded by mutex_
   std::atomic<bool> seekPending_{false};    // seekTo_ is set
   std::optional<std::string> contentType_;  // guarded by mutex_

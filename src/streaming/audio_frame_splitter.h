@@ -43,7 +43,8 @@ class AudioFrameSplitter {
   // While in step with the frames: the bytes of the next frame fed so far
   // (its start lies that many bytes before bytesFed()); nullopt when not.
   std::optional<size_t> partialFrameBytes() const {
-    return synced_ && kind_ != AudioSyncKind::Ogg ? std::optional<size_t>(pending_.size()) : std::nullopt;
+    if (kind_ == AudioSyncKind::Ogg) return ogg_.partialPageBytes();
+    return synced_ ? std::optional<size_t>(pending_.size()) : std::nullopt;
   }
   // The Ogg chain being split (when kind() is Ogg): its title, headers and
   // file extension.

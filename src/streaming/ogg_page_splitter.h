@@ -16,6 +16,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -47,6 +48,11 @@ class OggPageSplitter {
   // server sends a new listener the current chain's headers first).
   void restart();
   uint64_t bytesFed() const { return fed_; }
+  // Inside a chain whose header pages have all been handed on: the bytes
+  // of the next page fed so far; nullopt otherwise.
+  std::optional<size_t> partialPageBytes() const {
+    return inChain_ && pendingHeaders_.empty() ? std::optional<size_t>(fed_ - consumed_) : std::nullopt;
+  }
 
   // The current chain: its title ("Artist - Title" from the comment header's
   // ARTIST and TITLE, or TITLE alone; empty when it names none), its header
