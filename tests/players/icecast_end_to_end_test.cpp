@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <belvane/BVMP3StreamPlayer.h>
-
 #include <belvane/BVRequestSettings.h>
 
 #include <map>

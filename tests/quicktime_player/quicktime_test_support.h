@@ -1,5 +1,6 @@
-// Helpers for the general engine's player tests: media made on the fly and
-// a live HLS station with timed ID3, served from a loopback server.
+// Helpers for the general engine's player tests: media made on the fly, an
+// endless AAC station with a title the test sets (on the ICY test server)
+// and a live HLS station with timed ID3, served from a loopback server.
 #pragma once
 
 #include "support/gst_media_files.h"
