@@ -8,17 +8,16 @@
 #include <belvane/belvane.h>
 
 #include <gio/gio.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
-#include <optional>
 
 #include "support/gst_media_files.h"
 #include "support/icy_test_server.h"
 #include "support/mp3_test_data.h"
+#include "support/private_system_bus.h"
 #include "support/recording_owner.h"
+#include "support/scoped_env.h"
 #include "support/temp_dir.h"
 
 using namespace belvane::test;
@@ -37,43 +36,13 @@ bool installed(const char* program) {
     if (!installed("playerctl")) GTEST_SKIP() << "playerctl is not installed (apt playerctl)"; \
   } while (0)
 
-// A session bus of this test's own: a dbus-daemon whose address goes into
-// DBUS_SESSION_BUS_ADDRESS (for the publisher and for playerctl) until the
-// bus is stopped.
-class PrivateBus {
- public:
-  PrivateBus() {
-    const char* argv[] = {"dbus-daemon", "--session", "--nofork", "--print-address", nullptr};
-    int out = -1;
-    if (!g_spawn_async_with_pipes(nullptr, const_cast<char**>(argv), nullptr,
-                                  GSpawnFlags(G_SPAWN_SEARCH_PATH | G_SPAWN_DO_NOT_REAP_CHILD |
-                                              G_SPAWN_STDERR_TO_DEV_NULL),
-                                  nullptr, nullptr, &pid_, nullptr, &out, nullptr, nullptr))
-      return;
-    std::string address;
-    char c;
-    while (read(out, &c, 1) == 1 && c != '\n') address += c;
-    close(out);
-    if (address.empty()) return;
-    if (const char* previous = getenv("DBUS_SESSION_BUS_ADDRESS")) previous_ = previous;
-    setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
-    started_ = true;
-  }
-  ~PrivateBus() {
-    if (previous_) setenv("DBUS_SESSION_BUS_ADDRESS", previous_->c_str(), 1);
-    else unsetenv("DBUS_SESSION_BUS_ADDRESS");
-    if (pid_ > 0) {
-      kill(pid_, SIGTERM);
-      waitpid(pid_, nullptr, 0);
-      g_spawn_close_pid(pid_);
-    }
-  }
-  bool started() const { return started_; }
-
- private:
-  GPid pid_ = 0;
-  bool started_ = false;
-  std::optional<std::string> previous_;
+// A session bus of this test's own (the private bus helper, taken as the
+// session bus by the publisher and by playerctl) until it is stopped.
+struct PrivateBus {
+  TempDir dir;
+  PrivateSystemBus bus{dir.path()};
+  ScopedEnv session{"DBUS_SESSION_BUS_ADDRESS", bus.address()};
+  bool started() const { return !bus.address().empty(); }
 };
 
 // Runs playerctl with the arguments while the main run loop turns (the
@@ -164,14 +133,6 @@ class Follower {
   std::string out_;
 };
 
-// A master player on the null output (in real time) that host owns.
-std::shared_ptr<BVMasterPlayer> masterOwnedBy(RecordingOwner& host) {
-  auto master = BVMasterPlayer::create();
-  EXPECT_EQ(master->setAudioOutput("null"), 0);
-  master->setOwner(&host);
-  return master;
-}
-
 std::shared_ptr<BVMediaLink> stationLink(const std::string& url) {
   auto link = linkTo(url)->mutableCopy();
   link->setTitle(std::string("Loopback FM"));
@@ -195,8 +156,9 @@ TEST(MPRISPublisher, PlayerctlReadsAndDrivesALiveStation) {
   script.headers = {{"icy-genre", "Jazz"}, {"icy-url", "http://radio.example/"}, {"icy-br", "128"}};
   server.serve("/live", {script});
 
-  RecordingOwner host;
-  auto master = masterOwnedBy(host);
+  MasterRun run("null");  // real time
+  auto& master = run.master;
+  auto& host = run.owner;
   auto publisher = BVMPRISPublisher::create(master);
   ASSERT_TRUE(publisher);
   EXPECT_EQ(publisher->busName(), "org.mpris.MediaPlayer2.belvane");
@@ -260,7 +222,6 @@ TEST(MPRISPublisher, PlayerctlReadsAndDrivesALiveStation) {
   publisher.reset();
   EXPECT_EQ(master->owner(), &host);
   EXPECT_EQ(playerctl({"-l"}).find("belvane"), std::string::npos);
-  master->setOwner(nullptr);
 }
 
 TEST(MPRISPublisher, PlayerctlShowsAFilesTagsPausesAndSeeksIt) {
@@ -274,8 +235,9 @@ TEST(MPRISPublisher, PlayerctlShowsAFilesTagsPausesAndSeeksIt) {
   std::string path = dir.write("song.mp3", id3v2Tag(3, {{"TIT2", "Song"}, {"TPE1", "Band"}, {"TALB", "Record"},
                                                         {"APIC", std::string("image/png\0\x03\0", 12) + png}}) +
                                                stereoTone44k()->bytes);
-  RecordingOwner host;
-  auto master = masterOwnedBy(host);
+  MasterRun run("null");  // real time
+  auto& master = run.master;
+  auto& host = run.owner;
   auto publisher = BVMPRISPublisher::create(master);
   ASSERT_TRUE(publisher);
   master->playLink(BVMediaLink::linkWithURL(BVURL::fileURLWithPath(path)));
@@ -302,7 +264,6 @@ TEST(MPRISPublisher, PlayerctlShowsAFilesTagsPausesAndSeeksIt) {
   EXPECT_EQ(host.sequence(),
             (std::vector<BVPlayerState>{BVPlayerStateConnecting, BVPlayerStatePlaying, BVPlayerStateStopped}));
   publisher.reset();
-  master->setOwner(nullptr);
 }
 
 TEST(MPRISPublisher, NamesTheSecondPlayerByInstanceAndNeedsABus) {

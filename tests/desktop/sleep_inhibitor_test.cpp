@@ -221,13 +221,11 @@ TEST(SleepInhibitor, HeldWhilePlayingReleasedOnPauseAndStopAndNotAskedWhenOff) {
   FakeLogind& logind = *service;
   ASSERT_TRUE(logind.registered());
 
-  RecordingOwner owner;
-  auto master = BVMasterPlayer::create();
-  master->setOwner(&owner);
-  ASSERT_EQ(master->setAudioOutput("null"), 0);  // real time: the file lasts
+  MasterRun run("null");  // real time: the file lasts
+  auto& master = run.master;
   EXPECT_TRUE(master->inhibitsSleep());
   master->playLink(linkTo("file://" + writeToneFile(dir.path())));
-  ASSERT_TRUE(owner.runUntil(BVPlayerStatePlaying));
+  ASSERT_TRUE(run.owner.runUntil(BVPlayerStatePlaying));
   ASSERT_TRUE(runUntil([&] { return logind.held() == 1; }));
   auto first = logind.inhibitions().front();
   EXPECT_EQ(first.what, "sleep");
@@ -271,5 +269,4 @@ TEST(SleepInhibitor, HeldWhilePlayingReleasedOnPauseAndStopAndNotAskedWhenOff) {
   ASSERT_TRUE(runUntil([&] { return master->state() == BVPlayerStatePlaying; }));
   ASSERT_TRUE(runUntil([&] { return log.contains("Sleep is not inhibited"); }));
   EXPECT_EQ(master->state(), BVPlayerStatePlaying);
-  master->setOwner(nullptr);
 }

@@ -56,12 +56,12 @@ class HelixLoading : public ::testing::Test {
 
 TEST_F(HelixLoading, IsUnavailableUntilTheApplicationIsInstalledAndRechecked) {
   BVHelixPlayerEngine engine;
-  installApplication("Other.app", "org.example.other", STAND_IN_HXKIT_COMPLETE);
+  installApplication("Other.app", "org.example.other", SCRIPTED_HXKIT);
   EXPECT_FALSE(engine.isAvailable());
   expectError(engine.loadingError(), -43, "RealPlayer could not be found");
 
   // Installing is not noticed until the engine is told to look again.
-  installApplication("RealPlayer.app", "com.realnetworks.realplayer", STAND_IN_HXKIT_COMPLETE);
+  installApplication("RealPlayer.app", "com.realnetworks.realplayer", SCRIPTED_HXKIT);
   EXPECT_FALSE(engine.isAvailable());
   engine.recheckAvailablity();
   EXPECT_FALSE(engine.didAttemptLoad());
@@ -86,7 +86,7 @@ TEST_F(HelixLoading, ReportsAMissingKitAndAnIncompatibleOne) {
   }
   fs::remove_all(data_.path() + "/belvane");
   {
-    installApplication("RealPlayer.app", "com.RealNetworks.RealPlayer", STAND_IN_HXKIT_WITHOUT_IS_LIVE);
+    installApplication("RealPlayer.app", "com.RealNetworks.RealPlayer", SCRIPTED_HXKIT_WITHOUT_IS_LIVE);
     BVHelixPlayerEngine engine;
     EXPECT_FALSE(engine.isAvailable());
     expectError(engine.loadingError(), -4, "HXClientKit version incompatible");

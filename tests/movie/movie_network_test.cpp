@@ -1,13 +1,11 @@
 // Movies on loopback servers: a live AAC stream, HTTP errors, a stalling
-// server, HLS (with a player's request settings), station lists and an
-// Icecast-style stream title.
+// server, HLS (with a player's request settings) and station lists. (ICY
+// titles through the movie: the general engine's live-station tests.)
 #include <belvane/BVURLAdditions.h>
-#include <gst/gst.h>
 #include <gtest/gtest.h>
 
 #include "movie_test_support.h"
 #include "support/gst_media_files.h"
-#include "support/icy_test_server.h"
 #include "support/temp_dir.h"
 #include "support/test_http_proxy.h"
 #include "support/test_http_server.h"
@@ -130,29 +128,4 @@ TEST_F(NetworkMovie, StationListsPlayTheFirstEntryThatOpens) {
   ASSERT_TRUE(runUntil([&] { return loadState(*dead) == QTMovieLoadStateError; }));
   EXPECT_EQ(dead->movieStatus(), 404);
   EXPECT_EQ(server_.requestCount("/gone2.aac"), 1);
-}
-
-TEST(IcyMovie, StreamTitlesArriveAsTags) {
-  if (!lameAvailable()) GTEST_SKIP() << "no MP3 encoder";
-  IcyTestServer server;
-  IcyStreamScript script;
-  script.audio = {stereoTone44k()};
-  server.serve("/radio", {script});
-  auto movie = openURL(server.url("/radio"));
-  ASSERT_TRUE(movie);
-  MovieEvents events;
-  events.watch(*movie);
-  ASSERT_TRUE(runUntil([&] { return loadState(*movie) >= QTMovieLoadStatePlaythroughOK || loadState(*movie) < 0; }));
-  movie->play();
-  std::string title;
-  ASSERT_TRUE(runUntil([&] {
-    GstTagList* tags = movie->copyTags();
-    gchar* text = nullptr;
-    if (tags && gst_tag_list_get_string(tags, GST_TAG_TITLE, &text)) title = text;
-    g_free(text);
-    if (tags) gst_tag_list_unref(tags);
-    return title.rfind("Title ", 0) == 0;
-  }));
-  EXPECT_GT(events.metadataChanges, 0);
-  EXPECT_TRUE(QTTimeIsIndefinite(movie->duration()));
 }

@@ -2,89 +2,24 @@
 // three times while the MP3 stream player plays it into a WAV file, and
 // each title must be announced when the output has written exactly up to
 // (within one MPEG frame of) the audio that follows it in the stream.
-// What the listener received is recorded by a loopback relay between the
-// player and Icecast, and read independently of the player.
+// What the listener received is recorded by the loopback proxy the player
+// goes through, and read independently of the player.
 #include <gtest/gtest.h>
 
 #include <belvane/BVMP3StreamPlayer.h>
+#include <belvane/BVRequestSettings.h>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <map>
-#include <mutex>
 
 #include "support/icecast_server.h"
 #include "support/mp3_test_data.h"
 #include "support/recording_owner.h"
 #include "support/temp_dir.h"
-#include "support/test_http_server.h"
+#include "support/test_http_proxy.h"
 
 using namespace belvane::test;
 
 namespace {
-
-// Relays requests for one path to a server port (through the loopback test
-// server) and records what that server sent back on each connection.
-class RecordingRelay {
- public:
-  RecordingRelay(int targetPort, const std::string& path) {
-    http_.route(path, [this, targetPort](const ReceivedRequest& request) {
-      return Response::rawStream([=, this](ResponseWriter& writer) { relay(targetPort, request, writer); });
-    });
-  }
-  std::string url(const std::string& path) const { return http_.url(path); }
-  // The longest reply received (the playing connection).
-  std::string longest() {
-    std::lock_guard lock(mutex_);
-    std::string best;
-    for (auto& r : received_)
-      if (r.size() > best.size()) best = r;
-    return best;
-  }
-
- private:
-  void relay(int targetPort, const ReceivedRequest& request, ResponseWriter& client) {
-    size_t index;
-    {
-      std::lock_guard lock(mutex_);
-      index = received_.size();
-      received_.emplace_back();
-    }
-    int server = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_port = htons(uint16_t(targetPort));
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    timeval tick{0, 100'000};  // to notice the test server stopping
-    setsockopt(server, SOL_SOCKET, SO_RCVTIMEO, &tick, sizeof tick);
-    std::string head = request.method + " " + request.target + " HTTP/1.1\r\n";
-    for (auto& [name, value] : request.headers) head += name + ": " + value + "\r\n";
-    head += "\r\n";
-    if (connect(server, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0 &&
-        send(server, head.data(), head.size(), MSG_NOSIGNAL) == ssize_t(head.size())) {
-      char buf[16384];
-      for (;;) {
-        ssize_t n = recv(server, buf, sizeof buf, 0);
-        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) && client.pause(0.001)) continue;
-        if (n <= 0) break;
-        {
-          std::lock_guard lock(mutex_);
-          received_[index].append(buf, size_t(n));
-        }
-        if (!client.write(std::string_view(buf, size_t(n)))) break;
-      }
-    }
-    close(server);
-  }
-
-  std::mutex mutex_;
-  std::vector<std::string> received_;
-  TestHTTPServer http_;  // last: its connections end before the rest goes
-};
 
 // For each title in a recorded ICY reply: the number of samples of the MPEG
 // frames that start before the metadata block (where the title's audio begins).
@@ -140,8 +75,7 @@ TEST(IcecastEndToEnd, ThreeTitleChangesAreAnnouncedWithTheirAudio) {
   ASSERT_TRUE(ice.start(9600));
   ASSERT_TRUE(ice.startSource("/live.mp3", tone.bytes, 16000));
   ASSERT_TRUE(ice.setTitle("/live.mp3", "Opening"));
-  std::string mountURL = ice.url("/live.mp3");
-  RecordingRelay relay(std::stoi(mountURL.substr(mountURL.rfind(':') + 1)), "/live.mp3");
+  TestHTTPProxy proxy;
 
   TempDir dir;
   RecordingOwner owner;
@@ -149,7 +83,8 @@ TEST(IcecastEndToEnd, ThreeTitleChangesAreAnnouncedWithTheirAudio) {
   player->setOwner(&owner);
   ASSERT_EQ(player->setAudioOutput("wav:" + dir.path() + "/station.wav"), 0);
   owner.frames = [p = player.get()] { return p->outputFramesWritten(); };
-  player->playLink(linkTo(relay.url("/live.mp3")));
+  player->setRequestSettings(BVRequestSettings::defaultSettings()->withProxyURL(proxy.url()));
+  player->playLink(linkTo(ice.url("/live.mp3")));
   ASSERT_TRUE(BVRunLoop::main().runUntil([&] { return owner.reached(BVPlayerStatePlaying); }, 10.0));
 
   const std::vector<std::string> changes{"First change", "Second change", "Third change"};
@@ -160,10 +95,10 @@ TEST(IcecastEndToEnd, ThreeTitleChangesAreAnnouncedWithTheirAudio) {
         << title << " never announced";
   }
   EXPECT_FALSE(owner.reached(BVPlayerStateError));
-  EXPECT_EQ(ice.listenerConnections(), 1);  // through the relay: one connection played it all
+  EXPECT_EQ(ice.listenerConnections(), 1);  // through the proxy: one connection played it all
   player.reset();
 
-  auto positions = titlePositions(relay.longest());
+  auto positions = titlePositions(proxy.longestReply());
   for (auto& title : changes) {
     ASSERT_TRUE(positions.count(title)) << title << " not in the recorded stream";
     auto it = std::find(owner.titles.begin(), owner.titles.end(), title);

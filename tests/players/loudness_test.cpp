@@ -9,29 +9,17 @@
 #include <ebur128.h>
 #include <glib.h>
 
-#include <cstring>
-#include <fstream>
-#include <iterator>
 #include <vector>
 
 #include "support/icy_test_server.h"
 #include "support/recording_owner.h"
 #include "support/scoped_env.h"
 #include "support/temp_dir.h"
+#include "support/wav_samples.h"
 
 using namespace belvane::test;
 
 namespace {
-// The stereo float samples of the output's WAV file (its 58-byte header).
-std::vector<float> wavSamples(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  if (bytes.size() < 58 || std::memcmp(bytes.data() + 50, "data", 4) != 0) return {};
-  std::vector<float> samples((bytes.size() - 58) / 4);
-  std::memcpy(samples.data(), bytes.data() + 58, samples.size() * 4);
-  return samples;
-}
-
 // The loudness (LUFS) of `seconds` of the file from `from` seconds on
 // (negative: from the end).
 double loudness(const std::vector<float>& samples, double from, double seconds) {

@@ -80,18 +80,11 @@ def test_failure_reaches_the_callback_in_words_and_bad_calls_raise(player):
     player.set_audio_output("")
     with pytest.raises(belvane.BelvaneError):
         player.reconnect_patience = -1
+    # A float and a bool pass both ways; out-of-range values are refused.
     player.volume, player.muted = 0.25, True
     assert (player.volume, player.muted) == (0.25, True)
-    assert player.reconnect_patience == 300
-    player.reconnect_patience = 0
-    assert player.reconnect_patience == 0
     with pytest.raises(belvane.BelvaneError):
         player.fade_volume(2.0, 1)
-
-    # Sleep and loudness settings hold; a target out of range is refused.
-    assert (player.inhibit_sleep, player.normalize_loudness, player.loudness_target) == (True, False, -18)
-    player.inhibit_sleep, player.normalize_loudness, player.loudness_target = False, True, -23
-    assert (player.inhibit_sleep, player.normalize_loudness, player.loudness_target) == (False, True, -23)
     with pytest.raises(belvane.BelvaneError):
         player.loudness_target = 3
 
@@ -139,29 +132,20 @@ def id3v23(**frames):
     return b"ID3\3\0\0" + bytes([(size >> 21) & 127, (size >> 14) & 127, (size >> 7) & 127, size & 127]) + body
 
 
-def test_a_file_has_its_tags_together_pauses_and_seeks(tmp_path):
+def test_a_file_has_its_tags_and_seeks(tmp_path):
+    # The whole promise is the C interface's file test; here the wrappers:
+    # the attribute dictionary, has_position, seek and elapsed_time.
     path = tmp_path / "song.mp3"
-    path.write_bytes(id3v23(TIT2="Song", TPE1="Band", TALB="Record") + pathlib.Path(os.environ["BELVANE_TEST_MP3"]).read_bytes())
-    sets, titles, states = [], [], []
+    path.write_bytes(id3v23(TPE1="Band") + pathlib.Path(os.environ["BELVANE_TEST_MP3"]).read_bytes())
+    sets = []
     with belvane.Player() as player:
         player.set_audio_output("null")
         player.on_attributes = lambda p, attributes: sets.append(attributes)
-        player.on_title = lambda p, title: titles.append(title)
-        player.on_state = lambda p, old, new, error: states.append(new)
         player.play(str(path))
         assert run_until(lambda: player.state == belvane.State.PLAYING)
-        assert sets and all(s[belvane.ATTRIBUTE_ARTIST] == "Band" and s[belvane.ATTRIBUTE_ALBUM] == "Record"
-                            and float(s[belvane.ATTRIBUTE_DURATION]) > 1 for s in sets)
-        assert titles == ["Song"]
-
-        assert player.has_position
-        player.pause()
-        assert player.paused and player.state == belvane.State.PLAYING
+        assert sets and sets[-1][belvane.ATTRIBUTE_ARTIST] == "Band" and player.has_position
         player.seek(1.0)
         assert abs(player.elapsed_time - 1.0) < 0.05
-        player.resume()
-        assert run_until(lambda: player.state == belvane.State.STOPPED)
-        assert states == [belvane.State.CONNECTING, belvane.State.PLAYING, belvane.State.STOPPED]
 
 
 def test_error_constants_are_those_of_the_c_header():

@@ -1,5 +1,5 @@
-// The general engine's player on real media: local files, live streams,
-// errors, ASX playlists and the attributes it announces.
+// The general engine's player on real media: local files, errors, ASX
+// playlists and the attributes it announces.
 #include <belvane/BVConstants.h>
 #include <belvane/BVQuickTimePlayer.h>
 #include "players/quicktime/quicktime_player_access.h"
@@ -82,21 +82,6 @@ TEST(QuickTimePlayback, MoviesWithPicturesPlayTheirSoundAndSilentOnesEnd) {
     else
       EXPECT_EQ(p.player->outputFramesWritten(), 0u);
   }
-}
-
-TEST(QuickTimePlayback, LiveStreamHasNoPosition) {
-  TempDir dir;
-  auto adts = readWholeFile(writeMediaFile(dir.path() + "/live.aac", MediaKind::ADTS, 3.0));
-  TestHTTPServer server;
-  AACStation station(server, "/live", adts, "Now Playing");
-  Playing p;
-  p.player->playLink(linkTo(server.url("/live")));
-  ASSERT_TRUE(p.owner.runUntil(BVPlayerStatePlaying));
-  BVRunLoop::main().runFor(1.5);
-  EXPECT_FALSE(p.player->hasPosition());
-  EXPECT_EQ(p.player->position(), -1.0f);
-  EXPECT_FALSE(p.player->attributes().contains(BVPlayerAttributeDurationKey));
-  EXPECT_EQ(p.player->state(), BVPlayerStatePlaying);
 }
 
 TEST(QuickTimePlayback, UnreachableAndUnreadableMediaAreWordedForTheUser) {

@@ -1,9 +1,10 @@
 // Helpers for the general engine's player tests: media made on the fly, an
-// endless ADTS station with ICY stream titles and a live HLS station with
-// timed ID3, served from a loopback server.
+// endless AAC station with a title the test sets (on the ICY test server)
+// and a live HLS station with timed ID3, served from a loopback server.
 #pragma once
 
 #include "support/gst_media_files.h"
+#include "support/icy_test_server.h"
 #include "support/mp3_test_data.h"
 #include "support/recording_owner.h"
 #include "support/temp_dir.h"
@@ -21,21 +22,28 @@ inline Mp3Data aacTone(const TempDir& dir, double seconds) {
   return splitAdtsFrames(readWholeFile(writeMediaFile(dir.path() + "/tone.aac", MediaKind::ADTS, seconds)));
 }
 
-// An endless AAC station: the ADTS bytes round and round, paced at about
-// real time after a short burst, with an ICY metadata block every metaint
-// bytes carrying "StreamTitle='<title>';" when the client asked for them.
-class AACStation {
- public:
-  AACStation(TestHTTPServer& server, const std::string& path, std::string adts, std::string title);
-  void setTitle(const std::string& title);
-
-  struct Shared {
-    std::mutex mutex;
-    std::string title;
-  };
+// An endless AAC station at real time whose every metadata block carries
+// the title last given to setTitle (read on the server's thread).
+struct LiveAACStation {
+  LiveAACStation(IcyTestServer& server, const std::string& path, const Mp3Data& aac) {
+    IcyStreamScript script{.contentType = "audio/aacp", .audio = {&aac}, .audioBytes = UINT64_MAX, .pace = 1.0};
+    script.titleForBlock = [title = title_](int) {
+      std::lock_guard lock(title->mutex);
+      return title->text;
+    };
+    server.serve(path, {script});
+  }
+  void setTitle(const std::string& text) {
+    std::lock_guard lock(title_->mutex);
+    title_->text = text;
+  }
 
  private:
-  std::shared_ptr<Shared> shared_ = std::make_shared<Shared>();
+  struct Title {
+    std::mutex mutex;
+    std::string text;
+  };
+  std::shared_ptr<Title> title_ = std::make_shared<Title>();
 };
 
 }  // namespace belvane::test

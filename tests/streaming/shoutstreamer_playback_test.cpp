@@ -1,11 +1,12 @@
-// Playing loopback streams: audio and titles delivered from one thread,
-// titles placed to the frame, sample-rate changes, clean ends and
-// reconnection after a drop.
+// Playing loopback streams: the tuner's reply played with its titles placed
+// to the frame, audio and titles delivered from one thread, sample-rate
+// changes, clean ends and reconnection after a drop.
 #include "streaming/shoutstreamer.h"
 #include "streaming/stream_recorder.h"
 #include "support/icy_test_server.h"
 #include "support/private_system_bus.h"
 #include "support/temp_dir.h"
+#include "tuner/tuner_test_support.h"
 
 #include <gtest/gtest.h>
 
@@ -36,10 +37,18 @@ TEST_P(StatusLines, PlaysWithTitlesInPlace) {
   auto tuning = belvane::test::fastTuning();
   tuning.stallTimeout = 10;  // the stream stalls at its end
   StreamRecorder recorder(tuning);
-  ASSERT_EQ(recorder.start(server.url("/live")), 0);
+  // The stream the tuner finds is played from the tuner's own reply, started
+  // inside the tuner's call as the MP3 player does: one request in all.
+  belvane::test::RecordingTunerDelegate delegate;
+  delegate.onFound = [&] { ASSERT_EQ(recorder.start(delegate.found.back().url), 0); };
+  auto tuner = QLStreamTuner::create(&delegate);
+  tuner->setSourceURL(*BVURL::URLWithString(server.url("/live")));
+  tuner->start();
+  ASSERT_TRUE(belvane::test::runUntil([&] { return !delegate.found.empty(); }));
   // All but what waits in the prebuffer after the last byte.
   const uint64_t audioFrames = 400'000 / 418 * kMpegFrame;
   ASSERT_TRUE(recorder.waitForFrames(audioFrames - 30 * kMpegFrame));
+  EXPECT_EQ(server.connections("/live"), 1);
   auto states = recorder.states();
   ASSERT_GE(states.size(), 3u);
   EXPECT_EQ(states[0], std::make_pair(0, 1));

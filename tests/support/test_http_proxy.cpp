@@ -58,7 +58,7 @@ bool sendAll(int fd, const std::string& bytes) {
   return true;
 }
 
-Response forward(const ReceivedRequest& request) {
+Response forward(const ReceivedRequest& request, const std::shared_ptr<TestHTTPProxy::Replies>& replies) {
   Target target;
   if (!splitTarget(request.target, target)) return Response::status(400, "text/plain", "not a proxy request\n");
   int fd = connectTo(target);
@@ -74,13 +74,24 @@ Response forward(const ReceivedRequest& request) {
     return Response::status(502, "text/plain", "server went away\n");
   }
   auto server = std::make_shared<int>(fd);
-  return Response::rawStream([server](ResponseWriter& writer) {
+  size_t index;
+  {
+    std::lock_guard lock(replies->mutex);
+    index = replies->received.size();
+    replies->received.emplace_back();
+  }
+  return Response::rawStream([server, replies, index](ResponseWriter& writer) {
     char block[16384];
     for (;;) {
       pollfd ready{*server, POLLIN, 0};
       if (poll(&ready, 1, 100) > 0) {
         ssize_t n = recv(*server, block, sizeof block, 0);
-        if (n <= 0 || !writer.write(std::string_view(block, size_t(n)))) break;
+        if (n <= 0) break;
+        {
+          std::lock_guard lock(replies->mutex);
+          replies->received[index].append(block, size_t(n));
+        }
+        if (!writer.write(std::string_view(block, size_t(n)))) break;
       } else if (!writer.pause(0.001)) {
         break;  // the proxy stops
       }
@@ -91,7 +102,17 @@ Response forward(const ReceivedRequest& request) {
 
 }  // namespace
 
-TestHTTPProxy::TestHTTPProxy() { server_.route("*", forward); }
+TestHTTPProxy::TestHTTPProxy() {
+  server_.route("*", [replies = replies_](const ReceivedRequest& request) { return forward(request, replies); });
+}
+
+std::string TestHTTPProxy::longestReply() const {
+  std::lock_guard lock(replies_->mutex);
+  std::string longest;
+  for (const auto& reply : replies_->received)
+    if (reply.size() > longest.size()) longest = reply;
+  return longest;
+}
 
 std::string TestHTTPProxy::url() const { return "http://127.0.0.1:" + std::to_string(server_.port()); }
 

@@ -6,8 +6,8 @@
 // with "Connection: close" and "Via: 1.1 belvane-test-proxy" (a server
 // can tell what came this way), and relays the reply, whatever it is (HTTP or
 // "ICY 200 OK", a whole file or an endless stream), byte for byte until
-// either side goes. A server it cannot reach is a 502. CONNECT (HTTPS) is
-// not offered.
+// either side goes, keeping a copy of each reply. A server it cannot reach
+// is a 502. CONNECT (HTTPS) is not offered.
 //
 //   TestHTTPProxy proxy;
 //   player->setRequestSettings(BVRequestSettings::defaultSettings()->withProxyURL(proxy.url()));
@@ -16,6 +16,8 @@
 
 #include "support/test_http_server.h"
 
+#include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -31,9 +33,18 @@ class TestHTTPProxy {
   std::vector<ReceivedRequest> requests() const { return server_.requests(); }
   // How many of them asked for this absolute URL (the query ignored).
   int requestsFor(const std::string& url) const { return server_.requestCount(url); }
+  // The longest reply relayed so far, as its server sent it (the
+  // connection that played a stream).
+  std::string longestReply() const;
+
+  struct Replies {
+    std::mutex mutex;
+    std::vector<std::string> received;
+  };
 
  private:
-  TestHTTPServer server_;
+  std::shared_ptr<Replies> replies_ = std::make_shared<Replies>();
+  TestHTTPServer server_;  // last: its connections end before the replies go
 };
 
 }  // namespace belvane::test

@@ -172,13 +172,13 @@ TEST(StreamTuner, AnHLSPlaylistIsOneStream) {
   EXPECT_EQ(server.requestCount("/live/segment1.aac"), 0);
 }
 
+// (An ICY 404, a redirect loop and a playlist over the size cap: the error
+// taxonomy's rows, which see the tuner's codes as a host does.)
 TEST(StreamTuner, FailuresComeAsReadableErrors) {
   TestHTTPServer server;
   server.route("/aac", stream("audio/aacp"));
   server.route("/station.pls", Response::ok("audio/x-scpls", "[playlist]\nFile1=/aac\n"));
   server.route("/dead.pls", Response::ok("audio/x-scpls", "[playlist]\nFile1=/gone\n"));
-  server.route("/offline", Response("ICY 404 Resource Not Found"));
-  server.route("/huge.m3u", Response::ok("audio/x-mpegurl").generate(repeatBytes("http://127.0.0.1/x\n", 3'000'000)));
 
   auto failure = [](const std::string& url) {
     RecordingTunerDelegate delegate;
@@ -202,20 +202,8 @@ TEST(StreamTuner, FailuresComeAsReadableErrors) {
   EXPECT_EQ(refused->code(), BVURLErrorCannotConnectToHost);
   EXPECT_EQ(refused->localizedDescription(), "Could not connect to the server.");
 
-  BVErrorRef offline = failure(server.url("/offline"));
-  EXPECT_EQ(offline->domain(), "NetHTTPErrorDomain");
-  EXPECT_EQ(offline->code(), 404);
-
   // The only listed stream is gone: its error says why.
   EXPECT_EQ(failure(server.url("/dead.pls"))->code(), 404);
-
-  BVErrorRef huge = failure(server.url("/huge.m3u"));
-  EXPECT_EQ(huge->code(), QLStreamTunerErrorPlaylistTooLarge);
-
-  server.route("/loop", Response::redirect(server.url("/loop")));
-  BVErrorRef loop = failure(server.url("/loop"));
-  EXPECT_EQ(loop->domain(), BVURLErrorDomain);
-  EXPECT_EQ(loop->code(), BVURLErrorHTTPTooManyRedirects);
 
   // Every candidate declined.
   BVErrorRef declined;

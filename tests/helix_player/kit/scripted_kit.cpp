@@ -5,7 +5,8 @@
 // are queued on the calling thread's GLib main context, as a real kit's
 // would arrive on the run loop; releasing a player drops its queued reports.
 // On request, releasing a player also reports synchronously while it goes,
-// as a kit stopping its playback might.
+// as a kit stopping its playback might. Built with
+// SCRIPTED_KIT_WITHOUT_IS_LIVE it lacks isLive (a kit the engine refuses).
 #include <belvane/HXClientKitABI.h>
 
 #include <glib.h>
@@ -174,7 +175,11 @@ extern "C" __attribute__((visibility("default"))) const HXClientPlayerClass HXCl
     [](HXClientPlayerRef) { return false; },
     [](HXClientPlayerRef, bool muted) { record(std::string("mute ") + (muted ? "1" : "0")); },
     [](HXClientPlayerRef) { return script().length; },
+#ifdef SCRIPTED_KIT_WITHOUT_IS_LIVE
+    nullptr,  // an incompatible kit: isLive missing
+#else
     [](HXClientPlayerRef) { return script().live; },
+#endif
     copyStatisticsFor,
     addObserver,
     removeObserver,
