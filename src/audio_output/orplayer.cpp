@@ -11,7 +11,11 @@
 // "Playing" (orplayer_is_playing) starts with the first frame queued after a
 // start and lasts until orplayer_stop, or until orplayer_play_done has
 // played everything out, the device's own buffer included. More frames after
-// play_done simply start playing again.
+// play_done simply start playing again. Nobody has to poll for either:
+// orplayer_wait_written and orplayer_wait_drained block on the core's
+// `progress` condition, which the output thread signals when it has written
+// what a waiter wants and when a play-out ends, and the drained listener
+// hears each play-out end (for a direct output, play_done names when).
 //
 // The outputs we implement ourselves ("null", "null:fast", "wav:PATH") get
 // no thread: play_wait writes to them directly (the paced null output
@@ -49,6 +53,7 @@ using belvane::detail::OutputSession;
 using belvane::detail::outputLog;
 using belvane::detail::PlayerCore;
 using belvane::detail::recoverBackend;
+using State = PlayerCore::State;
 
 namespace {
 
@@ -82,17 +87,16 @@ void stopLocked(orplayer* player) {
   bool direct;
   {
     std::lock_guard lock(core.mutex);
-    if (!core.running) return;
-    core.running = false;
+    if (!core.isOpen()) return;
+    core.state = State::Idle;
     ++core.session;
     core.ring.clear();
-    core.audible = false;
-    core.done = false;
     direct = core.directOutput;
     core.directOutput = false;
   }
   core.room.notify_all();
   core.work.notify_all();
+  core.progress.notify_all();  // waits for frames written or a play-out end return at once
   if (direct) {
     // Ends a paced write's sleep, then waits for the write to return;
     // closing completes a file.
@@ -121,7 +125,7 @@ void writeDirect(orplayer* player, uint64_t id, unsigned rate, float** channels,
   auto& backend = player->directBackend;
   {
     std::lock_guard coreLock(core.mutex);
-    if (!backend || core.session != id || core.closing) return;
+    if (!backend || core.session != id || !core.takesFrames()) return;
   }
   if (rate != backend->rate()) {
     backend->drain();
@@ -149,6 +153,7 @@ void writeDirect(orplayer* player, uint64_t id, unsigned rate, float** channels,
     if (uint64_t gaps = backend->takeUnderruns()) core.underruns.fetch_add(gaps, std::memory_order_relaxed);
     std::lock_guard coreLock(core.mutex);
     core.directPlayedOutAt = backend->playedOutAt();
+    core.noteWritten();
   } else if (!player->session->stopRequested()) {
     recoverBackend(backend, core, 0, player->session);
   }
@@ -194,7 +199,7 @@ void changePlayingOutput(orplayer* player) {
   if (!setting) return;
   {
     std::lock_guard lock(core.mutex);
-    if (!core.running) return;
+    if (!core.isOpen()) return;
     if (!core.directOutput && !setting->isWrittenDirectly()) {
       core.target = *setting;
       ++core.targetGeneration;
@@ -257,7 +262,7 @@ int startLocked(orplayer* player) {
   PlayerCore& core = *player->core;
   {
     std::lock_guard lock(core.mutex);
-    if (core.running) return 0;
+    if (core.isOpen()) return 0;
   }
 
   player->failureReason.clear();
@@ -300,11 +305,9 @@ int startLocked(orplayer* player) {
   {
     std::lock_guard lock(core.mutex);
     id = ++core.session;
-    core.running = true;
+    core.state = State::Started;
     core.failure = 0;
     core.failureReason.clear();
-    core.audible = false;
-    core.done = false;
     core.ring.clear();
     core.queueSeconds = queueSeconds;
   }
@@ -327,7 +330,7 @@ int startLocked(orplayer* player) {
     player->thread = std::thread(belvane::detail::runOutput, player->core, session, id, std::move(opened.backend), deviceSeconds);
   } catch (const std::system_error&) {
     std::lock_guard lock(core.mutex);
-    core.running = false;
+    core.state = State::Idle;
     ++core.session;
     return ORPLAYER_ERROR_THREAD;
   }
@@ -349,17 +352,19 @@ void orplayer_play_wait(orplayer_t player, float sampleRate, float** channels, i
   unsigned rate = static_cast<unsigned>(std::lround(sampleRate));
   PlayerCore& core = *player->core;
   std::unique_lock lock(core.mutex);
-  if (!core.running || core.closing || core.failure) return;
+  if (!core.takesFrames()) return;
   uint64_t id = core.session;
   ++core.writers;
-  core.done = false;
+  // More frames after play_done: the play-out is no longer the end.
+  if (core.state == State::Draining) core.state = State::Playing;
+  if (core.state == State::Drained) core.state = State::Started;
   core.lastRate = rate;
   if (core.directOutput) {
-    core.audible = true;
+    core.state = State::Playing;
     lock.unlock();
     writeDirect(player, id, rate, channels, static_cast<size_t>(frames));
     lock.lock();
-    if (--core.writers == 0 && core.closing) core.room.notify_all();
+    if (--core.writers == 0 && core.state == State::Closed) core.room.notify_all();
     return;
   }
   size_t offset = 0, total = static_cast<size_t>(frames);
@@ -370,20 +375,20 @@ void orplayer_play_wait(orplayer_t player, float sampleRate, float** channels, i
   while (offset < total) {
     size_t need = std::min(halfQueue, total - offset);
     size_t room = core.ring.room(rate, core.queueSeconds);
-    if (room < need && core.session == id && !core.closing) {
+    if (room < need && core.session == id && core.takesFrames()) {
       ++core.waitingWriters;
       core.writerNeeds = std::min(core.writerNeeds, need);
       core.writerRate = rate;
       core.room.wait(lock, [&] {
         room = core.ring.room(rate, core.queueSeconds);
-        return core.session != id || core.closing || core.failure || room >= need;
+        return core.session != id || !core.takesFrames() || room >= need;
       });
       if (--core.waitingWriters == 0) core.writerNeeds = SIZE_MAX;
     }
-    if (core.session != id || core.closing || core.failure) break;
+    if (core.session != id || !core.takesFrames()) break;
     size_t n = std::min(room, total - offset);
     core.ring.push(rate, channels, offset, n);
-    core.audible = true;
+    core.state = State::Playing;
     offset += n;
     if (core.outputWaiters > 0 && core.ring.frames() >= core.outputWants) {
       // Notified without the lock, so the output thread does not wake only
@@ -393,27 +398,51 @@ void orplayer_play_wait(orplayer_t player, float sampleRate, float** channels, i
       lock.lock();
     }
   }
-  if (--core.writers == 0 && core.closing) core.room.notify_all();
+  if (--core.writers == 0 && core.state == State::Closed) core.room.notify_all();
 }
 
 void orplayer_play_done(orplayer_t player) {
   if (!player) return;
   PlayerCore& core = *player->core;
-  std::lock_guard lock(core.mutex);
-  if (!core.running) return;
-  // A direct output has played out at directPlayedOutAt (is_playing checks);
-  // a threaded one is drained by its thread.
-  core.done = true;
-  core.work.notify_one();
+  double tellIn = -1;  // seconds until the play-out ends; negative: the output thread tells
+  {
+    std::lock_guard lock(core.mutex);
+    if (!core.isOpen()) return;
+    if (core.state == State::Playing) core.state = State::Draining;
+    if (core.state == State::Started) core.state = State::Drained;  // nothing to play out
+    const auto now = std::chrono::steady_clock::now();
+    if (core.directOutput || !core.isPlaying(now)) {
+      // A direct output has played out at directPlayedOutAt (isPlaying
+      // notes it); a threaded one is drained by its thread, which tells.
+      tellIn = core.isPlaying(now) ? std::chrono::duration<double>(core.directPlayedOutAt - now).count() : 0.0;
+    } else {
+      core.work.notify_one();
+    }
+  }
+  if (tellIn >= 0) core.tellDrained(tellIn);
 }
 
 int orplayer_is_playing(orplayer_t player) {
   if (!player) return 0;
   PlayerCore& core = *player->core;
   std::lock_guard lock(core.mutex);
-  if (core.directOutput && core.done && std::chrono::steady_clock::now() >= core.directPlayedOutAt)
-    core.audible = false;
-  return core.running && core.audible;
+  return core.isPlaying(std::chrono::steady_clock::now());
+}
+
+int orplayer_wait_written(orplayer_t player, uint64_t frames, int32_t timeout_ms) {
+  if (!player) return 0;
+  return player->core->waitWritten(frames, std::chrono::steady_clock::now() +
+                                               std::chrono::milliseconds(std::max<int32_t>(0, timeout_ms)));
+}
+
+int orplayer_wait_drained(orplayer_t player, int32_t timeout_ms) {
+  if (!player) return 1;
+  return player->core->waitDrained(std::chrono::steady_clock::now() +
+                                   std::chrono::milliseconds(std::max<int32_t>(0, timeout_ms)));
+}
+
+void orplayer_set_drained_listener(orplayer_t player, void (*listener)(double seconds, void* context), void* context) {
+  if (player) player->core->setDrainedListener(listener, context);
 }
 
 void orplayer_stop(orplayer_t player) {
@@ -447,6 +476,7 @@ float orplayer_get_gain(orplayer_t player) { return player ? player->core->gain.
 void orplayer_destroy(orplayer_t player) {
   if (!player) return;
   player->core->setDeviceListener(nullptr, nullptr);
+  player->core->setDrainedListener(nullptr, nullptr);
   {
     std::lock_guard control(player->control);
     stopLocked(player);
@@ -454,7 +484,7 @@ void orplayer_destroy(orplayer_t player) {
   PlayerCore& core = *player->core;
   {
     std::unique_lock lock(core.mutex);
-    core.closing = true;
+    core.state = State::Closed;
     core.room.notify_all();
     core.room.wait(lock, [&] { return core.writers == 0; });
   }

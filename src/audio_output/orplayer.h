@@ -65,6 +65,24 @@ void orplayer_play_done(orplayer_t player);
 int orplayer_is_playing(orplayer_t player);
 // Stops output at once, dropping what is queued; orplayer_start may follow.
 void orplayer_stop(orplayer_t player);
+// Linux additions: waiting on the output instead of polling it. Each blocks
+// the calling thread until its condition holds or timeout_ms passes, and
+// returns at once when the output stops (orplayer_stop from any thread, or
+// destroy). orplayer_wait_written: until orplayer_frames_written reaches
+// `frames` (1), or nothing plays any more, or the time is up (0).
+// orplayer_wait_drained: until orplayer_is_playing is false (1: played out
+// after orplayer_play_done, stopped, or failed), or the time is up (0).
+int orplayer_wait_written(orplayer_t player, uint64_t frames, int32_t timeout_ms);
+int orplayer_wait_drained(orplayer_t player, int32_t timeout_ms);
+// Linux addition: called when a play-out asked for by orplayer_play_done ends
+// or its end is known: `seconds` until orplayer_is_playing turns false (0:
+// it has; more for an output without a thread of its own, such as "null",
+// whose end play_done can name in advance). Also called when a failure ends
+// a play-out. On the output's thread or the caller of orplayer_play_done;
+// NULL removes it (waiting for a call in progress). The listener must not
+// call back into the player.
+void orplayer_set_drained_listener(orplayer_t player, void (*listener)(double seconds, void* context),
+                                   void* context);
 // Linear gain, applied to every sample as it leaves the queue (1.0 at
 // first). Not-a-number and infinite gains are ignored.
 void orplayer_set_gain(orplayer_t player, float gain);

@@ -29,12 +29,18 @@ void recoverBackend(std::unique_ptr<OutputBackend>& backend, PlayerCore& core, d
   const bool ends = backend->failureEndsPlayback();
   if (ends) {
     outputLog(QL_LOG_ERROR, "\"%s\" failed: %s", backend->name(), backend->failureReason().c_str());
-    std::lock_guard lock(core.mutex);
-    core.failure = ORPLAYER_ERROR_WAV_FILE;
-    core.failureReason = backend->failureReason();
-    core.ring.clear();
-    core.audible = false;
-    core.room.notify_all();
+    bool wasDraining;
+    {
+      std::lock_guard lock(core.mutex);
+      core.failure = ORPLAYER_ERROR_WAV_FILE;
+      core.failureReason = backend->failureReason();
+      core.ring.clear();
+      wasDraining = core.state == PlayerCore::State::Draining;
+      if (core.takesFrames()) core.state = PlayerCore::State::Failed;
+      core.room.notify_all();
+      core.progress.notify_all();
+    }
+    if (wasDraining) core.tellDrained(0);  // nothing plays any more
     paced = false;
   } else {
     outputLog(QL_LOG_ERROR, "\"%s\" failed; going on without sound", backend->name());
@@ -74,7 +80,7 @@ void runOutput(std::shared_ptr<PlayerCore> corePtr, std::shared_ptr<OutputSessio
         paced ? 1 : std::max<size_t>(1, static_cast<size_t>(core.lastRate * core.queueSeconds / 2));
     auto ready = [&] {
       return !current() || core.ring.frames() >= wants || core.targetGeneration != targetSeen ||
-             (core.done && (core.audible || core.ring.frames() > 0));
+             core.state == PlayerCore::State::Draining;
     };
     while (!ready()) {
       ++core.outputWaiters;
@@ -106,7 +112,12 @@ void runOutput(std::shared_ptr<PlayerCore> corePtr, std::shared_ptr<OutputSessio
       lock.unlock();
       backend->drain();
       lock.lock();
-      if (current() && core.done && core.ring.frames() == 0) core.audible = false;
+      if (current() && core.state == PlayerCore::State::Draining && core.ring.frames() == 0) {
+        core.finishDrain();
+        lock.unlock();
+        core.tellDrained(0);
+        lock.lock();
+      }
       continue;
     }
 
@@ -138,6 +149,7 @@ void runOutput(std::shared_ptr<PlayerCore> corePtr, std::shared_ptr<OutputSessio
       recoverBackend(backend, core, deviceSeconds, session);
     }
     lock.lock();
+    core.noteWritten();
     if (!paced) {
       idle = false;
       deadline = std::chrono::steady_clock::now() + 25ms;

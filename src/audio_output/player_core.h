@@ -3,6 +3,11 @@
 // the atomics; and runOutput, the body of the output thread, which moves
 // frames from the queue to the backend, follows rate changes, plays out on
 // play_done and replaces a backend that fails.
+//
+// The core's lifecycle is one state (PlayerCore::State). Whoever moves it, or
+// hands frames to the device, wakes the threads blocked in waitWritten and
+// waitDrained (the `progress` condition); the drained listener hears each
+// play-out that completes, so that a host learns of the end without polling.
 #pragma once
 
 #include <atomic>
@@ -29,16 +34,23 @@ constexpr double kLongQueue = 0.50, kLongDevice = 0.50;
 
 // What the writer, the output thread and the controlling calls share.
 struct PlayerCore {
+  // The lifecycle. A start leads to Started; the first frame queued to
+  // Playing; play_done to Draining (Drained when nothing was playing); the
+  // play-out's end to Drained; more frames back to Playing. A failure that
+  // ends the output (a file) leads to Failed until the next start. A stop
+  // leads back to Idle, destroy to Closed.
+  enum class State { Idle, Started, Playing, Draining, Drained, Failed, Closed };
+
   std::mutex mutex;
-  std::condition_variable room;  // the writer waits for room, destroy for the writer
-  std::condition_variable work;  // the output thread waits for frames
+  std::condition_variable room;      // the writer waits for room, destroy for the writer
+  std::condition_variable work;      // the output thread waits for frames
+  std::condition_variable progress;  // waitWritten and waitDrained: frames written, state moved
   FrameRing ring;
   uint64_t session = 0;  // bumped by every start and stop; a thread of an old session quits
-  bool running = false;
-  bool audible = false;  // "playing": queued frames not yet heard
-  bool done = false;     // play_done: play everything out
-  bool closing = false;  // being destroyed
-  bool directOutput = false;  // a backend that play_wait writes itself
+  State state = State::Idle;
+  // Which way this session's frames go, fixed from start to stop: play_wait
+  // writes the backend itself (no output thread).
+  bool directOutput = false;
   // Direct output: when what has been written will have been heard.
   std::chrono::steady_clock::time_point directPlayedOutAt{};
   int writers = 0;       // threads inside play_wait
@@ -52,6 +64,32 @@ struct PlayerCore {
   unsigned writerRate = kInitialRate;
   int outputWaiters = 0;
   size_t outputWants = 1;
+  // Threads in waitWritten or waitDrained, and the fewest frames written
+  // one of them waits for (UINT64_MAX while none waits for frames): the
+  // output thread wakes them only when a wait can end.
+  int progressWaiters = 0;
+  uint64_t writtenWanted = UINT64_MAX;
+
+  // A session is open: frames are taken (unless it failed) and play_done
+  // means something.
+  bool isOpen() const { return state != State::Idle && state != State::Closed; }
+  // Writes are taken: open and not failed.
+  bool takesFrames() const { return isOpen() && state != State::Failed; }
+  // Queued frames have not all been heard yet (orplayer_is_playing). For a
+  // direct output a play-out ends at directPlayedOutAt, which this notes.
+  bool isPlaying(std::chrono::steady_clock::time_point now);
+  // With the mutex held: marks a play-out complete and wakes the waits (the
+  // caller then tells the drained listener, without the mutex).
+  void finishDrain();
+  // Block until `frames` frames have been written in all (true), or until
+  // nothing is playing, the session changes or `deadline` passes (false);
+  // waitDrained until nothing plays (true) or `deadline` (false). A stop
+  // ends both at once.
+  bool waitWritten(uint64_t frames, std::chrono::steady_clock::time_point deadline);
+  bool waitDrained(std::chrono::steady_clock::time_point deadline);
+  // With the mutex held: after frames were written, wakes a waitWritten
+  // that can end.
+  void noteWritten();
 
   // The gain as it stands (moved by a ramp as its audio leaves the queue),
   // and the ramp in progress, guarded by the mutex.
@@ -81,8 +119,15 @@ struct PlayerCore {
   void setDeviceListener(void (*listener)(const char*, void*), void* context);
   // A listener for a backend: notes (and tells) the device it moved to.
   static std::function<void(const std::string&)> deviceListenerFor(const std::shared_ptr<PlayerCore>& core);
+  // Who hears that a play-out ended or will end (orplayer_set_drained_listener):
+  // called without the core's mutex, with the seconds until it ends (0: it has).
+  void setDrainedListener(void (*listener)(double, void*), void* context);
+  void tellDrained(double seconds);
 
  private:
+  std::mutex drainedMutex_;
+  void (*drainedListener_)(double, void*) = nullptr;
+  void* drainedListenerContext_ = nullptr;
   mutable std::mutex deviceMutex_;
   std::string device_;
   void (*deviceListener_)(const char*, void*) = nullptr;

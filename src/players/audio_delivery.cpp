@@ -23,7 +23,7 @@ namespace {
 constexpr auto kTitleHandOffWait = std::chrono::milliseconds(40);
 constexpr auto kTitleHandOffWaitOffline = std::chrono::seconds(2);
 // The longest wait for the device to take what was queued before a title.
-constexpr auto kWrittenWait = std::chrono::seconds(2);
+constexpr auto kWrittenWait = std::chrono::milliseconds(2000);
 // The most the output (its queue and the device, at low latency) holds ahead
 // of the listener, with room for a device that asks for a little more.
 constexpr auto kMostHeldAhead = std::chrono::milliseconds(500);
@@ -37,6 +37,7 @@ AudioDelivery::AudioDelivery() : loop_(BVRunLoop::current()) {
   options.flags = ORPLAYER_OPTION_LOW_LATENCY;
   orplayer_set_options(output_, &options);
   orplayer_set_device_listener(output_, &AudioDelivery::outputDeviceChanged, this);
+  orplayer_set_drained_listener(output_, &AudioDelivery::outputDrained, this);
 }
 
 AudioDelivery::~AudioDelivery() {
@@ -114,11 +115,30 @@ void AudioDelivery::outputDeviceChanged(const char* device, void* self) {
   });
 }
 
+void AudioDelivery::outputDrained(double seconds, void* self) {
+  auto* delivery = static_cast<AudioDelivery*>(self);
+  const uint64_t ticket = delivery->drainTicket_.load();
+  std::lock_guard lock(delivery->clientMutex_);
+  auto tell = [delivery, ticket] { delivery->tellDrained(ticket); };
+  if (seconds > 0)
+    delivery->loop_.performAfterDelay(seconds, delivery->weak_from_this(), tell);  // a known end, not a poll
+  else
+    delivery->loop_.perform(delivery->weak_from_this(), tell);
+}
+
+// On the run loop.
+void AudioDelivery::tellDrained(uint64_t ticket) {
+  if (ticket != drainTicket_.load() || !drainPending_.exchange(false)) return;
+  if (auto* c = client()) c->audioDeliveryDrained();
+}
+
 std::chrono::steady_clock::time_point AudioDelivery::audioRunsOutAt() const {
   return std::chrono::steady_clock::time_point(std::chrono::steady_clock::duration(runsOutAt_.load()));
 }
 
 int AudioDelivery::start() {
+  ++drainTicket_;
+  drainPending_ = false;
   interrupted_ = false;
   failureTold_ = false;
   haltedAtTitle_ = false;
@@ -136,10 +156,19 @@ BVErrorRef AudioDelivery::startError(int code) const {
   return outputError(code, "The audio output could not start" + (reason.empty() ? std::string() : ": " + reason) + ".");
 }
 
-void AudioDelivery::stop() { orplayer_stop(output_); }
+void AudioDelivery::stop() {
+  orplayer_stop(output_);
+  // After the stop: a drained event the output told before it is stale.
+  ++drainTicket_;
+  drainPending_ = false;
+}
+
 bool AudioDelivery::isPlaying() const { return orplayer_is_playing(output_); }
+
 void AudioDelivery::playDone() {
   ending_ = true;
+  ++drainTicket_;
+  drainPending_ = true;
   orplayer_play_done(output_);
 }
 
@@ -149,7 +178,9 @@ void AudioDelivery::interrupt() {
     interrupted_ = true;
     ackCondition_.notify_all();
   }
-  orplayer_stop(output_);
+  orplayer_stop(output_);  // also ends the decoding thread's waits on the output
+  // A play-out asked for has ended here too: the client hears so.
+  if (drainPending_) outputDrained(0, this);
 }
 
 // ---- volume and mute: muting remembers the gain to restore ----------------------
@@ -247,10 +278,9 @@ void AudioDelivery::title(const StreamTitle& title, int32_t framesBuffered) {
 void AudioDelivery::playOut() {
   ending_ = true;
   orplayer_play_done(output_);
-  // Bounded: the queue and the device hold a fraction of a second.
-  auto deadline = std::chrono::steady_clock::now() + kWrittenWait;
-  while (!interrupted_ && orplayer_is_playing(output_) && std::chrono::steady_clock::now() < deadline)
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  // Bounded: the queue and the device hold a fraction of a second. An
+  // interrupt stops the output, which ends the wait.
+  if (!interrupted_) orplayer_wait_drained(output_, int32_t(kWrittenWait.count()));
 }
 
 void AudioDelivery::forgetPendingTitles() {
@@ -363,17 +393,11 @@ void AudioDelivery::writeRange(float sampleRate, float** channels, int32_t from,
 }
 
 void AudioDelivery::waitUntilWritten() {
-  auto deadline = std::chrono::steady_clock::now() + kWrittenWait;
-  while (!interrupted_ && orplayer_is_playing(output_) && std::chrono::steady_clock::now() < deadline) {
-    uint64_t written = orplayer_frames_written(output_);
-    uint64_t queued = framesQueued_.load(std::memory_order_relaxed);
-    if (written >= queued) break;
-    // A paced output takes the queued frames at about their rate: sleep for
-    // half of what is still ahead of it (0.5 to 10 ms) rather than polling
-    // at the finest step all along.
-    double ahead = double(queued - written) / double(lastSampleRate_);
-    std::this_thread::sleep_for(std::chrono::duration<double>(std::clamp(ahead / 2, 0.0005, 0.010)));
-  }
+  // The output wakes this thread once it has handed the frames to the
+  // device, or at once when it stops (an interrupt) or has nothing playing.
+  if (interrupted_) return;
+  orplayer_wait_written(output_, framesQueued_.load(std::memory_order_relaxed),
+                        int32_t(kWrittenWait.count()));
 }
 
 }  // namespace belvane::detail

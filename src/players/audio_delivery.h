@@ -10,7 +10,11 @@
 //
 // The decoding thread waits for the run loop to take a due title for a short,
 // bounded time only (well inside what the device still holds), so a busy run
-// loop makes a title late, never the audio.
+// loop makes a title late, never the audio. Its other waits (for the device
+// to take the audio before a title, for a play-out) block on the output's
+// own notifications (orplayer_wait_written, orplayer_wait_drained), which
+// interrupt() ends at once; the end of a play-out asked for on the run loop
+// (playDone) reaches the client there as audioDeliveryDrained.
 #pragma once
 
 #include <belvane/BVAudioOutputSetting.h>
@@ -53,6 +57,10 @@ class AudioDeliveryClient {
   // ("The audio output failed: ..."). What comes after is dropped: the
   // playback should end in this error.
   virtual void audioDeliveryOutputFailed(const BVErrorRef& /*error*/) {}
+  // On the playing thread's run loop, once after playDone(): nothing plays
+  // any more (the output played everything out, failed, or was
+  // interrupted). Not after stop() or start() came first.
+  virtual void audioDeliveryDrained() {}
 };
 
 class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
@@ -101,6 +109,8 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
   BVErrorRef startError(int code) const;
   void stop();
   bool isPlaying() const;
+  // No more frames come: the output plays out what it holds, and the client
+  // hears audioDeliveryDrained when it has.
   void playDone();
 
   void setVolume(float volume);  // negative values are ignored
@@ -162,6 +172,14 @@ class AudioDelivery : public std::enable_shared_from_this<AudioDelivery> {
 
   // The output's device listener: hands the change to the run loop.
   static void outputDeviceChanged(const char* device, void* self);
+  // The output's drained listener: hands the end of a play-out (now, or in
+  // `seconds`) to the run loop, for the playDone() in force then.
+  static void outputDrained(double seconds, void* self);
+  void tellDrained(uint64_t ticket);
+  // Bumped by playDone, stop and start; a drained event carries the ticket of
+  // its play-out and is dropped when another came since.
+  std::atomic<uint64_t> drainTicket_{0};
+  std::atomic<bool> drainPending_{false};  // playDone() awaits audioDeliveryDrained
   // After a write: tells the client, once, of a failure that ended the output.
   void checkOutputFailure();
   static BVErrorRef outputError(int orplayerCode, const std::string& sentence);

@@ -1,6 +1,7 @@
 // The audio output: what reaches a WAV file, draining, pacing, the hand-off
-// of a few frames on an unpaced output, prompt teardown with a blocked
-// writer, and choosing the output.
+// of a few frames on an unpaced output, the waits for frames written and for
+// the play-out's end, prompt teardown with a blocked writer and waiters, and
+// choosing the output.
 #include <belvane/BVAudioOutputSetting.h>
 
 #include "audio_output/orplayer.h"
@@ -191,6 +192,45 @@ TEST(OrplayerTest, NullOutputIsPacedAndDrainsBeforeItStopsPlaying) {
   orplayer_destroy(player);
 }
 
+// The waits and the drained listener, on an output written by the caller
+// (null) and on one with an output thread (ALSA's null device).
+TEST(OrplayerTest, WaitsEndWhenFramesAreWrittenAndWhenThePlayOutEnds) {
+  for (const char* output : {"null", "alsa:null"}) {
+    SCOPED_TRACE(output);
+    orplayer_t player = makePlayer(output);
+    ASSERT_EQ(0, orplayer_start(player));
+    struct Told {
+      std::atomic<int> calls{0};
+      std::atomic<double> seconds{-1};
+    } told;
+    orplayer_set_drained_listener(
+        player,
+        [](double seconds, void* context) {
+          auto* t = static_cast<Told*>(context);
+          t->seconds = seconds;
+          ++t->calls;
+        },
+        &told);
+    playRamp(player, 8000, 4000, 400);  // half a second
+    EXPECT_EQ(1, orplayer_wait_written(player, 4000, 10000));
+    EXPECT_EQ(4000u, orplayer_frames_written(player));
+    EXPECT_EQ(0, orplayer_wait_drained(player, 0));  // still playing: the time is up at once
+    EXPECT_EQ(0, told.calls);
+    orplayer_play_done(player);
+    ASSERT_EQ(1, orplayer_wait_drained(player, 10000));
+    EXPECT_FALSE(orplayer_is_playing(player));
+    // Told once: at once by the thread that drained it, or in advance by
+    // play_done when the output has no thread.
+    ASSERT_TRUE(belvane::test::waitUntil([&] { return told.calls > 0; }, 10));
+    EXPECT_EQ(1, told.calls);
+    if (std::string(output) == "null") EXPECT_GT(told.seconds, 0.0);
+    else EXPECT_EQ(0.0, told.seconds);
+    // Nothing plays: a wait for frames that will not come ends at once.
+    EXPECT_EQ(0, orplayer_wait_written(player, 5000, 60000));
+    orplayer_destroy(player);
+  }
+}
+
 // On an unpaced output frames gather for a short while but are never held
 // back waiting for more.
 TEST(OrplayerTest, FewFramesAreWrittenWithoutMoreComing) {
@@ -221,6 +261,14 @@ TEST(OrplayerTest, StopAndDestroyReleaseABlockedWriter) {
     // Wait until the writer is about to make the long call, and then a
     // little: it is blocked inside it (destroying between its two calls
     // would leave it calling a freed player, which no caller may do).
+    // Waits for the end of the play-out and for frames never written go
+    // with the stop too.
+    std::atomic<int> waitsEnded{0};
+    std::thread drainWaiter, frameWaiter;
+    if (!destroy) {
+      drainWaiter = std::thread([&] { waitsEnded += orplayer_wait_drained(player, 60000); });
+      frameWaiter = std::thread([&] { waitsEnded += 1 - orplayer_wait_written(player, UINT64_MAX, 60000); });
+    }
     while (!longCall) std::this_thread::sleep_for(5ms);
     std::this_thread::sleep_for(100ms);
     auto start = Clock::now();
@@ -230,6 +278,9 @@ TEST(OrplayerTest, StopAndDestroyReleaseABlockedWriter) {
     } else {
       orplayer_stop(player);
       writer.join();
+      drainWaiter.join();
+      frameWaiter.join();
+      EXPECT_EQ(2, waitsEnded);
       EXPECT_FALSE(orplayer_is_playing(player));
       // Frames given to a stopped player are dropped at once.
       playRamp(player, 8000, 8000);

@@ -4,7 +4,6 @@
 
 #include <belvane/BVKitOwner.h>
 #include <belvane/BVMP3StreamPlayer.h>
-#include <belvane/BVTimerForwarder.h>
 
 #include <algorithm>
 #include <chrono>
@@ -25,7 +24,6 @@ BVShoutstreamerDelegate::BVShoutstreamerDelegate()
 
 BVShoutstreamerDelegate::~BVShoutstreamerDelegate() {
   _audio->setClient(nullptr);
-  if (_checkPlayerDoneTimer) _checkPlayerDoneTimer->invalidate();
 }
 
 std::shared_ptr<BVMP3StreamPlayer> BVShoutstreamerDelegate::owner() {
@@ -58,26 +56,26 @@ int BVShoutstreamerDelegate::startAudioPlayer() { return _audio->start(); }
 void BVShoutstreamerDelegate::askAudioPlayerToStop() {
   auto self = shared_from_this();  // the owner may drop its player (and us) when told
   if (!_audio->isPlaying()) {
+    draining_ = false;
     _audio->stop();
     if (auto o = owner()) o->didStopAudioPlayer();
     return;
   }
-  if (_checkPlayerDoneTimer) return;
-  _audio->playDone();
-  _checkPlayerDoneTimer = timerWithNonretainedTarget(this, &BVShoutstreamerDelegate::checkPlayerDone, 1.0);
+  if (draining_) return;
+  draining_ = true;
+  _audio->playDone();  // audioDeliveryDrained follows
 }
 
-void BVShoutstreamerDelegate::checkPlayerDone(BVTimer& timer) {
-  if (_audio->isPlaying()) return;
+void BVShoutstreamerDelegate::audioDeliveryDrained() {
+  if (!draining_) return;
   auto self = shared_from_this();
-  timer.invalidate();
+  draining_ = false;
   _audio->stop();
   if (auto o = owner()) o->didStopAudioPlayer();
 }
 
 void BVShoutstreamerDelegate::stopAudioPlayerNow() {
-  if (_checkPlayerDoneTimer) _checkPlayerDoneTimer->invalidate();
-  _checkPlayerDoneTimer.reset();
+  draining_ = false;
   _audio->stop();
 }
 

@@ -49,8 +49,10 @@ class BVShoutstreamerDelegate : public std::enable_shared_from_this<BVShoutstrea
   void setRunLoop(const BVRunLoop& loop);
 
   int startAudioPlayer();
+  // Lets the output play out what it holds, then stops it and tells the
+  // owner (didStopAudioPlayer) on the run loop: at once when nothing plays,
+  // else when the output says it has drained.
   void askAudioPlayerToStop();
-  void checkPlayerDone(BVTimer& timer);
   // Linux addition: stops the output at once, dropping what is queued, and
   // forgets a drain in progress (the player moves on to another link).
   void stopAudioPlayerNow();
@@ -97,10 +99,11 @@ class BVShoutstreamerDelegate : public std::enable_shared_from_this<BVShoutstrea
   void audioDeliveryStoppedAtTitle() override;
   void audioDeliveryOutputChanged(const std::string& device) override;
   void audioDeliveryOutputFailed(const BVErrorRef& error) override;
+  void audioDeliveryDrained() override;
   void performOnRunLoop(std::function<void(BVShoutstreamerDelegate&)> fn);
 
   std::shared_ptr<belvane::detail::AudioDelivery> _audio;
-  BVTimerRef _checkPlayerDoneTimer;
+  bool draining_ = false;  // run loop only: askAudioPlayerToStop waits for the drain
   mutable std::mutex ownerMutex_;
   std::weak_ptr<BVMP3StreamPlayer> _owner;
   mutable std::mutex loopMutex_;
