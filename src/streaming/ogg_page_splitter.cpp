@@ -12,6 +12,9 @@ namespace belvane::detail {
 
 namespace {
 
+// More audio than any one page holds (a page carries at most 64 KiB).
+constexpr int64_t kMostSecondsInAPage = 5;
+
 // Header pages held for a chain before they are given up on as headers
 // (comment headers with pictures can be large).
 constexpr size_t kMaxHeaderBytes = 1024 * 1024;
@@ -154,7 +157,12 @@ void OggPageSplitter::page(const ogg_page& page, uint64_t offset, const PageHand
   if (ogg_page_serialno(&page) == serial_) {
     int64_t granule = ogg_page_granulepos(&page);
     if (granule >= 0) {
-      if (granule > lastGranule_) out.samples = uint32_t(std::min<int64_t>(granule - lastGranule_, UINT32_MAX));
+      // A chain joined in the middle (a server's new listener gets the
+      // headers, then the current pages) starts far from granule 0: its
+      // first page's length is not known, and counts as none.
+      const bool joined = lastGranule_ == 0 && granule > int64_t(sampleRate_) * kMostSecondsInAPage;
+      if (granule > lastGranule_ && !joined)
+        out.samples = uint32_t(std::min<int64_t>(granule - lastGranule_, UINT32_MAX));
       lastGranule_ = granule;
     }
   }
