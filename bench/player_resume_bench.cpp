@@ -1,14 +1,17 @@
-// Resume after pause on a live MP3 station: the master player plays a
+// Resume after pause on a live station, MP3 (the stream engine, argument 0)
+// and AAC (the general engine, argument 1): the master player plays a
 // loopback ICY station sent at its real rate into a paced "null" output;
 // it is paused (the station goes on into the ring) for a second, then
 // resumed, 20 times. Timed: from resume() to the output taking the first
 // frame after the pause (its frame count moving on), polled every 50 µs.
 // The goal is at most 20 ms.
 //
-//   bench_player_resume
+//   bench_player_resume            (BM_ResumeAfterPause/0: MP3, /1: AAC)
 #include "cpu_run_support.h"
 #include "streaming_bench_support.h"
+#include "support/gst_media_files.h"
 #include "support/icy_test_server.h"
+#include "support/temp_dir.h"
 #include "support/recording_owner.h"
 
 #include <belvane/BVMasterPlayer.h>
@@ -28,13 +31,19 @@ namespace {
 constexpr int kResumes = 20;
 
 void BM_ResumeAfterPause(benchmark::State& state) {
-  if (!stereoTone44k()) {
-    state.SkipWithError("lame is not installed");
+  const bool aac = state.range(0) == 1;
+  TempDir dir;
+  Mp3Data aacTone;
+  if (aac) aacTone = splitAdtsFrames(readWholeFile(writeMediaFile(dir.path() + "/tone.aac", MediaKind::ADTS, 2.0)));
+  const Mp3Data* tone = aac ? &aacTone : stereoTone44k();
+  if (!tone || tone->frames.empty()) {
+    state.SkipWithError(aac ? "GStreamer cannot make AAC" : "lame is not installed");
     return;
   }
   IcyTestServer server;
   IcyStreamScript station;
-  station.audio = {stereoTone44k()};
+  station.audio = {tone};
+  if (aac) station.contentType = "audio/aacp";
   station.audioBytes = 16000 * 120;
   station.pace = 1.0;
   server.serve("/live", {station});
@@ -69,7 +78,7 @@ void BM_ResumeAfterPause(benchmark::State& state) {
     state.counters["behind_live_s"] = master->secondsBehindLive();
   }
 }
-BELVANE_BENCH_ONCE(BM_ResumeAfterPause);
+BELVANE_BENCH_ONCE(BM_ResumeAfterPause)->Arg(0)->Arg(1);
 
 }  // namespace
 

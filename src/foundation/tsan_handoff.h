@@ -22,3 +22,21 @@ extern "C" void __tsan_release(void* addr);
 #define HANDOFF_RELEASE(p) ((void)(p))
 #define HANDOFF_ACQUIRE(p) ((void)(p))
 #endif
+
+namespace belvane::detail {
+// A turn of a callback that a library runs on its own threads one at a
+// time, ordered by its own locks (GStreamer's stream lock, its pads' and
+// tasks' locks): declared as handed over from the turn before, and on to
+// what follows it (the next turn, the owner's destruction after the
+// library's threads stopped, which acquires the same address).
+class HandoffTurn {
+ public:
+  explicit HandoffTurn(void* object) : object_(object) { HANDOFF_ACQUIRE(object_); }
+  ~HandoffTurn() { HANDOFF_RELEASE(object_); }
+  HandoffTurn(const HandoffTurn&) = delete;
+  HandoffTurn& operator=(const HandoffTurn&) = delete;
+
+ private:
+  void* object_;
+};
+}  // namespace belvane::detail

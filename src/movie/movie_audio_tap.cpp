@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "foundation/tsan_handoff.h"
 #include "movie/movie_audio_sink.h"
 #include "movie/movie_ring_title.h"
 
@@ -98,6 +99,9 @@ GstElement* MovieAudioTap::makeSinkBin() {
 }
 
 void MovieAudioTap::handleSample(GstElement* appsink) {
+  // One handler at a time: on the streaming thread, or a flush on the
+  // seeking thread while GStreamer's stream lock holds the streaming thread.
+  HandoffTurn turn(this);
   GstSample* sample = gst_app_sink_pull_sample(GST_APP_SINK(appsink));
   if (!sample) return;
   GstBuffer* buffer = gst_sample_get_buffer(sample);
@@ -139,6 +143,9 @@ void MovieAudioTap::handleSample(GstElement* appsink) {
 }
 
 void MovieAudioTap::handleTags(const GstTagList* tags) {
+  // One handler at a time: on the streaming thread, or a flush on the
+  // seeking thread while GStreamer's stream lock holds the streaming thread.
+  HandoffTurn turn(this);
   // Decoders pass the stream's tags on again whenever they add their own:
   // only a different title (or address with it) is news.
   StreamTitle title = streamTitleFromTags(tags);
@@ -184,12 +191,18 @@ void MovieAudioTap::announce(const std::string& text) {
 }
 
 void MovieAudioTap::handleStreamStart() {
+  // One handler at a time: on the streaming thread, or a flush on the
+  // seeking thread while GStreamer's stream lock holds the streaming thread.
+  HandoffTurn turn(this);
   audioSinceStreamStart_ = false;
   if (heldTitle_) sink_->movieStreamTitle(*std::exchange(heldTitle_, std::nullopt));
   sink_->movieAudioDiscontinuity();
 }
 
 void MovieAudioTap::handleFlush() {
+  // One handler at a time: on the streaming thread, or a flush on the
+  // seeking thread while GStreamer's stream lock holds the streaming thread.
+  HandoffTurn turn(this);
   heldTitle_.reset();
   // After a jump the title in force where it lands is news again.
   lastTitle_ = {};

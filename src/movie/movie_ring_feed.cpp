@@ -10,7 +10,6 @@
 #include <gst/gst.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstring>
 #include <utility>
 
@@ -61,8 +60,8 @@ void MovieRingFeed::requestShift() {
   // held) lets go of it.
   if (hooks_.wakeReader) hooks_.wakeReader();
   // Between two pieces of the body the hand-over is made at once; while a
-  // piece is being handled, the reading thread makes it at the next one.
-  std::unique_lock reading(readingMutex_, std::chrono::milliseconds(50));
+  // piece is being handled, the reading thread makes it as it ends it.
+  std::unique_lock reading(readingMutex_, std::try_to_lock);
   if (reading.owns_lock()) handOver();
 }
 
@@ -246,7 +245,7 @@ void MovieRingFeed::flushTo(uint64_t target) {
   anchorTime_ = anchorTime;
   chainStart_ = chainStart;
   pendingHeaders_ = std::move(headers);
-  if (title) pendingTitle_ = title->title;
+  pendingTitle_ = title ? std::optional<StreamTitle>(title->title) : std::nullopt;
   discont_ = true;
 }
 

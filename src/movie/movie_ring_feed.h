@@ -5,8 +5,8 @@
 // station's bytes into the appsrc as they come (MovieStreamSource). A pause
 // holds the output and asks for the hand-over, made between two pieces of
 // the body (by the run loop when the reading thread waits for the network,
-// else by the reading thread at its next piece), where everything the ring
-// has was pushed: from then on the reading thread only fills the ring; this class's feeder
+// else by the reading thread as it ends its piece), where everything the
+// ring has was pushed: from then on the reading thread only fills the ring; this class's feeder
 // thread pushes the ring's frames into the appsrc from the frame (and byte
 // of it) where the reading thread stopped, so the decoder's input goes on
 // unbroken: nothing lost, nothing repeated. The output's hold paces the
@@ -84,7 +84,7 @@ class MovieRingFeed {
   // Reading thread: held while it handles a piece of the body, so that the
   // hand-over can also be made from the run loop while the reading thread
   // waits for the network (a station that sends nothing for a while).
-  std::unique_lock<std::timed_mutex> readingScope() { return std::unique_lock(readingMutex_); }
+  std::unique_lock<std::mutex> readingScope() { return std::unique_lock(readingMutex_); }
   void anchor();  // the connection's first audio byte goes to the ring next
   bool wantsHandOver() const { return wanted_.load(std::memory_order_acquire); }
   bool isHandedOver() const { return handedOver_.load(std::memory_order_acquire); }
@@ -115,7 +115,7 @@ class MovieRingFeed {
   std::atomic<bool> wanted_{false};
   std::atomic<bool> handedOver_{false};
 
-  std::timed_mutex readingMutex_;
+  std::mutex readingMutex_;
   mutable std::mutex mutex_;
   std::condition_variable wake_;
   std::thread feeder_;

@@ -4,6 +4,7 @@
 #include "foundation/text_encoding.h"
 #include "foundation/title_encoding.h"
 #include "foundation/thread_name.h"
+#include "foundation/tsan_handoff.h"
 #include "streaming/QLDebug.h"
 #include "streaming/shoutstreamer.h"
 #include "streaming/shoutstreamer_errors.h"
@@ -120,10 +121,14 @@ class MovieStreamSource::Client final : public StreamReader::Client, private Icy
   }
 
   int32_t body(std::span<const uint8_t> bytes) override {
-    auto scope = feed_ ? feed_->readingScope() : std::unique_lock<std::timed_mutex>();
+    auto scope = feed_ ? feed_->readingScope() : std::unique_lock<std::mutex>();
     // A push the appsrc refused (flushing: the pipeline stops) ends the
     // reading quietly; a pipeline that failed reports that itself.
-    return demuxer_->feed(bytes, *this) && push() ? 0 : StreamConnection::kStop;
+    if (!demuxer_->feed(bytes, *this) || !push()) return StreamConnection::kStop;
+    // Everything the ring has was pushed: a hand-over asked for meanwhile
+    // is made now rather than at the next piece, which may be long in coming.
+    if (feed_ && feed_->wantsHandOver()) feed_->handOver();
+    return 0;
   }
 
   bool hasPlayed() const override { return audioBytes_ >= kPlayedBytes; }
@@ -260,13 +265,25 @@ MovieStreamSource::MovieStreamSource(const std::string& url, GstElement* appsrc,
     };
     feed_ = std::make_unique<MovieRingFeed>(appsrc_, reading_.stationTap, std::move(hooks));
   }
+  // The callbacks come from GStreamer's streaming threads (which its pool
+  // may have made before) and end before the pipeline's stop returns, all
+  // under GStreamer's own locks: declared for ThreadSanitizer as turns
+  // handed on from the constructor and on to the destructor.
+  HANDOFF_RELEASE(this);
   GstAppSrcCallbacks callbacks{};
   callbacks.seek_data = [](GstAppSrc*, guint64 offset, gpointer self) -> gboolean {
+    HandoffTurn turn(self);
     static_cast<MovieStreamSource*>(self)->seekData(offset);
     return TRUE;
   };
-  callbacks.need_data = [](GstAppSrc*, guint, gpointer self) { static_cast<MovieStreamSource*>(self)->roomChanged(false); };
-  callbacks.enough_data = [](GstAppSrc*, gpointer self) { static_cast<MovieStreamSource*>(self)->roomChanged(true); };
+  callbacks.need_data = [](GstAppSrc*, guint, gpointer self) {
+    HandoffTurn turn(self);
+    static_cast<MovieStreamSource*>(self)->roomChanged(false);
+  };
+  callbacks.enough_data = [](GstAppSrc*, gpointer self) {
+    HandoffTurn turn(self);
+    static_cast<MovieStreamSource*>(self)->roomChanged(true);
+  };
   gst_app_src_set_callbacks(GST_APP_SRC(appsrc_), &callbacks, this, nullptr);
 }
 
@@ -283,6 +300,7 @@ std::unique_ptr<MovieStreamSource> MovieStreamSource::create(const std::string& 
 }
 
 MovieStreamSource::~MovieStreamSource() {
+  HANDOFF_ACQUIRE(this);
   cancel();
   join();
   feed_.reset();
