@@ -12,9 +12,9 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 
+#include "foundation/thread_annotations.h"
 #include "players/audio_delivery.h"
 #include "streaming/shoutstreamer.h"
 
@@ -101,10 +101,10 @@ class BVShoutstreamerDelegate : public std::enable_shared_from_this<BVShoutstrea
 
   std::shared_ptr<belvane::detail::AudioDelivery> _audio;
   BVTimerRef _checkPlayerDoneTimer;
-  mutable std::mutex ownerMutex_;
-  std::weak_ptr<BVMP3StreamPlayer> _owner;
-  mutable std::mutex loopMutex_;
-  BVRunLoop loop_;
+  mutable belvane::detail::Mutex ownerMutex_;
+  std::weak_ptr<BVMP3StreamPlayer> _owner GUARDED_BY(ownerMutex_);
+  mutable belvane::detail::Mutex loopMutex_;
+  BVRunLoop loop_ GUARDED_BY(loopMutex_);
   std::atomic<uint64_t> skipFrames_{0};
   std::atomic<uint64_t> framesDelivered_{0};
   std::atomic<int> sampleRate_{0};
