@@ -16,8 +16,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
-#include <thread>
 #include <string>
 
 class BVMediaLink;
@@ -25,7 +23,6 @@ class BVBasePlayer;
 namespace belvane::detail {
 class OutputPlayback;
 class StationTap;
-struct RecordedFile;
 }  // namespace belvane::detail
 
 enum BVPlayerState : int32_t {
@@ -141,7 +138,8 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   // Not owned; clear it (or destroy the player) before the owner goes away.
   void setOwner(BVPlayerOwner* owner) { owner_ = owner; }
   BVPlayerOwner* owner() const { return owner_; }
-  // The link last handed to playLink (safe against a concurrent replacement).
+  // The link last handed to playLink. Thread: any (the engines' reading
+  // threads ask too; safe against a concurrent playLink).
   std::shared_ptr<BVMediaLink> link() const;
   virtual BVPlayerState state() const { return state_; }
 
@@ -337,7 +335,7 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   std::string className() const override { return "BVBasePlayer"; }
 
  protected:
-  BVBasePlayer() = default;
+  BVBasePlayer();
 
   void changeStateTo(BVPlayerState state) { changeStateTo(state, nullptr); }
   // Announces a real change of state (same state: nothing, error dropped).
@@ -351,18 +349,14 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   // The error with the link's URL, MIME type and RadioTime type added under
   // BVBasePlayerErrorKey (after any text already there).
   virtual BVErrorRef customizeError(const BVErrorRef& error);
-  // What the engines hand the station's compressed audio to: the tap of
-  // this playback (made at playLink, or shared by the player that owns this
-  // one); null before the first playLink.
+  // The library's own part of the player (the playback's output session and
+  // station tap, which the engines are handed); opaque outside the library.
+  struct Impl;
+  Impl& baseImpl() const { return *impl_; }
+  // The playback's station tap and output session, and sharing them with a
+  // player that plays for this one: Impl's, for the QuickTime player.
   std::shared_ptr<belvane::detail::StationTap> stationTap() const;
-  // The playback's output session (made at playLink, or shared as the tap
-  // is): the engines hand it to their outputs, so that a WAV recording goes
-  // on across a switch of engine instead of starting again.
   std::shared_ptr<belvane::detail::OutputPlayback> outputPlayback() const;
-  // For players that play through another player (the master, the general
-  // engine's player handing a link on): the other player feeds this
-  // player's tap and writes to its output session, so that a recording of
-  // either kind goes on across the switch.
   static void sharePlayback(const BVBasePlayer& from, BVBasePlayer& to);
   // Debug and sanitizer builds: aborts, naming operation, when called from
   // a thread other than the one the player was made on (whose run loop
@@ -371,24 +365,16 @@ class BV_EXPORT BVBasePlayer : public BVObject {
 
  private:
   void startStationTap();
-  void announceRecordedFile(const belvane::detail::RecordedFile& file);
+  std::unique_ptr<Impl> impl_;
   BVPlayerOwner* owner_ = nullptr;
-  mutable std::mutex linkMutex_;
-  std::shared_ptr<BVMediaLink> link_;
   BVPlayerState state_ = BVPlayerStateIdle;
   BVAudioOutputSetting audioOutput_;
-  std::shared_ptr<belvane::detail::OutputPlayback> outputPlayback_;  // guarded by linkMutex_
-  bool outputPlaybackShared_ = false;
   double reconnectPatience_ = 300.0;
   bool loudnessNormalization_ = false;
   double loudnessTarget_ = -18.0;
   BVRequestSettingsRef requestSettings_ = BVRequestSettings::defaultSettings();
   double timeShiftMinutes_ = 10.0;
   uint64_t timeShiftMemoryLimit_ = 8 * 1024 * 1024;
-  mutable std::mutex tapMutex_;
-  std::shared_ptr<belvane::detail::StationTap> stationTap_;
-  bool tapShared_ = false;  // stationTap_ is another player's
-  std::thread::id madeOn_ = std::this_thread::get_id();
 };
 
 using BVPlayerRef = std::shared_ptr<BVBasePlayer>;

@@ -1,6 +1,9 @@
 // BVError: an immutable error record (domain, signed code, user-info
 // dictionary), shared by reference. Errors travel inside attribute
 // dictionaries and archives, so they are objects.
+//
+// Thread: any; an error is made on whichever thread fails and handed on
+// unchanged.
 #pragma once
 
 #include <belvane/BVExport.h>

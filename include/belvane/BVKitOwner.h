@@ -3,6 +3,10 @@
 //
 // Messages go to the owner's delegate when the host set one, otherwise to the
 // system log (GLib's structured log: the journal, or stderr).
+//
+// Threads: all of it is safe from any thread (the library logs from its
+// reading, decoding and output threads); the delegate is called on the
+// thread that logged.
 #pragma once
 
 #include <belvane/BVExport.h>
@@ -18,19 +22,22 @@ class BV_EXPORT BVKitOwnerDelegate {
 
 class BV_EXPORT BVKitOwner {
  public:
+  // Thread: any.
   static BVKitOwner& sharedOwner();
 
-  // The delegate is not owned; clear it before it goes away.
+  // The delegate is not owned; clear it before it goes away (a call already
+  // under way on another thread may still finish). Thread: any.
   void setDelegate(BVKitOwnerDelegate* delegate);
   BVKitOwnerDelegate* delegate() const;
 
+  // Thread: any.
   void logMessage(const std::string& message);
 
  private:
   BVKitOwner() = default;
 };
 
-// printf-style; an empty or null format logs nothing.
+// printf-style; an empty or null format logs nothing. Thread: any.
 extern "C" BV_EXPORT void BVLog(const char* format, ...) __attribute__((format(printf, 1, 2)));
-// The message as it stands (never used as a format).
+// The message as it stands (never used as a format). Thread: any.
 BV_EXPORT void BVLogString(const std::string& message);

@@ -21,12 +21,6 @@
 class BVShoutstreamerDelegate;
 class QLStreamTuner;
 struct shoutstreamer;
-namespace belvane::detail {
-struct StreamerStateChange;
-class ReceptionWatch;
-class TimeShift;
-struct StreamTitle;
-}
 
 class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
  public:
@@ -65,7 +59,7 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   void resume() override;
   bool isPaused() const override { return paused_; }
   // Linux additions: a live station is time-shifted from its ring (see
-  // BVBasePlayer and streaming/time_shift.h).
+  // BVBasePlayer).
   bool canTimeShift() const override;
   bool skipBy(double seconds) override;
   bool goLive() override;
@@ -96,10 +90,10 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   void streamTunerDidFailWithError(QLStreamTuner& tuner, const BVErrorRef& error);
   void streamTunerDidComplete(QLStreamTuner& tuner);
 
-  // Called by the shoutstreamer delegate on the playing thread. The change
-  // as a dictionary ("oldState", "newState", "errorCode"; integers).
+  // Called by the shoutstreamer delegate on the playing thread (which also
+  // hands it each title as its audio is heard). The change as a dictionary
+  // ("oldState", "newState", "errorCode"; integers).
   void shoutstreamerChangedState(const BVDictionary& change);
-  void shoutstreamerDidProvideTitle(const std::shared_ptr<const belvane::detail::StreamTitle>& title);
   void didStopAudioPlayer();
   // The output stopped where the next title began: the stream ends here.
   void didStopAtTitle();
@@ -116,8 +110,12 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   // Ends the stream and the tuner's search for good (stop-after-title, an
   // output failure); the caller then sets the state.
   void endStreamForGood();
+  // The library's own part of the player (the title that plays, the
+  // time-shift, the reception watch) and the titles the shoutstreamer
+  // delegate hands on; opaque outside the library.
+  struct Impl;
   friend class BVShoutstreamerDelegate;
-  void _shoutstreamerChangedState(const belvane::detail::StreamerStateChange& change);
+  void _shoutstreamerChangedState(int oldState, int newState, int32_t errorCode);
   std::string basePlayerErrorDescription() const;
   BVErrorRef errorWithBVShoutstreamerCode(int32_t code) const;
   void setError(const BVErrorRef& error);
@@ -140,7 +138,6 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   std::optional<std::chrono::steady_clock::time_point> _timeOfPlay;
   std::unique_ptr<TunerDelegate> tunerDelegate_;
   std::shared_ptr<QLStreamTuner> _streamTuner;
-  std::shared_ptr<const belvane::detail::StreamTitle> _currentTitle;  // with its StreamUrl
   std::optional<std::vector<BVURL>> _fallbackStreams;
   std::vector<std::string> fallbackTypes_;
   // A local file: its tags and length, the stream URL playing it, and the
@@ -155,7 +152,5 @@ class BV_EXPORT BVMP3StreamPlayer : public BVBasePlayer {
   uint64_t fileStartFrame_ = 0;
   bool fileRestarted_ = false;  // the tuner's stream was torn down for a seek or pause
   bool paused_ = false;
-  // The live stream's time-shift (null for a file, or with the ring off).
-  std::shared_ptr<belvane::detail::TimeShift> timeShift_;
-  std::unique_ptr<belvane::detail::ReceptionWatch> receptionWatch_;
+  std::unique_ptr<Impl> impl_;
 };

@@ -53,10 +53,6 @@
 
 class BVMasterPlayer;
 
-namespace belvane::detail {
-struct MPRISConnection;
-}
-
 class BV_EXPORT BVMPRISPublisher : public BVPlayerOwner, public std::enable_shared_from_this<BVMPRISPublisher> {
  public:
   // Publishes the player on the session bus; nothing (and no message) when
@@ -85,12 +81,15 @@ class BV_EXPORT BVMPRISPublisher : public BVPlayerOwner, public std::enable_shar
   void playerOutputChanged(BVBasePlayer& player, const std::string& output) override;
 
  private:
-  friend struct belvane::detail::MPRISConnection;
   BVMPRISPublisher() = default;
+  // The bus side: the connection, the registered objects and the
+  // translation between D-Bus calls and the player; opaque outside the
+  // library.
+  struct Connection;
 
   std::weak_ptr<BVMasterPlayer> player_;
   BVPlayerOwner* hostOwner_ = nullptr;
-  std::unique_ptr<belvane::detail::MPRISConnection> connection_;
+  std::unique_ptr<Connection> connection_;
   std::string busName_;
   uint64_t track_ = 0;       // counts the links played, for mpris:trackid
   BVDictionary attributes_;  // the last attributes heard

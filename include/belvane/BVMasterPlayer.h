@@ -25,9 +25,6 @@
 #include <utility>
 
 class BVMP3StreamPlayer;
-namespace belvane::detail {
-class SleepInhibitor;
-}
 
 class BV_EXPORT BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
  public:
@@ -108,6 +105,9 @@ class BV_EXPORT BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
 
   // Holds or lets go of the sleep inhibitor as the playback now stands.
   void updateSleepInhibitor();
+  // The library's own part of the master (the sleep inhibitor, made when
+  // first held); opaque outside the library.
+  struct Impl;
 
   std::shared_ptr<BVBasePlayer> _subPlayer;
   bool subPlayerUsed_ = false;  // the sub-player has been given a link
@@ -118,5 +118,5 @@ class BV_EXPORT BVMasterPlayer : public BVBasePlayer, public BVPlayerOwner {
   std::optional<BVPlayerState> relayedState_;
   // Keeping the machine awake.
   bool inhibitsSleep_ = true;
-  std::unique_ptr<belvane::detail::SleepInhibitor> sleepInhibitor_;  // made when first held
+  std::unique_ptr<Impl> impl_;
 };

@@ -2,6 +2,9 @@
 // can set the log level and log file without linking the streaming library
 // itself. Each wrapper calls the streaming library's function of the same
 // role and returns its result unchanged.
+//
+// Thread: any, for every function (the level is read by every thread that
+// logs; the file is opened, written and closed under one lock).
 #pragma once
 
 #include <belvane/BVExport.h>

@@ -4,6 +4,8 @@
 // share/belvane, or the build tree), or from $BELVANE_RESOURCE_DIR when set.
 // The host may register its own folder (its "main bundle") for resources it
 // overrides or adds, and a string table for localized texts.
+//
+// Thread: any, for every function (the host's folder is kept under a lock).
 #pragma once
 
 #include <belvane/BVExport.h>

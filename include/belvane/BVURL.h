@@ -3,6 +3,9 @@
 // A BVURL may be absolute (with a scheme) or a relative reference. Its
 // absolute string is the text it was made from (or the resolved text for a
 // URL made relative to a base); nothing is normalised. Copies are cheap.
+//
+// A value type; any thread (copies share their parsed parts, which never
+// change).
 #pragma once
 
 #include <belvane/BVExport.h>

@@ -72,9 +72,6 @@ class BV_EXPORT BVURLResponse {
 };
 
 class BVURLConnection;
-namespace belvane::detail {
-struct URLConnectionAccess;
-}
 using BVURLConnectionRef = std::shared_ptr<BVURLConnection>;
 
 class BV_EXPORT BVURLConnectionDelegate {
@@ -91,7 +88,9 @@ class BV_EXPORT BVURLConnection : public std::enable_shared_from_this<BVURLConne
  public:
   // Starts loading at once; delegate calls arrive on the calling thread's run
   // loop. The delegate is not owned; cancel() (or destroying the last
-  // reference) guarantees that no further call reaches it.
+  // reference) guarantees that no further call reaches it. Thread: any
+  // whose run loop runs. cancel() may come from any thread; on another
+  // thread than the loop's, a delegate call already under way finishes.
   static BVURLConnectionRef start(const BVURLRequest& request, BVURLConnectionDelegate* delegate);
   ~BVURLConnection();
 
@@ -100,15 +99,17 @@ class BV_EXPORT BVURLConnection : public std::enable_shared_from_this<BVURLConne
 
   // Loads the whole resource on the calling thread. Returns the body (empty
   // but present when the body was empty), or nothing with *error set.
+  // Thread: any (it blocks; worker threads use it).
   static std::optional<std::vector<uint8_t>> sendSynchronousRequest(
       const BVURLRequest& request, std::shared_ptr<BVURLResponse>* response, BVErrorRef* error,
       size_t maxBodyBytes = SIZE_MAX);
 
+  // The transfer and what it has queued for the delegate; opaque outside
+  // the library.
   struct State;
   BVURLConnection(std::shared_ptr<State> state);
 
  private:
-  friend struct belvane::detail::URLConnectionAccess;
   std::shared_ptr<State> state_;
 };
 

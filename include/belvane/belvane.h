@@ -12,9 +12,10 @@
  *   are delivered on that same thread, from that context, while the host
  *   iterates it; never on another thread. Nothing plays unless the host
  *   runs the default main context. The exceptions are bv_version(),
- *   bv_error_string(), bv_error_is_retryable(), bv_set_log_callback() and
- *   bv_free(), which may be called from any thread, and the log callback,
- *   which is called on whatever thread logged.
+ *   bv_error_string(), bv_error_is_retryable(), bv_set_log_callback(),
+ *   bv_audio_outputs(), bv_audio_outputs_free() and bv_free(), which may
+ *   be called from any thread (each says "Any thread"), and the log
+ *   callback, which is called on whatever thread logged.
  *
  * Strings
  *   Strings passed in are copied when needed; the caller keeps ownership and
@@ -61,7 +62,7 @@ extern "C" {
   BELVANE_MAKE_VERSION(BELVANE_VERSION_MAJOR, BELVANE_VERSION_MINOR, BELVANE_VERSION_PATCH)
 
 /* The version of the library loaded at run time, as BELVANE_MAKE_VERSION
- * makes it. A host may compare it with BELVANE_VERSION. */
+ * makes it. A host may compare it with BELVANE_VERSION. Any thread. */
 BV_EXPORT unsigned long bv_version(void);
 
 /* ---- Errors ------------------------------------------------------------ */
@@ -85,10 +86,11 @@ typedef enum bv_error_code {
   BV_ERROR_UNAVAILABLE = -6
 } bv_error_code;
 
-/* A short English description of a bv_error_code (static string). */
+/* A short English description of a bv_error_code (static string). Any
+ * thread. */
 BV_EXPORT const char *bv_error_string(int code);
 
-/* Frees a string this library returned (NULL is fine). */
+/* Frees a string this library returned (NULL is fine). Any thread. */
 BV_EXPORT void bv_free(void *data);
 
 /* ---- Player ------------------------------------------------------------ */
@@ -322,9 +324,11 @@ typedef struct bv_audio_output {
 /* The machine's audio outputs: the sound server's sinks, then the ALSA
  * playback devices, into a new array of *count entries at *outputs (NULL
  * when there are none); free it with bv_audio_outputs_free(). BV_OK,
- * BV_ERROR_INVALID_PARAMETER for NULL arguments, or BV_ERROR_NOMEM. Any thread; asks the
- * sound server afresh (at most a few seconds when it does not answer). */
+ * BV_ERROR_INVALID_PARAMETER for NULL arguments, or BV_ERROR_NOMEM. Any
+ * thread; asks the sound server afresh (at most a few seconds when it does
+ * not answer). */
 BV_EXPORT int bv_audio_outputs(bv_audio_output **outputs, size_t *count);
+/* Frees what bv_audio_outputs() made. Any thread. */
 BV_EXPORT void bv_audio_outputs_free(bv_audio_output *outputs, size_t count);
 
 /* The attribute keys: the names Belvane exports. A live station has the
@@ -511,7 +515,7 @@ typedef void (*bv_log_callback)(const char *message, void *userdata);
  * G_MESSAGES_DEBUG names "Belvane" or "all". The callback is called on
  * whatever thread logged, possibly on several at once; it must not call
  * bv_set_log_callback. When this returns, the previous callback is no
- * longer running and is not called again. */
+ * longer running and is not called again. Any thread. */
 BV_EXPORT void bv_set_log_callback(bv_log_callback callback, void *userdata);
 
 #ifdef __cplusplus

@@ -71,7 +71,7 @@ void LoudnessControl::remember() {
   std::string station;
   double db;
   {
-    std::lock_guard lock(stationMutex_);
+    MutexLock lock(stationMutex_);
     if (!settled_ || station_.empty()) return;
     station = station_;
     db = settledDb_;
@@ -83,7 +83,7 @@ void LoudnessControl::remember() {
 void LoudnessControl::setStation(const std::string& station) {
   remember();
   std::optional<double> recalled = recalledLoudnessGain(station);
-  std::lock_guard lock(stationMutex_);
+  MutexLock lock(stationMutex_);
   station_ = station;
   settled_ = false;
   startDb_ = recalled.value_or(0.0);
@@ -94,7 +94,7 @@ void LoudnessControl::setStation(const std::string& station) {
 void LoudnessControl::restart() {
   double start;
   {
-    std::lock_guard lock(stationMutex_);
+    MutexLock lock(stationMutex_);
     start = startDb_;
   }
   wasEnabled_ = enabled_;
@@ -115,7 +115,7 @@ float** LoudnessControl::process(unsigned rate, float** channels, size_t frames)
       meter_.reset();
       framesToSteer_ = 0;
       moved_ = false;
-      std::lock_guard lock(stationMutex_);
+      MutexLock lock(stationMutex_);
       ramp_.start(gainOf(startDb_), kOffSeconds);
     } else {
       ramp_.start(1.0f, kOffSeconds);
@@ -170,7 +170,7 @@ void LoudnessControl::steer(unsigned rate, float blockPeak, size_t frames) {
       else if (std::fabs(dbOf(gain) - dbOf(heading)) > kDeadbandDb)
         ramp_.start(gain, kMoveSeconds);
       moved_ = true;
-      std::lock_guard lock(stationMutex_);
+      MutexLock lock(stationMutex_);
       settledDb_ = dbOf(gain);
       settled_ = true;
       noteLoudnessGain(station_, settledDb_);

@@ -31,12 +31,12 @@
 
 #include <atomic>
 #include <cstddef>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "audio_output/gain_ramp.h"
 #include "audio_output/loudness_meter.h"
+#include "foundation/thread_annotations.h"
 
 namespace belvane::detail {
 
@@ -79,11 +79,11 @@ class LoudnessControl {
   std::atomic<double> target_{kDefaultTarget};
   std::atomic<float> gainShown_{1.0f};  // gain_ after the last block
 
-  std::mutex stationMutex_;
-  std::string station_;              // guarded by stationMutex_
-  double settledDb_ = 0;             // guarded by stationMutex_: where the gain last headed
-  bool settled_ = false;             // guarded by stationMutex_: it has headed somewhere
-  double startDb_ = 0;               // guarded by stationMutex_: the remembered gain
+  Mutex stationMutex_;
+  std::string station_ GUARDED_BY(stationMutex_);
+  double settledDb_ GUARDED_BY(stationMutex_) = 0;  // where the gain last headed
+  bool settled_ GUARDED_BY(stationMutex_) = false;  // it has headed somewhere
+  double startDb_ GUARDED_BY(stationMutex_) = 0;    // the remembered gain
   std::atomic<bool> restart_{false};  // setStation asks the processing thread to start over
 
   // Processing thread only.

@@ -10,6 +10,7 @@
 #include <mutex>
 
 #include "audio_output/output_log.h"
+#include "foundation/thread_annotations.h"
 
 namespace belvane::detail {
 namespace {
@@ -21,12 +22,12 @@ std::mutex& memoryMutex() {
 }
 
 // The gains noted in this process, by station URL.
-std::mutex& notedMutex() {
-  static std::mutex mutex;
-  return mutex;
-}
-std::map<std::string, double>& notedGains() {
-  static std::map<std::string, double> gains;
+struct NotedGains {
+  Mutex mutex;
+  std::map<std::string, double> byStation GUARDED_BY(mutex);
+};
+NotedGains& notedGains() {
+  static NotedGains gains;
   return gains;
 }
 
@@ -59,9 +60,10 @@ KeyFile loadMemory() {
 std::optional<double> recalledLoudnessGain(const std::string& station) {
   if (station.empty()) return std::nullopt;
   {
-    std::lock_guard lock(notedMutex());
-    auto noted = notedGains().find(station);
-    if (noted != notedGains().end()) return noted->second;
+    NotedGains& noted = notedGains();
+    MutexLock lock(noted.mutex);
+    auto found = noted.byStation.find(station);
+    if (found != noted.byStation.end()) return found->second;
   }
   std::lock_guard lock(memoryMutex());
   KeyFile file = loadMemory();
@@ -77,8 +79,9 @@ std::optional<double> recalledLoudnessGain(const std::string& station) {
 
 void noteLoudnessGain(const std::string& station, double gainDb) {
   if (station.empty() || !std::isfinite(gainDb)) return;
-  std::lock_guard lock(notedMutex());
-  notedGains()[station] = gainDb;
+  NotedGains& noted = notedGains();
+  MutexLock lock(noted.mutex);
+  noted.byStation[station] = gainDb;
 }
 
 void rememberLoudnessGain(const std::string& station, double gainDb) {

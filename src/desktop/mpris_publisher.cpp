@@ -162,13 +162,12 @@ std::string coverArtURL(const std::string& path) {
 
 }  // namespace
 
-namespace belvane::detail {
-
 // The bus side of a publisher: its connection, registrations and the
-// translation between D-Bus calls and the player.
-struct MPRISConnection {
-  explicit MPRISConnection(BVMPRISPublisher& publisher) : publisher(publisher) {}
-  ~MPRISConnection();
+// translation between D-Bus calls and the player. Hidden: the library's
+// own, though its class is exported.
+struct __attribute__((visibility("hidden"))) BVMPRISPublisher::Connection {
+  explicit Connection(BVMPRISPublisher& publisher) : publisher(publisher) {}
+  ~Connection();
 
   bool open();
   bool requestName(const std::string& name);
@@ -190,9 +189,18 @@ struct MPRISConnection {
   GDBusConnection* connection = nullptr;
   GDBusNodeInfo* node = nullptr;
   std::vector<guint> registrations;
+
+  // GDBus's calls for the registered objects; data is the Connection.
+  static void onMethodCall(GDBusConnection*, const char*, const char*, const char* interface, const char* method,
+                           GVariant* parameters, GDBusMethodInvocation* invocation, gpointer data);
+  static GVariant* onGetProperty(GDBusConnection*, const char*, const char*, const char* interface, const char* name,
+                                 GError** error, gpointer data);
+  static gboolean onSetProperty(GDBusConnection*, const char*, const char*, const char*, const char* name,
+                                GVariant* value, GError** error, gpointer data);
+  static const GDBusInterfaceVTable kVTable;
 };
 
-MPRISConnection::~MPRISConnection() {
+BVMPRISPublisher::Connection::~Connection() {
   if (connection) {
     for (guint id : registrations) g_dbus_connection_unregister_object(connection, id);
     g_dbus_connection_close_sync(connection, nullptr, nullptr);
@@ -201,34 +209,35 @@ MPRISConnection::~MPRISConnection() {
   if (node) g_dbus_node_info_unref(node);
 }
 
-namespace {
-void onMethodCall(GDBusConnection*, const char*, const char*, const char* interface, const char* method,
-                  GVariant* parameters, GDBusMethodInvocation* invocation, gpointer data) {
-  static_cast<MPRISConnection*>(data)->call(interface, method, parameters);
+void BVMPRISPublisher::Connection::onMethodCall(GDBusConnection*, const char*, const char*, const char* interface,
+                                               const char* method, GVariant* parameters,
+                                               GDBusMethodInvocation* invocation, gpointer data) {
+  static_cast<Connection*>(data)->call(interface, method, parameters);
   g_dbus_method_invocation_return_value(invocation, nullptr);
 }
 
-GVariant* onGetProperty(GDBusConnection*, const char*, const char*, const char* interface, const char* name,
-                        GError** error, gpointer data) {
-  GVariant* value = static_cast<MPRISConnection*>(data)->property(interface, name);
+GVariant* BVMPRISPublisher::Connection::onGetProperty(GDBusConnection*, const char*, const char*,
+                                                      const char* interface, const char* name, GError** error,
+                                                      gpointer data) {
+  GVariant* value = static_cast<Connection*>(data)->property(interface, name);
   if (!value) g_set_error(error, G_DBUS_ERROR, G_DBUS_ERROR_UNKNOWN_PROPERTY, "No property %s", name);
   return value;
 }
 
-gboolean onSetProperty(GDBusConnection*, const char*, const char*, const char*, const char* name, GVariant* value,
-                       GError** error, gpointer data) {
-  if (static_cast<MPRISConnection*>(data)->setProperty(name, value)) return TRUE;
+gboolean BVMPRISPublisher::Connection::onSetProperty(GDBusConnection*, const char*, const char*, const char*,
+                                                     const char* name, GVariant* value, GError** error,
+                                                     gpointer data) {
+  if (static_cast<Connection*>(data)->setProperty(name, value)) return TRUE;
   g_set_error(error, G_DBUS_ERROR, G_DBUS_ERROR_PROPERTY_READ_ONLY, "Property %s cannot be set", name);
   return FALSE;
 }
 
-const GDBusInterfaceVTable kVTable = {onMethodCall, onGetProperty, onSetProperty, {}};
-}  // namespace
+const GDBusInterfaceVTable BVMPRISPublisher::Connection::kVTable = {onMethodCall, onGetProperty, onSetProperty, {}};
 
 // A private connection rather than GIO's shared one: the host's own use of
 // the session bus is left alone, and the connection closes with the
 // publisher (the shared one would end the process if the bus went away).
-bool MPRISConnection::open() {
+bool BVMPRISPublisher::Connection::open() {
   gchar* address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
   if (!address) return false;
   connection = g_dbus_connection_new_for_address_sync(
@@ -252,7 +261,7 @@ bool MPRISConnection::open() {
   return requestName(std::string(kBaseName) + ".instance" + std::to_string(getpid()));
 }
 
-bool MPRISConnection::requestName(const std::string& name) {
+bool BVMPRISPublisher::Connection::requestName(const std::string& name) {
   const guint32 doNotQueue = 4;
   GVariant* reply = g_dbus_connection_call_sync(
       connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
@@ -268,7 +277,7 @@ bool MPRISConnection::requestName(const std::string& name) {
   return true;
 }
 
-void MPRISConnection::emitChanged(std::initializer_list<const char*> names) {
+void BVMPRISPublisher::Connection::emitChanged(std::initializer_list<const char*> names) {
   if (!connection) return;
   GVariantBuilder changed;
   g_variant_builder_init(&changed, G_VARIANT_TYPE("a{sv}"));
@@ -279,14 +288,14 @@ void MPRISConnection::emitChanged(std::initializer_list<const char*> names) {
                                 g_variant_new("(sa{sv}as)", kPlayerInterface, &changed, nullptr), nullptr);
 }
 
-std::string MPRISConnection::trackID() const {
+std::string BVMPRISPublisher::Connection::trackID() const {
   if (publisher.track_ == 0) return kNoTrack;
   return "/org/belvane/Track/" + std::to_string(publisher.track_);
 }
 
 // The length of what plays: the duration the player reports, else worked out
 // from the time played and the fraction it is of the whole; 0 when unknown.
-double MPRISConnection::lengthSeconds(const BVMasterPlayer& player) const {
+double BVMPRISPublisher::Connection::lengthSeconds(const BVMasterPlayer& player) const {
   if (!player.hasPosition()) return 0;
   auto it = publisher.attributes_.find(BVPlayerAttributeDurationKey);
   if (it != publisher.attributes_.end() && it->second.isNumber() && it->second.doubleValue() > 0)
@@ -297,7 +306,7 @@ double MPRISConnection::lengthSeconds(const BVMasterPlayer& player) const {
   return 0;
 }
 
-GVariant* MPRISConnection::property(const char* interface, const char* name) {
+GVariant* BVMPRISPublisher::Connection::property(const char* interface, const char* name) {
   const std::string n = name;
   if (std::string(interface) == kRootInterface) {
     if (n == "CanQuit" || n == "CanRaise" || n == "HasTrackList") return g_variant_new_boolean(FALSE);
@@ -358,7 +367,7 @@ GVariant* MPRISConnection::property(const char* interface, const char* name) {
   return nullptr;
 }
 
-bool MPRISConnection::setProperty(const char* name, GVariant* value) {
+bool BVMPRISPublisher::Connection::setProperty(const char* name, GVariant* value) {
   const std::string n = name;
   if (n == "Rate") return true;  // only 1.0 is played; other rates are ignored
   if (n != "Volume") return false;
@@ -373,7 +382,7 @@ bool MPRISConnection::setProperty(const char* name, GVariant* value) {
   return true;
 }
 
-void MPRISConnection::play() {
+void BVMPRISPublisher::Connection::play() {
   auto player = this->player();
   if (!player) return;
   if (player->isPaused()) {
@@ -388,7 +397,7 @@ void MPRISConnection::play() {
 
 // A file waits paused, and so does a live station with a ring (it goes on
 // into the ring); one without stops.
-void MPRISConnection::pause() {
+void BVMPRISPublisher::Connection::pause() {
   auto player = this->player();
   if (!player) return;
   if (player->pause())
@@ -397,13 +406,13 @@ void MPRISConnection::pause() {
     player->stop();
 }
 
-void MPRISConnection::stop() {
+void BVMPRISPublisher::Connection::stop() {
   if (auto player = this->player()) player->stop();
 }
 
 // A file's seconds played; a live station's place in its ring, counted
 // from the oldest second it holds.
-double MPRISConnection::positionSeconds() {
+double BVMPRISPublisher::Connection::positionSeconds() {
   auto player = this->player();
   if (!player) return 0;
   if (player->hasPosition()) return std::max(0.0f, player->elapsedTime());
@@ -411,7 +420,7 @@ double MPRISConnection::positionSeconds() {
   return 0;
 }
 
-void MPRISConnection::seekTo(double seconds) {
+void BVMPRISPublisher::Connection::seekTo(double seconds) {
   auto player = this->player();
   if (player && !player->hasPosition() && player->canTimeShift()) {
     if (player->skipBy(seconds - positionSeconds()))
@@ -428,7 +437,7 @@ void MPRISConnection::seekTo(double seconds) {
                                 g_variant_new("(x)", gint64(seconds * 1e6)), nullptr);
 }
 
-void MPRISConnection::call(const char* interface, const char* method, GVariant* parameters) {
+void BVMPRISPublisher::Connection::call(const char* interface, const char* method, GVariant* parameters) {
   if (std::string(interface) != kPlayerInterface) return;  // Raise and Quit: not supported
   // The publisher may go inside a host callback that a call leads to.
   auto keep = publisher.shared_from_this();
@@ -455,12 +464,10 @@ void MPRISConnection::call(const char* interface, const char* method, GVariant* 
   }
 }
 
-}  // namespace belvane::detail
-
 std::shared_ptr<BVMPRISPublisher> BVMPRISPublisher::create(const std::shared_ptr<BVMasterPlayer>& player) {
   if (!player) return nullptr;
   std::shared_ptr<BVMPRISPublisher> publisher(new BVMPRISPublisher());
-  publisher->connection_ = std::make_unique<belvane::detail::MPRISConnection>(*publisher);
+  publisher->connection_ = std::make_unique<Connection>(*publisher);
   if (!publisher->connection_->open()) return nullptr;
   publisher->player_ = player;
   publisher->hostOwner_ = player->owner();

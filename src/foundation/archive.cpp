@@ -7,6 +7,7 @@
 #include <mutex>
 
 #include "foundation/plist_bridge.h"
+#include "foundation/thread_annotations.h"
 
 namespace belvane {
 namespace {
@@ -35,14 +36,15 @@ BVValue decodeError(BVArchiveDecoder& coder) {
 }
 
 struct Registry {
-  std::mutex mutex;
-  std::map<std::string, BVArchiveFactory, std::less<>> factories;
+  belvane::detail::Mutex mutex;
+  std::map<std::string, BVArchiveFactory, std::less<>> factories GUARDED_BY(mutex);
 };
 
 Registry& registry() {
   // Never destroyed: decoders may run while the process shuts down.
   static Registry* instance = [] {
     auto r = new Registry;
+    belvane::detail::MutexLock lock(r->mutex);
     r->factories["NSError"] = decodeError;
     return r;
   }();
@@ -51,7 +53,7 @@ Registry& registry() {
 
 BVArchiveFactory factoryFor(std::string_view className) {
   Registry& r = registry();
-  std::lock_guard lock(r.mutex);
+  belvane::detail::MutexLock lock(r.mutex);
   auto it = r.factories.find(className);
   return it == r.factories.end() ? BVArchiveFactory() : it->second;
 }
@@ -183,7 +185,7 @@ BVValue BVArchiveDecoder::decodeObject() { return next_ < items_.size() ? items_
 
 void BVArchiveRegisterClass(const std::string& className, BVArchiveFactory factory) {
   Registry& r = registry();
-  std::lock_guard lock(r.mutex);
+  belvane::detail::MutexLock lock(r.mutex);
   r.factories[className] = std::move(factory);
 }
 

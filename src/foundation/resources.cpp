@@ -5,12 +5,12 @@
 #include <dlfcn.h>
 #include <glib.h>
 
-#include <mutex>
+#include "foundation/thread_annotations.h"
 
 namespace {
 
-std::mutex gMutex;
-std::optional<std::string> gMainBundle;
+belvane::detail::Mutex gMutex;
+std::optional<std::string> gMainBundle GUARDED_BY(gMutex);
 
 bool isFile(const std::string& path) { return g_file_test(path.c_str(), G_FILE_TEST_IS_REGULAR); }
 
@@ -56,7 +56,7 @@ std::optional<std::string> frameworkPathForResource(const std::string& name, con
 }
 
 void setMainBundleDirectory(const std::string& directory) {
-  std::lock_guard lock(gMutex);
+  belvane::detail::MutexLock lock(gMutex);
   if (directory.empty())
     gMainBundle.reset();
   else
@@ -64,7 +64,7 @@ void setMainBundleDirectory(const std::string& directory) {
 }
 
 std::optional<std::string> mainBundleDirectory() {
-  std::lock_guard lock(gMutex);
+  belvane::detail::MutexLock lock(gMutex);
   return gMainBundle;
 }
 

@@ -10,6 +10,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "foundation/thread_annotations.h"
 #include "foundation/tsan_handoff.h"
 
 namespace {
@@ -174,33 +175,35 @@ namespace {
 // One GMainLoop per context being run, so stop() from any thread ends the
 // innermost run of that context.
 // Never destroyed: threads may still run loops while the process exits.
-std::mutex& gLoopsMutex = *new std::mutex;
-std::unordered_map<GMainContext*, std::vector<GMainLoop*>>& gLoops =
-    *new std::unordered_map<GMainContext*, std::vector<GMainLoop*>>;
+struct RunningLoops {
+  belvane::detail::Mutex mutex;
+  std::unordered_map<GMainContext*, std::vector<GMainLoop*>> byContext GUARDED_BY(mutex);
+};
+RunningLoops& gLoops = *new RunningLoops;
 }  // namespace
 
 void BVRunLoop::run() const {
   GMainLoop* loop = g_main_loop_new(context_, FALSE);
   {
-    std::lock_guard lock(gLoopsMutex);
-    gLoops[context_].push_back(loop);
+    belvane::detail::MutexLock lock(gLoops.mutex);
+    gLoops.byContext[context_].push_back(loop);
   }
   g_main_context_push_thread_default(context_ == g_main_context_default() ? nullptr : context_);
   g_main_loop_run(loop);
   g_main_context_pop_thread_default(context_ == g_main_context_default() ? nullptr : context_);
   {
-    std::lock_guard lock(gLoopsMutex);
-    auto& v = gLoops[context_];
+    belvane::detail::MutexLock lock(gLoops.mutex);
+    auto& v = gLoops.byContext[context_];
     v.erase(std::find(v.begin(), v.end(), loop));
-    if (v.empty()) gLoops.erase(context_);
+    if (v.empty()) gLoops.byContext.erase(context_);
   }
   g_main_loop_unref(loop);
 }
 
 void BVRunLoop::stop() const {
-  std::lock_guard lock(gLoopsMutex);
-  auto it = gLoops.find(context_);
-  if (it != gLoops.end() && !it->second.empty()) g_main_loop_quit(it->second.back());
+  belvane::detail::MutexLock lock(gLoops.mutex);
+  auto it = gLoops.byContext.find(context_);
+  if (it != gLoops.byContext.end() && !it->second.empty()) g_main_loop_quit(it->second.back());
   g_main_context_wakeup(context_);
 }
 

@@ -4,6 +4,7 @@
 
 #include <belvane/BVKitOwner.h>
 
+#include "foundation/thread_annotations.h"
 #include "foundation/thread_name.h"
 #include "foundation/tsan_handoff.h"
 
@@ -22,14 +23,14 @@ namespace belvane::detail {
 
 struct SleepInhibitor::State {
   std::string who, why;
-  std::mutex mutex;
-  bool wanted = false;
-  uint64_t generation = 0;  // bumped by every hold and release
-  int fd = -1;              // logind's descriptor while held
-  std::string request;      // the portal's request object while held
+  Mutex mutex;
+  bool wanted GUARDED_BY(mutex) = false;
+  uint64_t generation GUARDED_BY(mutex) = 0;  // bumped by every hold and release
+  int fd GUARDED_BY(mutex) = -1;              // logind's descriptor while held
+  std::string request GUARDED_BY(mutex);      // the portal's request object while held
 
   // Lets go of what is held; a portal request to close comes back.
-  std::string closeHeld() {
+  std::string closeHeld() REQUIRES(mutex) {
     if (fd >= 0) close(fd);
     fd = -1;
     return std::exchange(request, {});
@@ -135,7 +136,7 @@ void inhibitReplied(GObject* source, GAsyncResult* result, gpointer data) {
   if (fds) g_object_unref(fds);
   if (fd < 0) return;
   auto& state = *pending->state;
-  std::lock_guard lock(state.mutex);
+  MutexLock lock(state.mutex);
   if (state.wanted && state.generation == pending->generation && state.fd < 0)
     state.fd = fd;
   else
@@ -167,7 +168,7 @@ void portalReplied(GObject* source, GAsyncResult* result, gpointer data) {
   if (request.empty()) return;
   auto& state = *pending->state;
   {
-    std::lock_guard lock(state.mutex);
+    MutexLock lock(state.mutex);
     if (state.wanted && state.generation == pending->generation && state.request.empty() && state.fd < 0) {
       state.request = std::move(request);
       return;
@@ -188,14 +189,14 @@ SleepInhibitor::~SleepInhibitor() { release(); }
 void SleepInhibitor::hold() {
   uint64_t generation;
   {
-    std::lock_guard lock(state_->mutex);
+    MutexLock lock(state_->mutex);
     if (state_->wanted) return;
     state_->wanted = true;
     generation = ++state_->generation;
   }
   InhibitThread::shared().post([state = state_, generation] {
     {
-      std::lock_guard lock(state->mutex);
+      MutexLock lock(state->mutex);
       if (!state->wanted || state->generation != generation) return;  // released before it went out
     }
     if (sandboxed()) {
@@ -223,7 +224,7 @@ void SleepInhibitor::hold() {
 void SleepInhibitor::release() {
   std::string request;
   {
-    std::lock_guard lock(state_->mutex);
+    MutexLock lock(state_->mutex);
     state_->wanted = false;
     ++state_->generation;
     request = state_->closeHeld();
@@ -232,7 +233,7 @@ void SleepInhibitor::release() {
 }
 
 bool SleepInhibitor::isHeld() const {
-  std::lock_guard lock(state_->mutex);
+  MutexLock lock(state_->mutex);
   return state_->wanted;
 }
 

@@ -5,6 +5,7 @@
 #include "foundation/curl_transfer.h"
 #include "foundation/mime_type.h"
 #include "foundation/request_settings_scope.h"
+#include "foundation/thread_annotations.h"
 #include "foundation/thread_name.h"
 #include "foundation/url_connection_diversion.h"
 
@@ -67,23 +68,25 @@ constexpr size_t kMaxQueuedBytes = 1 << 20;
 
 struct BVURLConnection::State {
   explicit State(const BVURLRequest& r) : request(r), loop(BVRunLoop::current()), transfer(r) {}
+  // The state of a connection, for the diversion (URLConnectionAccess).
+  static State& of(BVURLConnection& connection) { return *connection.state_; }
   BVURLRequest request;
   BVRunLoop loop;
   belvane::detail::CurlTransfer transfer;
   std::atomic<BVURLConnectionDelegate*> delegate{nullptr};  // cleared by cancel(), from any thread
   std::weak_ptr<BVURLConnection> connection;
   std::atomic<bool> cancelled{false};
-  std::mutex mutex;
+  belvane::detail::Mutex mutex;
   // Body pieces and the end, in order, waiting for the loop. Kept here
   // rather than in the queued calls so that a diversion can take them.
-  std::deque<std::vector<uint8_t>> queued;
-  size_t queuedBytes = 0;
-  bool endQueued = false;
-  BVErrorRef queuedEnd;
+  std::deque<std::vector<uint8_t>> queued GUARDED_BY(mutex);
+  size_t queuedBytes GUARDED_BY(mutex) = 0;
+  bool endQueued GUARDED_BY(mutex) = false;
+  BVErrorRef queuedEnd GUARDED_BY(mutex);
   // Set once the body goes to a diversion instead of the delegate; weak, as
   // the diversion usually owns the connection.
-  bool diverted = false;
-  std::weak_ptr<belvane::detail::URLConnectionDiversion> diversion;
+  bool diverted GUARDED_BY(mutex) = false;
+  std::weak_ptr<belvane::detail::URLConnectionDiversion> diversion GUARDED_BY(mutex);
   std::thread worker;
 
   // Calls fn with the connection and delegate, unless cancelled (on the loop).
@@ -141,7 +144,7 @@ BVURLConnectionRef BVURLConnection::start(const BVURLRequest& request, BVURLConn
       std::shared_ptr<belvane::detail::URLConnectionDiversion> diversion;
       bool diverted;
       {
-        std::lock_guard lock(state->mutex);
+        belvane::detail::MutexLock lock(state->mutex);
         diverted = state->diverted;
         if (diverted) {
           diversion = state->diversion.lock();
@@ -159,7 +162,7 @@ BVURLConnectionRef BVURLConnection::start(const BVURLRequest& request, BVURLConn
       state->loop.perform(state, [s = state.get()] {
         std::vector<uint8_t> piece;
         {
-          std::lock_guard lock(s->mutex);
+          belvane::detail::MutexLock lock(s->mutex);
           if (s->queued.empty()) return;  // a diversion took it
           piece = std::move(s->queued.front());
           s->queued.pop_front();
@@ -170,7 +173,7 @@ BVURLConnectionRef BVURLConnection::start(const BVURLRequest& request, BVURLConn
       });
     };
     sink.canAccept = [&] {
-      std::lock_guard lock(state->mutex);
+      belvane::detail::MutexLock lock(state->mutex);
       if (state->diverted) {
         auto d = state->diversion.lock();
         return !d || d->divertedCanAccept();
@@ -180,7 +183,7 @@ BVURLConnectionRef BVURLConnection::start(const BVURLRequest& request, BVURLConn
     BVErrorRef error = state->transfer.run(sink);
     if (state->cancelled) return;
     {
-      std::unique_lock lock(state->mutex);
+      belvane::detail::MutexLock lock(state->mutex);
       if (state->diverted) {
         auto diversion = state->diversion.lock();
         lock.unlock();
@@ -193,7 +196,7 @@ BVURLConnectionRef BVURLConnection::start(const BVURLRequest& request, BVURLConn
     state->loop.perform(state, [s = state.get()] {
       BVErrorRef error;
       {
-        std::lock_guard lock(s->mutex);
+        belvane::detail::MutexLock lock(s->mutex);
         if (!s->endQueued) return;  // a diversion took it
         s->endQueued = false;
         error = std::move(s->queuedEnd);
@@ -231,10 +234,10 @@ namespace belvane::detail {
 
 void URLConnectionAccess::divert(BVURLConnection& connection,
                                  const std::shared_ptr<URLConnectionDiversion>& diversion) {
-  auto& state = *connection.state_;
+  auto& state = BVURLConnection::State::of(connection);
   {
     // What the loop has not delivered yet goes to the diversion first.
-    std::lock_guard lock(state.mutex);
+    belvane::detail::MutexLock lock(state.mutex);
     state.diversion = diversion;
     state.diverted = true;
     state.delegate = nullptr;
@@ -249,7 +252,9 @@ void URLConnectionAccess::divert(BVURLConnection& connection,
   state.transfer.resume();
 }
 
-void URLConnectionAccess::resume(BVURLConnection& connection) { connection.state_->transfer.resume(); }
+void URLConnectionAccess::resume(BVURLConnection& connection) {
+  BVURLConnection::State::of(connection).transfer.resume();
+}
 
 }  // namespace belvane::detail
 

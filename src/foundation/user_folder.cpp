@@ -12,6 +12,8 @@
 #include <map>
 #include <mutex>
 
+#include "foundation/thread_annotations.h"
+
 namespace belvane::detail {
 
 namespace {
@@ -34,8 +36,8 @@ std::string usualPath() {
 // Private folders made in place of usual ones that could not be used,
 // by the usual path; removed at exit when nothing is left in them.
 struct Replacements {
-  std::mutex mutex;
-  std::map<std::string, std::string> byUsualPath;
+  Mutex mutex;
+  std::map<std::string, std::string> byUsualPath GUARDED_BY(mutex);
 };
 
 Replacements& replacements() {
@@ -44,8 +46,9 @@ Replacements& replacements() {
 }
 
 void removeEmptyReplacements() {
-  std::lock_guard lock(replacements().mutex);
-  for (auto& [usual, made] : replacements().byUsualPath) rmdir(made.c_str());
+  Replacements& r = replacements();
+  MutexLock lock(r.mutex);
+  for (auto& [usual, made] : r.byUsualPath) rmdir(made.c_str());
 }
 
 // Why dir cannot be ours (empty when it is): it must be a real folder owned
@@ -67,9 +70,10 @@ std::string userFolderPath() {
   const char* inherited = g_getenv(kInheritedVariable);
   if (inherited && *inherited) return inherited;
   std::string usual = usualPath();
-  std::lock_guard lock(replacements().mutex);
-  auto made = replacements().byUsualPath.find(usual);
-  return made == replacements().byUsualPath.end() ? usual : made->second;
+  Replacements& r = replacements();
+  MutexLock lock(r.mutex);
+  auto made = r.byUsualPath.find(usual);
+  return made == r.byUsualPath.end() ? usual : made->second;
 }
 
 std::string prepareUserFolder(std::string* why) {
@@ -87,8 +91,9 @@ std::string prepareUserFolder(std::string* why) {
   BVLog("The folder %s cannot be used: %s Using %s instead.", dir.c_str(), problem.c_str(), name.c_str());
   static std::once_flag cleanup;
   std::call_once(cleanup, [] { std::atexit(removeEmptyReplacements); });
-  std::lock_guard lock(replacements().mutex);
-  auto [entry, added] = replacements().byUsualPath.emplace(usual, name);
+  Replacements& r = replacements();
+  MutexLock lock(r.mutex);
+  auto [entry, added] = r.byUsualPath.emplace(usual, name);
   if (!added) {  // another thread made one first: use that one
     rmdir(name.c_str());
     return entry->second;

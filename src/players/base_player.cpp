@@ -7,28 +7,32 @@
 
 #include "audio_output/output_playback.h"
 #include "foundation/request_settings_scope.h"
-#include "foundation/thread_check.h"
 #include "foundation/url_redaction.h"
+#include "players/base_player_impl.h"
 
 #include <vector>
 
 std::shared_ptr<BVBasePlayer> BVBasePlayer::create() { return std::shared_ptr<BVBasePlayer>(new BVBasePlayer()); }
 
+BVBasePlayer::BVBasePlayer() : impl_(std::make_unique<Impl>()) {}
+
 BVBasePlayer::~BVBasePlayer() { owner_ = nullptr; }
 
-std::shared_ptr<BVMediaLink> BVBasePlayer::link() const {
-  std::lock_guard lock(linkMutex_);
+std::shared_ptr<BVMediaLink> BVBasePlayer::Impl::link() const {
+  belvane::detail::MutexLock lock(linkMutex);
   return link_;
 }
 
-void BVBasePlayer::checkThread(const char* operation) const { belvane::detail::checkCalledOn(madeOn_, operation); }
+std::shared_ptr<BVMediaLink> BVBasePlayer::link() const { return impl_->link(); }
+
+void BVBasePlayer::checkThread(const char* operation) const { impl_->madeOn.check(operation); }
 
 void BVBasePlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   checkThread("BVBasePlayer::playLink");
   {
-    std::lock_guard lock(linkMutex_);
-    if (link != link_) link_ = link;
-    if (!outputPlaybackShared_) outputPlayback_ = std::make_shared<belvane::detail::OutputPlayback>();
+    belvane::detail::MutexLock lock(impl_->linkMutex);
+    impl_->link_ = link;
+    if (!impl_->outputPlaybackShared) impl_->outputPlayback_ = std::make_shared<belvane::detail::OutputPlayback>();
   }
   startStationTap();
 }

@@ -3,6 +3,7 @@
 #include <belvane/BVBasePlayer.h>
 
 #include "audio_output/output_playback.h"
+#include "players/base_player_impl.h"
 
 #include <cmath>
 
@@ -13,11 +14,14 @@ int BVBasePlayer::setAudioOutput(const std::string& text) {
   return 0;
 }
 
-std::shared_ptr<belvane::detail::OutputPlayback> BVBasePlayer::outputPlayback() const {
-  std::lock_guard lock(linkMutex_);
+std::shared_ptr<belvane::detail::OutputPlayback> BVBasePlayer::Impl::outputPlayback() const {
+  belvane::detail::MutexLock lock(linkMutex);
   return outputPlayback_;
 }
 
+std::shared_ptr<belvane::detail::OutputPlayback> BVBasePlayer::outputPlayback() const {
+  return impl_->outputPlayback();
+}
 
 void BVBasePlayer::setReconnectPatience(double seconds) {
   if (std::isnan(seconds) || seconds < 0) return;

@@ -5,6 +5,7 @@
 #include <belvane/BVConstants.h>
 #include <belvane/BVRunLoop.h>
 
+#include "players/base_player_impl.h"
 #include "streaming/station_tap.h"
 
 #include <cmath>
@@ -35,32 +36,37 @@ void BVBasePlayer::setTimeShiftMinutes(double minutes) {
   timeShiftMinutes_ = minutes;
 }
 
-std::shared_ptr<StationTap> BVBasePlayer::stationTap() const {
-  std::lock_guard lock(tapMutex_);
+std::shared_ptr<StationTap> BVBasePlayer::Impl::stationTap() const {
+  belvane::detail::MutexLock lock(tapMutex);
   return stationTap_;
 }
 
-void BVBasePlayer::sharePlayback(const BVBasePlayer& from, BVBasePlayer& to) {
-  auto tap = from.stationTap();
-  auto playback = from.outputPlayback();
+std::shared_ptr<StationTap> BVBasePlayer::stationTap() const { return impl_->stationTap(); }
+
+void BVBasePlayer::Impl::share(const BVBasePlayer& from, BVBasePlayer& to) {
+  auto tap = from.impl_->stationTap();
+  auto playback = from.impl_->outputPlayback();
+  Impl& into = *to.impl_;
   {
-    std::lock_guard lock(to.tapMutex_);
-    to.stationTap_ = std::move(tap);
-    to.tapShared_ = to.stationTap_ != nullptr;
+    belvane::detail::MutexLock lock(into.tapMutex);
+    into.stationTap_ = std::move(tap);
+    into.tapShared = into.stationTap_ != nullptr;
   }
-  std::lock_guard lock(to.linkMutex_);
-  to.outputPlayback_ = std::move(playback);
-  to.outputPlaybackShared_ = to.outputPlayback_ != nullptr;
+  belvane::detail::MutexLock lock(into.linkMutex);
+  into.outputPlayback_ = std::move(playback);
+  into.outputPlaybackShared = into.outputPlayback_ != nullptr;
 }
+
+void BVBasePlayer::sharePlayback(const BVBasePlayer& from, BVBasePlayer& to) { Impl::share(from, to); }
 
 // A playback of its own starts a fresh tap: the last one's recording ends
 // (its last file is announced) and its ring goes.
 void BVBasePlayer::startStationTap() {
   std::shared_ptr<StationTap> old;
   {
-    std::lock_guard lock(tapMutex_);
-    if (tapShared_) return;
-    old = std::move(stationTap_);
+    belvane::detail::MutexLock lock(impl_->tapMutex);
+    if (impl_->tapShared) return;
+    old = std::move(impl_->stationTap_);
   }
   if (old) old->stopRecording();
   belvane::detail::StationRingSettings settings;
@@ -72,7 +78,8 @@ void BVBasePlayer::startStationTap() {
   tap->setHandlers(
       [loop, weak](const RecordedFile& file) {
         loop.perform(weak, [weak, file] {
-          if (auto self = std::static_pointer_cast<BVBasePlayer>(weak.lock())) self->announceRecordedFile(file);
+          auto self = std::static_pointer_cast<BVBasePlayer>(weak.lock());
+          if (self && self->owner()) self->owner()->playerRecordedFile(*self, file.path, file.title, file.complete);
         });
       },
       [loop, weak](RecordingProblem problem, const std::string& text) {
@@ -81,12 +88,8 @@ void BVBasePlayer::startStationTap() {
           if (self && self->owner()) self->owner()->playerRecordingStopped(*self, recordingError(problem, text));
         });
       });
-  std::lock_guard lock(tapMutex_);
-  stationTap_ = std::move(tap);
-}
-
-void BVBasePlayer::announceRecordedFile(const RecordedFile& file) {
-  if (auto* o = owner()) o->playerRecordedFile(*this, file.path, file.title, file.complete);
+  belvane::detail::MutexLock lock(impl_->tapMutex);
+  impl_->stationTap_ = std::move(tap);
 }
 
 double BVBasePlayer::timeShiftSecondsHeld() const {

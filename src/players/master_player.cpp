@@ -20,13 +20,21 @@
 
 #include "foundation/request_settings_scope.h"
 #include "foundation/sleep_inhibitor.h"
+#include "players/base_player_impl.h"
 #include "streaming/shoutstreamer.h"
 
 std::shared_ptr<BVMasterPlayer> BVMasterPlayer::create() {
   return std::shared_ptr<BVMasterPlayer>(new BVMasterPlayer());
 }
 
-BVMasterPlayer::BVMasterPlayer() : _subPlayer(BVMP3StreamPlayer::create()) { _subPlayer->setOwner(this); }
+// Hidden: the library's own, though its class is exported.
+struct __attribute__((visibility("hidden"))) BVMasterPlayer::Impl {
+  std::unique_ptr<belvane::detail::SleepInhibitor> sleepInhibitor;  // made when first held
+};
+
+BVMasterPlayer::BVMasterPlayer() : _subPlayer(BVMP3StreamPlayer::create()), impl_(std::make_unique<Impl>()) {
+  _subPlayer->setOwner(this);
+}
 
 BVMasterPlayer::~BVMasterPlayer() {
   _subPlayer->setOwner(nullptr);
@@ -59,7 +67,7 @@ void BVMasterPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
     replaceSubPlayer(freshPlayerLike(*_subPlayer));
   }
   auto sub = _subPlayer;  // playing may replace the sub-player
-  sharePlayback(*this, *sub);
+  BVBasePlayer::Impl::share(*this, *sub);
   subPlayerUsed_ = true;
   sub->playLink(link);
   updateSleepInhibitor();
@@ -94,7 +102,7 @@ void BVMasterPlayer::replaceSubPlayer(std::shared_ptr<BVBasePlayer> next) {
   next->setStopsAfterCurrentTitle(stopsAfterCurrentTitle());
   next->setLoudnessNormalization(loudnessNormalization());
   next->setLoudnessTarget(loudnessTarget());
-  sharePlayback(*this, *next);
+  BVBasePlayer::Impl::share(*this, *next);
   auto old = std::move(_subPlayer);
   old->setOwner(nullptr);
   _subPlayer = std::move(next);
@@ -270,12 +278,12 @@ void BVMasterPlayer::setInhibitsSleep(bool inhibits) {
 void BVMasterPlayer::updateSleepInhibitor() {
   bool plays = inhibitsSleep_ && state() == BVPlayerStatePlaying && !isPaused();
   if (!plays) {
-    if (sleepInhibitor_) sleepInhibitor_->release();
+    if (impl_->sleepInhibitor) impl_->sleepInhibitor->release();
     return;
   }
-  if (!sleepInhibitor_)
-    sleepInhibitor_ = std::make_unique<belvane::detail::SleepInhibitor>("Belvane", "Playing audio");
-  sleepInhibitor_->hold();
+  if (!impl_->sleepInhibitor)
+    impl_->sleepInhibitor = std::make_unique<belvane::detail::SleepInhibitor>("Belvane", "Playing audio");
+  impl_->sleepInhibitor->hold();
 }
 
 void BVMasterPlayer::setReconnectPatience(double seconds) {

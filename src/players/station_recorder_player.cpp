@@ -11,6 +11,7 @@
 #include <belvane/BVURL.h>
 #include <belvane/BVURLAdditions.h>
 
+#include "foundation/thread_annotations.h"
 #include "foundation/thread_name.h"
 #include "playlists/playlist_format.h"
 #include "playlists/playlist_text_parser.h"
@@ -123,21 +124,23 @@ BVErrorRef belvaneError(int64_t code, const std::string& text) {
 struct BVStationRecorder::Reading {
   // No ring: nothing is played back, so nothing needs keeping.
   StationTap tap{StationRingSettings{.minutes = 0}};
-  std::mutex readerMutex;  // guards reader (replaced when a playlist is followed) and stopped
-  std::unique_ptr<StreamReader> reader;
-  bool stopped = false;
+  Mutex readerMutex;
+  // Replaced when a playlist is followed; the reading thread runs the one it
+  // started (startReader's answer) without the lock.
+  std::unique_ptr<StreamReader> reader GUARDED_BY(readerMutex);
+  bool stopped GUARDED_BY(readerMutex) = false;
   std::atomic<uint64_t> bytes{0};
   std::thread thread;
 
   // The reader for url, unless the recorder was stopped meanwhile.
   StreamReader* startReader(const std::string& url, StreamReaderPolicy policy) {
-    std::lock_guard lock(readerMutex);
+    MutexLock lock(readerMutex);
     if (stopped) return nullptr;
     reader = std::make_unique<StreamReader>(url, std::move(policy));
     return reader.get();
   }
   void stop() {
-    std::lock_guard lock(readerMutex);
+    MutexLock lock(readerMutex);
     stopped = true;
     if (reader) reader->cancel();
   }
@@ -187,12 +190,12 @@ BVErrorRef BVStationRecorder::startRecording(const std::string& url, const std::
   StreamReaderPolicy policy;
   policy.refuseAAC = false;
   policy.reconnectWindow = reconnectWindowForPatience(300.0);
-  reading->startReader(url, policy);
+  StreamReader* const firstReader = reading->startReader(url, policy);
   reading_ = reading;
-  reading->thread = std::thread([reading, loop, weak, recorder, url, policy] {
+  reading->thread = std::thread([reading, firstReader, loop, weak, recorder, url, policy] {
     nameThisThread("bv-record-net");
     RecordingClient client(reading->tap, reading->bytes, true);
-    StreamReader::Outcome outcome = reading->reader->run(client);
+    StreamReader::Outcome outcome = firstReader->run(client);
     std::optional<RecordingClient> stationClient;
     BVErrorRef error;
     if (client.isPlaylist()) {

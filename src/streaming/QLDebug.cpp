@@ -3,6 +3,7 @@
 // another opens or closes the file.
 #include "streaming/QLDebug.h"
 
+#include "foundation/thread_annotations.h"
 #include "foundation/url_redaction.h"
 
 #include <belvane/BVKitOwner.h>
@@ -12,7 +13,6 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
-#include <mutex>
 #include <string>
 
 namespace {
@@ -20,9 +20,9 @@ namespace {
 std::atomic<int> gLevel{QL_LOG_ERROR};
 
 struct LogFile {
-  std::mutex mutex;
-  FILE* file = nullptr;
-  std::string path;
+  belvane::detail::Mutex mutex;
+  FILE* file GUARDED_BY(mutex) = nullptr;
+  std::string path GUARDED_BY(mutex);
 };
 
 LogFile& logFile() {
@@ -56,7 +56,7 @@ const char* QLDebugLogFilePath(void) {
   // another thread closes the file meanwhile (until this thread asks again).
   thread_local std::string copy;
   LogFile& log = logFile();
-  std::lock_guard lock(log.mutex);
+  belvane::detail::MutexLock lock(log.mutex);
   if (!log.file) return nullptr;
   copy = log.path;
   return copy.c_str();
@@ -67,7 +67,7 @@ bool QLDebugOpenLogFileAtPath(const char* path) {
   FILE* file = std::fopen(path, "a");
   if (!file) return false;
   LogFile& log = logFile();
-  std::lock_guard lock(log.mutex);
+  belvane::detail::MutexLock lock(log.mutex);
   if (log.file) std::fclose(log.file);
   log.file = file;
   log.path = path;
@@ -76,7 +76,7 @@ bool QLDebugOpenLogFileAtPath(const char* path) {
 
 bool QLDebugCloseLogFile(void) {
   LogFile& log = logFile();
-  std::lock_guard lock(log.mutex);
+  belvane::detail::MutexLock lock(log.mutex);
   if (!log.file) return false;
   bool ok = std::fclose(log.file) == 0;
   log.file = nullptr;
@@ -92,7 +92,7 @@ void QLDebugLog(int level, const char* format, ...) {
   va_end(args);
   {
     LogFile& log = logFile();
-    std::lock_guard lock(log.mutex);
+    belvane::detail::MutexLock lock(log.mutex);
     if (log.file) {
       GDateTime* now = g_date_time_new_now_local();
       char* stamp = g_date_time_format(now, "%Y-%m-%d %H:%M:%S.%f");

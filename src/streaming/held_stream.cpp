@@ -68,10 +68,10 @@ std::shared_ptr<HeldStream> HeldStream::take(const std::string& url) {
 }
 
 void HeldStream::attach(Consumer consumer) {
-  std::lock_guard delivering(consumerMutex_);
+  MutexLock delivering(consumerMutex_);
   std::vector<uint8_t> held;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     held.swap(bytes_);
   }
   consumer_ = std::move(consumer);
@@ -81,7 +81,7 @@ void HeldStream::attach(Consumer consumer) {
 }
 
 void HeldStream::detach() {
-  std::lock_guard delivering(consumerMutex_);
+  MutexLock delivering(consumerMutex_);
   consumer_ = nullptr;
 }
 
@@ -95,21 +95,25 @@ bool HeldStream::consume(std::span<const uint8_t> bytes) {
 
 void HeldStream::ended(End how) {
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (end_ == End::None) end_ = how;
   }
   changed_.notify_all();
 }
 
 HeldStream::End HeldStream::waitForEnd(double timeout) {
-  std::unique_lock lock(mutex_);
-  changed_.wait_for(lock, std::chrono::duration<double>(timeout), [&] { return cancelled_ || end_ != End::None; });
+  using Clock = std::chrono::steady_clock;
+  const auto until =
+      Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(timeout));
+  MutexLock lock(mutex_);
+  while (!cancelled_ && end_ == End::None)
+    if (lock.waitUntil(changed_, until) == std::cv_status::timeout) break;
   return cancelled_ ? End::Stopped : end_;
 }
 
 void HeldStream::cancel() {
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     cancelled_ = true;
   }
   changed_.notify_all();
@@ -117,19 +121,19 @@ void HeldStream::cancel() {
 }
 
 void HeldStream::divertedData(std::span<const uint8_t> bytes) {
-  std::lock_guard delivering(consumerMutex_);
+  MutexLock delivering(consumerMutex_);
   if (consumer_) {
     consume(bytes);
     return;
   }
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   bytes_.insert(bytes_.end(), bytes.begin(), bytes.end());
 }
 
 void HeldStream::divertedEnd(const BVErrorRef& error) { ended(error ? End::Failed : End::Finished); }
 
 bool HeldStream::divertedCanAccept() {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return bytes_.size() < kMaxHeldBytes;
 }
 

@@ -13,6 +13,7 @@
 
 #include <belvane/BVURLConnection.h>
 
+#include "foundation/thread_annotations.h"
 #include "foundation/url_connection_diversion.h"
 #include "streaming/icy_metadata.h"
 
@@ -74,19 +75,19 @@ class HeldStream final : public URLConnectionDiversion {
   bool divertedCanAccept() override;
 
   // Takes the consumer's verdict; false ends the reply.
-  bool consume(std::span<const uint8_t> bytes);
+  bool consume(std::span<const uint8_t> bytes) REQUIRES(consumerMutex_);
   void ended(End how);
 
   const StreamReplyHead head_;
   const BVURLConnectionRef connection_;
   // Held by whoever calls the consumer, so calls never overlap or reorder.
-  std::mutex consumerMutex_;
-  Consumer consumer_;
-  std::mutex mutex_;
+  Mutex consumerMutex_;
+  Consumer consumer_ GUARDED_BY(consumerMutex_);
+  Mutex mutex_;
   std::condition_variable changed_;
-  std::vector<uint8_t> bytes_;  // held until a consumer attaches
-  End end_ = End::None;
-  bool cancelled_ = false;
+  std::vector<uint8_t> bytes_ GUARDED_BY(mutex_);  // held until a consumer attaches
+  End end_ GUARDED_BY(mutex_) = End::None;
+  bool cancelled_ GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace belvane::detail

@@ -7,6 +7,7 @@
 #include "foundation/mime_type.h"
 #include "foundation/text_encoding.h"
 #include "foundation/title_encoding.h"
+#include "foundation/thread_annotations.h"
 #include "foundation/thread_name.h"
 #include "streaming/QLDebug.h"
 #include "streaming/shoutstreamer_buffer.h"
@@ -27,6 +28,8 @@
 #include <string>
 #include <thread>
 
+using belvane::detail::Mutex;
+using belvane::detail::MutexLock;
 using belvane::detail::PipelineSink;
 using belvane::detail::ShoutstreamerTuning;
 using belvane::detail::StreamBuffer;
@@ -55,16 +58,16 @@ struct shoutstreamer {
   // Connects, reconnects and hands the bytes to the decoder; made at start,
   // when it takes the tuner's open reply for this address.
   std::unique_ptr<StreamReader> reader;
-  std::mutex controlMutex;
+  Mutex controlMutex;
   std::condition_variable controlChanged;
-  bool threadsStored = false;  // start has stored both thread objects
+  bool threadsStored GUARDED_BY(controlMutex) = false;  // start has stored both thread objects
   // What the last reply head announced of the station, and what the decoder
-  // found the stream to be; guarded by factsMutex.
-  std::mutex factsMutex;
-  BVDictionary stationFacts;
+  // found the stream to be.
+  Mutex factsMutex;
+  BVDictionary stationFacts GUARDED_BY(factsMutex);
   std::atomic<int32_t> reconnectAttempts{0};
   std::atomic<bool> connectionBroken{false};
-  BVDictionary decodedFacts;
+  BVDictionary decodedFacts GUARDED_BY(factsMutex);
   // The StreamUrl of the title whose callback is being made (delivery thread).
   std::string titleURL;
 
@@ -115,7 +118,7 @@ class StreamDecoder final : public StreamReader::Client, public PipelineSink {
     }
     pipeline_->setTimeShift(s_.tuning.timeShift.get());
     {
-      std::lock_guard lock(s_.factsMutex);
+      MutexLock lock(s_.factsMutex);
       s_.stationFacts = belvane::detail::stationFactsFromHead(head);
     }
     connectionFrames_ = connectionAudioBytes_ = 0;
@@ -169,7 +172,7 @@ class StreamDecoder final : public StreamReader::Client, public PipelineSink {
 
   void format(const belvane::detail::MpegDecoder::Format& format) override {
     BVDictionary facts = decodedFacts(format);
-    std::lock_guard lock(s_.factsMutex);
+    MutexLock lock(s_.factsMutex);
     s_.decodedFacts = std::move(facts);
   }
 
@@ -231,8 +234,8 @@ void deliveryMain(shoutstreamer* s) {
   {
     // No callback before start has stored the thread objects: a callback
     // may destroy the stream, which then detaches this thread.
-    std::unique_lock lock(s->controlMutex);
-    s->controlChanged.wait(lock, [&] { return s->threadsStored; });
+    MutexLock lock(s->controlMutex);
+    while (!s->threadsStored) lock.wait(s->controlChanged);
   }
   Phase phase = Phase::Connecting;
   int state = SHOUTSTREAMER_STATE_ENDED;
@@ -302,7 +305,7 @@ void shoutstreamerSetTuning(shoutstreamer_t streamer, const ShoutstreamerTuning&
 
 BVDictionary shoutstreamerStationFacts(shoutstreamer_t streamer) {
   if (!streamer) return {};
-  std::lock_guard lock(streamer->factsMutex);
+  MutexLock lock(streamer->factsMutex);
   BVDictionary facts = streamer->stationFacts;
   for (const auto& [key, value] : streamer->decodedFacts) facts.insert_or_assign(key, value);
   return facts;
@@ -355,7 +358,7 @@ int shoutstreamer_start(shoutstreamer_t s, const char* url, void* context,
   if (s->tuning.timeShift)
     s->tuning.timeShift->attach(s->buffer.get(), [s](const belvane::detail::MpegDecoder::Format& format) {
       BVDictionary facts = decodedFacts(format);
-      std::lock_guard lock(s->factsMutex);
+      MutexLock lock(s->factsMutex);
       s->decodedFacts = std::move(facts);
     });
   QLDebugLog(QL_LOG_INFO, "shoutstreamer: starting %s", url);
@@ -369,7 +372,7 @@ int shoutstreamer_start(shoutstreamer_t s, const char* url, void* context,
     result = SHOUTSTREAMER_ERROR_INTERNAL;
   }
   {
-    std::lock_guard lock(s->controlMutex);
+    MutexLock lock(s->controlMutex);
     s->threadsStored = true;
   }
   s->controlChanged.notify_all();

@@ -42,12 +42,12 @@ StreamBuffer::StreamBuffer(size_t capacityFrames, double prebufferSeconds, size_
 bool StreamBuffer::appendAudio(const float* interleaved, size_t frames, long sampleRate) {
   while (frames > 0) {
     size_t n = std::min(frames, capacity_ / 2);
-    std::unique_lock lock(mutex_);
+    MutexLock lock(mutex_);
     if (!closed_ && capacity_ - availableLocked() < n) {
       // Wait for a good share of the ring, not just for this block, so the
       // reader frees a few chunks before it has to wake this thread.
       writerNeeds_ = std::max(n, capacity_ / 4);
-      room_.wait(lock, [&] { return closed_ || writerReleased_ || capacity_ - availableLocked() >= n; });
+      while (!closed_ && !writerReleased_ && capacity_ - availableLocked() < n) lock.wait(room_);
       writerNeeds_ = 0;
     }
     if (closed_) return false;
@@ -72,7 +72,7 @@ bool StreamBuffer::appendAudio(const float* interleaved, size_t frames, long sam
 
 void StreamBuffer::appendTitle(StreamTitle title) {
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     titles_.push_back({written_, std::move(title)});
   }
   work_.notify_one();
@@ -80,7 +80,7 @@ void StreamBuffer::appendTitle(StreamTitle title) {
 
 void StreamBuffer::setConnected() {
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     connected_ = true;
   }
   work_.notify_one();
@@ -88,7 +88,7 @@ void StreamBuffer::setConnected() {
 
 void StreamBuffer::finish(int32_t error) {
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (finished_) return;
     finished_ = true;
     error_ = error;
@@ -97,17 +97,17 @@ void StreamBuffer::finish(int32_t error) {
 }
 
 uint64_t StreamBuffer::framesAppended() const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return written_;
 }
 
 size_t StreamBuffer::prebufferFrames() const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return prebufferLocked();
 }
 
 float StreamBuffer::prebufferFill() const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   size_t target = prebufferLocked();
   return target == 0 ? 1.0f : std::min(1.0f, float(availableLocked()) / float(target));
 }
@@ -119,7 +119,7 @@ size_t StreamBuffer::prebufferLocked() const {
 }
 
 double StreamBuffer::secondsHeld() const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   if (written_ <= std::max(read_, discardTo_)) return 0.0;
   long rate = rates_.empty() ? kAssumedRate : rates_.back().rate;
   return double(written_ - std::max(read_, discardTo_)) / double(rate > 0 ? rate : kAssumedRate);
@@ -127,7 +127,7 @@ double StreamBuffer::secondsHeld() const {
 
 void StreamBuffer::setWriterReleased(bool released) {
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     writerReleased_ = released;
   }
   room_.notify_all();
@@ -135,7 +135,7 @@ void StreamBuffer::setWriterReleased(bool released) {
 
 void StreamBuffer::flush() {
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     discardTo_ = written_;
     titles_.clear();
     flushed_ = true;
@@ -162,7 +162,7 @@ long StreamBuffer::rateAtLocked(uint64_t position, uint64_t* stretchEnd) const {
 StreamBuffer::Event StreamBuffer::next(Phase phase) { return next(phase, std::chrono::steady_clock::time_point::max()); }
 
 StreamBuffer::Event StreamBuffer::next(Phase phase, std::chrono::steady_clock::time_point deadline) {
-  std::unique_lock lock(mutex_);
+  MutexLock lock(mutex_);
   while (true) {
     Event event{};
     if (closed_) {
@@ -219,8 +219,8 @@ StreamBuffer::Event StreamBuffer::next(Phase phase, std::chrono::steady_clock::t
     // waking for; appendAudio checks that before it notifies.
     readerWaiting_ = true;
     bool timedOut = deadline == std::chrono::steady_clock::time_point::max()
-                        ? (work_.wait(lock), false)
-                        : work_.wait_until(lock, deadline) == std::cv_status::timeout;
+                        ? (lock.wait(work_), false)
+                        : lock.waitUntil(work_, deadline) == std::cv_status::timeout;
     readerWaiting_ = false;
     if (timedOut) {
       event.kind = Event::TimedOut;
@@ -232,7 +232,7 @@ StreamBuffer::Event StreamBuffer::next(Phase phase, std::chrono::steady_clock::t
 void StreamBuffer::consumed(size_t frames) {
   bool wake;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     read_ += std::min<uint64_t>(frames, written_ - read_);
     read_ = std::max(read_, discardTo_);  // a flush during the delivery
     while (rates_.size() > 1 && rates_[1].position <= read_) rates_.pop_front();
@@ -243,7 +243,7 @@ void StreamBuffer::consumed(size_t frames) {
 
 void StreamBuffer::close() {
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     closed_ = true;
   }
   room_.notify_all();
@@ -251,7 +251,7 @@ void StreamBuffer::close() {
 }
 
 bool StreamBuffer::closed() const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return closed_;
 }
 

@@ -9,6 +9,7 @@
 // releases both.
 #pragma once
 
+#include "foundation/thread_annotations.h"
 #include "streaming/stream_title.h"
 
 #include <chrono>
@@ -16,7 +17,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -79,41 +79,43 @@ class StreamBuffer {
   bool closed() const;
 
  private:
-  size_t availableLocked() const { return size_t(written_ - read_); }
-  long rateAtLocked(uint64_t position, uint64_t* stretchEnd) const;
-  size_t prebufferLocked() const;
+  size_t availableLocked() const REQUIRES(mutex_) { return size_t(written_ - read_); }
+  long rateAtLocked(uint64_t position, uint64_t* stretchEnd) const REQUIRES(mutex_);
+  size_t prebufferLocked() const REQUIRES(mutex_);
 
   const size_t capacity_;
   const double prebufferSeconds_;
   const size_t maxChunk_;
+  // The ring's samples: the free part is the writer's and the part between
+  // read_ and written_ the reader's, so they are copied without the lock.
   std::vector<float> left_, right_;
 
-  mutable std::mutex mutex_;
+  mutable Mutex mutex_;
   std::condition_variable room_;
   std::condition_variable work_;
-  uint64_t written_ = 0;  // frames appended
-  uint64_t read_ = 0;     // frames delivered
+  uint64_t written_ GUARDED_BY(mutex_) = 0;  // frames appended
+  uint64_t read_ GUARDED_BY(mutex_) = 0;     // frames delivered
   struct RateChange {
     uint64_t position;
     long rate;
   };
-  std::deque<RateChange> rates_;  // the first covers read_
+  std::deque<RateChange> rates_ GUARDED_BY(mutex_);  // the first covers read_
   struct Title {
     uint64_t position;
     StreamTitle title;
   };
-  std::deque<Title> titles_;
-  bool connected_ = false;
-  bool finished_ = false;
-  int32_t error_ = 0;
-  bool closed_ = false;
-  bool writerReleased_ = false;
-  bool flushed_ = false;       // the reader has not yet heard of the last flush
-  uint64_t discardTo_ = 0;     // audio before this was flushed
+  std::deque<Title> titles_ GUARDED_BY(mutex_);
+  bool connected_ GUARDED_BY(mutex_) = false;
+  bool finished_ GUARDED_BY(mutex_) = false;
+  int32_t error_ GUARDED_BY(mutex_) = 0;
+  bool closed_ GUARDED_BY(mutex_) = false;
+  bool writerReleased_ GUARDED_BY(mutex_) = false;
+  bool flushed_ GUARDED_BY(mutex_) = false;    // the reader has not yet heard of the last flush
+  uint64_t discardTo_ GUARDED_BY(mutex_) = 0;  // audio before this was flushed
   // Who is waiting, and for how much, so that each side wakes the other
   // only when the wait can end.
-  size_t writerNeeds_ = 0;  // free frames the blocked writer waits for; 0: not waiting
-  bool readerWaiting_ = false;
+  size_t writerNeeds_ GUARDED_BY(mutex_) = 0;  // free frames the blocked writer waits for; 0: not waiting
+  bool readerWaiting_ GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace belvane::detail

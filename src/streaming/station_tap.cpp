@@ -17,13 +17,13 @@ constexpr size_t kMaxPendingTitles = 32;
 StationTap::StationTap(StationRingSettings settings) : ring_(std::move(settings)) {}
 
 void StationTap::setHandlers(FileHandler onFile, EndHandler onEnd) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   onFile_ = std::move(onFile);
   onEnd_ = std::move(onEnd);
 }
 
 void StationTap::connectionStarted(std::string titleEncoding) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   titleEncoding_ = std::move(titleEncoding);
   // A frame cut short by the break goes; the next connection joins the
   // stream elsewhere.
@@ -32,16 +32,22 @@ void StationTap::connectionStarted(std::string titleEncoding) {
 }
 
 void StationTap::title(const StreamTitle& rawTitle) {
-  StreamTitle title{stationTitleToUTF8(bytesOf(rawTitle.title), titleEncoding_),
-                    stationTitleToUTF8(bytesOf(rawTitle.url), titleEncoding_)};
-  std::lock_guard lock(mutex_);
+  std::string encoding;
+  {
+    MutexLock lock(mutex_);
+    encoding = titleEncoding_;
+  }
+  // Read outside the lock: the readings and the recording calls need not wait for it.
+  StreamTitle title{stationTitleToUTF8(bytesOf(rawTitle.title), encoding),
+                    stationTitleToUTF8(bytesOf(rawTitle.url), encoding)};
+  MutexLock lock(mutex_);
   if (pendingTitles_.size() == kMaxPendingTitles) pendingTitles_.pop_front();
   pendingTitles_.push_back({splitter_.bytesFed(), std::move(title)});
 }
 
 void StationTap::audio(std::span<const uint8_t> bytes) {
-  std::lock_guard lock(mutex_);
-  splitter_.feed(bytes, [this](const AudioFrame& frame) { this->frame(frame); });
+  MutexLock lock(mutex_);
+  splitter_.feed(bytes, [this](const AudioFrame& frame) REQUIRES(mutex_) { this->frame(frame); });
 }
 
 // A title belongs to the first frame that starts at or after its place.
@@ -86,7 +92,7 @@ void StationTap::recordingFailed() {
 }
 
 void StationTap::streamEnded() {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   if (!recorder_) return;
   recorder_.reset();  // the open file is cut off: incomplete
   if (onEnd_) onEnd_(RecordingProblem::None, "The station ended.");
@@ -94,7 +100,7 @@ void StationTap::streamEnded() {
 
 RecordingProblem StationTap::startRecording(const std::string& folder, bool fromTitleStart, std::string* why) {
   std::string problem = StationRecorder::checkFolder(folder);
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   if (!problem.empty()) {
     if (why) *why = problem;
     return RecordingProblem::Folder;
@@ -123,7 +129,7 @@ RecordingProblem StationTap::startRecording(const std::string& folder, bool from
   recorder_ = std::make_unique<StationRecorder>(folder, title ? title->title : StreamTitle{}, whole, onFile_);
   tellRecorderTheChain();
   const AudioSyncKind kind = splitter_.kind();
-  bool written = ring_.readFrames(from, [&](std::span<const uint8_t> bytes, uint64_t) {
+  bool written = ring_.readFrames(from, [&](std::span<const uint8_t> bytes, uint64_t) REQUIRES(mutex_) {
     if (recorder_) recorder_->frame(bytes, kind);
   });
   if (!written || recorder_->problem() != RecordingProblem::None) {
@@ -136,17 +142,17 @@ RecordingProblem StationTap::startRecording(const std::string& folder, bool from
 }
 
 void StationTap::stopRecording() {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   recorder_.reset();
 }
 
 bool StationTap::isRecording() const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return recorder_ != nullptr;
 }
 
 StationTap::Reading StationTap::reading() const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   Reading r;
   r.secondsHeld = ring_.secondsHeld();
   r.bytesHeld = ring_.bytesHeld();
@@ -160,14 +166,14 @@ StationTap::Reading StationTap::reading() const {
 }
 
 std::optional<std::pair<uint64_t, size_t>> StationTap::partialFrame() const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   auto bytes = splitter_.partialFrameBytes();
   if (!bytes) return std::nullopt;
   return std::make_pair(ring_.endFrame(), *bytes);
 }
 
 void StationTap::withRing(const std::function<void(const StationRing&)>& fn) const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   fn(ring_);
 }
 

@@ -13,6 +13,7 @@
 // they must only hand the news on (a player posts it to its run loop).
 #pragma once
 
+#include "foundation/thread_annotations.h"
 #include "streaming/audio_frame_splitter.h"
 #include "streaming/station_recorder.h"
 #include "streaming/station_ring.h"
@@ -22,7 +23,6 @@
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -77,25 +77,25 @@ class StationTap {
   std::optional<std::pair<uint64_t, size_t>> partialFrame() const;
 
  private:
-  void frame(const AudioFrame& frame);
-  void recordingFailed();
-  void tellRecorderTheChain();
+  void frame(const AudioFrame& frame) REQUIRES(mutex_);
+  void recordingFailed() REQUIRES(mutex_);
+  void tellRecorderTheChain() REQUIRES(mutex_);
 
-  mutable std::mutex mutex_;
-  StationRing ring_;
-  AudioFrameSplitter splitter_;
-  std::string titleEncoding_;
+  mutable Mutex mutex_;
+  StationRing ring_ GUARDED_BY(mutex_);
+  AudioFrameSplitter splitter_ GUARDED_BY(mutex_);
+  std::string titleEncoding_ GUARDED_BY(mutex_);
   struct PendingTitle {
     uint64_t offset;
     StreamTitle title;
   };
-  std::deque<PendingTitle> pendingTitles_;
-  std::optional<StreamTitle> currentTitle_;
-  bool discontinuity_ = false;
-  int connections_ = 0;
-  std::unique_ptr<StationRecorder> recorder_;
-  FileHandler onFile_;
-  EndHandler onEnd_;
+  std::deque<PendingTitle> pendingTitles_ GUARDED_BY(mutex_);
+  std::optional<StreamTitle> currentTitle_ GUARDED_BY(mutex_);
+  bool discontinuity_ GUARDED_BY(mutex_) = false;
+  int connections_ GUARDED_BY(mutex_) = 0;
+  std::unique_ptr<StationRecorder> recorder_ GUARDED_BY(mutex_);
+  FileHandler onFile_ GUARDED_BY(mutex_);
+  EndHandler onEnd_ GUARDED_BY(mutex_);
 };
 
 }  // namespace belvane::detail

@@ -33,22 +33,25 @@ StreamReader::StreamReader(std::string url, StreamReaderPolicy policy)
 StreamReader::~StreamReader() = default;
 
 void StreamReader::cancel() {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   cancelled_ = true;
   if (connection_) connection_->cancel();
   changed_.notify_all();
 }
 
 bool StreamReader::isCancelled() {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return cancelled_;
 }
 
 // Sleeps until seconds have passed, the network has news, or cancel();
 // false for cancel().
 bool StreamReader::pause(double seconds) {
-  std::unique_lock lock(mutex_);
-  changed_.wait_for(lock, std::chrono::duration<double>(seconds), [&] { return cancelled_ || networkNews_; });
+  const auto until =
+      Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+  MutexLock lock(mutex_);
+  while (!cancelled_ && !networkNews_)
+    if (lock.waitUntil(changed_, until) == std::cv_status::timeout) break;
   networkNews_ = false;
   return !cancelled_;
 }
@@ -66,7 +69,7 @@ StreamReader::Attempt StreamReader::connectOnce(Client& client, double connectTi
   connection.setRefusesAAC(policy_.refuseAAC);
   if (offset > 0) connection.setStartOffset(offset);
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (cancelled_) {
       attempt.result.cancelled = true;
       return attempt;
@@ -96,7 +99,7 @@ StreamReader::Attempt StreamReader::connectOnce(Client& client, double connectTi
   } forward(client, finite_, offset == policy_.startOffset && !finite_.known);
   attempt.result = connection.run(forward);
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     connection_ = nullptr;
   }
   if (forward.started) {
@@ -117,7 +120,7 @@ bool StreamReader::reconnect(Client& client, Attempt* resumed, int32_t* error) {
   uint64_t listener = 0;
   if (policy_.followNetwork) {
     listener = NetworkWatch::shared().addListener([this] {
-      std::lock_guard lock(mutex_);
+      MutexLock lock(mutex_);
       networkNews_ = true;
       changed_.notify_all();
     });

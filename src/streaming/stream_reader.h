@@ -24,6 +24,7 @@
 // from any thread.
 #pragma once
 
+#include "foundation/thread_annotations.h"
 #include "streaming/icy_metadata.h"
 #include "streaming/shoutstreamer_connection.h"
 
@@ -32,7 +33,6 @@
 #include <memory>
 #include <string>
 #include <vector>
-#include <mutex>
 #include <span>
 #include <string>
 
@@ -151,11 +151,11 @@ class StreamReader {
   Finite finite_;
   // Guards the current connection and the pause between tries, so cancel()
   // can cut either short.
-  std::mutex mutex_;
+  Mutex mutex_;
   std::condition_variable changed_;
-  bool cancelled_ = false;
-  bool networkNews_ = false;  // the network changed or the machine resumed
-  StreamConnection* connection_ = nullptr;
+  bool cancelled_ GUARDED_BY(mutex_) = false;
+  bool networkNews_ GUARDED_BY(mutex_) = false;  // the network changed or the machine resumed
+  StreamConnection* connection_ GUARDED_BY(mutex_) = nullptr;
 };
 
 // Whether an outcome is a break in a live stream (worth reconnecting once

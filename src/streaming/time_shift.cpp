@@ -28,7 +28,7 @@ TimeShift::TimeShift(std::shared_ptr<StationTap> tap, OutputHooks hooks)
 TimeShift::~TimeShift() { detach(); }
 
 void TimeShift::attach(StreamBuffer* buffer, std::function<void(const MpegDecoder::Format&)> onFormat) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   buffer_ = buffer;
   onFormat_ = std::move(onFormat);
 }
@@ -36,20 +36,20 @@ void TimeShift::attach(StreamBuffer* buffer, std::function<void(const MpegDecode
 void TimeShift::detach() {
   std::thread feeder;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     stop_ = true;
     feeder = std::move(feeder_);
   }
   wake_.notify_all();
   if (feeder.joinable()) feeder.join();
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   buffer_ = nullptr;
 }
 
 bool TimeShift::isShifted() const { return hasDecoder(); }
 
 void TimeShift::requestShift() {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   if (!buffer_ || stop_ || hasDecoder() || wantsDecoder()) return;
   wantsDecoder_.store(true, std::memory_order_release);
   // A reading thread blocked on a full buffer (the output is held) lets go
@@ -70,13 +70,13 @@ double TimeShift::behindLocked() const {
 }
 
 double TimeShift::secondsBehindLive() const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return behindLocked();
 }
 
 void TimeShift::seekByLocked(double seconds) {
   const double wanted = behindLocked() - seconds;
-  tap_->withRing([&](const StationRing& ring) {
+  tap_->withRing([&](const StationRing& ring) REQUIRES(mutex_) {
     seekTo_ = ring.frameSecondsBeforeEnd(std::clamp(wanted, 0.0, ring.secondsHeld()));
   });
   buffer_->setWriterReleased(true);
@@ -86,7 +86,7 @@ void TimeShift::seekByLocked(double seconds) {
 // Before the first pause the stream is handed over first (the output goes
 // on), and the skip is made from where the hand-over finds it.
 bool TimeShift::skipBy(double seconds) {
-  std::unique_lock lock(mutex_);
+  MutexLock lock(mutex_);
   if (!buffer_ || stop_) return false;
   if (!hasDecoder()) {
     pendingSkip_ = pendingSkip_.value_or(0.0) + seconds;
@@ -99,13 +99,13 @@ bool TimeShift::skipBy(double seconds) {
 }
 
 bool TimeShift::goLive() {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   if (!buffer_ || stop_) return false;
   if (!hasDecoder()) {
     pendingSkip_.reset();  // what plays is live already
     return true;
   }
-  tap_->withRing([&](const StationRing& ring) { seekTo_ = ring.endFrame(); });
+  tap_->withRing([&](const StationRing& ring) REQUIRES(mutex_) { seekTo_ = ring.endFrame(); });
   buffer_->setWriterReleased(true);
   wake_.notify_all();
   return true;
@@ -114,7 +114,7 @@ bool TimeShift::goLive() {
 // ---- reading thread --------------------------------------------------------------
 
 void TimeShift::carryAudio(const float* interleaved, size_t frames, long sampleRate) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   Carried carried;
   carried.audio.assign(interleaved, interleaved + 2 * frames);
   carried.sampleRate = sampleRate;
@@ -122,7 +122,7 @@ void TimeShift::carryAudio(const float* interleaved, size_t frames, long sampleR
 }
 
 void TimeShift::carryTitle(StreamTitle title) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   Carried carried;
   carried.title = std::move(title);
   carried_.push_back(std::move(carried));
@@ -133,7 +133,7 @@ void TimeShift::handOver(std::unique_ptr<MpegDecoder> decoder, uint64_t bytesFed
   // The frame the bytes fed so far end in: the decoder goes on with the rest
   // of it, then the ring's next frames, so its input is unbroken.
   auto partial = tap_->partialFrame();
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   if (stop_ || hasDecoder()) return;
   if (decoder && partial && bytesFed >= partial->second) {
     decoder_ = std::move(decoder);
@@ -156,7 +156,7 @@ void TimeShift::handOver(std::unique_ptr<MpegDecoder> decoder, uint64_t bytesFed
     decoder_ = std::make_unique<MpegDecoder>();
     discardBefore_ = next;
     nextOut_ = next;
-    tap_->withRing([&](const StationRing& ring) {
+    tap_->withRing([&](const StationRing& ring) REQUIRES(mutex_) {
       cursor_ = std::max(ring.firstFrame(), next > kWarmUpFrames ? next - kWarmUpFrames : 0);
     });
   }
@@ -170,7 +170,7 @@ void TimeShift::handOver(std::unique_ptr<MpegDecoder> decoder, uint64_t bytesFed
 
 void TimeShift::inputEnded(int32_t error) {
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     inputEnded_ = true;
     endError_ = error;
   }
@@ -200,19 +200,14 @@ void TimeShift::startOver(uint64_t target) {
   nextOut_ = target;
   titleOfFrame_ = target;
   finished_ = false;
-  tap_->withRing([&](const StationRing& ring) {
+  tap_->withRing([&](const StationRing& ring) REQUIRES(mutex_) {
     cursor_ = std::max(ring.firstFrame(), target > kWarmUpFrames ? target - kWarmUpFrames : 0);
   });
 }
 
-// buffer_ stays until detach() has joined this thread.
-bool TimeShift::append(const float* interleaved, size_t frames, long sampleRate) {
-  return buffer_->appendAudio(interleaved, frames, sampleRate);
-}
-
 void TimeShift::feederMain() {
   nameThisThread("bv-stream-shift");
-  std::unique_lock lock(mutex_);
+  MutexLock lock(mutex_);
   while (!stop_) {
     if (seekTo_) {
       startOver(*std::exchange(seekTo_, std::nullopt));
@@ -221,11 +216,13 @@ void TimeShift::feederMain() {
     if (!carried_.empty()) {
       Carried carried = std::move(carried_.front());
       carried_.pop_front();
+      // buffer_ stays until detach() has joined this thread.
+      StreamBuffer* const buffer = buffer_;
       lock.unlock();
       if (carried.title)
-        buffer_->appendTitle(std::move(*carried.title));
+        buffer->appendTitle(std::move(*carried.title));
       else
-        append(carried.audio.data(), carried.audio.size() / 2, carried.sampleRate);
+        buffer->appendAudio(carried.audio.data(), carried.audio.size() / 2, carried.sampleRate);
       lock.lock();
       continue;
     }
@@ -247,16 +244,20 @@ void TimeShift::feederMain() {
       // While the append waits for room the frame counts as not yet buffered.
       if (known) nextOut_ = std::max(nextOut_, marks_.front().frame);
       const uint64_t number = known ? marks_.front().frame : 0;
+      StreamBuffer* const buffer = buffer_;
+      std::function<void(const MpegDecoder::Format&)> onFormat;
+      if (newFormat) onFormat = onFormat_;
       // The samples stay valid until the decoder's next call, which is this
       // thread's alone.
       lock.unlock();
-      for (auto& title : due) buffer_->appendTitle(std::move(title));
-      if (newFormat && onFormat_) onFormat_(format);
-      append(frame.samples, frame.frames, frame.sampleRate);
+      for (auto& title : due) buffer->appendTitle(std::move(title));
+      if (onFormat) onFormat(format);
+      buffer->appendAudio(frame.samples, frame.frames, frame.sampleRate);
       lock.lock();
       if (known && !seekTo_) nextOut_ = std::max(nextOut_, number + 1);
       // A closed buffer takes nothing more: wait for the end.
-      if (buffer_->closed()) wake_.wait(lock, [&] { return stop_; });
+      if (buffer_->closed())
+        while (!stop_) lock.wait(wake_);
       continue;
     }
     if (status == MpegDecoder::Status::Error) {
@@ -274,7 +275,7 @@ void TimeShift::feederMain() {
         finished_ = true;
         buffer_->finish(endError_);
       }
-      wake_.wait_for(lock, kLiveEdgePoll);
+      lock.waitFor(wake_, kLiveEdgePoll);
     }
   }
 }
@@ -284,7 +285,7 @@ void TimeShift::feederMain() {
 bool TimeShift::feedNextFrame() {
   bool have = false;
   std::vector<StreamTitle> starting;
-  tap_->withRing([&](const StationRing& ring) {
+  tap_->withRing([&](const StationRing& ring) REQUIRES(mutex_) {
     if (cursor_ < ring.firstFrame()) {
       // The ring moved on past the cursor (a pause longer than it holds):
       // go on from its oldest frame.

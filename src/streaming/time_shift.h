@@ -20,6 +20,7 @@
 // buffer without it.
 #pragma once
 
+#include "foundation/thread_annotations.h"
 #include "streaming/mpeg_decoder.h"
 #include "streaming/stream_title.h"
 
@@ -112,30 +113,29 @@ class TimeShift {
   };
   void feederMain();
   // Feeder: one step; false when it must wait for more of the ring.
-  bool feedNextFrame();
-  void startOver(uint64_t target);
-  bool append(const float* interleaved, size_t frames, long sampleRate);
-  double behindLocked() const;
-  void seekByLocked(double seconds);
+  bool feedNextFrame() REQUIRES(mutex_);
+  void startOver(uint64_t target) REQUIRES(mutex_);
+  double behindLocked() const REQUIRES(mutex_);
+  void seekByLocked(double seconds) REQUIRES(mutex_);
 
   const std::shared_ptr<StationTap> tap_;
   const OutputHooks hooks_;
   std::atomic<bool> wantsDecoder_{false};
   std::atomic<bool> handedOver_{false};
 
-  mutable std::mutex mutex_;
+  mutable Mutex mutex_;
   std::condition_variable wake_;
-  StreamBuffer* buffer_ = nullptr;
-  std::function<void(const MpegDecoder::Format&)> onFormat_;
-  std::thread feeder_;
-  bool stop_ = false;
-  std::optional<uint64_t> seekTo_;  // asked for, not yet done by the feeder
-  std::optional<double> pendingSkip_;  // asked for before the hand-over
-  uint64_t cursor_ = 0;             // the next ring frame the decoder is fed
-  uint64_t nextOut_ = 0;            // the next ring frame to go into the buffer
-  bool inputEnded_ = false;
-  int32_t endError_ = 0;
-  std::deque<Carried> carried_;
+  StreamBuffer* buffer_ GUARDED_BY(mutex_) = nullptr;
+  std::function<void(const MpegDecoder::Format&)> onFormat_ GUARDED_BY(mutex_);
+  std::thread feeder_ GUARDED_BY(mutex_);
+  bool stop_ GUARDED_BY(mutex_) = false;
+  std::optional<uint64_t> seekTo_ GUARDED_BY(mutex_);       // asked for, not yet done by the feeder
+  std::optional<double> pendingSkip_ GUARDED_BY(mutex_);    // asked for before the hand-over
+  uint64_t cursor_ GUARDED_BY(mutex_) = 0;                  // the next ring frame the decoder is fed
+  uint64_t nextOut_ GUARDED_BY(mutex_) = 0;                 // the next ring frame to go into the buffer
+  bool inputEnded_ GUARDED_BY(mutex_) = false;
+  int32_t endError_ GUARDED_BY(mutex_) = 0;
+  std::deque<Carried> carried_ GUARDED_BY(mutex_);
 
   // The feeder's own (before the hand-over, the reading thread's).
   std::unique_ptr<MpegDecoder> decoder_;

@@ -11,14 +11,14 @@
 
 #include "foundation/text_encoding.h"
 #include "players/file_tags.h"
+#include "players/base_player_impl.h"
+#include "players/mp3_stream/mp3_stream_player_impl.h"
 #include "players/mp3_stream/shoutstreamer_delegate.h"
 #include "playlists/playlist_entry.h"
 #include "streaming/QLStreamTuner.h"
 #include "streaming/shoutstreamer.h"
 #include "streaming/shoutstreamer_tuning.h"
 #include "streaming/stream_reader.h"
-#include "streaming/time_shift.h"
-#include "players/reception_watch.h"
 #include "players/reconnect_wording.h"
 
 using belvane::detail::asciiLower;
@@ -87,7 +87,7 @@ std::shared_ptr<BVMP3StreamPlayer> BVMP3StreamPlayer::create() {
   std::shared_ptr<BVMP3StreamPlayer> player(new BVMP3StreamPlayer());
   player->_shoutstreamerDelegate->setOwner(player);
   auto* p = player.get();
-  player->receptionWatch_ = std::make_unique<belvane::detail::ReceptionWatch>(
+  player->impl_->receptionWatch = std::make_unique<belvane::detail::ReceptionWatch>(
       player->_shoutstreamerDelegate->audio(),
       [p] {
         auto connection = belvane::detail::shoutstreamerReception(p->_shoutstreamer);
@@ -98,7 +98,7 @@ std::shared_ptr<BVMP3StreamPlayer> BVMP3StreamPlayer::create() {
   return player;
 }
 
-BVMP3StreamPlayer::BVMP3StreamPlayer() {
+BVMP3StreamPlayer::BVMP3StreamPlayer() : impl_(std::make_unique<Impl>()) {
   _shoutstreamer = shoutstreamer_create();
   _shoutstreamerDelegate = BVShoutstreamerDelegate::create();
   _fallbackStreams.emplace();
@@ -107,7 +107,7 @@ BVMP3StreamPlayer::BVMP3StreamPlayer() {
 }
 
 BVMP3StreamPlayer::~BVMP3StreamPlayer() {
-  receptionWatch_.reset();
+  impl_->receptionWatch.reset();
   // No callback may reach this object from here on: the delegate's weak
   // reference to us has expired, then the stream stops (waiting for a
   // callback in progress), and only then does the output go with the delegate.
@@ -125,7 +125,7 @@ void BVMP3StreamPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   BVBasePlayer::playLink(link);
   readFileTags();
   _shoutstreamerDelegate->setRunLoop(BVRunLoop::current());
-  _shoutstreamerDelegate->audio()->setPlayback(outputPlayback());
+  _shoutstreamerDelegate->audio()->setPlayback(baseImpl().outputPlayback());
   _shoutstreamerDelegate->audio()->loudness().setStation(link ? link->url().absoluteString() : std::string());
   int code = _shoutstreamerDelegate->startAudioPlayer();
   if (code != 0) {
@@ -135,7 +135,7 @@ void BVMP3StreamPlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   }
   auto self = shared_from_this();
   changeStateTo(BVPlayerStateConnecting);
-  receptionWatch_->start();
+  impl_->receptionWatch->start();
   if (!fileAttributes_.empty()) changedAttribute(attributes());
   if (link) _streamTuner->setSourceURL(link->url());
   _streamTuner->setRequestSettings(requestSettings());
@@ -153,7 +153,7 @@ void BVMP3StreamPlayer::readFileTags() {
   fileStartFrame_ = 0;
   fileRestarted_ = false;
   paused_ = false;
-  timeShift_.reset();
+  impl_->timeShift.reset();
   _shoutstreamerDelegate->audio()->setHeld(false);
   auto link = this->link();
   if (!link || !link->url().isFileURL()) return;
@@ -197,9 +197,9 @@ BVDictionary BVMP3StreamPlayer::attributes() const {
   for (const auto& [key, value] : fileAttributes_) result[key] = value;
   for (const auto& [key, value] : stationFacts_) result[key] = value;
   for (const auto& [key, value] : playlistEntry_) result[key] = value;
-  if (_currentTitle) {
-    result[BVPlayerAttributeStreamTitleKey] = BVValue(_currentTitle->title);
-    if (!_currentTitle->url.empty()) result[BVPlayerAttributeStreamURLKey] = BVValue(_currentTitle->url);
+  if (const auto& title = impl_->currentTitle) {
+    result[BVPlayerAttributeStreamTitleKey] = BVValue(title->title);
+    if (!title->url.empty()) result[BVPlayerAttributeStreamURLKey] = BVValue(title->url);
   }
   return result;
 }
@@ -244,7 +244,7 @@ bool BVMP3StreamPlayer::pause() {
     // The output is held at once; the connection goes on into the ring and
     // the stream plays from there from now on.
     _shoutstreamerDelegate->audio()->setHeld(true);
-    timeShift_->requestShift();
+    impl_->timeShift->requestShift();
     paused_ = true;
     return true;
   }
@@ -260,7 +260,7 @@ bool BVMP3StreamPlayer::pause() {
 void BVMP3StreamPlayer::resume() {
   if (!paused_) return;
   paused_ = false;
-  if (timeShift_) {
+  if (impl_->timeShift) {
     _shoutstreamerDelegate->audio()->setHeld(false);
     return;
   }
@@ -270,16 +270,18 @@ void BVMP3StreamPlayer::resume() {
 // ---- a live station: time-shift -------------------------------------------------
 
 bool BVMP3StreamPlayer::canTimeShift() const {
-  return timeShift_ && state() == BVPlayerStatePlaying && timeShiftMinutes() > 0;
+  return impl_->timeShift && state() == BVPlayerStatePlaying && timeShiftMinutes() > 0;
 }
 
 bool BVMP3StreamPlayer::skipBy(double seconds) {
-  return canTimeShift() && !std::isnan(seconds) && timeShift_->skipBy(seconds);
+  return canTimeShift() && !std::isnan(seconds) && impl_->timeShift->skipBy(seconds);
 }
 
-bool BVMP3StreamPlayer::goLive() { return canTimeShift() && timeShift_->goLive(); }
+bool BVMP3StreamPlayer::goLive() { return canTimeShift() && impl_->timeShift->goLive(); }
 
-double BVMP3StreamPlayer::secondsBehindLive() const { return timeShift_ ? timeShift_->secondsBehindLive() : 0.0; }
+double BVMP3StreamPlayer::secondsBehindLive() const {
+  return impl_->timeShift ? impl_->timeShift->secondsBehindLive() : 0.0;
+}
 
 void BVMP3StreamPlayer::stopFileStream() {
   // Destroying the stream stops the output (its interrupt callback), and a
@@ -389,13 +391,11 @@ void BVMP3StreamPlayer::shoutstreamerChangedState(const BVDictionary& change) {
     auto it = change.find(key);
     return it == change.end() ? int64_t(0) : it->second.integerValue();
   };
-  _shoutstreamerChangedState({int(number("oldState")), int(number("newState")), int32_t(number("errorCode"))});
+  _shoutstreamerChangedState(int(number("oldState")), int(number("newState")), int32_t(number("errorCode")));
 }
 
-void BVMP3StreamPlayer::_shoutstreamerChangedState(const belvane::detail::StreamerStateChange& change) {
+void BVMP3StreamPlayer::_shoutstreamerChangedState(int /*oldState*/, int newState, int32_t errorCode) {
   if (_error) return;
-  const int newState = change.newState;
-  const int32_t errorCode = change.errorCode;
   if (newState == 1 || newState == 2) return;
   auto self = shared_from_this();
   if (newState == 3) {
@@ -423,16 +423,17 @@ void BVMP3StreamPlayer::_shoutstreamerChangedState(const belvane::detail::Stream
   BVRunLoop::current().performAfterDelay(0.0, weak_from_this(), [this] { _streamTuner->tuneNextStream(); });
 }
 
-void BVMP3StreamPlayer::shoutstreamerDidProvideTitle(
-    const std::shared_ptr<const belvane::detail::StreamTitle>& title) {
-  if (!title || title == _currentTitle) return;
-  _currentTitle = title;
-  refreshStationFacts();  // a change of format comes with the next title at the latest
-  auto self = shared_from_this();
-  changedAttribute(attributes());
+void BVMP3StreamPlayer::Impl::titleDue(BVMP3StreamPlayer& player,
+                                       const std::shared_ptr<const belvane::detail::StreamTitle>& title) {
+  Impl& impl = *player.impl_;
+  if (!title || title == impl.currentTitle) return;
+  impl.currentTitle = title;
+  player.refreshStationFacts();  // a change of format comes with the next title at the latest
+  auto self = player.shared_from_this();
+  player.changedAttribute(player.attributes());
 }
 
-BVPlayerReception BVMP3StreamPlayer::reception() const { return receptionWatch_->reception(); }
+BVPlayerReception BVMP3StreamPlayer::reception() const { return impl_->receptionWatch->reception(); }
 
 bool BVMP3StreamPlayer::refreshStationFacts() {
   BVDictionary facts = belvane::detail::shoutstreamerStationFacts(_shoutstreamer);
@@ -448,7 +449,7 @@ void BVMP3StreamPlayer::didStopAudioPlayer() {
     changeStateTo(BVPlayerStateError, _error);
   else
     changeStateTo(BVPlayerStateStopped);
-  receptionWatch_->stop();
+  impl_->receptionWatch->stop();
 }
 
 void BVMP3StreamPlayer::endStreamForGood() {
@@ -467,7 +468,7 @@ void BVMP3StreamPlayer::didStopAtTitle() {
   auto self = shared_from_this();
   endStreamForGood();
   changeStateTo(BVPlayerStateStopped);
-  receptionWatch_->stop();
+  impl_->receptionWatch->stop();
 }
 
 void BVMP3StreamPlayer::didFailOutput(const BVErrorRef& error) {
@@ -476,7 +477,7 @@ void BVMP3StreamPlayer::didFailOutput(const BVErrorRef& error) {
   endStreamForGood();
   setError(error);
   changeStateTo(BVPlayerStateError, _error);
-  receptionWatch_->stop();
+  impl_->receptionWatch->stop();
 }
 
 // ---- private -------------------------------------------------------------------
@@ -493,15 +494,15 @@ int BVMP3StreamPlayer::startShoutstreamer(const std::string& url) {
   if (url.rfind("file:", 0) != 0)
     for (const BVURL& alternate : _streamTuner->alternateStreamURLs())
       if (!alternate.isFileURL()) tuning.alternates.push_back(alternate.absoluteString());
-  tuning.stationTap = stationTap();
+  tuning.stationTap = baseImpl().stationTap();
   // A live station with a ring can be paused and played from the ring.
-  timeShift_.reset();
+  impl_->timeShift.reset();
   if (url.rfind("file:", 0) != 0 && tuning.stationTap && timeShiftMinutes() > 0) {
     auto audio = _shoutstreamerDelegate->audio();
-    timeShift_ = std::make_shared<belvane::detail::TimeShift>(
+    impl_->timeShift = std::make_shared<belvane::detail::TimeShift>(
         tuning.stationTap, belvane::detail::TimeShift::OutputHooks{[audio] { audio->dropHeldWrite(); },
                                                                    [audio] { audio->flushed(); }});
-    tuning.timeShift = timeShift_;
+    tuning.timeShift = impl_->timeShift;
   }
   belvane::detail::shoutstreamerSetTuning(_shoutstreamer, tuning);
   int result = shoutstreamer_start(_shoutstreamer, url.c_str(), _shoutstreamerDelegate.get(),

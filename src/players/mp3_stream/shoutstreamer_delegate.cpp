@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "foundation/text_encoding.h"
+#include "players/mp3_stream/mp3_stream_player_impl.h"
 #include "streaming/shoutstreamer_tuning.h"
 
 std::shared_ptr<BVShoutstreamerDelegate> BVShoutstreamerDelegate::create() {
@@ -27,17 +28,17 @@ BVShoutstreamerDelegate::~BVShoutstreamerDelegate() {
 }
 
 std::shared_ptr<BVMP3StreamPlayer> BVShoutstreamerDelegate::owner() {
-  std::lock_guard lock(ownerMutex_);
+  belvane::detail::MutexLock lock(ownerMutex_);
   return _owner.lock();
 }
 
 void BVShoutstreamerDelegate::setOwner(std::weak_ptr<BVMP3StreamPlayer> owner) {
-  std::lock_guard lock(ownerMutex_);
+  belvane::detail::MutexLock lock(ownerMutex_);
   _owner = std::move(owner);
 }
 
 void BVShoutstreamerDelegate::setRunLoop(const BVRunLoop& loop) {
-  std::lock_guard lock(loopMutex_);
+  belvane::detail::MutexLock lock(loopMutex_);
   loop_ = loop;
   _audio->useCurrentRunLoop();
 }
@@ -45,7 +46,7 @@ void BVShoutstreamerDelegate::setRunLoop(const BVRunLoop& loop) {
 // Queues fn on the playing thread's loop without waiting. The delegate is
 // the call's weak target, so one torn down meanwhile is simply skipped.
 void BVShoutstreamerDelegate::performOnRunLoop(std::function<void(BVShoutstreamerDelegate&)> fn) {
-  std::lock_guard lock(loopMutex_);
+  belvane::detail::MutexLock lock(loopMutex_);
   loop_.perform(weak_from_this(), [this, fn = std::move(fn)] { fn(*this); });
 }
 
@@ -85,7 +86,7 @@ void BVShoutstreamerDelegate::shoutstreamerChangedState(int oldState, int newSta
   belvane::detail::StreamerStateChange change{oldState, newState, errorCode};
   performOnRunLoop([change, generation = generation_.load()](BVShoutstreamerDelegate& self) {
     if (generation != self.generation_) return;  // from a stream torn down for a seek
-    if (auto o = self.owner()) o->_shoutstreamerChangedState(change);
+    if (auto o = self.owner()) o->_shoutstreamerChangedState(change.oldState, change.newState, change.errorCode);
   });
 }
 
@@ -112,7 +113,7 @@ void BVShoutstreamerDelegate::startOver(uint64_t skipFrames) {
 
 void BVShoutstreamerDelegate::shoutstreamerDidProvideTitle(
     const std::shared_ptr<const belvane::detail::StreamTitle>& title) {
-  if (auto o = owner()) o->shoutstreamerDidProvideTitle(title);
+  if (auto o = owner()) BVMP3StreamPlayer::Impl::titleDue(*o, title);
 }
 
 void BVShoutstreamerDelegate::audioDeliveryStoppedAtTitle() {

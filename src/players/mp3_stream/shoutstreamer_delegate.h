@@ -12,9 +12,9 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 
+#include "foundation/thread_annotations.h"
 #include "players/audio_delivery.h"
 #include "streaming/shoutstreamer.h"
 
@@ -104,10 +104,10 @@ class BVShoutstreamerDelegate : public std::enable_shared_from_this<BVShoutstrea
 
   std::shared_ptr<belvane::detail::AudioDelivery> _audio;
   bool draining_ = false;  // run loop only: askAudioPlayerToStop waits for the drain
-  mutable std::mutex ownerMutex_;
-  std::weak_ptr<BVMP3StreamPlayer> _owner;
-  mutable std::mutex loopMutex_;
-  BVRunLoop loop_;
+  mutable belvane::detail::Mutex ownerMutex_;
+  std::weak_ptr<BVMP3StreamPlayer> _owner GUARDED_BY(ownerMutex_);
+  mutable belvane::detail::Mutex loopMutex_;
+  BVRunLoop loop_ GUARDED_BY(loopMutex_);
   std::atomic<uint64_t> skipFrames_{0};
   std::atomic<uint64_t> framesDelivered_{0};
   std::atomic<int> sampleRate_{0};
