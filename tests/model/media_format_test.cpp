@@ -34,12 +34,6 @@ TEST(MediaFormat, InfersLowerCasedCluesFromTheURL) {
   EXPECT_EQ(typed->mimeType(), "audio/x-scpls");
   auto untyped = BVMediaFormat::formatByInferringFromURL(url("ftp://host/a.xyz"), "");
   EXPECT_EQ(untyped->mimeType(), std::nullopt);
-
-  auto radio = BVMediaFormat::formatWithRadioTimeMediaType("WMA");
-  EXPECT_EQ(radio->radioTimeMediaType(), "WMA");
-  EXPECT_EQ(radio->sourceURL(), std::nullopt);
-  EXPECT_EQ(radio->className(), "BVMediaFormat");
-  EXPECT_EQ(BVMediaMutableFormat::emptyFormat()->className(), "BVMediaMutableFormat");
 }
 
 TEST(MediaFormat, MutableSettersNormaliseLikeThePrivateOnes) {

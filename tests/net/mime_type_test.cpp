@@ -61,12 +61,8 @@ TEST(HEADRequest, MIMETypeAndStatusAreThoseOfTheFinalResponseWhateverItsStatus) 
 TEST(HEADRequest, FailuresEndWithinTheTimeOut) {
   TestHTTPServer server;
   server.route("/hang", Response::hang());
-  // A header block that never ends, as fast as the client reads it.
-  server.route("/endless-head", Response::rawStream([](belvane::test::ResponseWriter& w) {
-    if (!w.write("HTTP/1.1 200 OK\r\nContent-Type: audio/mpeg\r\n")) return;
-    while (w.write("X-Filler: aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa\r\n")) {
-    }
-  }));
+  // (A header block that never ends: the probe's test; both meet the same
+  // cap in the shared transfer.)
 
   auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(mimeType(server.url("/hang"), 2.0), std::nullopt);
@@ -90,10 +86,6 @@ TEST(HEADRequest, FailuresEndWithinTheTimeOut) {
   EXPECT_LT(secondsSince(start), 40.0);
   ASSERT_NE(error, nullptr);
   EXPECT_EQ(error->code(), BVURLErrorTimedOut);
-
-  start = std::chrono::steady_clock::now();
-  EXPECT_EQ(mimeType(server.url("/endless-head"), 2.0), std::nullopt);
-  EXPECT_LT(secondsSince(start), 15.0);
 }
 
 TEST(HEADRequest, OtherSchemesGiveNothingWithoutARequest) {

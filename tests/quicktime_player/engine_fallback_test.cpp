@@ -180,20 +180,9 @@ TEST(GeneralEngineFallback, AACOnIcecastPlaysThroughTheGeneralEngine) {
                                              [&](const std::string& t) { ASSERT_TRUE(ice.setTitle("/live.aac", t)); });
   ASSERT_TRUE(master);
   // The tuner's look at the reply, the engine choice and the general engine
-  // share one listener connection.
+  // share one listener connection. (A source that goes away and comes back,
+  // its listeners dropped meanwhile: the live-station tests of each engine.)
   EXPECT_EQ(ice.listenerConnections(), 1);
-  // A DJ hands over: the source goes for two seconds and Icecast drops its
-  // listeners. The station plays on without a word to the host.
-  RecordingOwner owner;
-  master->setOwner(&owner);
-  ice.stopSource();
-  BVRunLoop::main().runFor(2.0);
-  ASSERT_TRUE(ice.startSource("/live.aac", adts, int(adts.size() / 3), "audio/aac"));
-  uint64_t before = master->outputFramesWritten();
-  EXPECT_TRUE(BVRunLoop::main().runUntil([&] { return master->outputFramesWritten() > before + 44100; }, 15.0));
-  EXPECT_TRUE(owner.states.empty()) << "the host heard " << owner.sequence().size() << " state changes";
-  EXPECT_EQ(master->state(), BVPlayerStatePlaying);
-  master->setOwner(nullptr);
 }
 
 TEST(GeneralEngineFallback, AnMP3FileTheStreamerCannotReadPlaysThroughTheGeneralEngineWithItsTags) {

@@ -1,6 +1,7 @@
-// End to end: a RealMedia link that only the Helix engine claims plays
-// through the master player, the Helix player and the built kit, found in
-// the build tree's own RealPlayer bundle, to the output the host chose.
+// End to end: a RealMedia link that only the Helix engine claims (the MP3
+// streamer declines it without the host hearing of it) plays through the
+// master player, the Helix player and the built kit, found in the build
+// tree's own RealPlayer bundle, to the output the host chose.
 #include <belvane/BVMP3StreamPlayer.h>
 #include <belvane/BVMasterPlayer.h>
 #include <belvane/BVPlayerEngines.h>
@@ -33,10 +34,15 @@ TEST(KitThroughMasterPlayer, ARealMediaLinkConnectsPlaysAndStopsWithItsTitle) {
   // The host's output reaches the kit through its table: a WAV file.
   const std::string wav = home.path() + "/kit.wav";
   ASSERT_EQ(master->setAudioOutput("wav:" + wav), 0);
+  master->setVolume(0.4f);
   master->playLink(linkTo(server.url("/clip.rm")));
 
   ASSERT_TRUE(runUntilEnded(host, 30));
   EXPECT_EQ(master->subPlayer()->className(), "BVHelixPlayer");
+  // The master's volume went with the hand-over (the Helix player's test
+  // sees it reach the kit), and the master owns the Helix player.
+  EXPECT_FLOAT_EQ(master->subPlayer()->volume(), 0.4f);
+  EXPECT_EQ(master->subPlayer()->owner(), master.get());
   // The Helix player's own start is no second Connecting for the host.
   for (auto& event : host.states) EXPECT_FALSE(event.error) << event.error->localizedDescription();
   EXPECT_EQ(host.sequence(), (std::vector<BVPlayerState>{BVPlayerStateConnecting, BVPlayerStatePlaying, BVPlayerStateStopped}));

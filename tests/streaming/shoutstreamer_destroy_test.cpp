@@ -78,48 +78,13 @@ TEST(ShoutstreamerDestroy, ReturnsPromptlyFromEveryStateAndABlockedCallback) {
   }
 }
 
-namespace {
-
-struct SelfDestroying {
-  std::mutex mutex;
-  std::condition_variable done;
-  bool destroyed = false;
-  int callbacksAfter = 0;
-};
-
-SelfDestroying& selfOf(shoutstreamer_t s) { return *static_cast<SelfDestroying*>(shoutstreamer_delegate(s)->context); }
-
-void destroyWhenPlaying(shoutstreamer_t s, int, int to) {
-  auto& self = selfOf(s);
-  std::lock_guard lock(self.mutex);
-  if (self.destroyed) ++self.callbacksAfter;
-  if (to != SHOUTSTREAMER_STATE_PLAYING) return;
-  shoutstreamer_destroy(s);
-  self.destroyed = true;
-  self.done.notify_all();
-}
-
-void countAfter(shoutstreamer_t s, float, float**, int32_t) {
-  auto& self = selfOf(s);
-  std::lock_guard lock(self.mutex);
-  if (self.destroyed) ++self.callbacksAfter;
-}
-
-}  // namespace
-
 TEST(ShoutstreamerDestroy, MayBeCalledFromInsideACallback) {
   BELVANE_SKIP_WITHOUT_LAME();
   IcyTestServer server;
   server.serve("/live", {belvane::test::toneScript(100'000'000)});
-
-  SelfDestroying self;
-  shoutstreamer_t s = shoutstreamer_create();
-  ASSERT_EQ(shoutstreamer_start(s, server.url("/live").c_str(), &self, destroyWhenPlaying, countAfter, nullptr, nullptr),
-            0);
-  std::unique_lock lock(self.mutex);
-  ASSERT_TRUE(self.done.wait_for(lock, std::chrono::seconds(10), [&] { return self.destroyed; }));
-  lock.unlock();
-  std::this_thread::sleep_for(std::chrono::milliseconds(200));
-  lock.lock();
-  EXPECT_EQ(self.callbacksAfter, 0);
+  StreamRecorder recorder;
+  recorder.destroyOnPlaying();
+  ASSERT_EQ(recorder.start(server.url("/live")), 0);
+  ASSERT_TRUE(recorder.waitForDestroyInCallback());
+  expectQuietAfterDestroy(recorder);
 }

@@ -71,15 +71,13 @@ TEST(ShoutstreamerFailure, ServersThatStallTimeOut) {
   EXPECT_EQ(failureOf(server.url("/stalled")), SHOUTSTREAMER_ERROR_TIMED_OUT);
 }
 
+// (AAC frames and noise under an MP3 type: the pipeline's test, which runs
+// the same sync search on the bytes.)
 TEST(ShoutstreamerFailure, AacAndDataThatIsNotMpegAudio) {
   BELVANE_SKIP_WITHOUT_LAME();
   IcyTestServer server;
   server.serve("/aacp", {scriptWith(IcyStreamScript::Payload::Mp3, "audio/aacp")});
-  server.serve("/adts", {scriptWith(IcyStreamScript::Payload::Adts)});
-  server.serve("/noise", {scriptWith(IcyStreamScript::Payload::Noise)});
   EXPECT_EQ(failureOf(server.url("/aacp")), SHOUTSTREAMER_ERROR_AAC);
-  EXPECT_EQ(failureOf(server.url("/adts")), SHOUTSTREAMER_ERROR_AAC);
-  EXPECT_EQ(failureOf(server.url("/noise")), SHOUTSTREAMER_ERROR_NOT_MPEG);
   server.http().route("/empty", Response::ok("audio/mpeg", ""));
   EXPECT_EQ(failureOf(server.url("/empty")), SHOUTSTREAMER_ERROR_NO_AUDIO);
   server.http().route("/page", Response::ok("text/html; charset=utf-8", "\n<!DOCTYPE html><html><body>Listen live!</body></html>"));

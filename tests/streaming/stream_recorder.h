@@ -1,7 +1,8 @@
 // StreamRecorder: a shoutstreamer client for tests. It records every
 // callback (states, frames, rates, titles with the frame position they
 // announce, the calling threads), can hold the audio callback blocked the
-// way a full output would, and destroys its stream at the end.
+// way a full output would, can destroy its stream from inside a callback,
+// and destroys it at the end.
 #pragma once
 
 #include "streaming/shoutstreamer.h"
@@ -130,6 +131,14 @@ class StreamRecorder {
     std::lock_guard lock(mutex_);
     return audioBlockedNow_;
   }
+  // While set, the state callback that reports Playing destroys the stream.
+  void destroyOnPlaying() {
+    std::lock_guard lock(mutex_);
+    destroyOnPlaying_ = true;
+  }
+  bool waitForDestroyInCallback(double timeout = 10.0) {
+    return waitFor([&] { return destroyedInCallback_; }, timeout);
+  }
 
   bool reached(int state) const {
     for (auto& s : states_) {
@@ -156,9 +165,15 @@ class StreamRecorder {
 
   static void onState(shoutstreamer_t s, int from, int to) {
     auto& r = of(s);
-    std::lock_guard lock(r.mutex_);
+    std::unique_lock lock(r.mutex_);
     r.enter();
     r.states_.push_back({from, to});
+    if (to == SHOUTSTREAMER_STATE_PLAYING && r.destroyOnPlaying_) {
+      lock.unlock();  // the destroy may call the interrupt callback
+      r.destroy();
+      lock.lock();
+      r.destroyedInCallback_ = true;
+    }
     r.leave();
   }
   static void onAudio(shoutstreamer_t s, float rate, float** channels, int32_t frames) {
@@ -208,6 +223,8 @@ class StreamRecorder {
   bool blockAudio_ = false;
   bool audioBlockedNow_ = false;
   bool interrupted_ = false;
+  bool destroyOnPlaying_ = false;
+  bool destroyedInCallback_ = false;
 };
 
 // Each title reported matches a title the server sent on its first
