@@ -20,10 +20,6 @@
 
 class BVMediaLink;
 class BVBasePlayer;
-namespace belvane::detail {
-class OutputPlayback;
-class StationTap;
-}  // namespace belvane::detail
 
 enum BVPlayerState : int32_t {
   BVPlayerStateIdle = 0,
@@ -353,11 +349,6 @@ class BV_EXPORT BVBasePlayer : public BVObject {
   // station tap, which the engines are handed); opaque outside the library.
   struct Impl;
   Impl& baseImpl() const { return *impl_; }
-  // The playback's station tap and output session, and sharing them with a
-  // player that plays for this one: Impl's, for the QuickTime player.
-  std::shared_ptr<belvane::detail::StationTap> stationTap() const;
-  std::shared_ptr<belvane::detail::OutputPlayback> outputPlayback() const;
-  static void sharePlayback(const BVBasePlayer& from, BVBasePlayer& to);
   // Debug and sanitizer builds: aborts, naming operation, when called from
   // a thread other than the one the player was made on (whose run loop
   // plays it). Nothing in other builds.

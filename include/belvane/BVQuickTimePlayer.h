@@ -20,24 +20,8 @@
 
 class BVMediaLink;
 
-namespace belvane::detail {
-struct QuickTimePlayerAccess;
-class AudioDelivery;
-class MovieAudioAdapter;
-class QuickTimeTitleClient;
-class ReceptionWatch;
-class QTMovie;
-class QTMovieController;
-class QTMetaData;
-struct StreamTitle;
-struct QTNotification;
-}  // namespace belvane::detail
-
 class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, public BVWebPlaylistDelegate {
  public:
-  using QTMovie = belvane::detail::QTMovie;
-  using QTNotification = belvane::detail::QTNotification;
-
   static std::shared_ptr<BVQuickTimePlayer> create();
   ~BVQuickTimePlayer() override;
 
@@ -117,25 +101,17 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   // nothing when the template resource cannot be read or the file written.
   std::shared_ptr<BVMediaLink> mediaLinkForMMSURL(const BVURL& url);
 
-  // Movie notifications and the controller's idle action.
-  void _noteMovieLoadingChange(const QTNotification* notification);
-  void _noteMovieTimeChange(const QTNotification* notification);
-  void _noteMovieDidEnd(const QTNotification* notification);
-  void _noteMovieRateDidChange(const QTNotification* notification);
-  void _noteMovieMetaDataChange(const QTNotification* notification);
+  // The movie controller's idle action (the movie's notifications are the
+  // library's own, see Impl).
   void _noteMovieIdle();
 
-  // Metadata and attributes.
-  BVDictionary _metaDataAsDictionary(const belvane::detail::QTMetaData* reader) const;
-  BVDictionary _attribtesFromMovie(const std::shared_ptr<QTMovie>& movie) const;
+  // Attributes.
   // When any key was added, changed or removed between the two, announces
   // once, with the whole current set (attributes()).
   void _notifyForChangedAttributes(const BVDictionary& newAttributes, const BVDictionary& oldAttributes);
   void _updateAttributesNotifyingChanges(bool notify);
 
   void _releaseMovie();
-  // A live stream's title is due: its audio is what the listener hears next.
-  void streamTitleDue(const std::shared_ptr<const belvane::detail::StreamTitle>& title);
   // The output stopped where the next title began: the movie goes.
   void stoppedAtTitle();
   // The output plays to another device now (told to the owner).
@@ -148,9 +124,13 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   const std::shared_ptr<BVBasePlayer>& subPlayer() const { return _subPlayer; }
   const BVErrorRef& lastError() const { return _lastError; }
 
+  // The library's own part of the player (the movie, its audio path, the
+  // stream title that plays, the reception watch) and the movie's
+  // notifications; opaque outside the library.
+  struct Impl;
+
  protected:
-  BVQuickTimePlayer() = default;
-  friend struct belvane::detail::QuickTimePlayerAccess;
+  BVQuickTimePlayer();
 
   // Leaving for Stopped or Error stops observing the movie; OS status errors
   // -2048 and -19160 without a description get "The stream is not available
@@ -170,7 +150,6 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   template <class Fn>
   void inMovieCallback(Fn&& fn);
 
-  std::shared_ptr<QTMovie> _movie;
   BVDictionary fileTags_;  // a local file's tags as TagLib reads them
   bool paused_ = false;
   float _volume = 1.0f;
@@ -188,10 +167,5 @@ class BV_EXPORT BVQuickTimePlayer : public BVBasePlayer, public BVPlayerOwner, p
   bool _employedFlip4MacWorkAround = false;
 
   int movieCallbackDepth_ = 0;
-  // The movie's audio goes through our own output (see audio_delivery.h).
-  std::shared_ptr<belvane::detail::AudioDelivery> audio_;
-  std::shared_ptr<belvane::detail::QuickTimeTitleClient> titleClient_;
-  std::shared_ptr<belvane::detail::MovieAudioAdapter> movieAudio_;
-  std::shared_ptr<const belvane::detail::StreamTitle> streamTitle_;  // with its StreamUrl
-  std::unique_ptr<belvane::detail::ReceptionWatch> receptionWatch_;
+  std::unique_ptr<Impl> impl_;
 };

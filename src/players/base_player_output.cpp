@@ -19,10 +19,6 @@ std::shared_ptr<belvane::detail::OutputPlayback> BVBasePlayer::Impl::outputPlayb
   return outputPlayback_;
 }
 
-std::shared_ptr<belvane::detail::OutputPlayback> BVBasePlayer::outputPlayback() const {
-  return impl_->outputPlayback();
-}
-
 void BVBasePlayer::setReconnectPatience(double seconds) {
   if (std::isnan(seconds) || seconds < 0) return;
   reconnectPatience_ = seconds;

@@ -41,8 +41,6 @@ std::shared_ptr<StationTap> BVBasePlayer::Impl::stationTap() const {
   return stationTap_;
 }
 
-std::shared_ptr<StationTap> BVBasePlayer::stationTap() const { return impl_->stationTap(); }
-
 void BVBasePlayer::Impl::share(const BVBasePlayer& from, BVBasePlayer& to) {
   auto tap = from.impl_->stationTap();
   auto playback = from.impl_->outputPlayback();
@@ -56,8 +54,6 @@ void BVBasePlayer::Impl::share(const BVBasePlayer& from, BVBasePlayer& to) {
   into.outputPlayback_ = std::move(playback);
   into.outputPlaybackShared = into.outputPlayback_ != nullptr;
 }
-
-void BVBasePlayer::sharePlayback(const BVBasePlayer& from, BVBasePlayer& to) { Impl::share(from, to); }
 
 // A playback of its own starts a fresh tap: the last one's recording ends
 // (its last file is announced) and its ring goes.
@@ -93,29 +89,29 @@ void BVBasePlayer::startStationTap() {
 }
 
 double BVBasePlayer::timeShiftSecondsHeld() const {
-  auto tap = stationTap();
+  auto tap = impl_->stationTap();
   return tap ? tap->reading().secondsHeld : 0.0;
 }
 
 BVErrorRef BVBasePlayer::startRecording(const std::string& folder) {
-  auto tap = stationTap();
+  auto tap = impl_->stationTap();
   if (!tap) return recordingError(RecordingProblem::NoAudio, "No live station plays to record.");
   std::string why;
   return recordingError(tap->startRecording(folder, false, &why), why);
 }
 
 BVErrorRef BVBasePlayer::recordCurrentTitleFromItsStart(const std::string& folder) {
-  auto tap = stationTap();
+  auto tap = impl_->stationTap();
   if (!tap) return recordingError(RecordingProblem::NoAudio, "No live station plays to record.");
   std::string why;
   return recordingError(tap->startRecording(folder, true, &why), why);
 }
 
 void BVBasePlayer::stopRecording() {
-  if (auto tap = stationTap()) tap->stopRecording();
+  if (auto tap = impl_->stationTap()) tap->stopRecording();
 }
 
 bool BVBasePlayer::isRecording() const {
-  auto tap = stationTap();
+  auto tap = impl_->stationTap();
   return tap && tap->isRecording();
 }

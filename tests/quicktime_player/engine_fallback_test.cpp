@@ -2,7 +2,7 @@
 // streamer declines reaching the general engine through the master player.
 #include <belvane/BVMasterPlayer.h>
 #include <belvane/BVQuickTimePlayer.h>
-#include "players/quicktime/quicktime_player_access.h"
+#include "players/quicktime/quicktime_player_impl.h"
 
 #include "support/scoped_env.h"
 #include "movie/reference_movie.h"
@@ -34,7 +34,7 @@ bool fixedWith(const std::string& version) {
   TempDir home;
   ScopedXDGDataHome xdg(home.path());
   if (!version.empty()) installComponent(home, version);
-  belvane::detail::QuickTimePlayerAccess::resetFlip4MacVersionCheck();
+  BVQuickTimePlayer::Impl::resetFlip4MacVersionCheck();
   return BVQuickTimePlayer::flip4MacVersionHasFixedLoopingBug();
 }
 
@@ -49,13 +49,13 @@ TEST(WindowsMediaWorkAround, OnlyFullVersionsFromTwoPointTwoCountAsFixed) {
   // "Not fixed" is remembered; "fixed" is looked for again each time.
   TempDir home;
   ScopedXDGDataHome xdg(home.path());
-  belvane::detail::QuickTimePlayerAccess::resetFlip4MacVersionCheck();
+  BVQuickTimePlayer::Impl::resetFlip4MacVersionCheck();
   EXPECT_FALSE(BVQuickTimePlayer::flip4MacVersionHasFixedLoopingBug());
   installComponent(home, "2.3.0");
   EXPECT_FALSE(BVQuickTimePlayer::flip4MacVersionHasFixedLoopingBug());
-  belvane::detail::QuickTimePlayerAccess::resetFlip4MacVersionCheck();
+  BVQuickTimePlayer::Impl::resetFlip4MacVersionCheck();
   EXPECT_TRUE(BVQuickTimePlayer::flip4MacVersionHasFixedLoopingBug());
-  belvane::detail::QuickTimePlayerAccess::resetFlip4MacVersionCheck();
+  BVQuickTimePlayer::Impl::resetFlip4MacVersionCheck();
 }
 
 TEST(WindowsMediaWorkAround, MMSAndASXLinksBecomePrivateReferenceMoviesThatGo) {
@@ -63,12 +63,12 @@ TEST(WindowsMediaWorkAround, MMSAndASXLinksBecomePrivateReferenceMoviesThatGo) {
   ScopedXDGDataHome xdg(home.path());
   ScopedEnv runtimeDir("XDG_RUNTIME_DIR", runtime.path());
   const std::string folder = runtime.path() + "/com.brambleside.ettd";
-  belvane::detail::QuickTimePlayerAccess::resetFlip4MacVersionCheck();
+  BVQuickTimePlayer::Impl::resetFlip4MacVersionCheck();
   auto player = BVQuickTimePlayer::create();
   const std::string url = "mms://media.example.net/live/station-with-a-rather-long-name";
   auto safe = player->makeLinkSafeFromASXBug(linkTo(url));
   ASSERT_TRUE(safe->url().isFileURL());
-  EXPECT_TRUE(belvane::detail::QuickTimePlayerAccess::employedFlip4MacWorkAround(*player));
+  EXPECT_TRUE(BVQuickTimePlayer::Impl::employedFlip4MacWorkAround(*player));
   std::string path = safe->url().fileSystemPath();
   EXPECT_EQ(path.rfind(folder + "/", 0), 0u) << path;
   struct stat st {};
@@ -112,10 +112,10 @@ TEST(WindowsMediaWorkAround, MMSAndASXLinksBecomePrivateReferenceMoviesThatGo) {
   EXPECT_EQ(player->makeLinkSafeFromASXBug(plain), plain);
 
   installComponent(home, "2.2.0");
-  belvane::detail::QuickTimePlayerAccess::resetFlip4MacVersionCheck();
+  BVQuickTimePlayer::Impl::resetFlip4MacVersionCheck();
   auto mms = linkTo(url);
   EXPECT_EQ(player->makeLinkSafeFromASXBug(mms), mms);
-  belvane::detail::QuickTimePlayerAccess::resetFlip4MacVersionCheck();
+  BVQuickTimePlayer::Impl::resetFlip4MacVersionCheck();
 }
 
 namespace {

@@ -2,7 +2,7 @@
 // playlists and the attributes it announces.
 #include <belvane/BVConstants.h>
 #include <belvane/BVQuickTimePlayer.h>
-#include "players/quicktime/quicktime_player_access.h"
+#include "players/quicktime/quicktime_player_impl.h"
 
 #include "quicktime_test_support.h"
 #include "support/temp_dir.h"
@@ -126,8 +126,8 @@ TEST(QuickTimePlayback, ASXPlaylistPlaysTrackByTrackThenStops) {
   // The track that played last, by its place and title in the list.
   EXPECT_EQ(p.player->attributes()[BVPlayerAttributePlaylistEntryIndexKey].integerValue(), 2);
   EXPECT_EQ(p.player->attributes()[BVPlayerAttributePlaylistEntryTitleKey].stringOr(), "Second");
-  ASSERT_TRUE(belvane::detail::QuickTimePlayerAccess::playlist(*p.player));
-  EXPECT_EQ(belvane::detail::QuickTimePlayerAccess::playlist(*p.player)->countOfTracks(), 2u);
+  ASSERT_TRUE(BVQuickTimePlayer::Impl::playlist(*p.player));
+  EXPECT_EQ(BVQuickTimePlayer::Impl::playlist(*p.player)->countOfTracks(), 2u);
 
   // Past the end: stopped (already), false.
   EXPECT_FALSE(p.player->playTrackNumber(2));

@@ -12,10 +12,10 @@
 #include <belvane/BVRunLoop.h>
 
 #include "engines/xdg_data_dirs.h"
-#include "players/quicktime/quicktime_player_access.h"
 #include "foundation/text_encoding.h"
 #include "foundation/user_folder.h"
 #include "movie/reference_movie.h"
+#include "players/quicktime/quicktime_player_impl.h"
 
 #include <fcntl.h>
 #include <glib.h>
@@ -73,7 +73,7 @@ bool BVQuickTimePlayer::flip4MacVersionHasFixedLoopingBug() {
   return gFlip4MacVersionIsFixed;
 }
 
-void belvane::detail::QuickTimePlayerAccess::resetFlip4MacVersionCheck() {
+void BVQuickTimePlayer::Impl::resetFlip4MacVersionCheck() {
   gFlip4MacVersionChecked = false;
   gFlip4MacVersionIsFixed = false;
 }

@@ -5,11 +5,9 @@
 #include <belvane/BVQuickTimePlayer.h>
 #include <belvane/BVRunLoop.h>
 
-#include "movie/QTMovie.h"
 #include "movie/movie_ring_feed.h"
 #include "movie/movie_status.h"
-#include "players/audio_delivery.h"
-#include "players/reception_watch.h"
+#include "players/quicktime/quicktime_player_impl.h"
 #include "players/reconnect_wording.h"
 
 #include <cmath>
@@ -26,16 +24,19 @@ std::shared_ptr<BVQuickTimePlayer> BVQuickTimePlayer::create() {
   return std::shared_ptr<BVQuickTimePlayer>(new BVQuickTimePlayer());
 }
 
+BVQuickTimePlayer::BVQuickTimePlayer() : impl_(std::make_unique<Impl>(*this)) {}
+
 BVQuickTimePlayer::~BVQuickTimePlayer() {
   stopObservingMovie();
   stopMovieAudio();
-  if (audio_) audio_->setClient(nullptr);
+  if (impl_->audio) impl_->audio->setClient(nullptr);
   if (_subPlayer) _subPlayer->setOwner(nullptr);
   _subPlayer.reset();
   if (_playlist) _playlist->setDelegate(nullptr);
   _playlist.reset();
   _lastError.reset();
   _releaseMovie();
+  impl_->receptionWatch.reset();
 }
 
 template <class Fn>
@@ -47,24 +48,24 @@ void BVQuickTimePlayer::inMovieCallback(Fn&& fn) {
 }
 
 void BVQuickTimePlayer::stopObservingMovie() {
-  if (_movie) _movie->removeObserver(this);
+  if (impl_->movie) impl_->movie->removeObserver(this);
 }
 
 void BVQuickTimePlayer::_releaseMovie() {
   stopObservingMovie();
-  if (!_movie) return;
-  belvane::detail::MCSetActionFilterWithRefCon(_movie->quickTimeMovieController(), nullptr, 0);
+  if (!impl_->movie) return;
+  belvane::detail::MCSetActionFilterWithRefCon(impl_->movie->quickTimeMovieController(), nullptr, 0);
   stopMovieAudio();
-  _movie->stop();
-  auto old = std::move(_movie);
-  _movie = nullptr;
+  impl_->movie->stop();
+  auto old = std::move(impl_->movie);
+  impl_->movie = nullptr;
   // A movie released from inside one of its own callbacks is destroyed once
   // that callback has returned.
   if (movieCallbackDepth_ > 0) BVRunLoop::current().perform([old] {});
   _lastAttributes.reset();
   _lastIdleTimestamp = 0.0;
   paused_ = false;
-  if (audio_) audio_->setHeld(false);  // a time-shifted station's hold ends with it
+  if (impl_->audio) impl_->audio->setHeld(false);  // a time-shifted station's hold ends with it
 }
 
 void BVQuickTimePlayer::changeStateTo(BVPlayerState state, const BVErrorRef& error) {
@@ -78,50 +79,51 @@ void BVQuickTimePlayer::changeStateTo(BVPlayerState state, const BVErrorRef& err
     reported = BVError::create(error->domain(), error->code(), std::move(info));
   }
   BVBasePlayer::changeStateTo(state, reported);
-  if (self && (state == BVPlayerStateStopped || state == BVPlayerStateError) && receptionWatch_) receptionWatch_->stop();
+  if (self && (state == BVPlayerStateStopped || state == BVPlayerStateError) && impl_->receptionWatch)
+    impl_->receptionWatch->stop();
 }
 
 // Movie notifications.
 
-void BVQuickTimePlayer::_noteMovieLoadingChange(const QTNotification*) {
-  if (!_movie) return;
-  int64_t loadState = _movie->attributeForKey(belvane::detail::QTMovieLoadStateAttribute).integerValue();
+void BVQuickTimePlayer::Impl::_noteMovieLoadingChange(const QTNotification*) {
+  if (!movie) return;
+  int64_t loadState = movie->attributeForKey(belvane::detail::QTMovieLoadStateAttribute).integerValue();
   if (loadState >= belvane::detail::QTMovieLoadStatePlaythroughOK) {
-    if (state() > BVPlayerStateConnecting) return;
-    _movie->play();
-    changeStateTo(BVPlayerStatePlaying);
-    changedPosition(position());
-    _updateAttributesNotifyingChanges(true);
+    if (player.state() > BVPlayerStateConnecting) return;
+    movie->play();
+    player.changeStateTo(BVPlayerStatePlaying);
+    player.changedPosition(player.position());
+    player._updateAttributesNotifyingChanges(true);
   } else if (loadState == 1 || loadState == belvane::detail::QTMovieLoadStateError) {
-    int32_t status = _movie->movieStatus();
+    int32_t status = movie->movieStatus();
     if (status == 0) status = -1;
     BVErrorRef error = BVErrorForQuickTimeErrorCode(status);
     // A live station that played and broke off was tried again first.
-    if (state() == BVPlayerStatePlaying && !_movie->isFiniteResource() &&
+    if (player.state() == BVPlayerStatePlaying && !movie->isFiniteResource() &&
         (status == belvane::detail::kMovieStatusCannotReachStream || status >= 100))
-      error = belvane::detail::withReconnectionAccount(error, reconnectPatience());
-    changeStateTo(BVPlayerStateError, error);
+      error = belvane::detail::withReconnectionAccount(error, player.reconnectPatience());
+    player.changeStateTo(BVPlayerStateError, error);
   }
 }
 
-void BVQuickTimePlayer::_noteMovieTimeChange(const QTNotification*) {
-  if (_movie) changedPosition(position());
+void BVQuickTimePlayer::Impl::_noteMovieTimeChange(const QTNotification*) {
+  if (movie) player.changedPosition(player.position());
 }
 
-void BVQuickTimePlayer::_noteMovieDidEnd(const QTNotification*) {
-  if (_playlist) {
-    if (_currentTrackNumber < _playlist->countOfTracks()) playNextTrack();
+void BVQuickTimePlayer::Impl::_noteMovieDidEnd(const QTNotification*) {
+  if (player._playlist) {
+    if (player._currentTrackNumber < player._playlist->countOfTracks()) player.playNextTrack();
     return;
   }
-  changedPosition(position());
-  changeStateTo(BVPlayerStateStopped);
+  player.changedPosition(player.position());
+  player.changeStateTo(BVPlayerStateStopped);
 }
 
-void BVQuickTimePlayer::_noteMovieRateDidChange(const QTNotification* notification) {
+void BVQuickTimePlayer::Impl::_noteMovieRateDidChange(const QTNotification* notification) {
   if (!notification || !notification->rate) return;
   double rate = *notification->rate;
-  if (!(rate <= 0.0) || state() != BVPlayerStatePlaying || !_movie || paused_) return;
-  int64_t loadState = _movie->attributeForKey(belvane::detail::QTMovieLoadStateAttribute).integerValue();
+  if (!(rate <= 0.0) || player.state() != BVPlayerStatePlaying || !movie || player.paused_) return;
+  int64_t loadState = movie->attributeForKey(belvane::detail::QTMovieLoadStateAttribute).integerValue();
   // A file that stops while fully loaded has ended, whether or not the end
   // is announced; a stream that stalls has not.
   if (loadState == belvane::detail::QTMovieLoadStateComplete ||
@@ -131,22 +133,22 @@ void BVQuickTimePlayer::_noteMovieRateDidChange(const QTNotification* notificati
 
 // New tags on the movie: a live station has no position and so no idle
 // refresh, and this is how its stream titles reach the owner.
-void BVQuickTimePlayer::_noteMovieMetaDataChange(const QTNotification*) {
-  if (_movie) _updateAttributesNotifyingChanges(true);
+void BVQuickTimePlayer::Impl::_noteMovieMetaDataChange(const QTNotification*) {
+  if (movie) player._updateAttributesNotifyingChanges(true);
 }
 
 void BVQuickTimePlayer::_noteMovieIdle() {
-  if (!_movie || !hasPosition()) return;
+  if (!impl_->movie || !hasPosition()) return;
   double seconds = 0;
-  if (!QTGetTimeInterval(_movie->currentTime(), &seconds)) return;
+  if (!QTGetTimeInterval(impl_->movie->currentTime(), &seconds)) return;
   // Only a second or more of progress counts; after a seek backwards the
   // tick waits until the movie passes the last counted time again.
   if (seconds <= _lastIdleTimestamp + 1.0) return;
   _lastIdleTimestamp = seconds;
   inMovieCallback([&] {
-    _noteMovieTimeChange(nullptr);
+    impl_->_noteMovieTimeChange(nullptr);
     // About every second at the start, then every five seconds.
-    if (_movie && (seconds < 30.0 || int64_t(seconds) % 5 == 0)) _updateAttributesNotifyingChanges(true);
+    if (impl_->movie && (seconds < 30.0 || int64_t(seconds) % 5 == 0)) _updateAttributesNotifyingChanges(true);
   });
 }
 
@@ -164,17 +166,18 @@ bool mcActionFilter(belvane::detail::QTMovieController*, int16_t action, void*, 
 void BVQuickTimePlayer::observeMovie() {
   using namespace belvane::detail;
   std::weak_ptr<BVQuickTimePlayer> weak = sharedAs<BVQuickTimePlayer>();
-  auto observe = [&](const char* name, void (BVQuickTimePlayer::*handler)(const QTNotification*)) {
-    _movie->addObserver(this, name, [weak, handler](const QTNotification& note) {
-      if (auto player = weak.lock()) player->inMovieCallback([&] { ((*player).*handler)(&note); });
+  auto observe = [&](const char* name, void (Impl::*handler)(const QTNotification*)) {
+    impl_->movie->addObserver(this, name, [weak, handler](const QTNotification& note) {
+      if (auto player = weak.lock()) player->inMovieCallback([&] { ((*player->impl_).*handler)(&note); });
     });
   };
-  observe(QTMovieLoadStateDidChangeNotification, &BVQuickTimePlayer::_noteMovieLoadingChange);
-  observe(QTMovieTimeDidChangeNotification, &BVQuickTimePlayer::_noteMovieTimeChange);
-  observe(QTMovieDidEndNotification, &BVQuickTimePlayer::_noteMovieDidEnd);
-  observe(QTMovieRateDidChangeNotification, &BVQuickTimePlayer::_noteMovieRateDidChange);
-  observe(QTMovieMetaDataDidChangeNotification, &BVQuickTimePlayer::_noteMovieMetaDataChange);
-  MCSetActionFilterWithRefCon(_movie->quickTimeMovieController(), mcActionFilter, reinterpret_cast<intptr_t>(this));
+  observe(QTMovieLoadStateDidChangeNotification, &Impl::_noteMovieLoadingChange);
+  observe(QTMovieTimeDidChangeNotification, &Impl::_noteMovieTimeChange);
+  observe(QTMovieDidEndNotification, &Impl::_noteMovieDidEnd);
+  observe(QTMovieRateDidChangeNotification, &Impl::_noteMovieRateDidChange);
+  observe(QTMovieMetaDataDidChangeNotification, &Impl::_noteMovieMetaDataChange);
+  MCSetActionFilterWithRefCon(impl_->movie->quickTimeMovieController(), mcActionFilter,
+                              reinterpret_cast<intptr_t>(this));
 }
 
 // Queries and controls.
@@ -185,31 +188,31 @@ BVPlayerState BVQuickTimePlayer::state() const {
 
 bool BVQuickTimePlayer::hasPosition() const {
   if (_subPlayer) return _subPlayer->hasPosition();
-  if (!_movie) return false;
-  return !QTTimeIsIndefinite(_movie->duration());
+  if (!impl_->movie) return false;
+  return !QTTimeIsIndefinite(impl_->movie->duration());
 }
 
 float BVQuickTimePlayer::position() const {
   if (_subPlayer) return _subPlayer->position();
-  if (!_movie) return -1.0f;
-  QTTime duration = _movie->duration();
+  if (!impl_->movie) return -1.0f;
+  QTTime duration = impl_->movie->duration();
   if (QTTimeIsIndefinite(duration)) return -1.0f;
   double now = 0, total = 0;
-  if (!QTGetTimeInterval(_movie->currentTime(), &now) || !QTGetTimeInterval(duration, &total) || total <= 0)
+  if (!QTGetTimeInterval(impl_->movie->currentTime(), &now) || !QTGetTimeInterval(duration, &total) || total <= 0)
     return -1.0f;
   return float(now / total);
 }
 
 void BVQuickTimePlayer::setPosition(float fraction) {
   if (_subPlayer) return _subPlayer->setPosition(fraction);
-  if (!_movie || !hasPosition()) return;
+  if (!impl_->movie || !hasPosition()) return;
   // A request for the very end lands just before it.
   fraction = std::fmax(std::fmin(fraction, 0.9999f), 0.0f);
-  QTTime duration = _movie->duration();
+  QTTime duration = impl_->movie->duration();
   QTTime time = duration;
   time.timeValue = int64_t(float(duration.timeValue) * fraction);
-  _movie->setCurrentTime(time);
-  _noteMovieTimeChange(nullptr);
+  impl_->movie->setCurrentTime(time);
+  impl_->_noteMovieTimeChange(nullptr);
 }
 
 bool BVQuickTimePlayer::pause() {
@@ -218,14 +221,14 @@ bool BVQuickTimePlayer::pause() {
   if (canTimeShift()) {
     // The output is held at once; the connection goes on into the ring and
     // the station plays from there from now on.
-    audio_->setHeld(true);
-    _movie->ringFeed()->requestShift();
+    impl_->audio->setHeld(true);
+    impl_->movie->ringFeed()->requestShift();
     paused_ = true;
     return true;
   }
-  if (!_movie || !hasPosition() || state() != BVPlayerStatePlaying) return false;
+  if (!impl_->movie || !hasPosition() || state() != BVPlayerStatePlaying) return false;
   paused_ = true;
-  _movie->stop();
+  impl_->movie->stop();
   return true;
 }
 
@@ -233,11 +236,11 @@ void BVQuickTimePlayer::resume() {
   if (_subPlayer) return _subPlayer->resume();
   if (!paused_) return;
   paused_ = false;
-  if (audio_ && audio_->isHeld()) {
-    audio_->setHeld(false);
+  if (impl_->audio && impl_->audio->isHeld()) {
+    impl_->audio->setHeld(false);
     return;
   }
-  if (_movie) _movie->play();
+  if (impl_->movie) impl_->movie->play();
 }
 
 bool BVQuickTimePlayer::isPaused() const { return _subPlayer ? _subPlayer->isPaused() : paused_; }
@@ -246,32 +249,34 @@ bool BVQuickTimePlayer::isPaused() const { return _subPlayer ? _subPlayer->isPau
 
 bool BVQuickTimePlayer::canTimeShift() const {
   if (_subPlayer) return _subPlayer->canTimeShift();
-  if (!_movie || !audio_ || state() != BVPlayerStatePlaying || timeShiftMinutes() <= 0 || _movie->isFiniteResource())
+  const auto& movie = impl_->movie;
+  if (!movie || !impl_->audio || state() != BVPlayerStatePlaying || timeShiftMinutes() <= 0 ||
+      movie->isFiniteResource())
     return false;
-  auto* feed = _movie->ringFeed();
+  auto* feed = movie->ringFeed();
   return feed && feed->canShift();
 }
 
 bool BVQuickTimePlayer::skipBy(double seconds) {
   if (_subPlayer) return _subPlayer->skipBy(seconds);
-  return canTimeShift() && !std::isnan(seconds) && _movie->ringFeed()->skipBy(seconds);
+  return canTimeShift() && !std::isnan(seconds) && impl_->movie->ringFeed()->skipBy(seconds);
 }
 
 bool BVQuickTimePlayer::goLive() {
   if (_subPlayer) return _subPlayer->goLive();
-  return canTimeShift() && _movie->ringFeed()->goLive();
+  return canTimeShift() && impl_->movie->ringFeed()->goLive();
 }
 
 double BVQuickTimePlayer::secondsBehindLive() const {
   if (_subPlayer) return _subPlayer->secondsBehindLive();
-  auto* feed = _movie ? _movie->ringFeed() : nullptr;
+  auto* feed = impl_->movie ? impl_->movie->ringFeed() : nullptr;
   return feed ? feed->secondsBehindLive() : 0.0;
 }
 
 float BVQuickTimePlayer::elapsedTime() const {
   if (_subPlayer) return _subPlayer->elapsedTime();
   double seconds = 0;
-  if (!_movie || !QTGetTimeInterval(_movie->currentTime(), &seconds)) return -1.0f;
+  if (!impl_->movie || !QTGetTimeInterval(impl_->movie->currentTime(), &seconds)) return -1.0f;
   return float(seconds);
 }
 
@@ -282,8 +287,8 @@ void BVQuickTimePlayer::setVolume(float volume) {
   _volume = volume;
   if (_subPlayer)
     _subPlayer->setVolume(volume);
-  else if (audio_)
-    audio_->setVolume(volume);
+  else if (impl_->audio)
+    impl_->audio->setVolume(volume);
 }
 
 bool BVQuickTimePlayer::isMuted() const { return _subPlayer ? _subPlayer->isMuted() : _muted; }
@@ -291,5 +296,5 @@ bool BVQuickTimePlayer::isMuted() const { return _subPlayer ? _subPlayer->isMute
 void BVQuickTimePlayer::setMuted(bool muted) {
   if (_subPlayer) return _subPlayer->setMuted(muted);
   _muted = muted;
-  if (audio_) audio_->setMuted(muted);
+  if (impl_->audio) impl_->audio->setMuted(muted);
 }

@@ -3,9 +3,8 @@
 #include <belvane/BVConstants.h>
 #include <belvane/BVQuickTimePlayer.h>
 
-#include "movie/QTMovie.h"
 #include "players/quicktime/QTMetaData.h"
-#include "streaming/stream_title.h"
+#include "players/quicktime/quicktime_player_impl.h"
 
 #include <glib.h>
 
@@ -16,7 +15,7 @@ namespace {
 constexpr const char* kReferenceTrackTitle = "HREFTrack";
 }  // namespace
 
-BVDictionary BVQuickTimePlayer::_metaDataAsDictionary(const QTMetaData* reader) const {
+BVDictionary BVQuickTimePlayer::Impl::_metaDataAsDictionary(const QTMetaData* reader) const {
   BVDictionary attributes;
   if (!reader) return attributes;
   auto store = [&](const char* key, BVValue value) {
@@ -40,9 +39,9 @@ BVDictionary BVQuickTimePlayer::_metaDataAsDictionary(const QTMetaData* reader) 
   return attributes;
 }
 
-BVDictionary BVQuickTimePlayer::_attribtesFromMovie(const std::shared_ptr<QTMovie>& movie) const {
+BVDictionary BVQuickTimePlayer::Impl::_attribtesFromMovie(const std::shared_ptr<QTMovie>& movie) const {
   BVDictionary attributes;
-  if (_employedFlip4MacWorkAround || !_movie || !movie) return attributes;
+  if (player._employedFlip4MacWorkAround || !this->movie || !movie) return attributes;
   auto merge = [&](const BVDictionary& more) {
     for (const auto& [key, value] : more) attributes.insert_or_assign(key, value);
   };
@@ -57,7 +56,7 @@ BVDictionary BVQuickTimePlayer::_attribtesFromMovie(const std::shared_ptr<QTMovi
   merge(_metaDataAsDictionary(reader.get()));
   // What the media framework did not read of a local file's tags (an ID3v2.3
   // year, say), TagLib did.
-  for (const auto& [key, value] : fileTags_) attributes.try_emplace(key, value);
+  for (const auto& [key, value] : player.fileTags_) attributes.try_emplace(key, value);
   if (auto title = attributes.find(BVPlayerAttributeTrackTitleKey);
       title != attributes.end() && title->second == BVValue(kReferenceTrackTitle))
     attributes.erase(title);
@@ -81,7 +80,7 @@ void BVQuickTimePlayer::_notifyForChangedAttributes(const BVDictionary& newAttri
 }
 
 void BVQuickTimePlayer::_updateAttributesNotifyingChanges(bool notify) {
-  BVDictionary fresh = _attribtesFromMovie(_movie);
+  BVDictionary fresh = impl_->_attribtesFromMovie(impl_->movie);
   BVDictionary old = _lastAttributes.value_or(BVDictionary{});
   _lastAttributes = fresh;
   if (notify) {
@@ -100,9 +99,9 @@ BVDictionary BVQuickTimePlayer::attributes() const {
   if (!_lastAttributes) const_cast<BVQuickTimePlayer*>(this)->_updateAttributesNotifyingChanges(false);
   BVDictionary result = _lastAttributes.value_or(BVDictionary{});
   for (const auto& [key, value] : playlistEntry_) result.insert_or_assign(key, value);
-  if (streamTitle_) {
-    result[BVPlayerAttributeStreamTitleKey] = BVValue(streamTitle_->title);
-    if (!streamTitle_->url.empty()) result[BVPlayerAttributeStreamURLKey] = BVValue(streamTitle_->url);
+  if (impl_->streamTitle) {
+    result[BVPlayerAttributeStreamTitleKey] = BVValue(impl_->streamTitle->title);
+    if (!impl_->streamTitle->url.empty()) result[BVPlayerAttributeStreamURLKey] = BVValue(impl_->streamTitle->url);
   }
   return result;
 }

@@ -5,10 +5,8 @@
 #include <belvane/BVMediaLink.h>
 #include <belvane/BVQuickTimePlayer.h>
 
-#include "movie/QTMovie.h"
-#include "players/audio_delivery.h"
-#include "players/quicktime/movie_audio_adapter.h"
-#include "players/reception_watch.h"
+#include "players/base_player_impl.h"
+#include "players/quicktime/quicktime_player_impl.h"
 
 namespace belvane::detail {
 // Hands due titles to the player on the run loop, while it lives.
@@ -16,7 +14,7 @@ class QuickTimeTitleClient final : public AudioDeliveryClient {
  public:
   explicit QuickTimeTitleClient(std::weak_ptr<BVQuickTimePlayer> player) : player_(std::move(player)) {}
   void audioDeliveryTitleDue(const std::shared_ptr<const StreamTitle>& title) override {
-    if (auto player = player_.lock()) player->streamTitleDue(title);
+    if (auto player = player_.lock()) BVQuickTimePlayer::Impl::of(*player).streamTitleDue(title);
   }
   void audioDeliveryStoppedAtTitle() override {
     if (auto player = player_.lock()) player->stoppedAtTitle();
@@ -37,50 +35,51 @@ using belvane::detail::AudioDelivery;
 using belvane::detail::MovieAudioAdapter;
 
 int BVQuickTimePlayer::startMovieAudio() {
-  if (!audio_) {
-    audio_ = AudioDelivery::create();
-    titleClient_ = std::make_shared<belvane::detail::QuickTimeTitleClient>(sharedAs<BVQuickTimePlayer>());
-    audio_->setClient(titleClient_.get());
-    audio_->setOutput(audioOutputSetting());
-    audio_->setVolume(_volume);
-    audio_->setMuted(_muted);
-    audio_->setStopsAtNextTitle(stopsAfterTitle_);
-    audio_->loudness().setEnabled(loudnessNormalization());
-    audio_->loudness().setTarget(loudnessTarget());
-    receptionWatch_ = std::make_unique<belvane::detail::ReceptionWatch>(
-        audio_,
+  if (!impl_->audio) {
+    impl_->audio = AudioDelivery::create();
+    impl_->titleClient = std::make_shared<belvane::detail::QuickTimeTitleClient>(sharedAs<BVQuickTimePlayer>());
+    impl_->audio->setClient(impl_->titleClient.get());
+    impl_->audio->setOutput(audioOutputSetting());
+    impl_->audio->setVolume(_volume);
+    impl_->audio->setMuted(_muted);
+    impl_->audio->setStopsAtNextTitle(stopsAfterTitle_);
+    impl_->audio->loudness().setEnabled(loudnessNormalization());
+    impl_->audio->loudness().setTarget(loudnessTarget());
+    impl_->receptionWatch = std::make_unique<belvane::detail::ReceptionWatch>(
+        impl_->audio,
         [this] {
-          auto connection = _movie ? _movie->connectionProgress() : belvane::detail::StreamReaderProgress{};
+          const auto& movie = impl_->movie;
+          auto connection = movie ? movie->connectionProgress() : belvane::detail::StreamReaderProgress{};
           return belvane::detail::ReceptionWatch::Readings{connection.reconnectAttempts, connection.broken, -1.0f,
                                                            paused_};
         },
         [this](const BVPlayerReception& reception) { changedReception(reception); });
   }
-  audio_->useCurrentRunLoop();
-  audio_->setPlayback(outputPlayback());
+  impl_->audio->useCurrentRunLoop();
+  impl_->audio->setPlayback(baseImpl().outputPlayback());
   auto link = this->link();
-  audio_->loudness().setStation(link ? link->url().absoluteString() : std::string());
-  int code = audio_->start();
-  if (code == 0) movieAudio_ = std::make_shared<MovieAudioAdapter>(audio_);
+  impl_->audio->loudness().setStation(link ? link->url().absoluteString() : std::string());
+  int code = impl_->audio->start();
+  if (code == 0) impl_->movieAudio = std::make_shared<MovieAudioAdapter>(impl_->audio);
   return code;
 }
 
 // The audio of the movie being released stops at once; nothing its
 // streaming threads still deliver reaches the output.
 void BVQuickTimePlayer::stopMovieAudio() {
-  if (movieAudio_) movieAudio_->detach();
-  movieAudio_.reset();
-  streamTitle_.reset();
+  if (impl_->movieAudio) impl_->movieAudio->detach();
+  impl_->movieAudio.reset();
+  impl_->streamTitle.reset();
 }
 
-void BVQuickTimePlayer::streamTitleDue(const std::shared_ptr<const belvane::detail::StreamTitle>& title) {
+void BVQuickTimePlayer::Impl::streamTitleDue(const std::shared_ptr<const belvane::detail::StreamTitle>& title) {
   // Files (local, or served with their length, whose duration may not be
   // known yet) keep their metadata keys: their titles are track titles.
-  if (!title || !_movie || _movie->isFiniteResource()) return;
-  if (streamTitle_ && *streamTitle_ == *title) return;
-  streamTitle_ = title;
-  auto self = shared_from_this();
-  changedAttribute(attributes());
+  if (!title || !movie || movie->isFiniteResource()) return;
+  if (streamTitle && *streamTitle == *title) return;
+  streamTitle = title;
+  auto self = player.shared_from_this();
+  player.changedAttribute(player.attributes());
 }
 
 void BVQuickTimePlayer::fadeVolumeTo(float volume, double seconds) {
@@ -88,31 +87,31 @@ void BVQuickTimePlayer::fadeVolumeTo(float volume, double seconds) {
   _volume = volume;
   if (_subPlayer)
     _subPlayer->fadeVolumeTo(volume, seconds);
-  else if (audio_)
-    audio_->fadeVolumeTo(volume, seconds);
+  else if (impl_->audio)
+    impl_->audio->fadeVolumeTo(volume, seconds);
 }
 
 void BVQuickTimePlayer::setStopsAfterCurrentTitle(bool stops) {
   stopsAfterTitle_ = stops;
   if (_subPlayer) _subPlayer->setStopsAfterCurrentTitle(stops);
-  if (audio_) audio_->setStopsAtNextTitle(stops);
+  if (impl_->audio) impl_->audio->setStopsAtNextTitle(stops);
 }
 
 void BVQuickTimePlayer::setLoudnessNormalization(bool normalizes) {
   BVBasePlayer::setLoudnessNormalization(normalizes);
   if (_subPlayer) _subPlayer->setLoudnessNormalization(normalizes);
-  if (audio_) audio_->loudness().setEnabled(normalizes);
+  if (impl_->audio) impl_->audio->loudness().setEnabled(normalizes);
 }
 
 void BVQuickTimePlayer::setLoudnessTarget(double lufs) {
   BVBasePlayer::setLoudnessTarget(lufs);
   if (_subPlayer) _subPlayer->setLoudnessTarget(lufs);
-  if (audio_) audio_->loudness().setTarget(loudnessTarget());
+  if (impl_->audio) impl_->audio->loudness().setTarget(loudnessTarget());
 }
 
 bool BVQuickTimePlayer::stopsAfterCurrentTitle() const {
   if (_subPlayer) return _subPlayer->stopsAfterCurrentTitle();
-  return audio_ ? audio_->stopsAtNextTitle() : stopsAfterTitle_;
+  return impl_->audio ? impl_->audio->stopsAtNextTitle() : stopsAfterTitle_;
 }
 
 void BVQuickTimePlayer::stoppedAtTitle() {
@@ -125,7 +124,7 @@ void BVQuickTimePlayer::stoppedAtTitle() {
 
 BVPlayerReception BVQuickTimePlayer::reception() const {
   if (_subPlayer) return _subPlayer->reception();
-  return receptionWatch_ ? receptionWatch_->reception() : BVPlayerReception{};
+  return impl_->receptionWatch ? impl_->receptionWatch->reception() : BVPlayerReception{};
 }
 
 void BVQuickTimePlayer::playerReceptionChanged(BVBasePlayer&, const BVPlayerReception& reception) {
@@ -147,12 +146,12 @@ void BVQuickTimePlayer::playerOutputChanged(BVBasePlayer&, const std::string& ou
 
 std::string BVQuickTimePlayer::audioOutputDevice() const {
   if (_subPlayer) return _subPlayer->audioOutputDevice();
-  return audio_ ? audio_->outputDevice() : std::string();
+  return impl_->audio ? impl_->audio->outputDevice() : std::string();
 }
 
 void BVQuickTimePlayer::setAudioOutputSetting(const BVAudioOutputSetting& setting) {
   BVBasePlayer::setAudioOutputSetting(setting);
-  if (audio_) audio_->setOutput(setting);
+  if (impl_->audio) impl_->audio->setOutput(setting);
   if (_subPlayer) _subPlayer->setAudioOutputSetting(setting);
 }
 
@@ -168,10 +167,10 @@ void BVQuickTimePlayer::setRequestSettings(BVRequestSettingsRef settings) {
 
 std::string BVQuickTimePlayer::audioOutputName() const {
   if (_subPlayer) return _subPlayer->audioOutputName();
-  return audio_ ? audio_->outputName() : "none";
+  return impl_->audio ? impl_->audio->outputName() : "none";
 }
 
 uint64_t BVQuickTimePlayer::outputFramesWritten() const {
   if (_subPlayer) return _subPlayer->outputFramesWritten();
-  return audio_ ? audio_->framesWritten() : 0;
+  return impl_->audio ? impl_->audio->framesWritten() : 0;
 }

@@ -11,10 +11,9 @@
 
 #include "foundation/request_settings_scope.h"
 #include "foundation/text_encoding.h"
-#include "movie/QTMovie.h"
+#include "players/base_player_impl.h"
 #include "players/file_tags.h"
-#include "players/quicktime/movie_audio_adapter.h"
-#include "players/reception_watch.h"
+#include "players/quicktime/quicktime_player_impl.h"
 #include "playlists/playlist_entry.h"
 
 #include <unistd.h>
@@ -79,7 +78,7 @@ void BVQuickTimePlayer::playLink(const std::shared_ptr<BVMediaLink>& link) {
   _subPlayer->setLoudnessNormalization(loudnessNormalization());
   _subPlayer->setLoudnessTarget(loudnessTarget());
   _subPlayer->setOwner(this);
-  sharePlayback(*this, *_subPlayer);
+  BVBasePlayer::Impl::share(*this, *_subPlayer);
   auto sub = _subPlayer;
   sub->playLink(link);
 }
@@ -92,32 +91,33 @@ void BVQuickTimePlayer::playWithMovie(const std::shared_ptr<BVMediaLink>& link) 
   // A sub-player left from an earlier link stays and keeps answering.
   _releaseMovie();
   if (int code = startMovieAudio()) {
-    changeStateTo(BVPlayerStateError, audio_->startError(code));
+    changeStateTo(BVPlayerStateError, impl_->audio->startError(code));
     return;
   }
   BVErrorRef error;
-  auto movie = QTMovie::movieWithURL(safeLink->url(), &error, movieAudio_,
-                                     {reconnectPatience(), requestSettings(), link->titleEncoding(), stationTap()});
+  auto movie = Impl::QTMovie::movieWithURL(
+      safeLink->url(), &error, impl_->movieAudio,
+      {reconnectPatience(), requestSettings(), link->titleEncoding(), baseImpl().stationTap()});
   // The movie has read the reference movie made for the link (or failed):
   // the file is not needed any more.
   if (safeLink != link) unlink(safeLink->url().fileSystemPath().c_str());
   if (!movie || error) {
-    _movie = nullptr;
+    impl_->movie = nullptr;
     changeStateTo(BVPlayerStateError, error);
     return;
   }
-  _movie = std::move(movie);
+  impl_->movie = std::move(movie);
   fileTags_.clear();
-  if (auto path = _movie->filePath())
+  if (auto path = impl_->movie->filePath())
     if (auto tags = belvane::detail::readFileTags(*path)) fileTags_ = std::move(tags->attributes);
-  _movie->setAttribute(BVValue(true), belvane::detail::QTMovieDontInteractWithUserAttribute);
+  impl_->movie->setAttribute(BVValue(true), belvane::detail::QTMovieDontInteractWithUserAttribute);
   observeMovie();
   changeStateTo(BVPlayerStateConnecting);
-  receptionWatch_->start();
+  impl_->receptionWatch->start();
   changedPosition(position());
   _updateAttributesNotifyingChanges(true);
   // A movie that is already loaded moves on at once.
-  _noteMovieLoadingChange(nullptr);
+  impl_->_noteMovieLoadingChange(nullptr);
 }
 
 // Playlists.
