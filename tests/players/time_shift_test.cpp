@@ -63,17 +63,6 @@ uint64_t stationSamples(const Mp3Data& data) {
   }
 }
 
-struct Playback {
-  RecordingOwner owner;
-  std::shared_ptr<BVMasterPlayer> master = BVMasterPlayer::create();
-  Playback(const std::string& wav) {
-    master->setOwner(&owner);
-    EXPECT_EQ(master->setAudioOutput("wav:" + wav), 0);
-    owner.frames = [m = master.get()] { return m->outputFramesWritten(); };
-  }
-  ~Playback() { master->setOwner(nullptr); }
-};
-
 }  // namespace
 
 // A station of each engine's codec: MP3 for the stream engine, AAC for the
@@ -108,7 +97,7 @@ TEST_P(TimeShift, SkipsAndGoesLiveToTheFrameWithTitlesWhereTheyStart) {
   server.serve("/plain", {minuteStation(&tone, aac), silent});
   server.serve("/shifted", {minuteStation(&tone, aac), silent});
 
-  Playback plain(dir.path() + "/plain.wav");
+  MasterRun plain("wav:" + dir.path() + "/plain.wav");
   plain.master->playLink(linkTo(server.url("/plain")));
   const uint64_t total = stationSamples(tone);
   ASSERT_TRUE(BVRunLoop::main().runUntil([&] { return plain.master->outputFramesWritten() >= total; }, 60));
@@ -117,7 +106,7 @@ TEST_P(TimeShift, SkipsAndGoesLiveToTheFrameWithTitlesWhereTheyStart) {
   const std::vector<float> unbroken = wavSamples(dir.path() + "/plain.wav");
   ASSERT_GT(unbroken.size(), size_t(2 * 44100 * 50));
 
-  Playback shifted(dir.path() + "/shifted.wav");
+  MasterRun shifted("wav:" + dir.path() + "/shifted.wav");
   auto& master = *shifted.master;
   master.playLink(linkTo(server.url("/shifted")));
   ASSERT_TRUE(shifted.owner.runUntil(BVPlayerStatePlaying));
@@ -207,7 +196,7 @@ TEST_P(TimeShift, APauseLongerThanTheRingResumesAtItsOldestFrame) {
   station.audioBytes = 16 * 16000;  // Songs 0 to 7, two seconds each
   station.pace = 2.0;
   server.serve("/", {station});
-  Playback run(dir.path() + "/shifted.wav");
+  MasterRun run("wav:" + dir.path() + "/shifted.wav");
   auto& master = *run.master;
   master.setTimeShiftMinutes(0.05);  // three seconds
   master.playLink(linkTo(server.url("/")));
@@ -250,7 +239,7 @@ TEST(TimeShiftOgg, ASkipBackIntoAnEarlierChainPlaysOnWithEachChainsTitle) {
     if (writer.write(station)) writer.pause(60);
   }));
 
-  Playback run(dir.path() + "/shifted.wav");
+  MasterRun run("wav:" + dir.path() + "/shifted.wav");
   auto& master = *run.master;
   master.playLink(linkTo(server.url("/ogg")));
   ASSERT_TRUE(run.owner.runUntil(BVPlayerStatePlaying));
