@@ -89,12 +89,18 @@ TEST_P(TimeShift, SkipsAndGoesLiveToTheFrameWithTitlesWhereTheyStart) {
   // then draws other noise, 50 dB down).
   const uint64_t settle = aac ? 2 * frameSamples : 0;
   IcyTestServer server;
-  // The unbroken run plays the whole station; the shifted one's station
-  // then sends nothing more (a reconnection after the stall, on a slow
-  // machine, brings nothing new).
-  IcyStreamScript silent = minuteStation(&tone, aac);
+  // The unbroken run plays the whole station (the MP3 one to its declared
+  // end: at a stall the stream engine keeps its last frames for a refill);
+  // the shifted one's station then sends nothing more (a reconnection after
+  // the stall, on a slow machine, brings nothing new).
+  IcyStreamScript ending = minuteStation(&tone, aac), silent = minuteStation(&tone, aac);
+  if (!aac) {
+    ending.statusLine = "HTTP/1.0 200 OK";
+    ending.contentLength = true;
+    ending.end = IcyStreamScript::End::Close;
+  }
   silent.audioBytes = 0;
-  server.serve("/plain", {minuteStation(&tone, aac), silent});
+  server.serve("/plain", {ending, silent});
   server.serve("/shifted", {minuteStation(&tone, aac), silent});
 
   MasterRun plain("wav:" + dir.path() + "/plain.wav");
