@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs a Belvane build into a temporary prefix and plays a loopback
-# station (tests/python/icy_station.py) with each example built or run
+# station (the installed tool's demo station) with each example built or run
 # against that prefix alone: the C++ host (pkg-config and find_package), the
 # C host (pkg-config) and the Python script (the installed package). Each
 # must play and print the station's first title; the installed tool probes
@@ -49,18 +49,18 @@ cflags=$flags
 "$cc" -std=c99 -Wall -Wextra -Werror $cflags "$source/examples/c-host/c_host.c" -o "$work/c-host" \
   $(pkg-config --cflags --libs belvane-c glib-2.0) || fail "build the C host with pkg-config belvane-c"
 
-"$python" -u "$source/tests/python/icy_station.py" "$prefix/share/belvane/demo-station.mp3" >"$work/server.log" 2>&1 &
+# The installed tool serves its demo station; it finds its library through
+# its run path alone.
+env -u LD_LIBRARY_PATH "$prefix/bin/belvane" demo-station >"$work/server.log" 2>"$work/server.err" &
 server=$!
-port=""
+url=""
 for _ in $(seq 100); do
-  port=$(head -n 1 "$work/server.log")
-  [ -n "$port" ] && break
+  url=$(head -n 1 "$work/server.log")
+  [ -n "$url" ] && break
   sleep 0.1
 done
-[ -n "$port" ] || fail "the loopback station did not start"
-url="http://127.0.0.1:$port/stream"
+[ -n "$url" ] || fail "the demo station did not start"
 
-# The installed tool finds its library through its run path alone.
 type=$(env -u LD_LIBRARY_PATH "$prefix/bin/belvane" probe "$url") || fail "belvane probe from the prefix"
 [ "$type" = "audio/mpeg" ] || fail "belvane probe printed '$type'"
 
@@ -71,7 +71,7 @@ for player in "$work/first-player-pc" "$work/cmake-build/first-player" "$work/c-
   out=$(LD_LIBRARY_PATH="$libdir" timeout 60 "$player" "$url" 5) || { echo "$out"; fail "$player failed"; }
   echo "$out"
   grep -q "connecting -> playing" <<<"$out" || fail "$player never played"
-  grep -q "^title: Belvane Test - Song One" <<<"$out" || fail "$player printed no title"
+  grep -q "^title: Belvane Demo - Morning in C" <<<"$out" || fail "$player printed no title"
 done
 
 # The Python script finds the package in the prefix and the library beside it.
@@ -80,5 +80,5 @@ out=$(env -u BELVANE_LIBRARY -u LD_LIBRARY_PATH PYTHONPATH="$prefix/$python_dir"
   { echo "$out"; fail "the Python script failed"; }
 echo "$out"
 grep -q "^state: playing" <<<"$out" || fail "the Python script never played"
-grep -q "^title: Belvane Test - Song One" <<<"$out" || fail "the Python script printed no title"
+grep -q "^title: Belvane Demo - Morning in C" <<<"$out" || fail "the Python script printed no title"
 echo "installed package: ok"

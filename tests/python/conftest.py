@@ -1,21 +1,22 @@
 """Shared pieces of the Python tests: the loopback station and a main loop
 that runs until a condition holds."""
 import os
-import pathlib
-import sys
+import subprocess
+import types
 
 import pytest
 from gi.repository import GLib
 
-sys.path.insert(0, str(pathlib.Path(__file__).parent))
-from icy_station import Station  # noqa: E402
-
 
 @pytest.fixture
 def station():
-    station = Station(os.environ["BELVANE_TEST_MP3"])
-    yield station
-    station.close()
+    """The tool's built-in demo station on loopback (`belvane demo-station`)."""
+    # The tool carries its own sanitizer runtime: not the one preloaded into Python.
+    env = {name: value for name, value in os.environ.items() if name != "LD_PRELOAD"}
+    tool = subprocess.Popen([os.environ["BELVANE_TOOL"], "demo-station"], stdout=subprocess.PIPE, text=True, env=env)
+    yield types.SimpleNamespace(url=tool.stdout.readline().strip())
+    tool.terminate()
+    tool.wait(10)
 
 
 def run_until(condition, timeout=30.0):

@@ -32,13 +32,13 @@ def test_station_plays_with_its_titles_in_order_and_stops(player, station, tmp_p
     assert player.start_recording(str(tmp_path)) is None and player.recording
 
     assert run_until(lambda: len(titles) >= 2), f"titles: {titles}, states: {states}"
-    assert titles[:2] == ["Belvane Test - Song One", "Belvane Test - Song Two"]
+    assert titles[:2] == ["Belvane Demo - Morning in C", "Belvane Demo - Rain in A minor"]
     assert states[:2] == [belvane.State.CONNECTING, belvane.State.PLAYING]
-    assert player.attribute(belvane.ATTRIBUTE_STREAM_TITLE) == "Belvane Test - Song Two"
+    assert player.attribute(belvane.ATTRIBUTE_STREAM_TITLE) == "Belvane Demo - Rain in A minor"
     assert run_until(lambda: files), files
     path, title, complete = files[0]
-    assert title == "Belvane Test - Song One" and not complete
-    assert pathlib.Path(path).name == "Belvane Test - Song One (incomplete).mp3"
+    assert title == "Belvane Demo - Morning in C" and not complete
+    assert pathlib.Path(path).name == "Belvane Demo - Morning in C (incomplete).mp3"
     assert pathlib.Path(path).read_bytes()[:3] == b"ID3"
     player.stop_recording()
     assert player.frames_written > 0 and player.audio_output_name == "null:fast"

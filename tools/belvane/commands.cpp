@@ -123,7 +123,7 @@ const std::vector<Command>& allCommands() {
     std::vector<Command> all;
     for (auto group :
          {urlCommands, modelCommands, engineCommands, playlistCommands, errorCommands, playCommands, recordCommands,
-          outputCommands})
+          outputCommands, demoStationCommands})
       for (auto& c : group()) all.push_back(c);
     return all;
   }();

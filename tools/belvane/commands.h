@@ -76,5 +76,6 @@ std::vector<Command> playlistCommands();
 std::vector<Command> playCommands();
 std::vector<Command> recordCommands();
 std::vector<Command> outputCommands();
+std::vector<Command> demoStationCommands();
 
 }  // namespace belvane::tool
