@@ -5,13 +5,9 @@
 // instrumented entry crashes the process.
 #pragma once
 
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define BELVANE_NO_CPU_CLONES 1
-#endif
-#endif
+#include "foundation/tsan_handoff.h"
 
-#if defined(__x86_64__) && !defined(BELVANE_NO_CPU_CLONES)
+#if defined(__x86_64__) && !defined(BELVANE_THREAD_SANITIZER)
 #define BELVANE_CPU_CLONES __attribute__((target_clones("avx2", "default")))
 #else
 #define BELVANE_CPU_CLONES

@@ -3,17 +3,18 @@
 // ThreadSanitizer cannot see (futexes); a hand-off declared with these is
 // ordered for it as it really is: what the sending thread did before the
 // release happens before what the receiving thread does after the acquire.
-// Nothing in other builds.
+// Nothing in other builds. BELVANE_THREAD_SANITIZER is defined in a
+// ThreadSanitizer build, for whatever else must know it.
 #pragma once
 
 #if defined(__SANITIZE_THREAD__)
-#define BELVANE_TSAN_HANDOFF 1
+#define BELVANE_THREAD_SANITIZER 1
 #elif defined(__has_feature)
 #if __has_feature(thread_sanitizer)
-#define BELVANE_TSAN_HANDOFF 1
+#define BELVANE_THREAD_SANITIZER 1
 #endif
 #endif
-#ifdef BELVANE_TSAN_HANDOFF
+#ifdef BELVANE_THREAD_SANITIZER
 extern "C" void __tsan_acquire(void* addr);
 extern "C" void __tsan_release(void* addr);
 #define HANDOFF_RELEASE(p) __tsan_release(p)

@@ -11,6 +11,7 @@
 
 #include <belvane/BVMasterPlayer.h>
 
+#include "foundation/tsan_handoff.h"
 #include "support/gst_media_files.h"
 #include "support/icy_test_server.h"
 #include "support/mp3_test_data.h"
@@ -30,14 +31,11 @@ constexpr uint64_t kStationBytes = 60 * 16000;
 // GStreamer and FFmpeg are not built with ThreadSanitizer: the hand-overs
 // between their own threads read as races there, so the general engine's
 // cases run in the other builds only.
-bool underThreadSanitizer() {
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-  return true;
+#ifdef BELVANE_THREAD_SANITIZER
+constexpr bool kUnderThreadSanitizer = true;
+#else
+constexpr bool kUnderThreadSanitizer = false;
 #endif
-#endif
-  return false;
-}
 
 // A minute of station with a title every two seconds, that then sends
 // nothing more (its live edge stays put).
@@ -71,7 +69,7 @@ class TimeShift : public ::testing::TestWithParam<IcyStreamScript::Payload> {
  protected:
   void SetUp() override {
     BELVANE_SKIP_WITHOUT_LAME();
-    if (aac && underThreadSanitizer()) GTEST_SKIP() << "GStreamer is not built with ThreadSanitizer";
+    if (aac && kUnderThreadSanitizer) GTEST_SKIP() << "GStreamer is not built with ThreadSanitizer";
     if (aac) aacTone_ = splitAdtsFrames(readWholeFile(writeMediaFile(dir.path() + "/tone.aac", MediaKind::ADTS, 2.0)));
     ASSERT_FALSE(tone.frames.empty());
   }
@@ -232,7 +230,7 @@ INSTANTIATE_TEST_SUITE_P(Engines, TimeShift,
 // chain than the one at the live edge) plays from there with that chain's
 // headers given again, and each later song is announced where it starts.
 TEST(TimeShiftOgg, ASkipBackIntoAnEarlierChainPlaysOnWithEachChainsTitle) {
-  if (underThreadSanitizer()) GTEST_SKIP() << "GStreamer is not built with ThreadSanitizer";
+  if (kUnderThreadSanitizer) GTEST_SKIP() << "GStreamer is not built with ThreadSanitizer";
   TempDir dir;
   std::string station;
   for (int i = 0; i < 3; ++i)
